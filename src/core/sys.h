@@ -1,0 +1,78 @@
+// The one seam to the operating system's files: thin wrappers that retry interrupted calls, close on exec, and
+// carry the fail points. Each returns what the system call returns and leaves errno; none logs.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <string_view>
+
+namespace zvtaskq {
+
+/// Owns a file descriptor and closes it.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  explicit Descriptor(int fd) : fd_(fd) {}
+  Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept;
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() { reset(); }
+
+  int get() const { return fd_; }
+  bool isOpen() const { return fd_ >= 0; }
+  explicit operator bool() const { return isOpen(); }
+  [[nodiscard]] int release();
+  void reset();
+  /// Closes now and returns what `close` said (a network file system reports a full disk here); -1 when not open.
+  [[nodiscard]] int close();
+
+ private:
+  int fd_ = -1;
+};
+
+namespace sys {
+
+/// Always with O_CLOEXEC and O_NOCTTY.
+int open(const char* path, int flags, mode_t mode = 0);
+int openat(int directory, const char* path, int flags, mode_t mode = 0);
+ssize_t read(int fd, void* into, std::size_t room);
+/// Writes all of `text`, however many calls it takes. Returns the bytes written, fewer than asked only on an error.
+std::size_t writeAll(int fd, std::string_view text);
+int fsync(int fd);
+int ftruncate(int fd, off_t length);
+int fchmod(int fd, mode_t mode);
+int fchown(int fd, uid_t user, gid_t group);
+/// The mode of what `path` itself is, never of a link's target.
+int chmodNoFollow(int directory, const char* path, mode_t mode);
+/// The owner of what `path` itself is, never of a link's target.
+int chownNoFollow(int directory, const char* path, uid_t user, gid_t group);
+int renameat(int fromDirectory, const char* from, int toDirectory, const char* to);
+int rename(const char* from, const char* to);
+int unlinkat(int directory, const char* path, int flags);
+int unlink(const char* path);
+int mkdirat(int directory, const char* path, mode_t mode);
+int mkdir(const char* path, mode_t mode);
+/// `flock` without waiting.
+int flockNow(int fd, int operation);
+/// A read lease: taken only when nobody has the file open for writing.
+int takeReadLease(int fd);
+int dropLease(int fd);
+/// What `path` itself is, never a link's target.
+int lstat(const char* path, struct stat& out);
+int lstatAt(int directory, const char* path, struct stat& out);
+int fstat(int fd, struct stat& out);
+
+}  // namespace sys
+
+/// Flushes the folder that `path` stands in, so that a rename or delete in it outlives a power cut. Failures of file
+/// systems that cannot do it are ignored.
+void syncParentFolder(const char* path);
+
+/// True when both describe the same file.
+inline bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
+}  // namespace zvtaskq
