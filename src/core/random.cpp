@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include "core/log.h"
 
@@ -51,7 +50,7 @@ void randseed() {
 }
 
 int getRandNumber(int low, int high, bool fresh) {
-  if (low > high) std::swap(low, high);
+  if (high <= low) return low;
   if (fresh) randseed();
   const std::uint64_t span = static_cast<std::uint64_t>(static_cast<std::int64_t>(high) - low) + 1;
   constexpr std::uint64_t kAll = std::uint64_t{1} << 32;

@@ -9,8 +9,8 @@ namespace zvtaskq {
 /// Throws away what was fetched ahead, so that a process that was copied does not repeat the numbers of the other.
 void randseed();
 
-/// A number from `low` to `high`, both included, each equally likely. With `fresh` nothing fetched ahead is used. The
-/// bounds may come in either order.
+/// A number from `low` to `high`, both included, each equally likely. `low` when high is not above it. With
+/// `fresh` nothing fetched ahead is used.
 int getRandNumber(int low, int high, bool fresh = false);
 
 /// `length` characters of [a-z0-9], for names and tokens.
