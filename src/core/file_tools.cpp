@@ -67,21 +67,28 @@ int copyContent(int from, int to, off_t size) {
     if (!copyStretch(from, to, end - begin, block)) return 0;
     at = end;
   }
-  return sys::ftruncate(to, size) == 0 ? 1 : 0;
+  // The length counts too when it ends in a hole, but not past what is left of a file that shrank meanwhile.
+  struct stat now {};
+  if (sys::fstat(from, now) != 0) return 0;
+  return sys::ftruncate(to, std::min(size, now.st_size)) == 0 ? 1 : 0;
 }
 
 struct RenameError {
   int number;
   const char* sentence;
 };
-constexpr const char* kNotEmpty = "newpath is a nonempty directory, that is, contains entries other than \".\" and \"..\".";
+constexpr const char* kNotEmpty =
+    "newpath is a nonempty directory, that is, contains entries other than \".\" and \"..\".";
 constexpr RenameError kRenameErrors[] = {
     {EPERM,
      "The directory containing oldpath has the sticky bit (S_ISVTX) set and the process's effective user ID is neither "
-     "the user ID of the file to be deleted nor that of the directory containing it, and the process is not privileged; "
-     "or newpath is an existing file and the directory containing it has the sticky bit set and the process's effective "
+     "the user ID of the file to be deleted nor that of the directory containing it, and the process is not "
+     "privileged; "
+     "or newpath is an existing file and the directory containing it has the sticky bit set and the process's "
+     "effective "
      "user ID is neither the user ID of the file to be replaced nor that of the directory containing it, and the "
-     "process is not privileged; or the filesystem containing oldpath does not support renaming of the type requested."},
+     "process is not privileged; or the filesystem containing oldpath does not support renaming of the type "
+     "requested."},
     {ENOENT,
      "The link named by oldpath does not exist; or, a directory component in newpath does not exist; or, oldpath or "
      "newpath is an empty string."},
@@ -108,7 +115,8 @@ constexpr RenameError kRenameErrors[] = {
     {ENOSPC, "The device containing the file has no room for the new directory entry."},
     {EROFS, "The file is on a read-only filesystem."},
     {EMLINK,
-     "oldpath already has the maximum number of links to it, or it was a directory and the directory containing newpath "
+     "oldpath already has the maximum number of links to it, or it was a directory and the directory containing "
+     "newpath "
      "has the maximum number of links."},
     {ENAMETOOLONG, "oldpath or newpath was too long."},
     {ELOOP, "Too many symbolic links were encountered in resolving oldpath or newpath."},
@@ -157,7 +165,7 @@ bool contains(std::string_view line, std::string_view text, int ignoreCase) {
 }  // namespace
 
 int copyFile(const char* from, const char* to, unsigned mode) {
-  struct stat what{};
+  struct stat what {};
   const Descriptor source = openItself(from, what);
   if (!source) return 0;
   if (to == nullptr || *to == '\0') {
@@ -197,7 +205,7 @@ int renameFile(const char* from, const char* to, int checkHardLinks) {
 int tail(const char* path, int lines, std::string& out) {
   out.clear();
   const Descriptor file = openRegularFile(path == nullptr ? "" : path);
-  struct stat what{};
+  struct stat what {};
   if (!file || sys::fstat(file.get(), what) != 0) return 0;
   // Read from the end, in ever longer pieces, until the piece holds enough lines.
   for (off_t length = static_cast<off_t>(kBlock);; length *= 4) {

@@ -38,7 +38,7 @@ struct Gift {
   int refusesLinks(const struct stat& what) const {
     if (!checkHardLink || !S_ISREG(what.st_mode) || what.st_nlink < 2) return 0;
     refusalLog(10, "HardLink found on %s (%d links).  Was attempting to be reset to owner UID(%d) GID(%d)", path,
-                  static_cast<int>(what.st_nlink), static_cast<int>(to.user), static_cast<int>(to.group));
+               static_cast<int>(what.st_nlink), static_cast<int>(to.user), static_cast<int>(to.group));
     return 1;
   }
 };
@@ -51,18 +51,20 @@ int changeFailed(const Gift& gift) {
 
 /// Changes what is pinned, once it has been looked at: no name is used any more.
 int giveChecked(const Gift& gift, const Descriptor& pinned) {
-  struct stat what{};
+  struct stat what {};
   if (!pinned || sys::fstat(pinned.get(), what) != 0) return changeFailed(gift);
   if (gift.refusesLinks(what)) return 0;
   if (!gift.belongsRight(what)) {
     refusalLog(10, "setOwner(%s): owner of file is not uid=%d or gid=%d AFTER the rename, so will not chown.",
-                  gift.path, gift.mustBeUid, gift.mustBeGid);
+               gift.path, gift.mustBeUid, gift.mustBeGid);
     return 0;
   }
   return sys::chownPinned(pinned.get(), gift.to.user, gift.to.group) == 0 ? 1 : changeFailed(gift);
 }
 
-Descriptor pin(int folder, const char* name) { return Descriptor(sys::openat(folder, name, O_PATH | O_NOFOLLOW)); }
+Descriptor pin(int folder, const char* name) {
+  return Descriptor(sys::openat(folder, name, O_PATH | O_NOFOLLOW));
+}
 
 /// The folder part and the name in it.
 struct Place {
@@ -117,7 +119,8 @@ int giveTree(const char* path, Ids to, bool checkHardLink) {
     return 1;
   };
   if (path != nullptr && walkTree(path, give)) return allGiven;
-  errorLog("setOwnerRecursive(%s): not all of it could be reached: %s", path == nullptr ? "" : path, std::strerror(errno));
+  errorLog("setOwnerRecursive(%s): not all of it could be reached: %s", path == nullptr ? "" : path,
+           std::strerror(errno));
   return 0;
 }
 
@@ -126,7 +129,7 @@ int giveTree(const char* path, Ids to, bool checkHardLink) {
 int setOwner(const char* path, unsigned uid, unsigned gid, int checkHardLink, int secureRename, int mustBeUid,
              int mustBeGid) {
   const Gift gift{path == nullptr ? "" : path, {uid, gid}, checkHardLink != 0, mustBeUid, mustBeGid};
-  struct stat what{};
+  struct stat what {};
   if (sys::lstat(gift.path, what) != 0) return changeFailed(gift);
   if (gift.refusesLinks(what)) return 0;
   if (!gift.belongsRight(what)) {
@@ -144,7 +147,9 @@ int setOwner(const char* path, const char* user, const char* group, int checkHar
   return setOwner(path, ids.user, ids.group, checkHardLink, secureRename, mustBeUid, mustBeGid);
 }
 
-int setOwnerRecursive(const char* path, unsigned uid, unsigned gid) { return giveTree(path, {uid, gid}, false); }
+int setOwnerRecursive(const char* path, unsigned uid, unsigned gid) {
+  return giveTree(path, {uid, gid}, false);
+}
 
 int setOwnerRecursive(const char* path, const char* user, const char* group) {
   Ids ids{};
@@ -159,7 +164,7 @@ int setOwnerRecursive_secure(const char* path, const char* user, const char* gro
 int copy_dir_permission(const char* from, const char* to, int modeOnly) {
   const Descriptor source = openFolder(from);
   const Descriptor target = openFolder(to);
-  struct stat what{};
+  struct stat what {};
   // The owner first: a change of owner may take permission bits away.
   if (source && target && sys::fstat(source.get(), what) == 0 &&
       (modeOnly || sys::fchown(target.get(), what.st_uid, what.st_gid) == 0) &&

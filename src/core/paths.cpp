@@ -23,7 +23,9 @@ bool lookAt(const char* path, struct stat& what) {
   return ::stat(path, &what) == 0;
 }
 
-bool lookAtItself(const char* path, struct stat& what) { return path != nullptr && sys::lstat(path, what) == 0; }
+bool lookAtItself(const char* path, struct stat& what) {
+  return path != nullptr && sys::lstat(path, what) == 0;
+}
 
 /// The mode of a new folder is exactly the one asked for, without a moment in which it is another.
 class WithoutUmask {
@@ -63,7 +65,7 @@ std::size_t endOfComponent(const std::string& path, int depth) {
 }  // namespace
 
 int pathExists(const char* path, PathKind kind) {
-  struct stat what{};
+  struct stat what {};
   if (!lookAt(path, what)) return 0;
   if (kind == PathKind::file) return S_ISREG(what.st_mode) ? 1 : 0;
   if (kind == PathKind::folder) return S_ISDIR(what.st_mode) ? 1 : 0;
@@ -71,7 +73,7 @@ int pathExists(const char* path, PathKind kind) {
 }
 
 long long fileSize(const char* path) {
-  struct stat what{};
+  struct stat what {};
   return lookAt(path, what) ? what.st_size : -1;
 }
 
@@ -84,18 +86,18 @@ int unlinkFile(const char* path) {
 }
 
 int isLink(const char* path) {
-  struct stat what{};
+  struct stat what {};
   return lookAtItself(path, what) && S_ISLNK(what.st_mode) ? 1 : 0;
 }
 
 int isHardLink(const char* path) {
-  struct stat what{};
+  struct stat what {};
   if (!lookAtItself(path, what) || !S_ISREG(what.st_mode) || what.st_nlink < 2) return 0;
   return static_cast<int>(what.st_nlink);
 }
 
 int pathContainsHardLink(const char* path, ListFile* found) {
-  struct stat what{};
+  struct stat what {};
   if (!lookAtItself(path, what)) return 0;
   int count = 0;
   const auto look = [&](const TreeEntry& entry) {

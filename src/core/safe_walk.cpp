@@ -14,7 +14,9 @@ namespace zvtaskq {
 
 namespace {
 
-bool isWayOut(std::string_view part) { return part == ".."; }
+bool isWayOut(std::string_view part) {
+  return part == "..";
+}
 
 bool staysBelow(std::string_view path) {
   if (path.empty() || path.front() == '/') return false;
@@ -59,7 +61,7 @@ class TreeWalk {
       : visit_(visit), context_(context), path_(top), top_(top) {}
 
   int run() {
-    struct stat what{};
+    struct stat what {};
     if (sys::lstat(top_, what) != 0) return 0;
     if (!tell(AT_FDCWD, top_, what, false)) return 0;
     if (!S_ISDIR(what.st_mode)) return 1;
@@ -80,7 +82,7 @@ class TreeWalk {
   /// Opens a folder that has been met, and meets all that stands in it.
   int enter(int parent, const char* name, const struct stat& expected) {
     Descriptor folder(sys::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK));
-    struct stat what{};
+    struct stat what {};
     if (!folder || sys::fstat(folder.get(), what) != 0) return remember();
     if (!sameFile(what, expected)) {
       errno = ESTALE;
@@ -95,7 +97,7 @@ class TreeWalk {
     std::vector<std::string> names;
     if (!readNames(names)) return remember();
     for (const std::string& name : names) {
-      struct stat what{};
+      struct stat what {};
       // What is gone by now needs no visit.
       if (sys::lstatAt(here_.get(), name.c_str(), what) != 0) continue;
       if (S_ISDIR(what.st_mode)) {
@@ -128,7 +130,7 @@ class TreeWalk {
   int descend() {
     const std::string name = std::move(levels_.back().folders.back());
     levels_.back().folders.pop_back();
-    struct stat what{};
+    struct stat what {};
     if (sys::lstatAt(here_.get(), name.c_str(), what) != 0) return 1;
     extend(name);
     if (!tell(here_.get(), name.c_str(), what, false)) return 0;
@@ -148,14 +150,15 @@ class TreeWalk {
       return tell(AT_FDCWD, top_, done.what, true);
     }
     Descriptor above(sys::openat(here_.get(), "..", O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-    struct stat what{};
+    struct stat what {};
     if (!above || sys::fstat(above.get(), what) != 0) return lost();
     if (!sameFile(what, levels_.back().what)) {
       errno = ESTALE;
       return lost();
     }
     here_ = std::move(above);
-    const std::string name = path_.substr(levels_.back().pathLength + (path_[levels_.back().pathLength] == '/' ? 1 : 0));
+    const std::string name =
+        path_.substr(levels_.back().pathLength + (path_[levels_.back().pathLength] == '/' ? 1 : 0));
     const int goOn = tell(here_.get(), name.c_str(), done.what, true);
     path_.resize(levels_.back().pathLength);
     return goOn;

@@ -40,7 +40,8 @@ struct TreeEntry {
 template <class Visit>
 [[nodiscard]] int walkTree(const char* path, Visit visit) {
   return walkTree(
-      path, [](void* context, const TreeEntry& entry) -> int { return (*static_cast<Visit*>(context))(entry); }, &visit);
+      path, [](void* context, const TreeEntry& entry) -> int { return (*static_cast<Visit*>(context))(entry); },
+      &visit);
 }
 
 }  // namespace zvtaskq

@@ -7,6 +7,8 @@ Text& systemResult() {
   return result;
 }
 
-const char* getSysResult() { return systemResult().orEmpty(); }
+const char* getSysResult() {
+  return systemResult().orEmpty();
+}
 
 }  // namespace zvtaskq
