@@ -214,6 +214,18 @@ void errorLogAndDebug(int level, const char* format, ...) {
   va_end(arguments);
 }
 
+void refusalLog(int level, const char* format, ...) {
+  va_list arguments;
+  for (const LogKind* kind : {&kSecurityLog, &kErrorLog}) {
+    va_start(arguments, format);
+    writeLog(*kind, format, arguments);
+    va_end(arguments);
+  }
+  va_start(arguments, format);
+  writeDebug(level, format, arguments);
+  va_end(arguments);
+}
+
 int isDebug() { return debugLevel; }
 
 void setDebugLevel(int level) { debugLevel = level; }
