@@ -319,16 +319,19 @@ int ConfigFile::place(const Pair& pair) {
     if (index >= 0) return replaceValue(pairs_[index], pair.value, pair.valueLength) ? 1 : refuseGrowth();
     return insertAt(placeFor(pair), pair);
   }
-  if (unsettled_ || keepUnsorted) {
-    unsettled_ = true;
-    return append(pair);
-  }
+  if (unsettled_ || keepUnsorted) return appendUnsettled(pair);
   const int order = count_ == 0 ? -1 : compare(pairs_[count_ - 1], pair);
   if (order == 0) return replaceValue(pairs_[count_ - 1], pair.value, pair.valueLength) ? 1 : refuseGrowth();
   // One pair out of order between two looks goes to its place; a second one tells of a bulk fill, to be sorted later.
   if (order > 0 && !insertedUnseen_) return insertUnseen(pair);
-  unsettled_ = order > 0;
-  return append(pair);
+  return order > 0 ? appendUnsettled(pair) : append(pair);
+}
+
+/// Making room may settle what is there, so the mark is set behind it.
+int ConfigFile::appendUnsettled(const Pair& pair) {
+  const int appended = append(pair);
+  unsettled_ = true;
+  return appended;
 }
 
 int ConfigFile::insertUnseen(const Pair& pair) {

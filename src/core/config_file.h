@@ -204,6 +204,7 @@ class ConfigFile : public DataFile {
   long long placeFor(const Pair& pair) const;
   int place(const Pair& pair);
   int insertUnseen(const Pair& pair);
+  int appendUnsettled(const Pair& pair);
   int put(std::string_view name, const char* value, std::size_t valueLength);
   [[gnu::format(printf, 3, 4)]] int setFormatted(const char* name, const char* format, ...);
   void trimNames(void (*cut)(char*&, std::uint32_t&));
