@@ -1,5 +1,7 @@
 #include "core/settings.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <iterator>
@@ -29,6 +31,14 @@ constexpr Row kRows[] = {
   {#key, &Settings::field, Layer::layer, text},
 #include "core/settings.def"
 };
+
+/// The rows in the order of their keys, which is the order a record keeps its names in.
+constexpr auto kByKey = [] {
+  std::array<const Row*, std::size(kRows)> order{};
+  std::transform(std::begin(kRows), std::end(kRows), order.begin(), [](const Row& row) { return &row; });
+  std::sort(order.begin(), order.end(), [](const Row* a, const Row* b) { return std::string_view(a->key) < b->key; });
+  return order;
+}();
 
 struct BareDefault {
   const char* key;
@@ -70,9 +80,7 @@ void read(const ConfigFile& record, const Row& row, double& field) {
 }
 
 void read(const ConfigFile& record, const Row& row, Text& field) {
-  const char* value = record.getValue(row.key);
-  if (value != nullptr) field = value;
-  if (row.layer == Layer::WhenEmpty && field.isEmpty()) field = row.text;
+  field = record.getValue(row.key);
 }
 
 template <class Number>
@@ -101,8 +109,19 @@ void Settings::putBareDefaults(ConfigFile& record) {
 }
 
 void Settings::load(const ConfigFile& record) {
+  // Most keys are in no file: one walk along both sorted lists finds those that are.
+  const long long size = record.size();
+  long long slot = 0;
+  for (const Row* row : kByKey) {
+    while (slot < size && strcomp(record.getNameAt(slot), row->key) < 0) ++slot;
+    if (slot < size && strcomp(record.getNameAt(slot), row->key) == 0) {
+      std::visit([&](auto field) { read(record, *row, this->*field); }, row->field);
+    }
+  }
   for (const Row& row : kRows) {
-    std::visit([&](auto field) { read(record, row, this->*field); }, row.field);
+    if (row.layer != Layer::WhenEmpty) continue;
+    Text& field = this->*std::get<Text Settings::*>(row.field);
+    if (field.isEmpty()) field = row.text;
   }
 }
 
