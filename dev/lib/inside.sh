@@ -7,6 +7,7 @@
 # LAYER is an archive of changes that the copy starts with, or empty. With ZVTASKQ_SHOW_CHANGES set, the changes
 # made to the root are seen at that path.
 set -euo pipefail
+. "$(dirname "${BASH_SOURCE[0]}")/panel.sh"
 
 hostName=panel.example.test
 # Kernel interfaces and memory: never copied, the sandbox has its own.
@@ -133,6 +134,7 @@ buildCopy
 bindOutFolders ${outFolders[@]+"${outFolders[@]}"}
 moveIn
 setUpNetwork
+addPanelUsers
 unset ZVTASKQ_SHOW_CHANGES
 export ZVTASKQ_SANDBOX=copy
 cd "$workingFolder" 2>/dev/null || cd /

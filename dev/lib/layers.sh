@@ -1,6 +1,7 @@
 # shellcheck shell=bash
-# Prepared layers of the sandbox: Debian packages unpacked and configured once inside a copy, kept as an overlay
-# folder in the cache. Nothing of them is ever installed on the machine itself.
+# Prepared layers of the sandbox: Debian packages unpacked and configured once inside a copy, kept as an
+# archive of changes in the cache. Nothing of them is ever installed on the machine itself.
+. "$projectRoot/dev/lib/packages.sh"
 
 layersFolder() {
     printf '%s/layers\n' "$(cacheFolder)"
@@ -11,29 +12,30 @@ layersFolder() {
 layerKey() {
     {
         printf '%s\n' "$@" | sort -u
-        cat /var/lib/dpkg/status /etc/passwd /etc/group "$projectRoot/dev/lib/layers.sh" "$projectRoot/dev/lib/inside.sh"
+        cat /var/lib/dpkg/status /etc/passwd /etc/group "$projectRoot"/dev/lib/{layers,inside}.sh
     } | sha256sum | cut -c1-24
 }
 
-# APT_OPTIONS: our own download folder; unsandboxed because that folder may be closed to the user _apt.
-aptOptions() {
-    printf '%s\n' -q -y --no-install-recommends \
-        -o "Dir::Cache::archives=$(cacheFolder)/archives" -o APT::Sandbox::User=root -o Dpkg::Use-Pty=0 \
-        -o Dpkg::Options::=--force-unsafe-io -o Dpkg::Options::=--force-confold -o DPkg::Lock::Timeout=120
+# aptToCache LOG ARG...: apt-get with our own download folder; as root, which may be the only one to enter it.
+aptToCache() {
+    local log=$1
+    shift
+    aptGet "$log" -o "Dir::Cache::archives=$(cacheFolder)/archives" -o APT::Sandbox::User=root \
+        -o Dpkg::Options::=--force-unsafe-io "$@"
 }
 
 # downloadPackages PACKAGE...: fetches them and what they need; the lists are renewed only when that fails.
 downloadPackages() {
-    local options log
-    mapfile -t options < <(aptOptions)
-    mkdir -p "$(cacheFolder)/archives/partial"
+    local log
     log=$(cacheFolder)/download.log
+    mkdir -p "$(cacheFolder)/archives/partial"
+    : >"$log"
     say "downloading $*"
-    apt-get "${options[@]}" --download-only install "$@" >"$log" 2>&1 </dev/null && return 0
-    apt-get -q update >>"$log" 2>&1 </dev/null || true
-    apt-get "${options[@]}" --download-only install "$@" >"$log" 2>&1 </dev/null && return 0
-    cat "$log" >&2
-    die "could not download $*"
+    if ! aptToCache "$log" --download-only install "$@" &&
+        ! { aptGet "$log" update && aptToCache "$log" --download-only install "$@"; }; then
+        cat "$log" >&2
+        die "could not download $*"
+    fi
 }
 
 # withoutStarting CMD...: CMD while a policy forbids every package to start a daemon.
@@ -48,10 +50,9 @@ withoutStarting() {
 
 # unpackPackages PACKAGE...: runs inside a copy; installs what was downloaded.
 unpackPackages() {
-    local options log
-    mapfile -t options < <(aptOptions)
+    local log
     log=$(mktemp)
-    if ! withoutStarting apt-get "${options[@]}" --no-download install "$@" >"$log" 2>&1 </dev/null; then
+    if ! withoutStarting aptToCache "$log" --no-download install "$@"; then
         cat "$log" >&2
         return 1
     fi
@@ -80,8 +81,8 @@ makeLayer() {
     say "unpacking $*"
     ZVTASKQ_SHOW_CHANGES=$changes unshare "${nameSpaces[@]}" --fork --kill-child -- \
         bash "$projectRoot/dev/lib/inside.sh" "$mountPoint" "" / 0 \
-        bash -euo pipefail -c '. "$1"; . "$2"; unpackPackages "${@:4}"; printChanges "$3"' \
-        layer "$projectRoot/dev/lib/common.sh" "$projectRoot/dev/lib/layers.sh" "$changes" "$@" \
+        bash -euo pipefail -c '. "$1/common.sh"; . "$1/layers.sh"; unpackPackages "${@:3}"; printChanges "$2"' \
+        layer "$projectRoot/dev/lib" "$changes" "$@" \
         </dev/null >"$archive.new" || die "could not unpack $*"
     mv "$archive.new" "$archive"
 }
