@@ -3,9 +3,9 @@
 # those live in the sandbox (see layers.sh).
 # shellcheck disable=SC2034  # the lists are for whoever reads this file in
 
-buildPackages=(g++ cmake ninja-build libgtest-dev libbenchmark-dev)
+buildPackages=(g++ cmake ninja-build libgtest-dev libbenchmark-dev python3)
 clangPackages=(clang libclang-rt-14-dev)
-checkPackages=(clang-format clang-tidy python3 shellcheck binutils)
+checkPackages=(clang-format clang-tidy shellcheck)
 
 # missingPackages PACKAGE...: those that are not installed, one a line.
 missingPackages() {
