@@ -11,6 +11,7 @@
 
 namespace zvtaskq {
 
+class FileLock;
 class LineReader;
 class SafeFile;
 
@@ -55,12 +56,12 @@ class DataFile {
   /// The words in which the two containers differ.
   struct Words {
     const char* className;
-    /// The error-log line of a write that fell short: path, written, expected.
-    const char* shortWrite;
+    /// A write over a file that changed since it was read is told in the logs.
     bool tellsOverwrite;
+    /// A write that fell short is also shown as debug output.
     bool debugsShortWrite;
   };
-  virtual const Words& words() const = 0;
+  virtual Words words() const = 0;
 
   /// The shared read. Each line (without its line feed) goes to `takeLine`, which answers whether to read on.
   [[nodiscard]] int readLines(const char* lockCaller, long long startOffset);
@@ -73,17 +74,21 @@ class DataFile {
   /// Takes the lock on the file under the owner identity. With `wantReason` a failure adds its reason to the result.
   [[nodiscard]] int lockAs(const char* lockCaller, int wantReason);
 
+  /// Makes the file, empty, with the documented owner and mode, under the identity it finds. 0 with errno.
+  [[nodiscard]] int createEmpty(const char* path) const;
+
   void replaceFilename(const char* filename) { filename_ = filename; }
   void copySettings(const DataFile& other);
 
  private:
-  enum class Unchanged { write, skip };
-  Unchanged unchangedFileRule(const char* path);
-  [[nodiscard]] int writeLocked(const char* path, long long expectedSize);
-  [[nodiscard]] int replaceOldFile(SafeFile& file, const char* path);
-  [[nodiscard]] int checkSize(SafeFile& file, const char* path, long long expectedSize);
-  void reportShortWrite(const SafeFile& file, const char* path, long long expectedSize);
-  void readFrom(LineReader& lines, long long startOffset);
+  /// Whether the write is over before it began, because of what stands on the disk.
+  bool leftAlone(const char* path);
+  [[nodiscard]] int takeLock(FileLock& lock, const char* path, const char* lockCaller);
+  [[nodiscard]] int writeOwned(const char* path, long long expectedSize);
+  [[nodiscard]] int checkWritten(SafeFile& file, const char* path, long long expectedSize, bool flushed);
+  [[nodiscard]] int putInPlace(SafeFile& file, const char* path);
+  void giveToOwner(int fd) const;
+  void startAt(int fd, LineReader& lines, long long startOffset) const;
 
   Text filename_;
   Text ownerUser_ = Text::copyOf("nobody");

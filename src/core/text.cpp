@@ -1,6 +1,7 @@
 #include "core/text.h"
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -126,6 +127,15 @@ int newBuffer(std::size_t& size, char*& buffer) {
   if (!growBuffer(size * 2, buffer)) return 0;
   size *= 2;
   return 1;
+}
+
+void formatNumber(char* into, std::size_t size, double value, const char* format) {
+  const char* chosen = format;
+  if (chosen == nullptr) chosen = value > 999999.0 ? "%.0f" : value < 0.0001 ? "%f" : "%g";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  std::snprintf(into, size, chosen, value);
+#pragma GCC diagnostic pop
 }
 
 std::string printable(std::string_view text) {

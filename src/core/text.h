@@ -64,6 +64,10 @@ int commentLine(const char* line);
 /// Doubles the owned `buffer` of `size` bytes and `size` with it. 0 (nothing changed) when memory is short.
 [[nodiscard]] int newBuffer(std::size_t& size, char*& buffer);
 
+/// Writes `value` as the containers keep numbers: by `format`, or with none "%.0f" above 999999.0, "%f" below 0.0001,
+/// else "%g". `size` bytes of `into` at most, terminator included.
+void formatNumber(char* into, std::size_t size, double value, const char* format);
+
 /// `text` without anything that a line of a file or of a log could be forged with: control characters become
 /// "\xNN". Null counts as empty.
 std::string printable(std::string_view text);

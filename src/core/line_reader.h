@@ -1,0 +1,64 @@
+// Lines of any length, from files and from texts.
+//
+// A line ends with LF; a CR right before it is dropped; a NUL ends the line it stands in. A last line without LF is
+// not read: it may be one that somebody is still writing.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+namespace zvtaskq {
+
+/// Reads a file in large blocks and hands out its lines.
+class LineReader {
+ public:
+  /// Reads from where the descriptor stands. The descriptor stays the caller's.
+  explicit LineReader(int fd);
+  ~LineReader();
+  LineReader(const LineReader&) = delete;
+  LineReader& operator=(const LineReader&) = delete;
+
+  /// The next line, valid until the next call. False at the end of the file, on a read error (errno set, see
+  /// `failed`) and when only an unfinished line is left.
+  bool next(std::string_view& line);
+  /// Discards bytes up to and including the next LF, CR or byte 0xFF.
+  void skipToBoundary();
+  /// Bytes of whole lines handed out or discarded so far.
+  long long consumed() const { return consumed_; }
+  /// Bytes of an unfinished last line, once `next` has answered false.
+  long long unfinished() const { return static_cast<long long>(end_ - start_); }
+  bool failed() const { return failed_; }
+
+ private:
+  bool fill();
+  bool grow();
+
+  int fd_;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t size_;
+  std::size_t start_ = 0;
+  std::size_t scanned_ = 0;
+  std::size_t end_ = 0;
+  long long consumed_ = 0;
+  bool failed_ = false;
+};
+
+/// Cuts the next line off the front of `text`. False when no line feed is left.
+bool nextLine(std::string_view& text, std::string_view& line);
+
+/// The size that a line buffer starts with.
+inline constexpr std::size_t kFirstLineBuffer = 512;
+
+/// Reads one line (without its line feed) into the owned `buffer` of `size` bytes (null and 0: made here), which
+/// doubles whenever fewer than 32 bytes are left. With `maxLength` above 0, a line found longer than that when the
+/// buffer must grow is returned as read so far (error log and debug, level 100: "Line length (%d) is greater than max
+/// line length (%d). Chopping value."), and its rest is the next line. 1 when a line was read, 0 at the end.
+[[nodiscard]] int readLine(std::FILE* file, char*& buffer, std::size_t& size, int maxLength);
+/// The same over a text in memory, which moves behind the line.
+[[nodiscard]] int readLine(const char*& text, char*& buffer, std::size_t& size);
+
+}  // namespace zvtaskq

@@ -1,0 +1,151 @@
+#include "core/lock_file.h"
+
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "core/fail_point.h"
+#include "core/log.h"
+#include "core/sys.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kTries = 200;
+constexpr useconds_t kPause = 10'000;
+bool lockDebug = false;
+
+void setReason(char* reason, const std::string& text) {
+  if (reason != nullptr) std::snprintf(reason, kLockReasonSize, "%s", text.c_str());
+}
+
+/// What a person needs to know of a lock that could not be made.
+std::string describe(const std::string& path) {
+  struct stat what{};
+  if (sys::lstat(path.c_str(), what) != 0) {
+    return joined(path, ": ", std::strerror(errno), ", euid:", std::to_string(::geteuid()),
+                  " egid:", std::to_string(::getegid()));
+  }
+  char mode[16];
+  std::snprintf(mode, sizeof mode, "%o", what.st_mode);
+  return joined(path, ": uid:", std::to_string(what.st_uid), " gid:", std::to_string(what.st_gid), " mode:", mode,
+                ", euid:", std::to_string(::geteuid()), " egid:", std::to_string(::getegid()));
+}
+
+/// A lock stamped that far in the future was left behind before the clock was put back.
+bool isStale(const struct stat& lock, int maximumAge, long long& age) {
+  age = static_cast<long long>(std::time(nullptr)) - lock.st_ctim.tv_sec;
+  return age > maximumAge || age < -static_cast<long long>(maximumAge);
+}
+
+/// Deletes a stale lock. Several waiters find it at once; the one that holds a `flock` on the very file it found
+/// stale may delete it, and only while it still is the file of that name, so nobody deletes a fresh lock.
+void breakIfStale(const std::string& path, int maximumAge) {
+  struct stat seen{};
+  long long age = 0;
+  if (sys::lstat(path.c_str(), seen) != 0 || !isStale(seen, maximumAge, age)) return;
+
+  const Descriptor opened(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  if (opened && sys::flockNow(opened.get(), LOCK_EX) != 0) return;
+  struct stat mine{}, now{};
+  if (opened && sys::fstat(opened.get(), mine) != 0) return;
+  if (sys::lstat(path.c_str(), now) != 0 || !isStale(now, maximumAge, age)) return;
+  if (opened && !sameFile(mine, now)) return;
+
+  errorLog("removing old lock: %s (age: %d seconds)", path.c_str(), static_cast<int>(age));
+  static_cast<void>(sys::unlink(path.c_str()));
+}
+
+void writeCaller(int fd, const char* path, const char* caller) {
+  char line[768];
+  const int length = std::snprintf(line, sizeof line, "%d=time=%lld&caller_location=%s\n", static_cast<int>(::getpid()),
+                                   static_cast<long long>(std::time(nullptr)), caller == nullptr ? "" : caller);
+  const std::size_t size = static_cast<std::size_t>(length) < sizeof line ? static_cast<std::size_t>(length) : sizeof line - 1;
+  if (sys::writeAll(fd, {line, size}) < size) {
+    errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
+             std::strerror(errno));
+  }
+}
+
+void markAttempt(const char* path, const char* caller, const char* stage) {
+  if (caller == nullptr) {
+    set_program_location("getlock(%s) : %s", path, stage);
+  } else {
+    set_program_location("getlock(%s, '%s') : %s", path, caller, stage);
+  }
+}
+
+/// The descriptor of the lock file made, or none with the reason set.
+Descriptor makeLock(const std::string& lockPath, const char* path, int maximumAge, const char* caller, char* reason) {
+  const FailScope scope("lock");
+  for (int i = 0; i < kTries; ++i) {
+    Descriptor lock(sys::open(lockPath.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0700));
+    if (lock) {
+      if (lockDebug) writeCaller(lock.get(), path, caller);
+      return lock;
+    }
+    if (errno != EEXIST) {
+      const std::string why = std::strerror(errno);
+      setReason(reason, joined("open error for ", lockPath, ": ", why, "<br>\n", describe(lockPath)));
+      return {};
+    }
+    breakIfStale(lockPath, maximumAge);
+    ::usleep(kPause);
+  }
+  setReason(reason, "file is locked by another process");
+  return {};
+}
+
+Descriptor attempt(const char* path, int maximumAge, const char* caller, char* reason) {
+  if (path == nullptr || *path == '\0') {
+    setReason(reason, "empty file_name");
+    return {};
+  }
+  if (std::strlen(path) < 2) {
+    setReason(reason, "short file_name");
+    return {};
+  }
+  markAttempt(path, caller, "start");
+  Descriptor lock = makeLock(joined(path, ".lock"), path, maximumAge, caller, reason);
+  markAttempt(path, caller, "finished");
+  return lock;
+}
+
+}  // namespace
+
+void setLockDebug(bool on) { lockDebug = on; }
+
+int getLock(const char* path, int maximumAge, const char* caller, char* reason) {
+  return attempt(path, maximumAge, caller, reason) ? 1 : 0;
+}
+
+int getLock(const char* path, const char* caller) { return getLock(path, kLockMaximumAge, caller, nullptr); }
+
+void freeLock(const char* path) { static_cast<void>(sys::unlink(joined(path, ".lock").c_str())); }
+
+int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
+  const Descriptor lock = attempt(path, maximumAge, caller, reason);
+  struct stat made{};
+  if (!lock || sys::fstat(lock.get(), made) != 0) return 0;
+  device_ = made.st_dev;
+  inode_ = made.st_ino;
+  lockPath_ = Text::copyOf(std::string_view(joined(path, ".lock")));
+  return 1;
+}
+
+void FileLock::release() {
+  if (!held()) return;
+  struct stat now{};
+  if (sys::lstat(lockPath_, now) == 0 && now.st_dev == device_ && now.st_ino == inode_) {
+    static_cast<void>(sys::unlink(lockPath_));
+  }
+  lockPath_.clear();
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,55 @@
+#include "support/fixtures.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace zvtaskq::test {
+
+Folder::Folder() {
+  char name[] = "/tmp/zvtaskq-test-XXXXXX";
+  path_ = ::mkdtemp(name);
+  // Records are read as the users who own them.
+  ::chmod(path_.c_str(), 0777);
+}
+
+Folder::~Folder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream all;
+  all << file.rdbuf();
+  return all.str();
+}
+
+void writeText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << text;
+}
+
+bool exists(const std::string& path) {
+  struct stat what{};
+  return ::lstat(path.c_str(), &what) == 0;
+}
+
+unsigned modeOf(const std::string& path) {
+  struct stat what{};
+  return ::lstat(path.c_str(), &what) == 0 ? what.st_mode & 07777 : 0;
+}
+
+LogCapture::LogCapture() {
+  const char* names[] = {"error.log", "system.log", "security.log", "login.log"};
+  for (int i = 0; i < 4; ++i) paths_[i] = folder_.path(names[i]);
+  const LogTargets targets{paths_[0].c_str(), paths_[1].c_str(), paths_[2].c_str(), paths_[3].c_str(), false};
+  setLogTargets(&targets);
+}
+
+LogCapture::~LogCapture() { setLogTargets(nullptr); }
+
+}  // namespace zvtaskq::test

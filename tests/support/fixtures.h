@@ -1,0 +1,65 @@
+// What the tests stand on: throw-away folders, file contents, captured logs and output.
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "core/log.h"
+
+namespace zvtaskq::test {
+
+/// A folder of its own for one test, removed at its end.
+class Folder {
+ public:
+  Folder();
+  ~Folder();
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  std::string path(const std::string& name) const { return path_ + "/" + name; }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+std::string contentOf(const std::string& path);
+void writeText(const std::string& path, const std::string& text);
+bool exists(const std::string& path);
+/// The permission bits of a file, 0 when there is none.
+unsigned modeOf(const std::string& path);
+
+/// While it lives, the four logs go to files of a folder of its own.
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+  std::string errors() const { return contentOf(folder_.path("error.log")); }
+  std::string system() const { return contentOf(folder_.path("system.log")); }
+  std::string security() const { return contentOf(folder_.path("security.log")); }
+
+ private:
+  Folder folder_;
+  std::string paths_[4];
+};
+
+/// Runs `body` and returns what it printed on standard output.
+template <class Body>
+std::string printed(Body body) {
+  Folder folder;
+  const std::string path = folder.path("out");
+  std::fflush(stdout);
+  const int kept = ::dup(1);
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+  ::dup2(file, 1);
+  body();
+  std::fflush(stdout);
+  ::dup2(kept, 1);
+  ::close(kept);
+  ::close(file);
+  return contentOf(path);
+}
+
+}  // namespace zvtaskq::test
