@@ -13,9 +13,9 @@ buildPreset() {
     )
 }
 
-# testPackages: what the end-to-end tests find installed in their sandbox, joined with ",".
-testPackages() {
-    sed 's/#.*//' "$projectRoot/tests/packages.list" 2>/dev/null | xargs | tr ' ' ','
+# packagesIn LIST: the packages that a packages.list names, joined with ",".
+packagesIn() {
+    sed 's/#.*//' "$1" | xargs | tr ' ' ','
 }
 
 # suiteCount FILE ATTRIBUTE: a number from the head of a JUnit report.
@@ -35,7 +35,7 @@ runTests() {
     local folder=$projectRoot/build/$1 results=$projectRoot/build/$1/results packages
     shift
     rm -rf "$results"
-    packages=$(testPackages)
+    packages=$(packagesIn "$projectRoot/tests/packages.list")
     passed=0 failed=1 skipped=0
     # The report decides, not the exit status: without one, or without a single test, something is wrong.
     "$projectRoot/dev/sandbox" ${packages:+--with "$packages"} --out "$results" -- \
