@@ -74,9 +74,11 @@ laySettings() {
 
 layAdminRecords() {
     local file
-    for file in login.hist services.status admin.conf admin.usage admin.list reseller.list; do
+    for file in login.hist services.status admin.usage admin.list reseller.list tickets.list; do
         writeRecord "$adminFolder/$file"
     done
+    writeRecord "$adminFolder/next_ticket.number" 1
+    writeRecord "$adminFolder/admin.conf" service_email_active=yes service_email_last_sent=0
     chown nobody:nogroup "$adminFolder/admin.conf"
     writeRecord "$adminFolder/ip.list" "$panelAddress"
     writeRecord "$adminFolder/ips/$panelAddress" "status=server" "netmask=255.255.255.0"
@@ -139,6 +141,7 @@ addAccount() {
         "date_created=$(date +%s)" suspended=no account=ON suspend_at_limit=ON sentwarning=no "${accountLimits[@]}"
     writeRecord "$folder/user.usage" bandwidth=0 quota=0
     writeRecord "$folder/ip.list" "$panelAddress"
+    writeRecord "$folder/tickets.list"
     [[ $type == user ]] || addManagerRecords "$name"
     [[ $type != admin ]] || addLine "$adminFolder/admin.list" "$name"
     [[ $type != reseller ]] || addLine "$adminFolder/reseller.list" "$name"

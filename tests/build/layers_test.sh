@@ -51,7 +51,7 @@ probe() {
 
 for room in "${!roots[@]}"; do
     [[ -d $sources/$room ]] || continue
-    header=$(cd "$sources" && find "$room" -name '*.h' | sort | sed -n 1p)
+    header=$(cd "$sources" && find "$room" -name '*.h' -o -name '*.cpp' | sort -r -t. -k2 | sed -n 1p)
     [[ -z $header ]] || probe "$header"
 done
 printf '%d forbidden includes refused, %d wrong\n' "$proven" "$wrong"
