@@ -3,6 +3,7 @@
 
 #include "account/account_record.h"
 #include "backup/operations.h"
+#include "core/identity.h"
 #include "core/list_file.h"
 #include "core/log.h"
 #include "core/names.h"

@@ -5,6 +5,7 @@
 #include "account/account_record.h"
 #include "account/operations.h"
 #include "core/config.h"
+#include "core/identity.h"
 #include "core/list_file.h"
 #include "core/log.h"
 #include "core/names.h"

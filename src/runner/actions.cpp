@@ -10,6 +10,7 @@
 #include "core/task_queue.h"
 #include "runner/action_rows.h"
 #include "runner/run_flags.h"
+#include "runner/process_table.h"
 #include "runner/service_monitor.h"
 #include "runner/services_table.h"
 #include "runner/task.h"

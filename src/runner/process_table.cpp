@@ -12,6 +12,7 @@
 #include "core/log.h"
 #include "core/privileges.h"
 #include "core/sys.h"
+#include "core/text.h"
 
 namespace zvtaskq {
 
@@ -29,9 +30,7 @@ bool isProcess(const dirent& entry) {
 /// The name in the first line of a process's status: its first word, as it always was read. Empty when the process is
 /// gone.
 std::string_view nameOf(int proc, const char* pid, char (&buffer)[kStatusRead]) {
-  char path[64];
-  std::snprintf(path, sizeof path, "%s/status", pid);
-  const Descriptor status(sys::openat(proc, path, O_RDONLY));
+  const Descriptor status(sys::openat(proc, joined(pid, "/status").c_str(), O_RDONLY));
   const ssize_t got = status ? sys::read(status.get(), buffer, sizeof buffer) : 0;
   if (got <= 0) return {};
   std::string_view text(buffer, static_cast<std::size_t>(got));
