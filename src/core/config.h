@@ -62,8 +62,10 @@ class Config : public Settings {
   Text result;
   /// The last read failed.
   bool error = false;
-  /// The run is to work through the custom-build queue alone.
+  /// The run is to work through the custom-build queue alone. Set from outside; a read leaves it.
   bool customBuild = false;
+  /// Running backups are to stop at their next step. Outlives a read, as `customBuild` does.
+  bool backupsHalted = false;
 
   /// The log files below `logdir`; null without one.
   Text errorLogFile;

@@ -1,81 +1,105 @@
 #include "core/config.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <map>
-#include <sstream>
 #include <string>
 
 #include "core/config_file.h"
 #include "core/identity.h"
 #include "core/log.h"
 #include "core/privileges.h"
+#include "support/fixtures.h"
 
-namespace zvtaskq {
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
 namespace {
-
-// Every read leaves the process at nobody, who can neither see the logs nor clear up.
-std::string contentOf(const std::string& path) {
-  const AsRoot root;
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 std::string have(const ConfigFile& settings, const char* key) {
   const char* value = settings.getValue(key);
   return value == nullptr ? "(absent)" : value;
 }
 
+// Every read leaves the process at nobody, who can neither see the logs nor clear up.
 class ConfigTest : public testing::Test {
  protected:
   void SetUp() override {
     if (getUID(kPanelUser) == kUnknownId) GTEST_SKIP() << "needs the user zvadmin, as in dev/sandbox";
     ASSERT_EQ(setRootPriv(), 1) << "needs root, as in dev/sandbox";
-    std::string made = testing::TempDir() + "config_XXXXXX";
-    ASSERT_NE(::mkdtemp(made.data()), nullptr);
-    folder_ = made;
-    // The read and the logs work as the panel's user.
-    ASSERT_EQ(::chmod(made.c_str(), 0777), 0);
   }
   void TearDown() override {
-    const AsRoot root;
     setDebugLevel(0);
-    if (!folder_.empty()) std::filesystem::remove_all(folder_);
+    static_cast<void>(setRootPriv());
   }
 
-  std::string path(const char* name) const { return folder_ + "/" + name; }
-  std::string logged() const { return contentOf(path("error.log")); }
-
-  /// The folder's file with these lines, and `logdir` set to the folder.
-  std::string fileWith(const std::string& lines, const char* name = "zorvane.conf") {
+  std::string path(const char* name) const { return folder_.path(name); }
+  std::string logged(const char* name = "error.log") const {
     const AsRoot root;
-    std::ofstream(path(name)) << "logdir=" << folder_ << "\n" << lines;
+    return contentOf(path(name));
+  }
+  /// The folder's file with these lines, and `logdir` set to the folder.
+  std::string fileWith(const std::string& lines, const char* name = "zorvane.conf") const {
+    const AsRoot root;
+    writeText(path(name), "logdir=" + folder_.path() + "\n" + lines);
     return path(name);
   }
 
-  std::string folder_;
+ private:
+  Folder folder_;
 };
 
 using ConfigDeathTest = ConfigTest;
 
-struct ValueCase {
-  const char* name;
-  const char* lines;
-  const char* key;
-  const char* want;
-};
+/// For what a child process does to its machine before the test proper.
+void needs(bool done) {
+  if (!done) ::_exit(99);
+}
+
+/// Gives this process mounts of its own, so that it can change what the machine looks like.
+void takeOwnMounts() {
+  needs(setRootPriv() != 0);
+  needs(::unshare(CLONE_NEWNS) == 0);
+  needs(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
+}
+
+void hidePanelUser(const std::string& copy) {
+  takeOwnMounts();
+  std::ifstream accounts("/etc/passwd");
+  std::ofstream others(copy);
+  for (std::string line; std::getline(accounts, line);) {
+    if (!line.starts_with("zvadmin:")) others << line << "\n";
+  }
+  others.close();
+  needs(::mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0);
+}
+
+enum class Pigz { installed, missing };
+
+/// Reads the file on a machine with or without pigz, its words going to standard error, and exits with `pigz`.
+[[noreturn]] void exitWithPigz(Pigz pigz, const std::string& file) {
+  takeOwnMounts();
+  needs(::mount("none", "/usr/local/bin", "tmpfs", 0, nullptr) == 0);
+  if (pigz == Pigz::installed) writeText("/usr/local/bin/pigz", "");
+  needs(::dup2(STDERR_FILENO, STDOUT_FILENO) >= 0);
+  setDebugLevel(1000);
+  const Config config(file.c_str());
+  std::fflush(stdout);
+  ::_exit(config.pigz);
+}
+
+}  // namespace
 
 TEST_F(ConfigTest, TakesEachValueFromTheFileOrItsDefault) {
-  const ValueCase cases[] = {
+  const struct {
+    const char* name;
+    const char* lines;
+    const char* key;
+    const char* want;
+  } cases[] = {
       {"record layer", "", "brutecount", "100"},
       {"record layer, text", "", "letsencrypt_list", "www:mail:ftp:pop:smtp"},
       {"record layer, character", "", "ftpsep", "@"},
@@ -119,7 +143,7 @@ TEST_F(ConfigTest, TakesEachValueFromTheFileOrItsDefault) {
       {"method that passes", "crypt_method=3\n", "crypt_method", "3"},
       {"other quota partition", "ext_quota_partitions=/var\n", "ext_quota_partitions", "/var"},
   };
-  for (const ValueCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     const Config config(fileWith(c.lines).c_str());
     EXPECT_FALSE(config.error);
@@ -130,15 +154,6 @@ TEST_F(ConfigTest, TakesEachValueFromTheFileOrItsDefault) {
   }
 }
 
-struct CheckCase {
-  const char* lines;
-  const char* key;
-  const char* want;
-  int level;
-  std::string printed;
-  const char* result;
-};
-
 TEST_F(ConfigTest, CorrectsAndTells) {
   const std::string doubled =
       "Your ext_quota_partitions value (/home) matches the quota_partition value (/home) which would return double the "
@@ -146,7 +161,14 @@ TEST_F(ConfigTest, CorrectsAndTells) {
   const std::string bothServers = "nginx=1 and litespeed=1 are both set.  Please only select one for the zorvane.conf";
   const std::string username = "You're trying to use a max_username_length value of ";
   const std::string session = "You're trying to use a session_minutes value of ";
-  const CheckCase cases[] = {
+  const struct {
+    const char* lines;
+    const char* key;
+    const char* want;
+    int level;
+    std::string printed;
+    const char* result;
+  } cases[] = {
       {"timeout=20\nhandshake_timeout=21\n", "handshake_timeout", "20", 100,
        "handshake_timeout(21) is larger than timeout(20). Lowering handshake_timeout to match timeout.\n", ""},
       {"timeout=19\n", "request_timeout", "19", 100,
@@ -168,13 +190,12 @@ TEST_F(ConfigTest, CorrectsAndTells) {
        "nginx=0 should be set when nginx_proxy=1 (httpd is the main server).  Please change nginx=1 to nginx=0\n", ""},
       {"nginx=1\nlitespeed=1\n", "nginx", "1", 0, bothServers + "\n", bothServers.c_str()},
   };
-  for (const CheckCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.lines);
     const std::string file = fileWith(c.lines);
     setDebugLevel(c.level);
-    testing::internal::CaptureStdout();
-    const Config config(file.c_str());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed);
+    Config config(nullptr);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(config.readFile(file.c_str(), 0, 0), 1); }), c.printed);
     setDebugLevel(0);
     EXPECT_FALSE(config.error);
     EXPECT_EQ(std::string(config.result.view()), *c.result == '\0' ? "" : std::string(c.result) + "<br>\n");
@@ -189,9 +210,8 @@ TEST_F(ConfigTest, TellsOfTheOldNameInTheErrorLogOfThatFile) {
   const std::string words =
       "DEPRECATED: connect_timeout=25 has been replaced with request_timeout. Please change your zorvane.conf.";
   setDebugLevel(1000);
-  testing::internal::CaptureStdout();
-  const Config config(file.c_str());
-  EXPECT_NE(testing::internal::GetCapturedStdout().find(words), std::string::npos);
+  Config config(nullptr);
+  EXPECT_NE(printed([&] { EXPECT_EQ(config.readFile(file.c_str(), 0, 0), 1); }).find(words), std::string::npos);
   EXPECT_NE(logged().find(words), std::string::npos);
   EXPECT_EQ(config.request_timeout, 25);
 }
@@ -211,26 +231,22 @@ TEST_F(ConfigTest, DerivesLogFilesAndTheSecondQueue) {
 }
 
 TEST_F(ConfigTest, DirectsTheLogsForAsLongAsItIsLoaded) {
-  const auto printed = [](const char* message) {
-    testing::internal::CaptureStdout();
-    errorLog("%s", message);
-    return testing::internal::GetCapturedStdout();
-  };
+  const auto told = [](const char* message) { return printed([=] { errorLog("%s", message); }); };
   {
     Config config(fileWith("").c_str());
-    EXPECT_EQ(printed("loaded"), "");
+    EXPECT_EQ(told("loaded"), "");
     EXPECT_NE(logged().find("loaded"), std::string::npos);
     config.setErrLog(path("errortaskq.log").c_str());
-    EXPECT_EQ(printed("overridden"), "");
-    EXPECT_NE(contentOf(path("errortaskq.log")).find("overridden"), std::string::npos);
+    EXPECT_EQ(told("overridden"), "");
+    EXPECT_NE(logged("errortaskq.log").find("overridden"), std::string::npos);
     EXPECT_EQ(config.readFile(), 1);
-    EXPECT_EQ(printed("read again"), "");
+    EXPECT_EQ(told("read again"), "");
     EXPECT_NE(logged().find("read again"), std::string::npos);
     EXPECT_EQ(config.readFile("/nonexistent", 0, 0), 0);
-    EXPECT_EQ(printed("failed"), "failed\n");
+    EXPECT_EQ(told("failed"), "failed\n");
     EXPECT_EQ(config.readFile(), 1);
   }
-  EXPECT_EQ(printed("gone"), "gone\n");
+  EXPECT_EQ(told("gone"), "gone\n");
 }
 
 TEST_F(ConfigTest, AnotherFileReplacesEverythingAndClearsTheFailure) {
@@ -265,14 +281,14 @@ TEST_F(ConfigTest, DefaultsAloneNeedNoFile) {
   EXPECT_FALSE(config.error);
   ConfigFile settings(nullptr);
   config.checkFile(&settings);
-  const std::map<const char*, const char*> want = {{"docsroot", "./data/skins/enhanced"},
-                                                   {"demodocsroot", "./data/skins/enhanced"},
-                                                   {"ns2", "ns2.zorvane.example"},
-                                                   {"reseller_can_set_email_limit", "1"},
-                                                   {"max_user_send_limit", "400"},
-                                                   {"max_per_email_send_limit", "200"},
-                                                   {"systemd", "0"},
-                                                   {"brutecount", "100"}};
+  const std::pair<const char*, const char*> want[] = {{"docsroot", "./data/skins/enhanced"},
+                                                      {"demodocsroot", "./data/skins/enhanced"},
+                                                      {"ns2", "ns2.zorvane.example"},
+                                                      {"reseller_can_set_email_limit", "1"},
+                                                      {"max_user_send_limit", "400"},
+                                                      {"max_per_email_send_limit", "200"},
+                                                      {"systemd", "0"},
+                                                      {"brutecount", "100"}};
   for (const auto& [key, value] : want) EXPECT_EQ(have(settings, key), value) << key;
   EXPECT_STREQ(config.getFilename(), "/nonexistent/zorvane.conf");
 }
@@ -295,9 +311,7 @@ TEST_F(ConfigTest, EffectiveSettingsReadBackAsTheyAre) {
     EXPECT_STREQ(second.getValueAt(i), first.getValueAt(i)) << first.getNameAt(i);
     sorted += joined(first.getNameAt(i), "=", first.getValueAt(i), "\n");
   }
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(config.checkFile(nullptr), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), sorted);
+  EXPECT_EQ(printed([&] { EXPECT_EQ(config.checkFile(nullptr), 1); }), sorted);
   EXPECT_EQ(sorted.find("SSL=1\n"), 0U) << "capitals sort first";
 }
 
@@ -317,56 +331,14 @@ TEST_F(ConfigTest, AnswersWhatOthersAskOf) {
   EXPECT_STREQ(config.language, "de");
 }
 
-/// Mounts of this process alone, so that a test can change what the machine looks like. Ends the process on failure.
-void needs(bool done) {
-  if (!done) ::_exit(99);
-}
-
-void takeOwnMounts() {
-  needs(setRootPriv() != 0);
-  needs(::unshare(CLONE_NEWNS) == 0);
-  needs(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
-}
-
-void hidePanelUser(const std::string& copy) {
-  takeOwnMounts();
-  std::ifstream accounts("/etc/passwd");
-  std::ofstream others(copy);
-  for (std::string line; std::getline(accounts, line);) {
-    if (line.rfind("zvadmin:", 0) != 0) others << line << "\n";
-  }
-  others.close();
-  needs(::mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0);
-}
-
-void addPigz() {
-  takeOwnMounts();
-  needs(::mount("none", "/usr/local/bin", "tmpfs", 0, nullptr) == 0);
-  std::ofstream("/usr/local/bin/pigz").close();
-}
-
-void removePigz() {
-  takeOwnMounts();
-  needs(::mount("none", "/usr/local/bin", "tmpfs", 0, nullptr) == 0);
-}
-
-/// Reads the file at debug level 1000 with its words going to standard error, and exits with `pigz`.
-[[noreturn]] void exitWithPigz(const std::string& file) {
-  needs(::dup2(STDERR_FILENO, STDOUT_FILENO) >= 0);
-  setDebugLevel(1000);
-  const Config config(file.c_str());
-  std::fflush(stdout);
-  ::_exit(config.pigz);
-}
-
 TEST_F(ConfigDeathTest, PigzNeedsItsProgramAndCompression) {
   const std::string both = fileWith("pigz=4\nbackup_gzip=1\n", "both.conf");
   const std::string alone = fileWith("pigz=4\n", "alone.conf");
   using Exits = testing::ExitedWithCode;
-  EXPECT_EXIT((addPigz(), exitWithPigz(both)), Exits(4), "");
-  EXPECT_EXIT((addPigz(), exitWithPigz(alone)), Exits(0),
+  EXPECT_EXIT(exitWithPigz(Pigz::installed, both), Exits(4), "");
+  EXPECT_EXIT(exitWithPigz(Pigz::installed, alone), Exits(0),
               "backup_gzip is disabled, but pigz is enabled.  Disabling pigz support.");
-  EXPECT_EXIT((removePigz(), exitWithPigz(both)), Exits(0),
+  EXPECT_EXIT(exitWithPigz(Pigz::missing, both), Exits(0),
               "Cannot find /usr/local/bin/pigz.  Disabling pigz support. .uid=[0-9]+");
 }
 
@@ -394,6 +366,3 @@ TEST_F(ConfigDeathTest, EndsTheProcessWhenAskedTo) {
   EXPECT_EXIT((hidePanelUser(accounts), config.readFile("", 1, 1)), exitsWithOne, "");
   EXPECT_EQ(config.readFile(conflict.c_str(), 0, 0), 1);
 }
-
-}  // namespace
-}  // namespace zvtaskq
