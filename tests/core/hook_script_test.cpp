@@ -1,0 +1,180 @@
+#include "core/hook_script.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "core/config_file.h"
+#include "core/identity.h"
+#include "support/fixtures.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+class Hook : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (realIds().user != 0) GTEST_SKIP() << "needs root";
+    ::chmod(folder_.path().c_str(), 0755);
+  }
+  HookAnswer run(const std::string& text, const std::vector<Variable>& variables = {}, int timeLimit = 20) {
+    writeText(script_, text);
+    ::chmod(script_.c_str(), 0700);
+    return executeIfExists(script_.c_str(), variables, timeLimit);
+  }
+
+  Folder folder_;
+  std::string script_ = folder_.path("hook.sh");
+};
+
+}  // namespace
+
+TEST_F(Hook, AnswersByStatusAndOutput) {
+  const struct {
+    const char* name;
+    const char* script;
+    const char* result;
+    const char* error;
+  } cases[] = {{"result", "#!/bin/sh\necho one; echo two\n", "one\ntwo", ""},
+               {"nothing", "#!/bin/sh\n", "", ""},
+               {"error", "#!/bin/sh\necho 'not today'; exit 1\n", "", "not today"},
+               {"error on standard error", "#!/bin/sh\necho 'not today' >&2; exit 1\n", "", "not today"},
+               {"silent error", "#!/bin/sh\nexit 3\n", "", "exit status 3"},
+               {"hangs", "#!/bin/sh\nsleep 60\n", "", "no answer within 1 seconds"},
+               {"no interpreter", "#!/no/such\n", "", "exit status 127"}};
+  const LogCapture logs;
+  for (const auto& c : cases) {
+    const HookAnswer answer = run(c.script, {}, *c.name == 'h' ? 1 : 20);
+    EXPECT_TRUE(answer.ran) << c.name;
+    EXPECT_EQ(answer.result, c.result) << c.name;
+    EXPECT_EQ(answer.error, c.error) << c.name;
+  }
+  const HookAnswer none = executeIfExists(folder_.path("none").c_str(), std::vector<Variable>{});
+  EXPECT_FALSE(none.ran);
+  EXPECT_FALSE(none.failed());
+}
+
+TEST_F(Hook, RunsAsRootWithItsVariables) {
+  ASSERT_TRUE(switchEffective(nobodyIds()));
+  ASSERT_TRUE(switchEffective(kRootIds));
+  ConfigFile request(nullptr);
+  request.setParam("username", "bob");
+  request.setParam("file", "/home/bob's \"x\"\t$(id)");
+  request.setParam("LD_PRELOAD", "/tmp/evil.so");
+  request.setParam("select-0", "odd");
+  writeText(script_, "#!/bin/sh\nid -u; echo \"$username,$file,$LD_PRELOAD\"; env | grep -c -e select -e LD_\n");
+  ::chmod(script_.c_str(), 0700);
+  ASSERT_TRUE(switchEffective(nobodyIds()));
+  const HookAnswer answer = executeIfExists(script_.c_str(), &request);
+  EXPECT_TRUE(effectiveIds() == nobodyIds());
+  ASSERT_TRUE(switchEffective(kRootIds));
+  // The count of 0 makes grep fail.
+  EXPECT_EQ(answer.error, "0\nbob,/home/bob's \"x\"\t$(id),\n0");
+}
+
+TEST(HookVariables, OnlyHarmlessNamesAreExported) {
+  constexpr const char* kHarmless[] = {"username", "reseller", "file", "error_result", "select0",
+                                       "_x",       "ONE",      "LOAD", "action",       "A1"};
+  for (const char* name : kHarmless) {
+    EXPECT_TRUE(isExportableName(name)) << name;
+  }
+  constexpr const char* kObeyed[] = {"",
+                                     "PATH",
+                                     "LD_PRELOAD",
+                                     "LD_",
+                                     "BASH_ENV",
+                                     "BASH_FUNC_ls",
+                                     "ENV",
+                                     "IFS",
+                                     "SHELLOPTS",
+                                     "PS4",
+                                     "GCONV_PATH",
+                                     "PYTHONPATH",
+                                     "PERL5LIB",
+                                     "PERLLIB",
+                                     "TAR_OPTIONS",
+                                     "GZIP",
+                                     "MALLOC_CHECK_",
+                                     "GLIBC_TUNABLES",
+                                     "HOME",
+                                     "LANG",
+                                     "1a",
+                                     "a b",
+                                     "a-b",
+                                     "a=b",
+                                     "a\n",
+                                     "\xc3\xa4",
+                                     "http_proxy",
+                                     "GIT_SSH_COMMAND",
+                                     "RSYNC_RSH",
+                                     "TMPDIR"};
+  for (const char* name : kObeyed) {
+    EXPECT_FALSE(isExportableName(name)) << name;
+  }
+  EXPECT_FALSE(isExportableName(std::string(200, 'a')));
+  EXPECT_FALSE(isExportableName(std::string_view("a\0b", 3)));
+
+  std::vector<std::string> environment;
+  addVariables(environment, {{"cut", std::string("a\0b", 3)}, {"big", std::string(300000, 'x')}, {"PATH", "x"}});
+  ASSERT_EQ(environment.size(), 2U);
+  EXPECT_EQ(environment[0], "cut=a");
+  EXPECT_EQ(environment[1].size(), 128U * 1024 - 1);
+  const LogCapture logs;
+  std::vector<Variable> many;
+  for (int i = 0; i < 20; ++i) many.emplace_back("v" + std::to_string(i), std::string(100000, 'x'));
+  environment.clear();
+  addVariables(environment, many);
+  EXPECT_EQ(environment.size(), 10U);
+  EXPECT_NE(logs.errors().find("leaving out v10 and all after it"), std::string::npos);
+}
+
+TEST_F(Hook, RefusesWhatOthersCouldHavePlanted) {
+  const std::string mark = folder_.path("mark");
+  const std::string body = "#!/bin/sh\ntouch " + mark + "\n";
+  const auto plain = [&] {
+    std::filesystem::remove(script_);
+    writeText(script_, body);
+    ::chmod(script_.c_str(), 0700);
+  };
+  const struct {
+    const char* name;
+    void (*change)(const std::string& script, const std::string& folder);
+  } cases[] = {
+      {"another's", [](const std::string& s, const std::string&) { static_cast<void>(::chown(s.c_str(), 65534, 0)); }},
+      {"writable by all", [](const std::string& s, const std::string&) { ::chmod(s.c_str(), 0777); }},
+      {"writable by a group",
+       [](const std::string& s, const std::string&) {
+         static_cast<void>(::chown(s.c_str(), 0, 65534));
+         ::chmod(s.c_str(), 0770);
+       }},
+      {"a link",
+       [](const std::string& s, const std::string&) {
+         ::rename(s.c_str(), (s + ".real").c_str());
+         static_cast<void>(::symlink((s + ".real").c_str(), s.c_str()));
+       }},
+      {"a folder",
+       [](const std::string& s, const std::string&) {
+         ::unlink(s.c_str());
+         ::mkdir(s.c_str(), 0755);
+       }},
+      {"in a folder of all", [](const std::string&, const std::string& f) { ::chmod(f.c_str(), 0777); }}};
+  for (const auto& c : cases) {
+    const LogCapture logs;
+    plain();
+    c.change(script_, folder_.path());
+    const HookAnswer answer = executeIfExists(script_.c_str(), std::vector<Variable>{});
+    EXPECT_TRUE(answer.failed()) << c.name;
+    EXPECT_FALSE(answer.ran) << c.name;
+    EXPECT_FALSE(exists(mark)) << c.name;
+    EXPECT_NE(logs.security().find("Refusing to run the script"), std::string::npos) << c.name;
+  }
+  ::chmod(folder_.path().c_str(), 0755);
+  plain();
+  EXPECT_TRUE(executeIfExists(script_.c_str(), std::vector<Variable>{}).ran);
+  EXPECT_TRUE(exists(mark));
+}
