@@ -1,0 +1,58 @@
+# shellcheck shell=bash
+# Building a preset of CMakePresets.json, and running its tests in the sandbox.
+. "$projectRoot/dev/lib/packages.sh"
+
+# buildPreset PRESET [TARGET...]: configures when that was never done and builds; below build/PRESET.
+buildPreset() {
+    local preset=$1 folder=$projectRoot/build/$1
+    shift
+    (
+        cd "$projectRoot" || exit 1
+        [[ -e $folder/build.ninja ]] || cmake --preset "$preset" >&2
+        cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"} >&2
+    )
+}
+
+# packagesIn LIST: the packages that a packages.list names, joined with ",".
+packagesIn() {
+    sed 's/#.*//' "$1" | xargs | tr ' ' ','
+}
+
+# suiteCount FILE ATTRIBUTE: a number from the head of a JUnit report.
+suiteCount() {
+    sed -n '/<testsuite/,/>/p' "$1" | grep -o "$2=\"[0-9]*\"" | head -1 | tr -dc 0-9
+}
+
+# printSkips FILE: each skipped test of a JUnit report, with what it said.
+printSkips() {
+    awk '/<testcase / { name = $0; sub(/.* name="/, "", name); sub(/".*/, "", name); skipped = 0 }
+         /<skipped|status="(disabled|notrun)"/ && !skipped { skipped = 1; print "SKIPPED " name }
+         /: Skipped$/ { getline; print "        " $0 }' "$1"
+}
+
+# runTests PRESET [CTEST-ARGUMENT...]: sets $passed, $failed and $skipped; where CI is true a skip is a failure.
+runTests() {
+    local folder=$projectRoot/build/$1 results=$projectRoot/build/$1/results packages
+    shift
+    rm -rf "$results"
+    packages=$(packagesIn "$projectRoot/tests/packages.list")
+    passed=0 failed=1 skipped=0
+    # The report decides, not the exit status: without one, or without a single test, something is wrong.
+    "$projectRoot/dev/sandbox" ${packages:+--with "$packages"} --out "$results" -- \
+        ctest --test-dir "$folder" --output-on-failure --no-tests=error --timeout 300 --parallel 2 \
+        --output-junit "$results/tests.xml" "$@" || true
+    [[ -s $results/tests.xml ]] || return 0
+    failed=$(suiteCount "$results/tests.xml" failures)
+    skipped=$(($(suiteCount "$results/tests.xml" skipped) + $(suiteCount "$results/tests.xml" disabled)))
+    passed=$(($(suiteCount "$results/tests.xml" tests) - failed - skipped))
+    ((skipped == 0)) || printSkips "$results/tests.xml"
+    [[ ${CI:-} != true ]] || failed=$((failed + skipped))
+    ((passed + failed + skipped > 0)) || failed=1
+}
+
+# finish PASSED FAILED: the last line of every script that counts, and its exit status.
+finish() {
+    printf '%d passed, %d failed\n' "$1" "$2"
+    (($2 == 0)) || exit 1
+    exit 0
+}
