@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <sstream>
 
 #include "core/config_file.h"
@@ -112,32 +113,23 @@ TEST_F(Hook, RefusesWhatOthersCouldHavePlanted) {
     writeText(script_, body);
     ::chmod(script_.c_str(), 0700);
   };
+  const std::string real = folder_.path("real");
   const struct {
     const char* name;
-    void (*change)(const std::string& script, const std::string& folder);
+    std::function<bool()> change;
   } cases[] = {
-      {"another's", [](const std::string& s, const std::string&) { static_cast<void>(::chown(s.c_str(), 65534, 0)); }},
-      {"writable by all", [](const std::string& s, const std::string&) { ::chmod(s.c_str(), 0777); }},
+      {"another's", [&] { return ::chown(script_.c_str(), 65534, 0) == 0; }},
+      {"writable by all", [&] { return ::chmod(script_.c_str(), 0777) == 0; }},
       {"writable by a group",
-       [](const std::string& s, const std::string&) {
-         static_cast<void>(::chown(s.c_str(), 0, 65534));
-         ::chmod(s.c_str(), 0770);
-       }},
+       [&] { return ::chown(script_.c_str(), 0, 65534) == 0 && ::chmod(script_.c_str(), 0770) == 0; }},
       {"a link",
-       [](const std::string& s, const std::string&) {
-         ::rename(s.c_str(), (s + ".real").c_str());
-         static_cast<void>(::symlink((s + ".real").c_str(), s.c_str()));
-       }},
-      {"a folder",
-       [](const std::string& s, const std::string&) {
-         ::unlink(s.c_str());
-         ::mkdir(s.c_str(), 0755);
-       }},
-      {"in a folder of all", [](const std::string&, const std::string& f) { ::chmod(f.c_str(), 0777); }}};
+       [&] { return ::rename(script_.c_str(), real.c_str()) == 0 && ::symlink(real.c_str(), script_.c_str()) == 0; }},
+      {"a folder", [&] { return ::unlink(script_.c_str()) == 0 && ::mkdir(script_.c_str(), 0755) == 0; }},
+      {"in a folder of all", [&] { return ::chmod(folder_.path().c_str(), 0777) == 0; }}};
   for (const auto& c : cases) {
     const LogCapture logs;
     plain();
-    c.change(script_, folder_.path());
+    ASSERT_TRUE(c.change()) << c.name;
     const HookAnswer answer = executeIfExists(script_.c_str(), std::vector<Variable>{});
     EXPECT_TRUE(answer.failed()) << c.name;
     EXPECT_FALSE(answer.ran) << c.name;
