@@ -49,6 +49,7 @@ class AsRootTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (realIds().user != 0) GTEST_SKIP() << "needs root";
+    ASSERT_TRUE(switchEffective(kRootIds));
   }
   Folder folder_;
   LogCapture logs_;

@@ -22,6 +22,7 @@ class Hook : public ::testing::Test {
  protected:
   void SetUp() override {
     if (realIds().user != 0) GTEST_SKIP() << "needs root";
+    ASSERT_TRUE(switchEffective(kRootIds));
     ::chmod(folder_.path().c_str(), 0755);
   }
   HookAnswer run(const std::string& text, const std::vector<Variable>& variables = {}, int timeLimit = 20) {
