@@ -102,7 +102,7 @@ int closeTheRest(int report) {
 
 /// Whoever started us may have left SIGCHLD ignored; children would then vanish without a status.
 void wantChildStatus() {
-  struct sigaction action{};
+  struct sigaction action {};
   if (::sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) ::signal(SIGCHLD, SIG_DFL);
 }
 
