@@ -28,7 +28,8 @@ struct ErrorName {
 };
 constexpr ErrorName kErrors[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},       {"EDQUOT", EDQUOT}, {"EPERM", EPERM},
                                  {"EACCES", EACCES}, {"EROFS", EROFS},   {"EMFILE", EMFILE}, {"EAGAIN", EAGAIN},
-                                 {"ENOLCK", ENOLCK}, {"EINVAL", EINVAL}, {"EXDEV", EXDEV},   {"ENOMEM", ENOMEM}};
+                                 {"ENOLCK", ENOLCK}, {"EINVAL", EINVAL}, {"EXDEV", EXDEV},   {"ENOMEM", ENOMEM},
+                                 {"ENOSYS", ENOSYS}};
 
 std::string_view nextField(std::string_view& text, char stop) {
   const std::size_t end = text.find(stop);

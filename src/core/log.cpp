@@ -69,8 +69,13 @@ std::string formatted(const char* format, va_list arguments) {
   return text;
 }
 
-/// One line of a message: line feeds at its end stay (they are the format's own), everything else is made harmless.
-std::string oneLine(const std::string& message) {
+/// One line of a message. Result texts keep their "<br>" and lose the line feed behind it; line feeds at the end of a
+/// format stay; everything else that could break the line is made harmless.
+std::string oneLine(std::string message) {
+  constexpr std::string_view resultEnd = "<br>\n";
+  for (std::size_t at = 0; (at = message.find(resultEnd, at)) != std::string::npos;) {
+    message.erase(at + resultEnd.size() - 1, 1);
+  }
   const std::size_t end = message.find_last_not_of('\n') + 1;
   return printable(std::string_view(message).substr(0, end)) + message.substr(end);
 }
@@ -209,6 +214,18 @@ void errorLogAndDebug(int level, const char* format, ...) {
   va_start(arguments, format);
   writeLog(kErrorLog, format, arguments);
   va_end(arguments);
+  va_start(arguments, format);
+  writeDebug(level, format, arguments);
+  va_end(arguments);
+}
+
+void refusalLog(int level, const char* format, ...) {
+  va_list arguments;
+  for (const LogKind* kind : {&kSecurityLog, &kErrorLog}) {
+    va_start(arguments, format);
+    writeLog(*kind, format, arguments);
+    va_end(arguments);
+  }
   va_start(arguments, format);
   writeDebug(level, format, arguments);
   va_end(arguments);

@@ -57,6 +57,8 @@ class Log {
 [[gnu::format(printf, 2, 3)]] void debug(int level, const char* format, ...);
 /// The same message as an error-log line and as debug output.
 [[gnu::format(printf, 2, 3)]] void errorLogAndDebug(int level, const char* format, ...);
+/// The same message as an error-log line, a security-log line and debug output: an attack that was refused.
+[[gnu::format(printf, 2, 3)]] void refusalLog(int level, const char* format, ...);
 /// The debug level, 0 when debugging is off.
 int isDebug();
 void setDebugLevel(int level);

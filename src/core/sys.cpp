@@ -1,6 +1,8 @@
 #include "core/sys.h"
 
+#include <linux/openat2.h>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -59,6 +61,15 @@ int openat(int directory, const char* path, int flags, mode_t mode) {
   return retried([&] { return ::openat(directory, path, flags | kAlways, mode); });
 }
 
+int openBeneath(int directory, const char* path, int flags, mode_t mode) {
+  if (failPoint("openat2")) return -1;
+  open_how how{};
+  how.flags = static_cast<unsigned>(flags | kAlways);
+  if ((flags & O_CREAT) != 0) how.mode = mode;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  return static_cast<int>(retried([&] { return ::syscall(SYS_openat2, directory, path, &how, sizeof how); }));
+}
+
 ssize_t read(int fd, void* into, std::size_t room) {
   if (failPoint("read")) return -1;
   return retried([&] { return ::read(fd, into, room); });
@@ -115,6 +126,11 @@ int chmodNoFollow(int directory, const char* path, mode_t mode) {
 int chownNoFollow(int directory, const char* path, uid_t user, gid_t group) {
   if (failPoint("chown")) return -1;
   return ::fchownat(directory, path, user, group, AT_SYMLINK_NOFOLLOW);
+}
+
+int chownPinned(int fd, uid_t user, gid_t group) {
+  if (failPoint("chown")) return -1;
+  return ::fchownat(fd, "", user, group, AT_EMPTY_PATH);
 }
 
 int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) {

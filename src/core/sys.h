@@ -39,6 +39,9 @@ namespace sys {
 /// Always with O_CLOEXEC and O_NOCTTY.
 int open(const char* path, int flags, mode_t mode = 0);
 int openat(int directory, const char* path, int flags, mode_t mode = 0);
+/// `openat` that neither crosses a symbolic link anywhere in `path` nor leaves `directory`. -1 with ENOSYS on kernels
+/// that have no such call.
+int openBeneath(int directory, const char* path, int flags, mode_t mode = 0);
 ssize_t read(int fd, void* into, std::size_t room);
 /// Writes all of `text`, however many calls it takes. Returns the bytes written, fewer than asked only on an error.
 std::size_t writeAll(int fd, std::string_view text);
@@ -50,6 +53,8 @@ int fchown(int fd, uid_t user, gid_t group);
 int chmodNoFollow(int directory, const char* path, mode_t mode);
 /// The owner of what `path` itself is, never of a link's target.
 int chownNoFollow(int directory, const char* path, uid_t user, gid_t group);
+/// The owner of the very file that a descriptor stands for, one opened with O_PATH included.
+int chownPinned(int fd, uid_t user, gid_t group);
 int renameat(int fromDirectory, const char* from, int toDirectory, const char* to);
 int rename(const char* from, const char* to);
 int unlinkat(int directory, const char* path, int flags);

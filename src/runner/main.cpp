@@ -1,1 +1,12 @@
-int main() { return 0; }
+// The task-queue runner: one start, one run of the queues, one exit.
+#include "core/config.h"
+#include "core/log.h"
+#include "runner/startup.h"
+
+namespace {
+// In this order: what the configuration has to say while it is read goes out without a time stamp.
+zvtaskq::Config conf("/usr/local/zorvane/conf/zorvane.conf");
+zvtaskq::Log log;
+}  // namespace
+
+int main(int argumentCount, char** arguments) { return zvtaskq::runProgram(argumentCount, arguments, conf); }

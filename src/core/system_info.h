@@ -1,0 +1,23 @@
+// What this machine says about itself. What asks a program or the network does so under a time limit; all work under
+// any identity and leave it.
+#pragma once
+
+#include <string>
+
+namespace zvtaskq {
+
+/// The command that is asked for the host name, as messages show it.
+inline constexpr const char* kHostNameCommand = "/bin/hostname --fqdn";
+
+/// What `kHostNameCommand` prints, up to its first line feed, at most 512 bytes; empty when it prints nothing, cannot
+/// be run or takes longer than 10 seconds.
+std::string getHostName();
+
+/// The first IPv4 address that `host` resolves to, empty when it resolves to none within 15 seconds. Anything but a
+/// host name or an address is not asked for.
+std::string resolveIPv4(const char* host);
+
+/// The load averages of the last 1, 5 and 15 minutes. 0, with nothing set, when they cannot be read.
+[[nodiscard]] int getLoadAverage(double& one, double& five, double& fifteen);
+
+}  // namespace zvtaskq

@@ -1,0 +1,10 @@
+#include "notify/operations.h"
+
+namespace zvtaskq {
+
+NotifyOperations& notifyOperations() {
+  static NotifyOperations operations;
+  return operations;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,21 @@
+// The command line.
+#pragma once
+
+namespace zvtaskq {
+
+class Config;
+
+struct Options {
+  /// Set by any argument that begins with "d": the standard streams stay where they are.
+  int dodebug = 0;
+};
+
+/// Handles the arguments from left to right. Help, an unknown dash option and a configuration that cannot be read end
+/// the process with status 0, in the documented words on standard output.
+Options parseArguments(int count, char** arguments, Config& conf);
+
+/// One argument that begins with a dash: "--config=<path>" reads another configuration, "--custombuild" restricts the
+/// run to the custom-build queue. An empty option does nothing.
+void setup_dash_options(const char* option, Config& conf);
+
+}  // namespace zvtaskq

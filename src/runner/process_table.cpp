@@ -1,0 +1,76 @@
+#include "runner/process_table.h"
+
+#include <dirent.h>
+
+#include <cctype>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "core/config_file.h"
+#include "core/list_file.h"
+#include "core/log.h"
+#include "core/privileges.h"
+#include "core/sys.h"
+#include "core/text.h"
+
+namespace zvtaskq {
+
+namespace {
+
+/// Enough of a process's status for its first line.
+constexpr std::size_t kStatusRead = 256;
+constexpr std::string_view kNameLabel = "Name:\t";
+
+bool isProcess(const dirent& entry) {
+  const bool folder = entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN;
+  return folder && std::isdigit(static_cast<unsigned char>(entry.d_name[0])) != 0;
+}
+
+/// The name in the first line of a process's status: its first word, as it always was read. Empty when the process is
+/// gone.
+std::string_view nameOf(int proc, const char* pid, char (&buffer)[kStatusRead]) {
+  const Descriptor status(sys::openat(proc, joined(pid, "/status").c_str(), O_RDONLY));
+  const ssize_t got = status ? sys::read(status.get(), buffer, sizeof buffer) : 0;
+  if (got <= 0) return {};
+  std::string_view text(buffer, static_cast<std::size_t>(got));
+  if (!text.starts_with(kNameLabel)) return {};
+  text.remove_prefix(kNameLabel.size());
+  return text.substr(0, text.find_first_of(" \t\n"));
+}
+
+}  // namespace
+
+int getProcessList(ConfigFile& record) {
+  const AsRoot root;
+  const std::unique_ptr<DIR, int (*)(DIR*)> proc(::opendir("/proc"), ::closedir);
+  if (!proc) {
+    errorLog("Running: Error opening /proc directory");
+    return 1;
+  }
+  char buffer[kStatusRead];
+  std::string name, pids;
+  while (const dirent* entry = ::readdir(proc.get())) {
+    if (!isProcess(*entry)) continue;
+    name = nameOf(::dirfd(proc.get()), entry->d_name, buffer);
+    if (name.empty()) continue;
+    const char* before = record.getValue(name.c_str());
+    pids = joined(before, entry->d_name, " ");
+    record.setParam(name.c_str(), pids.c_str());
+  }
+  return 1;
+}
+
+int getRunningList(ListFile& list) {
+  ConfigFile processes(nullptr);
+  if (!getProcessList(processes)) return 0;
+  list.fill_name(&processes);
+  return 1;
+}
+
+int running(const char* service) {
+  ListFile list(nullptr);
+  return getRunningList(list) && list.existElement(service) ? 1 : 0;
+}
+
+}  // namespace zvtaskq

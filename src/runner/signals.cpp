@@ -1,0 +1,104 @@
+#include "runner/signals.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+#include "account/account_record.h"
+#include "backup/operations.h"
+#include "core/log.h"
+#include "core/privileges.h"
+#include "core/safe_point.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kSegfaultStatus = 666;
+constexpr int kRecursiveSegfaultStatus = 665;
+
+volatile std::sig_atomic_t reportWanted = 0;
+volatile std::sig_atomic_t instructionsWanted = 0;
+int alreadySegFault = 0;
+std::time_t startedAt = 0;
+
+void note(int number) {
+  if (number == SIGUSR1) reportWanted = 1;
+  if (number == SIGUSR2) instructionsWanted = 1;
+}
+
+void answerNotedSignals() {
+  if (reportWanted) {
+    reportWanted = 0;
+    handleSignal(SIGUSR1);
+  }
+  if (instructionsWanted) {
+    instructionsWanted = 0;
+    handleSignal(SIGUSR2);
+  }
+}
+
+/// Reads what another program wants of this run and does it. Instructions older than this process were meant for one
+/// that had the same id before.
+void process_new_instruction() {
+  const std::string path = adminFile(joined("task_queue_processes/", std::to_string(::getpid()), "/instructions").c_str());
+  ConfigFile instructions(path.c_str());
+  instructions.setUser(kPanelUser);
+  if (!instructions.readFile()) {
+    errorLogAndDebug(100, "process_new_instruction: Unable to read %s: %s", path.c_str(), instructions.result.orEmpty());
+    return;
+  }
+  if (instructions.readMtime < startedAt) return;
+  if (!instructions.isValue("action", "stop") || !instructions.isValue("value", "backup")) return;
+  backupOperations().haltBackups();
+  reportUnavailable("USR2 signal");
+}
+
+[[noreturn]] void dieOfSegfault() {
+  if (alreadySegFault) {
+    errorLog("*** Recursive Segfault!!! *** %s", get_program_location());
+    std::exit(kRecursiveSegfaultStatus);
+  }
+  alreadySegFault = 1;
+  errorLog("*** Segfault!!! *** %s", get_program_location());
+  std::exit(kSegfaultStatus);
+}
+
+}  // namespace
+
+void installSignalHandlers() {
+  startedAt = std::time(nullptr);
+  setSafePointAction(answerNotedSignals);
+  struct sigaction action{};
+  ::sigemptyset(&action.sa_mask);
+  // Not restarted: a wait or a sleep that is interrupted is a safe point, and every other call is retried by its wrapper.
+  action.sa_handler = note;
+  ::sigaction(SIGUSR1, &action, nullptr);
+  ::sigaction(SIGUSR2, &action, nullptr);
+  action.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &action, nullptr);
+}
+
+void handleSignal(int number) {
+  const KeepPrivileges keep;
+  const int pid = static_cast<int>(::getpid());
+  switch (number) {
+    case SIGUSR1:
+      errorLog("Zvtaskq [%d] USR1 signal: Currently processing: %s", pid, get_program_location());
+      break;
+    case SIGUSR2:
+      errorLog("Zvtaskq [%d] USR2 signal: New Instructions. Currently processing: %s", pid, get_program_location());
+      process_new_instruction();
+      break;
+    case SIGSEGV:
+      dieOfSegfault();
+    default:
+      errorLog("Zvtaskq [%d] Bad Signal %d\n", pid, number);
+      break;
+  }
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,10 @@
+#include "services/operations.h"
+
+namespace zvtaskq {
+
+ServiceOperations& serviceOperations() {
+  static ServiceOperations operations;
+  return operations;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,116 @@
+"""A panel around the installed program: queue lines in, files and logs out.
+
+Everything here works in the sandbox only, on real paths: the tests of one process have the panel to themselves.
+"""
+import glob
+import os
+import pwd
+import shutil
+import subprocess
+import unittest
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+BUILD = os.environ.get("ZVTASKQ_TEST_BUILD", os.path.join(ROOT, "build", "dev"))
+PANEL = "/usr/local/zorvane"
+PROGRAM = PANEL + "/zvtaskq"
+CONF = PANEL + "/conf/zorvane.conf"
+ADMIN = PANEL + "/data/admin"
+QUEUE = PANEL + "/data/task.queue"
+MAIL_QUEUE = "/etc/virtual/mail_task.queue"
+LOGS = "/var/log/zorvane"
+LOST = ADMIN + "/task_queue_lost"
+
+
+def shell(command, **more):
+    return subprocess.run(["bash", "-c", command], cwd=ROOT, check=True, **more)
+
+
+def panel_do(*words):
+    subprocess.run(["bash", "dev/lib/panel.sh", *words], cwd=ROOT, check=True)
+
+
+def text(path):
+    try:
+        with open(path, encoding="latin-1") as file:
+            return file.read()
+    except FileNotFoundError:
+        return ""
+
+
+def write(path, content, user=None, mode=None):
+    with open(path, "w", encoding="latin-1") as file:
+        file.write(content)
+    if user:
+        entry = pwd.getpwnam(user)
+        os.chown(path, entry.pw_uid, entry.pw_gid)
+    if mode is not None:
+        os.chmod(path, mode)
+
+
+def settings(**values):
+    """Sets keys of zorvane.conf; None takes a key out."""
+    lines = [line for line in text(CONF).splitlines() if line.split("=")[0] not in values]
+    lines += ["%s=%s" % pair for pair in values.items() if pair[1] is not None]
+    write(CONF, "\n".join(lines) + "\n", "zvadmin", 0o600)
+
+
+def lost_files():
+    return sorted(glob.glob(LOST + "/*"))
+
+
+INIT_SCRIPT = """#!/bin/sh
+### BEGIN INIT INFO
+# Provides: {name}
+### END INIT INFO
+echo "{name} $1" >> {calls}
+case "$1" in
+  start|restart) {start} ;;
+  stop) [ ! -e {pid} ] || kill "$(cat {pid})"; rm -f {pid} ;;
+esac
+exit {status}
+"""
+
+
+class PanelTest(unittest.TestCase):
+    calls = "/var/log/service.calls"
+
+    def setUp(self):
+        shell("rm -rf %s %s /etc/virtual %s /run/zvtaskq.pid; : > %s" % (PANEL, LOGS, self.calls, self.calls))
+        panel_do("layPanel", BUILD)
+
+    def service(self, name, comes_up=True, status=0):
+        """A real init script; its process is a sleep under the service's name."""
+        pid = "/run/%s.testpid" % name
+        program = "/usr/local/sbin/" + name
+        shutil.copy("/bin/sleep", program)
+        start = "[ -e {pid} ] || {{ {program} 600 >/dev/null 2>&1 & echo $! > {pid}; }}".format(pid=pid, program=program)
+        write("/etc/init.d/" + name, INIT_SCRIPT.format(name=name, calls=self.calls, pid=pid, status=status,
+                                                        start=start if comes_up else ":"), mode=0o755)
+        self.addCleanup(shell, "/etc/init.d/{0} stop; rm -f /etc/init.d/{0} {1}".format(name, program))
+
+    def service_calls(self):
+        return text(self.calls).split("\n")[:-1]
+
+    def queue(self, *lines, path=QUEUE):
+        with open(path, "a", encoding="latin-1") as file:
+            file.write("".join(line + "\n" for line in lines))
+
+    def run_program(self, *arguments, env=None, before="", status=0):
+        """Runs the installed program and returns what it printed."""
+        outcome = subprocess.run(["bash", "-c", before + 'exec "$0" "$@"', PROGRAM, *arguments], capture_output=True,
+                                 encoding="latin-1", stdin=subprocess.DEVNULL, env={**os.environ, **(env or {})}, check=False)
+        if status is not None:
+            self.assertEqual(outcome.returncode, status, outcome.stdout + outcome.stderr)
+        return outcome.stdout
+
+    def log(self, name="errortaskq"):
+        return text("%s/%s.log" % (LOGS, name))
+
+    def assertLogged(self, wanted, name="errortaskq", times=None):
+        lines = [line.split(": ", 1)[-1] for line in self.log(name).split("\n")]
+        found = sum(wanted in line for line in lines)
+        self.assertTrue(found if times is None else found == times, "%r in %s.log:\n%s" % (wanted, name, self.log(name)))
+
+
+def main():
+    unittest.main(verbosity=1)

@@ -1,0 +1,168 @@
+"""Queue files and the action table."""
+import os
+
+import panel
+from panel import PanelTest, settings, text, write
+
+
+class Queue(PanelTest):
+    def test_reset_runs_first_and_once(self):
+        self.queue("action=rewrite&value=early", "action=reset&value=all", "value=%61ll&action=%72eset", "action=rewrite&value=late")
+        self.run_program()
+        lines = self.log()
+        self.assertLogged("Reset All has started", times=2)
+        self.assertLess(lines.index("Reset All has started"), lines.index("Unknown rewrite: early"))
+        self.assertLogged("Reset all command Received", "system", times=1)
+        self.assertLogged("Reset all command : done", "system", times=1)
+        self.assertEqual(text(panel.QUEUE), "action=tally&value=all\n" * 2)
+
+    def test_services_coalesce(self):
+        for name in ("named", "exim"):
+            self.service(name)
+        self.queue("action=named&value=reload", "action=exim&value=bogus", "action=named&value=restart", "action=rewrite&value=z",
+                   "action=named&value=reload")
+        self.run_program()
+        self.assertEqual(self.service_calls(), ["named restart"])
+        self.assertLogged("Invalid action in: action=exim&value=bogus")
+        self.assertLogged("named restarted", "system")
+        self.assertLess(self.log().index("Unknown rewrite: z"), self.log().index("Invalid action in"))
+
+    def test_service_verbs(self):
+        self.service("named")
+        self.service("php-fpm56")
+        self.service("exim", comes_up=False, status=3)
+        self.queue("action=php-fpm56&value=start", "action=named&value=start", "action=pure-ftpd&value=restart",
+                   "action=exim&value=start")
+        self.run_program()
+        self.queue("action=named&value=stop", "action=php-fpm56&value=stop")
+        self.run_program()
+        # What runs is left alone, what does not is given one restart, what was told to stop is not looked at.
+        self.assertEqual(self.service_calls(), ["php-fpm56 start", "exim start", "exim restart", "named start",
+                                                "php-fpm56 stop", "named stop"])
+        self.assertLogged("Error starting service exim : uid 0 gid 0 : /sbin/service exim start        >/dev/null 2>/dev/null"
+                          "                      : returned 3")
+        self.assertLogged("exim didn't start properly, re-starting")
+        self.assertLogged("named stoped", "system")
+
+    def test_web_server_takes_php_along(self):
+        for name in ("httpd", "php-fpm74"):
+            self.service(name)
+        self.queue("action=httpd&value=restart")
+        self.run_program()
+        self.queue("action=httpd&value=stop")
+        self.run_program()
+        self.assertEqual(self.service_calls(), ["httpd restart", "php-fpm74 graceful", "httpd stop", "php-fpm74 stop"])
+
+    def test_under_systemd(self):
+        panel.panel_do("recordSystemctl", self.calls)
+        settings(systemd=1)
+        self.queue("action=named&value=reload")
+        self.run_program()
+        # The recorder starts nothing, so the name server is found missing and restarted.
+        self.assertEqual(self.service_calls(), ["reload named.service", "restart named.service"])
+
+    def test_rewriting_of_follow_up_lines(self):
+        for rules, want in [
+            ({}, "action=httpd&value=restart\n"),
+            ({"graceful_restarts": 1}, "action=httpd&value=graceful\n"),
+            ({"graceful_restarts": 1, "systemd": 1}, "action=httpd&value=reload\n"),
+            ({"nginx": 1}, "action=nginx&value=reload\n"),
+            ({"litespeed": 1}, "action=litespeed&value=reload\n"),
+            ({"nginx_proxy": 1}, "action=nginx&value=reload\naction=httpd&value=restart\n"),
+        ]:
+            self.setUp()
+            settings(**rules)
+            self.queue("action=confirm&type=httpd.conf&value=x")
+            self.run_program()
+            self.assertEqual(text(panel.QUEUE), want, rules)
+            self.assertEqual(os.stat(panel.QUEUE).st_mode & 0o777, 0o600)
+
+    def test_messages_of_rows(self):
+        panel.panel_do("addAccount", "boss", "admin", "root", "boss.example")
+        panel.panel_do("addAccount", "bob", "user", "boss", "bob.example")
+        panel.panel_do("addAccount", "odd", "alien", "boss", "odd.example")
+        for line, want in [
+            ("value=x", "executeCommand:invalid action: value=x"),
+            ("action=tally&value=x", "executeCommand: can't figure out what to tally for 'action=tally&value=x'"),
+            ("action=vacation", "executeCommand: can't figure out what vacation message to do action=vacation"),
+            ("action=reset&value=x", "executeCommand: can't figure out what reset to do action=reset&value=x"),
+            ("action=update&value=x", "executeCommand: can't figure out what update to do action=update&value=x"),
+            ("action=backup&type=x", "type='x' is an unknown type for the backup action"),
+            ("action=restore&type=x", "type=x is an unknown type for the restore action"),
+            ("action=backup&type=user&value=ghost", "Cannot read data for user ghost : Unable to get Lock on file:"),
+            ("action=backup&type=user&value=../x", "Cannot read data for user ../x : Invalid user name"),
+            ("action=backup&type=reseller&owner=ghost", "Cannot read data for Reseller ghost : "),
+            ("action=restore&type=admin&owner=ghost", "Cannot read data for Admin ghost : "),
+            ("action=backup&type=sitebackup&value=odd", "SiteBackup: User odd has unknown user type! : "),
+            ("action=backup&type=sitebackup&value=bob&select0=database",
+             "*** WARNING:  A backup cron was created, that does not contain database_aware=yes"),
+            ("action=delete&value=account&requestedby=bob", "Account bob tried to delete some accounts, but does not have"),
+            ("action=delete&value=account&requestedby=boss", "Account boss tried to delete some accounts, but did not specify"),
+            ("action=delete&value=account&requestedby=boss&select0=bob&leave_dns=yes", "Invalid option: 'leave_dns=yes' -> Either"),
+            ("action=notify&value=admin&message=x", "Nofity Admin: subject is missing or empty"),
+            ("action=notify&value=admin&subject=x", "Nofity Admin: message is missing or empty"),
+            ("action=rewrite&value=x", "Unknown rewrite: x"),
+            ("action=rewrite&value=dkim", "dkim is not enabled. Enable dkim=1 if you want to use it."),
+            ("action=rewrite&value=secure_access_group", "Unable to rewrite secure_access_group.  It's not set"),
+            ("action=defaultspam&domain=x.example&username=bob", "x.example isn't in /usr/local/zorvane/data/users/bob/domains.list"),
+            ("action=sync&type=cluster&value=x.example&count=3", "cluster sync retry number 3 requested on x.example, but cannot find"),
+            ("action=sync&type=cluster&value=../../etc/shadow", "cluster sync retry number 0 requested on ../../etc/shadow"),
+            ("action=cleanreset&value=all", "Clean Reset All has finished"),
+            ("action=tally&value=all", "action=tally&value=all: not available in this build: "),
+        ]:
+            write(panel.LOGS + "/errortaskq.log", "", "zvadmin")
+            self.queue(line)
+            self.run_program()
+            self.assertLogged(want)
+        write(panel.LOGS + "/errortaskq.log", "", "zvadmin")
+        self.queue("action=foo", "action=ipswap")
+        self.run_program()
+        self.assertNotIn("foo", self.log())
+
+    def test_user_reset_queues_a_tally(self):
+        self.queue("action=reset&type=user&value=bob")
+        self.run_program()
+        self.assertEqual(text(panel.QUEUE), "action=tally&type=user&value=bob\n")
+
+    def test_mail_queue(self):
+        self.queue("x=1", "action=limit&username=bob", "action=nobody", path=panel.MAIL_QUEUE)
+        self.run_program()
+        self.assertLogged("execute_mail_commmand:invalid action: x=1")
+        self.assertLogged("action=limit&username=bob: not available in this build: ")
+        self.assertNotIn("nobody", self.log())
+        self.assertFalse(os.path.exists(panel.MAIL_QUEUE))
+
+    def test_nothing_in_a_line_forges_a_log_line(self):
+        self.queue("action=rewrite&value=x%0A2026:01:01-00:00:00: forged%1B%5B31m")
+        self.run_program()
+        self.assertLogged("Unknown rewrite: x\\x0A2026:01:01-00:00:00: forged\\x1B[31m")
+
+
+class Monitor(PanelTest):
+    def watch(self, **values):
+        write(panel.ADMIN + "/services.status", "".join("%s=%s\n" % pair for pair in sorted(values.items())), "zvadmin", 0o600)
+
+    def test_watch(self):
+        self.service("named")
+        self.service("exim", comes_up=False)
+        self.watch(named="on", exim="ON", sshd="OFF")
+        self.run_program()
+        self.assertEqual(self.service_calls(), ["exim start", "exim restart", "named start"])
+        self.assertLogged("service named wasn't running, starting it", times=1)
+        self.assertLogged("service exim didn't start, re-starting it", times=1)
+        self.assertNotIn("sshd", self.log())
+        self.run_program()
+        self.assertLogged("service named wasn't running, starting it", times=1)
+
+    def test_odd_names_and_missing_record(self):
+        write(panel.ADMIN + "/services.status", "a;touch /tmp/owned=ON\n-x=ON\n", "zvadmin", 0o600)
+        self.run_program()
+        self.assertFalse(os.path.exists("/tmp/owned"))
+        self.assertLogged("cannot be the name of a service", times=2)
+        os.unlink(panel.ADMIN + "/services.status")
+        self.run_program()
+        self.assertLogged("Unable to open %s/services.status" % panel.ADMIN)
+
+
+if __name__ == "__main__":
+    panel.main()

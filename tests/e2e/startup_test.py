@@ -1,0 +1,110 @@
+"""From the first argument to the exit status."""
+import os
+import subprocess
+import time
+
+import panel
+from panel import PanelTest, settings, shell, text, write
+
+
+class Startup(PanelTest):
+    def test_arguments(self):
+        usage = ("Usage:\n\t{0}\t\t\t\t\t\t:normal\n\t{0} d\t\t\t\t\t\t:debug level 10\n"
+                 "\t{0} d#\t\t\t\t\t\t:debug level # (eg, d20)\n\t{0} --config=/path/to/zorvane.conf\t\t:specify config\n"
+                 "\t{0} --custombuild\t\t\t:only scan the task.queue.cb. Skip all other tasks.\n").format(panel.PROGRAM)
+        other = "/tmp/other.conf"
+        write(other, text(panel.CONF), "zvadmin", 0o600)
+        for arguments, want in [
+            (["h"], usage), (["help", "-x"], usage), (["xyz", "", "h", "d"], usage),
+            (["-x"], "Invalid option: -x\n"), (["xyz", "-"], "Invalid option: -\n"),
+            (["--configure"], "Error reading new config: re\n"), (["--config"], "Error reading new config: \n"),
+            (["--config=/nowhere"], "Error reading new config: /nowhere\n"),
+            (["--config=%s" % other, "--config=/nowhere"], "Error reading new config: /nowhere\n"),
+        ]:
+            self.assertEqual(self.run_program(*arguments), want, arguments)
+        for arguments, level in [(["d"], 10), (["debug"], 10), (["d5x"], 10), (["d20"], 20), (["d0"], 0), (["d3", "d200"], 200)]:
+            shown = self.run_program(*arguments)
+            self.assertEqual("staring queue\n" in shown, level >= 20, arguments)
+            self.assertEqual("pidfile written\n" in shown, level >= 200, arguments)
+
+    def test_custom_build_takes_its_own_queue_alone(self):
+        self.queue("value=main")
+        self.queue("value=custom", path=panel.QUEUE + ".cb")
+        settings(taskqueuecb=panel.QUEUE + ".cb")
+        shown = self.run_program("d1000", "--custombuildfoo")
+        self.assertIn("Only processing %s.cb\n" % panel.QUEUE, self.run_program("d1000", "--custombuild"))
+        self.assertIn("done queue\n", shown)
+        self.assertLogged("executeCommand:invalid action: value=custom", times=1)
+        self.assertEqual(text(panel.QUEUE), "value=main\n")
+
+    def test_without_configuration(self):
+        os.unlink(panel.CONF)
+        shown = self.run_program()
+        self.assertIn("Unable to read config file. Check the file permissions\n", shown)
+        self.assertIn("Unable to read config file. Check to make sure that %s.lock doesn't exist.\n" % panel.CONF, shown)
+        write("/tmp/good.conf", "logdir=%s\nserverpath=%s\n" % (panel.LOGS, panel.PANEL), "zvadmin", 0o600)
+        self.assertIn("done queue", self.run_program("d20", "--config=/tmp/good.conf"))
+
+    def test_without_panel_user(self):
+        shell("cp -p /etc/passwd /etc/passwd.kept; sed -i /^zvadmin:/d /etc/passwd")
+        self.addCleanup(shell, "mv /etc/passwd.kept /etc/passwd")
+        self.assertIn("Unable to read config file.", self.run_program())
+
+    def test_not_root(self):
+        shell("chmod 711 %s/conf; chmod 644 %s" % (panel.PANEL, panel.CONF))
+        shown = subprocess.run(["setpriv", "--reuid=apache", "--clear-groups", panel.PROGRAM], capture_output=True,
+                               encoding="latin-1", check=False)
+        self.assertEqual((shown.returncode, "zvTaskQ must be run as root\n" in shown.stdout), (1, True), shown)
+
+    def test_pid_file(self):
+        seen = "/tmp/pid.seen"
+        self.queue("value=x")
+        for age, told in [(2690, 0), (2710, 1)]:
+            write("/run/zvtaskq.pid", "1\n")
+            os.utime("/run/zvtaskq.pid", (time.time() - age,) * 2)
+            self.run_program()
+            self.assertLogged("ZvTaskQ didn't remove its pid file when it last quit, removing it now...", times=told)
+            self.assertFalse(os.path.exists("/run/zvtaskq.pid"))
+        os.mkdir("/run/zvtaskq.pid")
+        self.addCleanup(lambda: os.path.isdir("/run/zvtaskq.pid") and os.rmdir("/run/zvtaskq.pid"))
+        shown = self.run_program(status=1)
+        self.assertIn("Cannot create the pid file: /var/run/zvtaskq.pid uid:0 gid:0 euid:0 egid:0 : Is a directory\n", shown)
+        self.assertLogged("Cannot create the pid file: /var/run/zvtaskq.pid uid:0 gid:0 euid:0 egid:0 Is a directory")
+        self.assertFalse(os.path.exists(seen))
+
+    def test_streams(self):
+        settings(pipe_log="/var/log/zorvane/pipe.log", process_list_debug="1")
+        write(panel.ADMIN + "/services.status", "absent=ON\n", "zvadmin", 0o600)
+        self.service("absent", comes_up=False)
+        self.assertEqual(self.run_program(), self.run_program_errors_alone())
+        piped = text("/var/log/zorvane/pipe.log")
+        self.assertIn("absent was found not to be running in the following list:\n\nlistType: 0\n", piped)
+        self.assertIn("'/bin/ps aux' output:\n\nUSER", piped)
+        settings(pipe_log="/nowhere/pipe.log")
+        self.run_program(status=1)
+        self.assertLogged("failed to open pipe log /nowhere/pipe.log: No such file or directory")
+
+    def run_program_errors_alone(self):
+        """What even a plain run prints: a limit that this machine does not let anybody raise."""
+        return "Error with setrlimit: Operation not permitted\n" if "setrlimit" in self.log() else ""
+
+    def test_nothing_from_outside_matters(self):
+        report = "/tmp/child.report"
+        write("/etc/init.d/sshd", "#!/bin/sh\n{ env; umask; ulimit -c; ls -l /proc/$$/fd; cat /proc/$$/status; } > %s 2>&1\n"
+              % report, mode=0o755)
+        self.addCleanup(os.unlink, "/etc/init.d/sshd")
+        self.queue("action=sshd&value=stop")
+        evil = {"LD_PRELOAD_X": "/tmp/x.so", "BASH_ENV": "/tmp/x", "IFS": "x", "TAR_OPTIONS": "--x", "SECRET": "s"}
+        self.run_program(env=evil, before="umask 0; trap '' TERM USR1; exec 7</etc/shadow; ulimit -c unlimited 2>/dev/null;")
+        seen = text(report)
+        for name in evil:
+            self.assertNotIn(name + "=", seen)
+        self.assertIn("\n0077\n0\n", seen)
+        self.assertNotIn("shadow", seen)
+        self.assertIn("SigIgn:\t0000000000000000", seen)
+        self.assertIn("Groups:\t \n", seen)
+        self.assertEqual(os.stat(panel.LOGS + "/errortaskq.log").st_mode & 0o777 if self.log() else 0o600, 0o600)
+
+
+if __name__ == "__main__":
+    panel.main()
