@@ -13,6 +13,7 @@
 #include "core/safe_point.h"
 #include "runner/handover_lock.h"
 #include "runner/lost_lines.h"
+#include "runner/retired_queue.h"
 
 namespace zvtaskq {
 
@@ -38,8 +39,10 @@ QueueFile::QueueFile(const char* path) : path_(path == nullptr ? "" : path), tem
 QueueFile::Taken QueueFile::take() {
   const FailScope scope("queue");
   setRootPriv();
+  if (path_.empty()) return Taken::absent;
+  revisitRetired(path_);
   struct stat what{};
-  if (path_.empty() || sys::lstat(path_.c_str(), what) != 0) return Taken::absent;
+  if (sys::lstat(path_.c_str(), what) != 0) return Taken::absent;
   const bool taken = moveAside();
   const int error = errno;
   setNoPriv();
@@ -61,7 +64,11 @@ bool QueueFile::moveAside() {
     return false;
   }
   if (sys::rename(path_.c_str(), temporary_.c_str()) != 0) return false;
-  if (openTaken()) waitForWriters();
+  if (!openTaken()) return true;
+  // A writer may hold a lock of its own on the file for as long as it writes.
+  const bool marked = sys::flockNow(file_.get(), LOCK_EX) == 0;
+  waitForWriters();
+  if (!marked) static_cast<void>(sys::flockNow(file_.get(), LOCK_EX));
   return true;
 }
 
@@ -74,7 +81,6 @@ bool QueueFile::openTaken() {
     file_.reset();
     return false;
   }
-  static_cast<void>(sys::flockNow(file_.get(), LOCK_EX));
   reader_ = std::make_unique<LineReader>(file_.get());
   return true;
 }
@@ -143,7 +149,7 @@ void QueueFile::finish() {
     static_cast<void>(keepAside(name.c_str(), "could not be read"));
   } else if (reader_->unfinished() > 0) {
     static_cast<void>(keepAside(name.c_str(), "its last line is not finished and was not carried out, the others were"));
-  } else if (sys::unlink(name.c_str()) != 0) {
+  } else if (!retireQueueFile(path_, name.c_str(), reader_->consumed()) && sys::unlink(name.c_str()) != 0) {
     errorLog("Error removing tmp Q file");
   }
 }
