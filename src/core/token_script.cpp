@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t kNameLength = 24;
 constexpr std::size_t kLongestOutput = 16UL << 20;
-constexpr std::string_view kShell = "/bin/sh";
+constexpr const char* kShell = "/bin/sh";
 
 /// The script as a file of the identity of the moment, for as long as it lives.
 class ScriptFile {
@@ -65,12 +65,10 @@ struct Interpreter {
 
 /// The "#!" line as the kernel reads it: a program, and the rest of the line as one argument.
 Interpreter interpreterOf(std::string_view script) {
-  Interpreter found;
   const std::string_view line = script.starts_with("#!") ? trimmed(script.substr(2, script.find('\n') - 2)) : "";
+  if (!line.starts_with('/')) return {kShell, ""};
   const std::size_t end = std::min(line.find_first_of(" \t"), line.size());
-  found.program = line.starts_with('/') ? line.substr(0, end) : kShell;
-  if (line.starts_with('/')) found.argument = trimmed(line.substr(end));
-  return found;
+  return {std::string(line.substr(0, end)), std::string(trimmed(line.substr(end)))};
 }
 
 /// Whom a script runs as; `kUnknownId` twice for an unknown user.
@@ -88,7 +86,7 @@ ChildPlan childFor(const ScriptPlan& script, const std::string& path, Ids ids) {
   plan.arguments.push_back(path);
   plan.identity = ids;
   plan.variables = variablesOf(script.variables);
-  plan.workingDirectory = "/";
+  plan.workingDirectory = std::string("/");
   plan.errors = script.withErrors ? ChildPlan::Stream::collect : ChildPlan::Stream::discard;
   plan.outputLimit = kLongestOutput;
   plan.timeLimit = script.timeLimit;

@@ -15,6 +15,7 @@
 #include "core/privileges.h"
 #include "core/sys.h"
 #include "core/system_layer.h"
+#include "notify/notices.h"
 #include "runner/options.h"
 #include "runner/pid_file.h"
 #include "runner/run.h"
@@ -54,6 +55,11 @@ void handOver(Config& conf) {
   useConfiguration(&conf);
   runFlags.services = kSystemServices;
   conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+}
+
+/// What each room of this build does for the others.
+void wireRooms() {
+  provideNotices();
 }
 
 bool isRoot() {
@@ -117,6 +123,7 @@ int runProgram(int argumentCount, char** arguments, Config& conf) {
     return 0;
   }
   handOver(conf);
+  wireRooms();
   if (!isRoot()) return 1;
   enterPanel(conf);
   raiseFileLimit();
