@@ -31,7 +31,8 @@ TEST(LockFile, SaysWhyItCannotBeHad) {
     std::string want;
   } cases[] = {{"", "empty file_name"},
                {"x", "short file_name"},
-               {folder.path("absent/file"), "open error for " + folder.path("absent/file.lock") + ": No such file or directory<br>\n"}};
+               {folder.path("absent/file"),
+                "open error for " + folder.path("absent/file.lock") + ": No such file or directory<br>\n"}};
   for (const auto& c : cases) {
     std::string why;
     EXPECT_EQ(takeWithAge(c.path, 60, why), 0);
@@ -85,8 +86,8 @@ TEST(LockFile, HasOneHolderAtATime) {
   struct Shared {
     std::atomic<int> inside, taken, collisions;
   };
-  auto* shared = static_cast<Shared*>(
-      ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  auto* shared =
+      static_cast<Shared*>(::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   for (int i = 0; i < 50; ++i) {
     if (::fork() != 0) continue;
     FileLock lock;

@@ -40,10 +40,12 @@ TEST(Log, FallsBackToStandardOutput) {
     const char* want;
   } cases[] = {
       {0, "sys\n"},
-      {1, "Error opening /nowhere/e: No such file or directory\nError opening /nowhere/s: No such file or directory\nsys\n"
-          "Error opening /nowhere/x: No such file or directory\n"},
-      {10, "Error opening /nowhere/e: No such file or directory\nerr\nError opening /nowhere/s: No such file or directory\n"
-           "sys\nError opening /nowhere/x: No such file or directory\n"},
+      {1,
+       "Error opening /nowhere/e: No such file or directory\nError opening /nowhere/s: No such file or directory\nsys\n"
+       "Error opening /nowhere/x: No such file or directory\n"},
+      {10,
+       "Error opening /nowhere/e: No such file or directory\nerr\nError opening /nowhere/s: No such file or directory\n"
+       "sys\nError opening /nowhere/x: No such file or directory\n"},
   };
   for (const auto& c : cases) {
     setDebugLevel(c.level);
@@ -75,7 +77,8 @@ TEST(Text, OrdersAndEdits) {
   const struct {
     const char *a, *b;
     int want;
-  } cases[] = {{"a", "b", -1}, {"a", "ab", -1}, {"", "a", 1}, {nullptr, "a", 1}, {nullptr, "", 0}, {"\xff", "a", -1}, {"x", "x", 0}};
+  } cases[] = {{"a", "b", -1},   {"a", "ab", -1},   {"", "a", 1}, {nullptr, "a", 1},
+               {nullptr, "", 0}, {"\xff", "a", -1}, {"x", "x", 0}};
   for (const auto& c : cases) {
     EXPECT_EQ(strcomp(c.a, c.b), c.want);
     EXPECT_EQ(strcomp(c.b, c.a), -c.want);
