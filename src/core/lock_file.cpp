@@ -19,6 +19,7 @@ namespace {
 
 constexpr int kTries = 200;
 constexpr useconds_t kPause = 10'000;
+constexpr std::size_t kLongestCaller = 700;
 bool lockDebug = false;
 
 void setReason(char* reason, const std::string& text) {
@@ -62,15 +63,14 @@ void breakIfStale(const std::string& path, int maximumAge) {
   static_cast<void>(sys::unlink(path.c_str()));
 }
 
+/// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
 void writeCaller(int fd, const char* path, const char* caller) {
-  char line[768];
-  const int length = std::snprintf(line, sizeof line, "%d=time=%lld&caller_location=%s\n", static_cast<int>(::getpid()),
-                                   static_cast<long long>(std::time(nullptr)), caller == nullptr ? "" : caller);
-  const std::size_t size = static_cast<std::size_t>(length) < sizeof line ? static_cast<std::size_t>(length) : sizeof line - 1;
-  if (sys::writeAll(fd, {line, size}) < size) {
-    errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
-             std::strerror(errno));
-  }
+  const std::string who = printable(text_detail::part(caller)).substr(0, kLongestCaller);
+  const std::string line = joined(std::to_string(::getpid()), "=time=", std::to_string(std::time(nullptr)),
+                                  "&caller_location=", who, "\n");
+  if (sys::writeAll(fd, line) == line.size()) return;
+  errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
+           std::strerror(errno));
 }
 
 void markAttempt(const char* path, const char* caller, const char* stage) {
