@@ -116,9 +116,8 @@ void ListFile::settle() const {
 void ListFile::sortLines() {
   if (lines_ == nullptr) return;
   if (listType == kTextType) {
-    const auto lineAt = [this](std::size_t i) { return lines_[i].view(); };
-    auto order = sortedOrder(static_cast<std::size_t>(used_), lineAt, [](std::uint32_t, std::uint32_t) { return 0; });
-    applyOrder(lines_, order);
+    const auto viewOf = [](const Line& line) { return line.view(); };
+    static_cast<void>(sortByText(lines_, static_cast<std::size_t>(used_), viewOf, [](const Line&, const Line&) { return 0; }));
   } else if (listType == kIpv4Type || listType == kIpv6Type) {
     sortAddresses();
   }
