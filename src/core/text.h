@@ -130,10 +130,18 @@ class Text {
 };
 
 namespace text_detail {
-inline std::string_view part(const char* text) { return text == nullptr ? std::string_view() : std::string_view(text); }
-inline std::string_view part(std::string_view text) { return text; }
-inline std::string_view part(const std::string& text) { return text; }
-inline std::string_view part(const Text& text) { return text.view(); }
+inline std::string_view part(const char* text) {
+  return text == nullptr ? std::string_view() : std::string_view(text);
+}
+inline std::string_view part(std::string_view text) {
+  return text;
+}
+inline std::string_view part(const std::string& text) {
+  return text;
+}
+inline std::string_view part(const Text& text) {
+  return text.view();
+}
 }  // namespace text_detail
 
 /// All parts (texts, nulls counting as empty) as one string.
