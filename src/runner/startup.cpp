@@ -15,12 +15,14 @@
 #include "core/privileges.h"
 #include "core/sys.h"
 #include "core/system_layer.h"
+#include "mail/mail_upkeep.h"
 #include "runner/options.h"
 #include "runner/pid_file.h"
 #include "runner/run.h"
 #include "runner/run_flags.h"
 #include "runner/services_table.h"
 #include "runner/signals.h"
+#include "tally/server_checks.h"
 
 namespace zvtaskq {
 
@@ -54,6 +56,12 @@ void handOver(Config& conf) {
   useConfiguration(&conf);
   runFlags.services = kSystemServices;
   conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+}
+
+/// What the rooms of this build offer to those that do not see them.
+void wireRooms() {
+  provideServerChecks();
+  provideMailUpkeep();
 }
 
 bool isRoot() {
@@ -117,6 +125,7 @@ int runProgram(int argumentCount, char** arguments, Config& conf) {
     return 0;
   }
   handOver(conf);
+  wireRooms();
   if (!isRoot()) return 1;
   enterPanel(conf);
   raiseFileLimit();
