@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "core/fail_point.h"
 #include "core/list_file.h"
 #include "core/log.h"
 #include "core/privileges.h"
@@ -35,6 +36,7 @@ int Email::tellFailure(const char* what, const std::string& file, const char* do
 void Email::moveText(const char* mailbox, const char* domain, const char* from, const char* to) const {
   if (isDemo() || !isMailName(mailbox) || !isMailName(domain)) return;
   const AsUser mail(kMailUser);
+  const FailScope scope("vacation");
   const Descriptor folder = openReplies(domain);
   if (!folder) {
     if (errno != ENOENT) tellFailure("open", "reply", domain);
@@ -63,6 +65,7 @@ int Email::disableVacation(const char* mailbox, const char* domain) const {
 
 int Email::deleteTexts(const ListFile& mailboxes, const char* domain) const {
   const AsUser mail(kMailUser);
+  const FailScope scope("vacation");
   const Descriptor folder = openReplies(domain);
   if (!folder) return errno == ENOENT ? 1 : tellFailure("open", "reply", domain);
   int deleted = 1;
