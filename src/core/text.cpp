@@ -108,6 +108,12 @@ const char* trim(const char* text) {
   return text;
 }
 
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t\r");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
+}
+
 void trim_end(char* text) {
   if (text == nullptr) return;
   char* end = text + std::strlen(text);

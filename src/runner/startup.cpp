@@ -16,6 +16,7 @@
 #include "core/sys.h"
 #include "core/system_layer.h"
 #include "mail/mail_upkeep.h"
+#include "notify/notices.h"
 #include "runner/options.h"
 #include "runner/pid_file.h"
 #include "runner/run.h"
@@ -58,8 +59,9 @@ void handOver(Config& conf) {
   conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
 }
 
-/// What the rooms of this build offer to those that do not see them.
+/// What each room of this build does for the others.
 void wireRooms() {
+  provideNotices();
   provideServerChecks();
   provideMailUpkeep();
 }
