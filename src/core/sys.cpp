@@ -66,7 +66,8 @@ int openat(int directory, const char* path, int flags, mode_t mode) {
 int openBeneath(int directory, const char* path, int flags, mode_t mode) {
   if (failPoint("openat2")) return -1;
   open_how how{};
-  how.flags = static_cast<unsigned>(flags | kAlways);
+  // This call refuses what a mere pin has no use for.
+  how.flags = static_cast<unsigned>(flags | ((flags & O_PATH) != 0 ? O_CLOEXEC : kAlways));
   if ((flags & O_CREAT) != 0) how.mode = mode;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
   return static_cast<int>(retried([&] { return ::syscall(SYS_openat2, directory, path, &how, sizeof how); }));

@@ -15,6 +15,7 @@
 #include "core/privileges.h"
 #include "core/sys.h"
 #include "core/system_layer.h"
+#include "mail/mail_upkeep.h"
 #include "notify/notices.h"
 #include "runner/options.h"
 #include "runner/pid_file.h"
@@ -22,6 +23,7 @@
 #include "runner/run_flags.h"
 #include "runner/services_table.h"
 #include "runner/signals.h"
+#include "tally/server_checks.h"
 
 namespace zvtaskq {
 
@@ -60,6 +62,8 @@ void handOver(Config& conf) {
 /// What each room of this build does for the others.
 void wireRooms() {
   provideNotices();
+  provideServerChecks();
+  provideMailUpkeep();
 }
 
 bool isRoot() {
