@@ -128,15 +128,15 @@ def layers():
 
 
 def messages():
-    """Every text of tests/messages.list stands in the sources, letter for letter."""
-    listed = ROOT / "tests/messages.list"
-    if not listed.exists():
-        yield "tests/messages.list is missing"
-        return
-    texts = "\n".join(text for path in sources("src") for text in joined_texts(path))
-    for number, line in enumerate(listed.read_text(encoding="utf-8").splitlines(), 1):
-        if line and not line.startswith("#") and line not in texts:
-            yield f"tests/messages.list:{number}: not in the sources: {line}"
+    """Every text of tests/messages.d/*.list stands in the sources, letter for letter."""
+    lists = sorted(ROOT.glob("tests/messages.d/*.list"))
+    if not lists:
+        yield "tests/messages.d holds no list"
+    code = "\n".join(text for path in sources("src") for text in joined_texts(path))
+    for listed in lists:
+        for number, line in enumerate(listed.read_text(encoding="utf-8").split("\n"), 1):
+            if line and not line.startswith("#") and line not in code:
+                yield f"{listed.relative_to(ROOT)}:{number}: not in the sources: {line}"
 
 
 def texts():

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -19,15 +20,20 @@ namespace {
 
 constexpr int kTries = 200;
 constexpr useconds_t kPause = 10'000;
+constexpr std::size_t kLongestCaller = 700;
 bool lockDebug = false;
 
-void setReason(char* reason, const std::string& text) {
-  if (reason != nullptr) std::snprintf(reason, kLockReasonSize, "%s", text.c_str());
+[[gnu::format(printf, 2, 3)]] void setReason(char* reason, const char* format, ...) {
+  if (reason == nullptr) return;
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(reason, kLockReasonSize, format, arguments);
+  va_end(arguments);
 }
 
 /// What a person needs to know of a lock that could not be made.
 std::string describe(const std::string& path) {
-  struct stat what{};
+  struct stat what {};
   if (sys::lstat(path.c_str(), what) != 0) {
     return joined(path, ": ", std::strerror(errno), ", euid:", std::to_string(::geteuid()),
                   " egid:", std::to_string(::getegid()));
@@ -47,13 +53,14 @@ bool isStale(const struct stat& lock, int maximumAge, long long& age) {
 /// Deletes a stale lock. Several waiters find it at once; the one that holds a `flock` on the very file it found
 /// stale may delete it, and only while it still is the file of that name, so nobody deletes a fresh lock.
 void breakIfStale(const std::string& path, int maximumAge) {
-  struct stat seen{};
+  struct stat seen {};
   long long age = 0;
   if (sys::lstat(path.c_str(), seen) != 0 || !isStale(seen, maximumAge, age)) return;
 
   const Descriptor opened(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   if (opened && sys::flockNow(opened.get(), LOCK_EX) != 0) return;
-  struct stat mine{}, now{};
+  struct stat mine {};
+  struct stat now {};
   if (opened && sys::fstat(opened.get(), mine) != 0) return;
   if (sys::lstat(path.c_str(), now) != 0 || !isStale(now, maximumAge, age)) return;
   if (opened && !sameFile(mine, now)) return;
@@ -62,22 +69,22 @@ void breakIfStale(const std::string& path, int maximumAge) {
   static_cast<void>(sys::unlink(path.c_str()));
 }
 
+/// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
 void writeCaller(int fd, const char* path, const char* caller) {
-  char line[768];
-  const int length = std::snprintf(line, sizeof line, "%d=time=%lld&caller_location=%s\n", static_cast<int>(::getpid()),
-                                   static_cast<long long>(std::time(nullptr)), caller == nullptr ? "" : caller);
-  const std::size_t size = static_cast<std::size_t>(length) < sizeof line ? static_cast<std::size_t>(length) : sizeof line - 1;
-  if (sys::writeAll(fd, {line, size}) < size) {
-    errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
-             std::strerror(errno));
-  }
+  const std::string who = printable(text_detail::part(caller)).substr(0, kLongestCaller);
+  const std::string line =
+      joined(std::to_string(::getpid()), "=time=", std::to_string(std::time(nullptr)), "&caller_location=", who, "\n");
+  if (sys::writeAll(fd, line) == line.size()) return;
+  errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
+           std::strerror(errno));
 }
 
-void markAttempt(const char* path, const char* caller, const char* stage) {
+/// Tells a crash report that the attempt is on, or over.
+void markAttempt(const char* path, const char* caller, bool started) {
   if (caller == nullptr) {
-    set_program_location("getlock(%s) : %s", path, stage);
+    set_program_location(started ? "getlock(%s) : start" : "getlock(%s) : finished", path);
   } else {
-    set_program_location("getlock(%s, '%s') : %s", path, caller, stage);
+    set_program_location(started ? "getlock(%s, '%s') : start" : "getlock(%s, '%s') : finished", path, caller);
   }
 }
 
@@ -92,7 +99,7 @@ Descriptor makeLock(const std::string& lockPath, const char* path, int maximumAg
     }
     if (errno != EEXIST) {
       const std::string why = std::strerror(errno);
-      setReason(reason, joined("open error for ", lockPath, ": ", why, "<br>\n", describe(lockPath)));
+      setReason(reason, "open error for %s: %s<br>\n%s", lockPath.c_str(), why.c_str(), describe(lockPath).c_str());
       return {};
     }
     breakIfStale(lockPath, maximumAge);
@@ -111,27 +118,33 @@ Descriptor attempt(const char* path, int maximumAge, const char* caller, char* r
     setReason(reason, "short file_name");
     return {};
   }
-  markAttempt(path, caller, "start");
+  markAttempt(path, caller, true);
   Descriptor lock = makeLock(joined(path, ".lock"), path, maximumAge, caller, reason);
-  markAttempt(path, caller, "finished");
+  markAttempt(path, caller, false);
   return lock;
 }
 
 }  // namespace
 
-void setLockDebug(bool on) { lockDebug = on; }
+void setLockDebug(bool on) {
+  lockDebug = on;
+}
 
 int getLock(const char* path, int maximumAge, const char* caller, char* reason) {
   return attempt(path, maximumAge, caller, reason) ? 1 : 0;
 }
 
-int getLock(const char* path, const char* caller) { return getLock(path, kLockMaximumAge, caller, nullptr); }
+int getLock(const char* path, const char* caller) {
+  return getLock(path, kLockMaximumAge, caller, nullptr);
+}
 
-void freeLock(const char* path) { static_cast<void>(sys::unlink(joined(path, ".lock").c_str())); }
+void freeLock(const char* path) {
+  static_cast<void>(sys::unlink(joined(path, ".lock").c_str()));
+}
 
 int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
   const Descriptor lock = attempt(path, maximumAge, caller, reason);
-  struct stat made{};
+  struct stat made {};
   if (!lock || sys::fstat(lock.get(), made) != 0) return 0;
   device_ = made.st_dev;
   inode_ = made.st_ino;
@@ -141,7 +154,7 @@ int FileLock::take(const char* path, int maximumAge, const char* caller, char* r
 
 void FileLock::release() {
   if (!held()) return;
-  struct stat now{};
+  struct stat now {};
   if (sys::lstat(lockPath_, now) == 0 && now.st_dev == device_ && now.st_ino == inode_) {
     static_cast<void>(sys::unlink(lockPath_));
   }

@@ -25,7 +25,9 @@ const char* valueOf(const ConfigFile& line) {
   return value == nullptr ? "" : value;
 }
 
-bool is(const ConfigFile& line, const char* name, const char* value) { return line.isValue(name, value) != 0; }
+bool is(const ConfigFile& line, const char* name, const char* value) {
+  return line.isValue(name, value) != 0;
+}
 
 /// pure-ftpd takes the place of proftpd, and has no signal to read its files again. False when the line is dropped.
 bool rewriteForFtpServer(ConfigFile& line) {
@@ -74,7 +76,7 @@ bool endsInsideLine(int fd, off_t size) {
 /// Appends with one write. A write that falls short is taken back.
 bool appendWhole(int fd, std::string_view lines) {
   std::string line(lines);
-  struct stat before{};
+  struct stat before {};
   if (sys::fstat(fd, before) != 0 || !S_ISREG(before.st_mode)) return false;
   if (endsInsideLine(fd, before.st_size)) line.insert(0, 1, '\n');
   if (sys::writeAll(fd, line) == line.size()) return true;

@@ -68,7 +68,7 @@ class Retired {
 
   void revisit() {
     const Descriptor file(sys::open(path(name_).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-    struct stat what{};
+    struct stat what {};
     if (!file || sys::fstat(file.get(), what) != 0) return;
     if (done_ < 0) {
       // A crash while its lines were on the way: whether they are queued again nobody can tell.
@@ -116,7 +116,7 @@ std::vector<std::string> namesIn(const std::string& folder) {
 int retireQueueFile(const std::string& path, const char* name, long long done) {
   const std::string folder = folderOf(path);
   const Descriptor opened = openPrivateFolder(folder.c_str(), 0700);
-  struct stat what{};
+  struct stat what {};
   if (!opened || sys::lstat(name, what) != 0) return 0;
   const std::string retired = joined(std::to_string(what.st_ino), ".", std::to_string(done));
   return sys::renameat(AT_FDCWD, name, opened.get(), retired.c_str()) == 0 ? 1 : 0;
@@ -125,7 +125,7 @@ int retireQueueFile(const std::string& path, const char* name, long long done) {
 void revisitRetired(const std::string& path) {
   const FailScope scope("retired");
   const std::string folder = folderOf(path);
-  struct stat what{};
+  struct stat what {};
   if (sys::lstat(folder.c_str(), what) != 0 || !S_ISDIR(what.st_mode) || what.st_uid != 0) return;
   const HandoverLock lock;
   if (!lock.held()) return;

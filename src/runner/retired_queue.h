@@ -10,8 +10,8 @@
 
 namespace zvtaskq {
 
-/// Retires the file at `name`, which was read up to byte `done`, of the queue at `path`. 0 with errno, and the file stays
-/// where it is. Runs as root under the hand-over lock.
+/// Retires the file at `name`, which was read up to byte `done`, of the queue at `path`. 0 with errno, and the file
+/// stays where it is. Runs as root under the hand-over lock.
 [[nodiscard]] int retireQueueFile(const std::string& path, const char* name, long long done);
 
 /// Looks after the retired files of the queue at `path`: queues the lines again that have arrived in them, and deletes

@@ -106,7 +106,7 @@ class HandOver(PanelTest):
         self.assertEqual(glob.glob(QUEUE + "*") + lost_files(), [])
 
     def test_files_that_are_no_queue(self):
-        secret = "/root/secret"
+        secret = "/var/secret"
         write(secret, "value=secret\n", mode=0o600)
         for make in [lambda: os.symlink(secret, QUEUE), lambda: os.mkfifo(QUEUE), lambda: os.mknod(QUEUE, 0o20600, os.makedev(1, 5))]:
             self.setUp()
