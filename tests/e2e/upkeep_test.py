@@ -41,6 +41,7 @@ class UpkeepTest(PanelTest):
     def setUp(self):
         super().setUp()
         panel.panel_do("addAccount", "boss", "admin", "root", "boss.example")
+        write("/usr/sbin/sendmail", "#!/bin/sh\ncat >/dev/null\n", "root", 0o755)
 
     def notices(self):
         """Subject and text of every stored message, the oldest first."""
