@@ -28,7 +28,7 @@ void setReason(char* reason, const std::string& text) {
 
 /// What a person needs to know of a lock that could not be made.
 std::string describe(const std::string& path) {
-  struct stat what{};
+  struct stat what {};
   if (sys::lstat(path.c_str(), what) != 0) {
     return joined(path, ": ", std::strerror(errno), ", euid:", std::to_string(::geteuid()),
                   " egid:", std::to_string(::getegid()));
@@ -48,13 +48,14 @@ bool isStale(const struct stat& lock, int maximumAge, long long& age) {
 /// Deletes a stale lock. Several waiters find it at once; the one that holds a `flock` on the very file it found
 /// stale may delete it, and only while it still is the file of that name, so nobody deletes a fresh lock.
 void breakIfStale(const std::string& path, int maximumAge) {
-  struct stat seen{};
+  struct stat seen {};
   long long age = 0;
   if (sys::lstat(path.c_str(), seen) != 0 || !isStale(seen, maximumAge, age)) return;
 
   const Descriptor opened(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   if (opened && sys::flockNow(opened.get(), LOCK_EX) != 0) return;
-  struct stat mine{}, now{};
+  struct stat mine {
+  }, now{};
   if (opened && sys::fstat(opened.get(), mine) != 0) return;
   if (sys::lstat(path.c_str(), now) != 0 || !isStale(now, maximumAge, age)) return;
   if (opened && !sameFile(mine, now)) return;
@@ -66,8 +67,8 @@ void breakIfStale(const std::string& path, int maximumAge) {
 /// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
 void writeCaller(int fd, const char* path, const char* caller) {
   const std::string who = printable(text_detail::part(caller)).substr(0, kLongestCaller);
-  const std::string line = joined(std::to_string(::getpid()), "=time=", std::to_string(std::time(nullptr)),
-                                  "&caller_location=", who, "\n");
+  const std::string line =
+      joined(std::to_string(::getpid()), "=time=", std::to_string(std::time(nullptr)), "&caller_location=", who, "\n");
   if (sys::writeAll(fd, line) == line.size()) return;
   errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
            std::strerror(errno));
@@ -119,19 +120,25 @@ Descriptor attempt(const char* path, int maximumAge, const char* caller, char* r
 
 }  // namespace
 
-void setLockDebug(bool on) { lockDebug = on; }
+void setLockDebug(bool on) {
+  lockDebug = on;
+}
 
 int getLock(const char* path, int maximumAge, const char* caller, char* reason) {
   return attempt(path, maximumAge, caller, reason) ? 1 : 0;
 }
 
-int getLock(const char* path, const char* caller) { return getLock(path, kLockMaximumAge, caller, nullptr); }
+int getLock(const char* path, const char* caller) {
+  return getLock(path, kLockMaximumAge, caller, nullptr);
+}
 
-void freeLock(const char* path) { static_cast<void>(sys::unlink(joined(path, ".lock").c_str())); }
+void freeLock(const char* path) {
+  static_cast<void>(sys::unlink(joined(path, ".lock").c_str()));
+}
 
 int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
   const Descriptor lock = attempt(path, maximumAge, caller, reason);
-  struct stat made{};
+  struct stat made {};
   if (!lock || sys::fstat(lock.get(), made) != 0) return 0;
   device_ = made.st_dev;
   inode_ = made.st_ino;
@@ -141,7 +148,7 @@ int FileLock::take(const char* path, int maximumAge, const char* caller, char* r
 
 void FileLock::release() {
   if (!held()) return;
-  struct stat now{};
+  struct stat now {};
   if (sys::lstat(lockPath_, now) == 0 && now.st_dev == device_ && now.st_ino == inode_) {
     static_cast<void>(sys::unlink(lockPath_));
   }
