@@ -9,6 +9,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 namespace zvtaskq {
 
@@ -155,7 +156,8 @@ PostPart PostReader::takeRest() {
 }
 
 std::size_t fixPostString(char* text, int keepPlus) {
-  return PostReader(std::string_view(text), text, keepPlus).takeRest().length;
+  const std::string encoded = text;
+  return PostReader(encoded, text, keepPlus).takeRest().length;
 }
 
 char* writeEscaped(char* to, std::string_view text) {
