@@ -1,23 +1,15 @@
 // Whatever stands in zorvane.conf: the settings it gives are in range, and written out they read back as they are.
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 
-#include "core/config_file.h"
 #include "core/settings.h"
 #include "core/settings_checks.h"
+#include "support.h"
 
 using namespace zvtaskq;
+using namespace zvtaskq::fuzz;
 
 namespace {
-
-void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "broken: %s\n", what);
-  std::abort();
-}
 
 void loadAndCheck(Settings& settings, const ConfigFile& record) {
   Text result;
@@ -41,7 +33,7 @@ bool isShort(const char* value) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  require(std::freopen("/dev/null", "w", stdout) != nullptr, "no /dev/null");
+  standAside();
   return 0;
 }
 

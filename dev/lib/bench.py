@@ -57,12 +57,13 @@ def as_list(command):
 
 def alternate(first, second, before=None, runs=RUNS):
     """Both commands in turn, so that what else the machine does hits both: two lists of Usage. The first round only
-    warms the caches."""
+    warms the caches. `before` may be a pair (a tuple), one for each."""
+    befores = before if isinstance(before, tuple) else (before, before)
     found = ([], [])
     for turn in range(runs + 1):
         order = (0, 1) if turn % 2 else (1, 0)
         for which in order:
-            usage = measure((first, second)[which], before)
+            usage = measure((first, second)[which], befores[which])
             if turn:
                 found[which].append(usage)
     return found
@@ -89,10 +90,11 @@ def row(work, ours, other, ratio, goal, met):
     print("\t".join((work, ours, other, ratio, goal, "yes" if met else "no")), flush=True)
 
 
-def compare(work, goal, ours, other, before=None, runs=RUNS):
+def compare(work, goal, ours, other, before=None, runs=RUNS, share=1):
     """A row for ours beside the other. A goal of ">= N" wants ours N times as fast; "<= N" allows it N times the
-    other's time."""
+    other's time. A slow other may be given one `share`-th of the work; say so in `work`."""
     mine, theirs = (median_seconds(usages) for usages in alternate(ours, other, before, runs))
+    theirs *= share
     ratio = theirs / mine if goal.startswith(">=") else mine / theirs
     words = "x faster" if goal.startswith(">=") else "x its time"
     row(work, show_seconds(mine), show_seconds(theirs), f"{ratio:.2f} {words}", goal, meets(goal, ratio))

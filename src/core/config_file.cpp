@@ -57,6 +57,7 @@ ConfigFile::ConfigFile(const ConfigFile* other) : DataFile(nullptr) {
   headerComment = other->headerComment.get();
   callerLocation = other->callerLocation.get();
   const long long count = other->size();
+  mayHoldBreak_ = other->mayHoldBreak_;
   capacity_ = other->capacity_;
   pairs_ = static_cast<Pair*>(std::malloc(static_cast<std::size_t>(capacity_) * sizeof(Pair)));
   if (pairs_ == nullptr) return;
@@ -73,8 +74,9 @@ void ConfigFile::empty() {
   count_ = 0;
   settledCount_ = 0;
   unsettled_ = false;
+  mayHoldBreak_ = false;
   pool_.reset();
-  result = "";
+  if (!result.isEmpty()) result = "";
   changed = true;
 }
 
@@ -121,24 +123,23 @@ void ConfigFile::settle() const {
   if (!unsettled_ || keepUnsorted) return;
   // Settling changes how the record keeps its pairs, never what it holds.
   auto* self = const_cast<ConfigFile*>(this);
-  self->sortPairs();
-  self->keepLastOfEqualNames();
+  if (self->sortPairs()) self->keepLastOfEqualNames();
   unsettled_ = false;
   settledCount_ = count_;
 }
 
-void ConfigFile::sortPairs() {
-  if (pairs_ == nullptr) return;
+/// Returns whether names may repeat.
+bool ConfigFile::sortPairs() {
+  if (pairs_ == nullptr) return false;
   if (numericNames) {
     std::stable_sort(pairs_, pairs_ + count_, [this](const Pair& a, const Pair& b) { return compare(a, b) < 0; });
-    return;
+    return true;
   }
-  const auto nameAt = [this](std::size_t i) { return pairs_[i].nameView(); };
-  const auto valueTie = [this](std::uint32_t a, std::uint32_t b) {
-    return multiValued ? strcomp(pairs_[a].valueView(), pairs_[b].valueView()) : 0;
+  const auto nameOf = [](const Pair& pair) { return pair.nameView(); };
+  const auto valueTie = [this](const Pair& a, const Pair& b) {
+    return multiValued ? strcomp(a.valueView(), b.valueView()) : 0;
   };
-  std::vector<std::uint32_t> order = sortedOrder(static_cast<std::size_t>(count_), nameAt, valueTie);
-  applyOrder(pairs_, order);
+  return sortByText(pairs_, static_cast<std::size_t>(count_), nameOf, valueTie);
 }
 
 /// Equal names stand side by side in the order they were given: the last value that is not null counts.
@@ -241,10 +242,14 @@ int ConfigFile::isValue(const char* name, const char* value) const {
   return (caseSensitive ? std::strcmp(own, wanted) : ::strcasecmp(own, wanted)) == 0 ? 1 : 0;
 }
 
+bool ConfigFile::holdsLineBreak(std::string_view text) {
+  return text.find('\n') != std::string_view::npos || text.find('\r') != std::string_view::npos;
+}
+
 // --- Storing ---------------------------------------------------------------------------------------------------
 
 bool ConfigFile::stored(std::string_view name, const char* value, std::size_t valueLength, Pair& pair) {
-  if (tooLong(name) || valueLength >= std::numeric_limits<std::uint32_t>::max()) return false;
+  if (tooLong(name) || tooLong({value, valueLength})) return false;
   char* room = pool_.take(name.size() + 1 + (value == nullptr ? 0 : valueLength + 1));
   if (room == nullptr) return false;
   pair = Pair{};
@@ -252,6 +257,7 @@ bool ConfigFile::stored(std::string_view name, const char* value, std::size_t va
   pair.nameLength = static_cast<std::uint32_t>(name.size());
   std::memcpy(room, name.data(), name.size());
   room[name.size()] = '\0';
+  mayHoldBreak_ = mayHoldBreak_ || holdsLineBreak(name) || holdsLineBreak({value, valueLength});
   if (value == nullptr) return true;
   pair.value = room + name.size() + 1;
   pair.valueLength = pair.valueRoom = static_cast<std::uint32_t>(valueLength);
@@ -271,6 +277,7 @@ bool ConfigFile::replaceValue(Pair& pair, const char* value, std::size_t length)
     pair.value = larger;
     pair.valueRoom = static_cast<std::uint32_t>(room);
   }
+  mayHoldBreak_ = mayHoldBreak_ || holdsLineBreak({value, length});
   if (length > 0) std::memmove(pair.value, value, length);
   pair.value[length] = '\0';
   pair.valueLength = static_cast<std::uint32_t>(length);
@@ -285,8 +292,9 @@ int ConfigFile::refuseGrowth() {
 
 bool ConfigFile::ensureRoom() {
   if (pairs_ != nullptr && count_ < capacity_) return true;
-  // Repeats that wait to be merged are the cheaper room, but are sought only now and then.
-  if (unsettled_ && count_ > settledCount_ * kUnsettledShare) settle();
+  // Repeats that wait to be merged are the cheaper room, but are sought only now and then, and never while a file is
+  // read, which bounds what can come.
+  if (unsettled_ && !reading_.active && count_ > settledCount_ * kUnsettledShare) settle();
   if (pairs_ != nullptr && count_ < capacity_) return true;
 
   const long long wanted = pairs_ == nullptr ? capacity_ : capacity_ * (capacity_ < 64 ? 4 : 2);
@@ -349,6 +357,16 @@ int ConfigFile::put(std::string_view name, const char* value, std::size_t valueL
   if (name.empty()) return 0;
   Pair pair;
   return stored(name, value, valueLength, pair) ? place(pair) : refuseGrowth();
+}
+
+/// A line that a read hands out becomes a pair by one copy: name and value stand in it as the record keeps them.
+int ConfigFile::putLine(std::string_view line, std::size_t separatorAt) {
+  if (separatorAt == 0) return 0;
+  char* room = tooLong(line) ? nullptr : pool_.copy(line);
+  if (room == nullptr) return refuseGrowth();
+  room[separatorAt] = '\0';
+  mayHoldBreak_ = mayHoldBreak_ || line.find('\r') != std::string_view::npos;
+  return place(pairOf(room, separatorAt, room + separatorAt + 1, line.size() - separatorAt - 1));
 }
 
 int ConfigFile::setParam(const char* name, const char* value) {

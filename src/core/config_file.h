@@ -179,12 +179,17 @@ class ConfigFile : public DataFile {
     std::string_view valueView() const { return {value, valueLength}; }
     bool isEmpty() const { return name == nullptr; }
   };
+  static Pair pairOf(char* name, std::size_t nameLength, char* value, std::size_t valueLength) {
+    const auto room = static_cast<std::uint32_t>(valueLength);
+    return {name, value, static_cast<std::uint32_t>(nameLength), room, room};
+  }
   /// How the lines being read are taken.
   struct Reading {
     bool keepBareLines = false;
     const char* onlyName = nullptr;
     bool insertsPairs = false;
     bool insertsBareLines = false;
+    bool active = false;
   };
 
   /// Appending first and sorting when somebody looks gives the same record as sorting every time, at a thousandth of
@@ -192,7 +197,7 @@ class ConfigFile : public DataFile {
   bool ordersLazily() const { return caseSensitive && !numericNames && !keepUnsorted; }
   int compare(const Pair& a, const Pair& b) const;
   void settle() const;
-  void sortPairs();
+  bool sortPairs();
   void keepLastOfEqualNames();
   const Pair* find(const char* name) const;
   bool stored(std::string_view name, const char* value, std::size_t valueLength, Pair& pair);
@@ -206,9 +211,10 @@ class ConfigFile : public DataFile {
   int insertUnseen(const Pair& pair);
   int appendUnsettled(const Pair& pair);
   int put(std::string_view name, const char* value, std::size_t valueLength);
+  int putLine(std::string_view line, std::size_t separatorAt);
   [[gnu::format(printf, 3, 4)]] int setFormatted(const char* name, const char* format, ...);
   void trimNames(void (*cut)(char*&, std::uint32_t&));
-  bool takePair(std::string_view name, std::string_view value, bool inOrder);
+  static bool holdsLineBreak(std::string_view text);
   std::size_t separatorIn(std::string_view line) const;
   [[nodiscard]] int passesSafetyCheck(const char* path) const;
 
@@ -219,6 +225,8 @@ class ConfigFile : public DataFile {
   mutable bool unsettled_ = false;
   mutable bool insertedUnseen_ = false;
   mutable long long settledCount_ = 0;
+  /// Some text that was stored held a line break; false spares a write its look at each.
+  bool mayHoldBreak_ = false;
   TextPool pool_;
   Reading reading_;
 };

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <string>
 
 #include "core/config_file.h"
@@ -16,7 +17,8 @@ namespace zvtaskq {
 
 namespace {
 
-bool holdsLineBreak(std::string_view text) { return text.find_first_of("\r\n") != std::string_view::npos; }
+/// How many pairs ahead of the one that is written the memory is asked for the next.
+constexpr long long kReadAhead = 16;
 
 }  // namespace
 
@@ -27,15 +29,18 @@ void ConfigFile::setFilename(const char* filename) {
 // --- Reading ---------------------------------------------------------------------------------------------------
 
 int ConfigFile::readFile(int keepBareLines, const char* onlyName) {
-  reading_ = {keepBareLines != 0, onlyName, insertSorted, false};
-  return readLines(callerLocation.isNull() ? "ConfigFile::readFile" : callerLocation.get(), startOffset);
+  reading_ = {keepBareLines != 0, onlyName, insertSorted, false, true};
+  const int read = readLines(callerLocation.isNull() ? "ConfigFile::readFile" : callerLocation.get(), startOffset);
+  reading_.active = false;
+  return read;
 }
 
 int ConfigFile::readFromString(const char* text, int keepBareLines) {
-  reading_ = {keepBareLines != 0, nullptr, false, insertSorted};
+  reading_ = {keepBareLines != 0, nullptr, false, insertSorted, true};
   std::string_view rest = text == nullptr ? std::string_view() : std::string_view(text);
   std::string_view line;
   while (nextLine(rest, line)) static_cast<void>(takeLine(line));
+  reading_.active = false;
   sort();
   return 1;
 }
@@ -43,19 +48,16 @@ int ConfigFile::readFromString(const char* text, int keepBareLines) {
 bool ConfigFile::takeLine(std::string_view line) {
   if (!line.empty() && (line[0] == '#' || line[0] == ' ')) return true;
   const std::size_t at = separatorIn(line);
-  if (at == std::string_view::npos) {
-    if (reading_.keepBareLines) return takePair(line, "", reading_.insertsBareLines || reading_.insertsPairs);
-    return true;
-  }
-  return takePair(line.substr(0, at), line.substr(at + 1), reading_.insertsPairs);
-}
-
-bool ConfigFile::takePair(std::string_view name, std::string_view value, bool inOrder) {
+  const bool bare = at == std::string_view::npos;
+  if (bare && !reading_.keepBareLines) return true;
+  const std::string_view name = line.substr(0, at);
   if (reading_.onlyName != nullptr && name != reading_.onlyName) return true;
-  if (inOrder) {
-    insertParam(std::string(name).c_str(), std::string(value).c_str());
+  if (reading_.insertsPairs || (bare && reading_.insertsBareLines)) {
+    insertParam(std::string(name).c_str(), bare ? "" : std::string(line.substr(at + 1)).c_str());
+  } else if (bare) {
+    put(name, "", 0);
   } else {
-    put(name, value.data(), value.size());
+    putLine(line, at);
   }
   return reading_.onlyName == nullptr || multiValued;
 }
@@ -77,11 +79,11 @@ std::size_t ConfigFile::separatorIn(std::string_view line) const {
 int ConfigFile::writeFile(const char* path) {
   const char* target = path == nullptr ? getFilename() : path;
   if (target == nullptr) return fail(result, "Filename is null");
-  long long expectedSize = 0;
   if (!skipSafetyCheck && !passesSafetyCheck(target)) return fail(result, "file didn't pass safety check");
-  for (long long i = 0; i < size(); ++i) {
-    const Pair& pair = pairs_[i];
-    if (!pair.isEmpty()) expectedSize += static_cast<long long>(pair.nameView().size() + pair.valueView().size() + 2);
+  long long expectedSize = 0;
+  const Pair* const end = pairs_ + size();
+  for (const Pair* pair = pairs_; pair != end; ++pair) {
+    if (!pair->isEmpty()) expectedSize += static_cast<long long>(pair->nameView().size() + pair->valueView().size() + 2);
   }
   if (!headerComment.isNull()) expectedSize += static_cast<long long>(headerComment.view().size() + 2);
   return writeLines(target, callerLocation.isNull() ? "ConfigFile::writeFile" : callerLocation.get(), expectedSize);
@@ -97,7 +99,7 @@ int ConfigFile::passesSafetyCheck(const char* path) const {
     securityLog("***HACKER WARNING %s has a newline or linefeed in this param: %s", path, headerComment.orEmpty());
     return 0;
   }
-  for (long long i = 0; i < size(); ++i) {
+  for (long long i = 0; mayHoldBreak_ && i < size(); ++i) {
     const Pair& pair = pairs_[i];
     if (holdsLineBreak(pair.nameView())) {
       securityLog("***HACKER WARNING %s has a newline or linefeed in this param: %s", path, pair.name);
@@ -118,7 +120,10 @@ void ConfigFile::writeContent(SafeFile& out) const {
     out.write(headerComment.view());
     out.write('\n');
   }
-  for (long long i = 0; i < size(); ++i) {
+  const long long count = size();
+  for (long long i = 0; i < count; ++i) {
+    // Neighbours by name lie far apart in memory: asked for early, they come while others are written.
+    if (i + kReadAhead < count) __builtin_prefetch(pairs_[i + kReadAhead].name);
     const Pair& pair = pairs_[i];
     if (pair.isEmpty()) continue;
     out.write(pair.nameView());
@@ -171,37 +176,41 @@ int ConfigFile::fillFromPost(const char* text, int keepPlus) {
 
 int ConfigFile::fillFromPost(std::string_view text, int keepPlus) {
   if (text.empty()) return 0;
+  // One copy holds all names and values, cut and decoded where they stand.
+  char* at = pool_.copy(text);
+  if (at == nullptr || text.size() >= std::numeric_limits<std::uint32_t>::max()) return refuseGrowth();
+  mayHoldBreak_ = true;
+  // Most lines are only asked for a name or two, for which no order is needed.
+  if (count_ == 0 && ordersLazily()) unsettled_ = true;
   for (;;) {
-    const std::size_t equals = text.find('=');
-    if (equals == std::string_view::npos) return 1;
-    const std::size_t end = std::min(text.find('&', equals), text.size());
-    Pair pair;
-    if (!stored(text.substr(0, equals), text.data() + equals + 1, end - equals - 1, pair)) return refuseGrowth();
-    pair.nameLength = static_cast<std::uint32_t>(fixPostString(pair.name, pair.nameLength, keepPlus));
-    pair.valueLength = static_cast<std::uint32_t>(fixPostString(pair.value, pair.valueLength, keepPlus));
-    if (pair.nameLength > 0 && !place(pair)) return 0;
-    if (end == text.size()) return 1;
-    text.remove_prefix(end + 1);
+    const PostPart name = takePostName(at, keepPlus);
+    if (name.endedBy != '=') return 1;
+    const PostPart value = takePostValue(at, keepPlus);
+    if (name.length > 0 && !place(pairOf(name.text, name.length, value.text, value.length))) return 0;
+    if (value.endedBy == '\0') return 1;
   }
 }
 
 Text ConfigFile::createPostString(int encode) const {
-  std::string line;
-  for (long long i = 0; i < size(); ++i) {
-    const Pair& pair = pairs_[i];
-    if (pair.isEmpty()) continue;
-    if (!line.empty()) line += '&';
-    if (encode) {
-      appendEscaped(line, pair.nameView());
-      line += '=';
-      appendEscaped(line, pair.valueView());
-    } else {
-      line += pair.nameView();
-      line += '=';
-      line += pair.valueView();
-    }
+  const Pair* const end = pairs_ + size();
+  std::size_t room = kEscapeSlack;
+  for (const Pair* pair = pairs_; pair != end; ++pair) {
+    room += (pair->nameView().size() + pair->valueView().size()) * (encode ? kLongestEscape : 1) + 2;
   }
-  return Text::copyOf(std::string_view(line));
+  char* text = nullptr;
+  if (!growBuffer(room, text)) return {};
+  char* to = text;
+  const auto put = [&](std::string_view part) { to = encode ? writeEscaped(to, part) : std::copy(part.begin(), part.end(), to); };
+  for (const Pair* pair = pairs_; pair != end; ++pair) {
+    if (pair->isEmpty()) continue;
+    if (to != text) *to++ = '&';
+    put(pair->nameView());
+    *to++ = '=';
+    put(pair->valueView());
+  }
+  *to++ = '\0';
+  static_cast<void>(growBuffer(static_cast<std::size_t>(to - text), text));
+  return Text::adopt(text);
 }
 
 }  // namespace zvtaskq

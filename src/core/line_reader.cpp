@@ -125,8 +125,9 @@ int readLine(std::FILE* file, char*& buffer, std::size_t& size, int maxLength) {
     }
     if (!ensureLineRoom(used, buffer, size)) return 0;
     if (c == '\n') {
+      // Only a CR right before the line feed goes: one before a NUL ends a text, not the line.
+      if (used > 0 && buffer[used - 1] == '\r') --used;
       buffer[used] = '\0';
-      trimBackSlashR(buffer);
       return 1;
     }
     buffer[used++] = static_cast<char>(c);

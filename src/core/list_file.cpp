@@ -116,9 +116,8 @@ void ListFile::settle() const {
 void ListFile::sortLines() {
   if (lines_ == nullptr) return;
   if (listType == kTextType) {
-    const auto lineAt = [this](std::size_t i) { return lines_[i].view(); };
-    auto order = sortedOrder(static_cast<std::size_t>(used_), lineAt, [](std::uint32_t, std::uint32_t) { return 0; });
-    applyOrder(lines_, order);
+    const auto viewOf = [](const Line& line) { return line.view(); };
+    static_cast<void>(sortByText(lines_, static_cast<std::size_t>(used_), viewOf, [](const Line&, const Line&) { return 0; }));
   } else if (listType == kIpv4Type || listType == kIpv6Type) {
     sortAddresses();
   }
@@ -224,14 +223,17 @@ void ListFile::addElement(const char* line) {
 void ListFile::addElement(std::string_view text) {
   if (text.empty()) return;
   changed = true;
-  Line line{const_cast<char*>(text.data()), text.size()};
+  Line line;
+  // Comparing scans an address up to the terminator, which a line of a file gets with its copy.
+  if (!stored(text, line)) return;
   const bool mayRepeat = !keepOrder && !unsettled_ && used_ > 0;
   const int order = mayRepeat ? compare(lines_[used_ - 1], line) : -1;
-  if (order == 0) return;
   const bool inBetween = order > 0 && !insertedUnseen_;
   const int after = inBetween ? placeFor(line) : used_;
-  if (inBetween && after > 0 && compare(lines_[after - 1], line) == 0) return;
-  if (!stored(text, line)) return;
+  if (order == 0 || (inBetween && after > 0 && compare(lines_[after - 1], line) == 0)) {
+    pool_.giveBack(line.text);
+    return;
+  }
   if (inBetween) {
     // One line out of order between two looks goes to its place; a second one tells of a bulk fill, sorted later.
     insertedUnseen_ = true;

@@ -20,6 +20,7 @@ namespace {
 
 constexpr int kTries = 200;
 constexpr useconds_t kPause = 10'000;
+constexpr std::size_t kLongestCaller = 700;
 bool lockDebug = false;
 
 [[gnu::format(printf, 2, 3)]] void setReason(char* reason, const char* format, ...) {
@@ -58,8 +59,8 @@ void breakIfStale(const std::string& path, int maximumAge) {
 
   const Descriptor opened(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   if (opened && sys::flockNow(opened.get(), LOCK_EX) != 0) return;
-  struct stat mine {
-  }, now{};
+  struct stat mine {};
+  struct stat now {};
   if (opened && sys::fstat(opened.get(), mine) != 0) return;
   if (sys::lstat(path.c_str(), now) != 0 || !isStale(now, maximumAge, age)) return;
   if (opened && !sameFile(mine, now)) return;
@@ -68,16 +69,14 @@ void breakIfStale(const std::string& path, int maximumAge) {
   static_cast<void>(sys::unlink(path.c_str()));
 }
 
+/// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
 void writeCaller(int fd, const char* path, const char* caller) {
-  char line[768];
-  const int length = std::snprintf(line, sizeof line, "%d=time=%lld&caller_location=%s\n", static_cast<int>(::getpid()),
-                                   static_cast<long long>(std::time(nullptr)), caller == nullptr ? "" : caller);
-  const std::size_t size =
-      static_cast<std::size_t>(length) < sizeof line ? static_cast<std::size_t>(length) : sizeof line - 1;
-  if (sys::writeAll(fd, {line, size}) < size) {
-    errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
-             std::strerror(errno));
-  }
+  const std::string who = printable(text_detail::part(caller)).substr(0, kLongestCaller);
+  const std::string line =
+      joined(std::to_string(::getpid()), "=time=", std::to_string(std::time(nullptr)), "&caller_location=", who, "\n");
+  if (sys::writeAll(fd, line) == line.size()) return;
+  errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
+           std::strerror(errno));
 }
 
 /// Tells a crash report that the attempt is on, or over.

@@ -1,5 +1,7 @@
 #include "core/privileges.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -14,13 +16,14 @@ bool startedByRoot() {
 }
 
 /// Switches and, when that fails, says so and drops to nobody: an operation meant for one identity must not go on
-/// under a stronger one.
+/// under a stronger one. A process that cannot even drop has no safe way on.
 int switchOrDrop(Ids to) {
   if (switchEffective(to)) return 1;
   if (!startedByRoot()) return 0;
   errorLog("Unable to switch to uid %u gid %u: %s", to.user, to.group, std::strerror(errno));
-  if (!(to == nobodyIds())) static_cast<void>(switchEffective(nobodyIds()));
-  return 0;
+  if (switchEffective(nobodyIds()) || effectiveIds().user != 0 || to.user == 0) return 0;
+  errorLog("Unable to give up root, leaving");
+  ::_exit(1);
 }
 
 int refuseUnknown(const char* format, const char* user, int logErrors) {

@@ -1,7 +1,8 @@
-// The sort under the containers: the order of many texts by `strcomp`, stable.
+// The sort under the containers: many items by `strcomp` of their texts, stable.
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -14,18 +15,39 @@ namespace zvtaskq {
 /// Eight bytes of a text as a number that orders like `strcomp` does: signed bytes become unsigned ones, and the end
 /// of the text comes before every byte. Equal numbers decide nothing.
 inline std::uint64_t orderKey(std::string_view text) {
-  std::uint64_t key = 0;
-  const std::size_t length = text.size() < sizeof key ? text.size() : sizeof key;
-  for (std::size_t i = 0; i < length; ++i) {
-    key |= std::uint64_t{static_cast<unsigned char>(text[i] ^ '\x80')} << (8 * (sizeof key - 1 - i));
+  constexpr std::size_t size = sizeof(std::uint64_t);
+  std::array<unsigned char, size> bytes;
+  if (text.size() >= size) {
+    std::memcpy(bytes.data(), text.data(), size);
+    for (auto& byte : bytes) byte ^= 0x80U;
+  } else {
+    bytes.fill(0);
+    for (std::size_t i = 0; i < text.size(); ++i) bytes[i] = static_cast<unsigned char>(text[i] ^ '\x80');
   }
+  std::uint64_t key = 0;
+  for (const auto byte : bytes) key = key << 8 | byte;
   return key;
 }
+
+namespace sorting {
+
+/// Up to this many items, comparing the texts costs less than what a cleverer order is built from.
+constexpr std::size_t kFewItems = 32;
+/// From this many on, distributing by bytes beats comparing.
+constexpr std::size_t kManyItems = 1024;
+constexpr int kKeyBytes = 8;
+
+/// What stands for an item while the order is found.
+struct Entry {
+  std::uint64_t key;
+  std::uint32_t index;
+};
+
+inline unsigned byteOf(const Entry& entry, int byte) { return entry.key >> (8 * byte) & 0xFF; }
 
 /// The length of what all texts begin with. Names such as "user000123" differ only behind it.
 template <class TextAt>
 std::size_t commonPrefix(std::size_t count, TextAt textAt) {
-  if (count == 0) return 0;
   const std::string_view first = textAt(0);
   std::size_t shared = first.size();
   for (std::size_t i = 1; i < count && shared > 0; ++i) {
@@ -38,30 +60,95 @@ std::size_t commonPrefix(std::size_t count, TextAt textAt) {
   return shared;
 }
 
-/// The numbers 0 to count-1 in the order of their texts; where texts are equal, `tie(a, b)` (negative, 0, positive)
-/// decides, then the place they came in. Most comparisons are of two numbers, without a look at the texts.
-template <class TextAt, class Tie>
-std::vector<std::uint32_t> sortedOrder(std::size_t count, TextAt textAt, Tie tie) {
-  struct Entry {
-    std::uint64_t key;
-    std::uint32_t index;
-  };
-  const std::size_t shared = commonPrefix(count, textAt);
-  const auto keyOf = [&](std::string_view text) {
-    return text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(shared));
-  };
-  std::vector<Entry> entries(count);
-  for (std::uint32_t i = 0; i < count; ++i) entries[i] = {keyOf(textAt(i)), i};
-  std::sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) {
+/// Brings the entries into the order of their keys' leading bytes, as many as tell that many entries apart, and keeps
+/// the order of those in which they agree. Returns the lowest byte that was looked at. No comparison, so none that a
+/// processor could foresee wrongly.
+inline int distribute(std::vector<Entry>& entries) {
+  std::array<std::array<std::uint32_t, 256>, kKeyBytes> counts{};
+  for (const Entry& entry : entries) {
+    for (int byte = 0; byte < kKeyBytes; ++byte) ++counts[static_cast<std::size_t>(byte)][byteOf(entry, byte)];
+  }
+  int lowest = kKeyBytes;
+  for (std::size_t reach = 1; lowest > 0 && reach < entries.size() * 4;) {
+    const auto& found = counts[static_cast<std::size_t>(--lowest)];
+    reach *= found.size() - static_cast<std::size_t>(std::count(found.begin(), found.end(), 0U));
+  }
+  std::vector<Entry> moved(entries.size());
+  for (int byte = lowest; byte < kKeyBytes; ++byte) {
+    auto& places = counts[static_cast<std::size_t>(byte)];
+    if (places[byteOf(entries[0], byte)] == entries.size()) continue;
+    std::uint32_t place = 0;
+    for (std::uint32_t& start : places) {
+      const std::uint32_t here = start;
+      start = place;
+      place += here;
+    }
+    for (const Entry& entry : entries) moved[places[byteOf(entry, byte)]++] = entry;
+    entries.swap(moved);
+  }
+  return lowest;
+}
+
+/// Sorts a stretch of entries; `compare` decides between equal keys.
+template <class Compare>
+void sortStretch(Entry* from, Entry* to, Compare compare) {
+  std::sort(from, to, [&](const Entry& a, const Entry& b) {
     if (a.key != b.key) return a.key < b.key;
-    // Whole texts: an empty one sorts last, but the empty rest of one that is not comes first.
-    int order = strcomp(textAt(a.index), textAt(b.index));
-    if (order == 0) order = tie(a.index, b.index);
+    const int order = compare(a.index, b.index);
     return order != 0 ? order < 0 : a.index < b.index;
   });
-  std::vector<std::uint32_t> order(count);
-  for (std::size_t i = 0; i < count; ++i) order[i] = entries[i].index;
-  return order;
+}
+
+template <class Compare>
+void sortEntries(std::vector<Entry>& entries, Compare compare) {
+  if (entries.size() < kManyItems) return sortStretch(entries.data(), entries.data() + entries.size(), compare);
+  const int shift = 8 * distribute(entries);
+  Entry* const end = entries.data() + entries.size();
+  for (Entry *from = entries.data(), *to = from; from < end; from = to) {
+    while (to < end && to->key >> shift == from->key >> shift) ++to;
+    if (to - from > 1) sortStretch(from, to, compare);
+  }
+}
+
+template <class Item, class Compare>
+void insertionSort(Item* items, std::size_t count, Compare compare) {
+  for (std::size_t i = 1; i < count; ++i) {
+    const Item moved = items[i];
+    std::size_t hole = i;
+    for (; hole > 0 && compare(items[hole - 1], moved) > 0; --hole) items[hole] = items[hole - 1];
+    items[hole] = moved;
+  }
+}
+
+}  // namespace sorting
+
+/// Sorts the items by `textOf(item)`; where texts are equal, `tie(a, b)` (negative, 0, positive) decides, then the
+/// place they came in. Returns whether any two texts were equal.
+template <class Item, class TextOf, class Tie>
+bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
+  bool repeats = false;
+  const auto compare = [&](const Item& a, const Item& b) {
+    const int order = strcomp(textOf(a), textOf(b));
+    if (order != 0) return order;
+    repeats = true;
+    return tie(a, b);
+  };
+  if (count <= sorting::kFewItems) {
+    sorting::insertionSort(items, count, compare);
+    return repeats;
+  }
+  const std::size_t shared = sorting::commonPrefix(count, [&](std::size_t i) { return textOf(items[i]); });
+  std::vector<sorting::Entry> entries(count);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const std::string_view text = textOf(items[i]);
+    // An empty text sorts last, but the empty rest of one that is not comes first.
+    entries[i] = {text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(shared)), i};
+  }
+  sorting::sortEntries(entries, [&](std::uint32_t a, std::uint32_t b) { return compare(items[a], items[b]); });
+  // Gathered into a copy: following the moves in place would wait for memory at each step.
+  const std::vector<Item> before(items, items + count);
+  for (std::size_t i = 0; i < count; ++i) items[i] = before[entries[i].index];
+  return repeats;
 }
 
 /// Puts `items` into the order given, in place. `order` is used up.

@@ -22,6 +22,8 @@ class TextPool {
   }
   /// A null-terminated copy of `text`, cut at nothing; null when memory is short.
   char* copy(std::string_view text);
+  /// Makes the room of the text taken last, and of nothing older, free again from `text` on.
+  void giveBack(char* text) { next_ = text; }
   /// Frees every text and keeps one chunk for what comes next.
   void reset();
 

@@ -20,7 +20,7 @@ constexpr std::size_t kEscapeFrom = 3;
 constexpr int kDeepest = 32;
 constexpr std::size_t kMostInserted = 256UL << 20;
 /// What a value with tokens of its own costs besides its length.
-constexpr std::size_t kCostOfFilling = 256;
+constexpr std::size_t kCostOfFilling = 1024;
 constexpr char kDefaultsDelimiter = '`';
 /// What could begin, end or join code in a shell, or in another language that a script may be written in.
 constexpr std::string_view kCodeCharacters = "\"'`$\\;&|<>(){}";
@@ -154,7 +154,7 @@ class TokenScan {
       filling_.insertValue(name, value, level_, out_);
       return end;
     }
-    filling_.missing_.addElement(name);
+    filling_.noteMissing(name);
     if (slashes_ > 0) putBefore(open_);
     return end;
   }
@@ -191,6 +191,10 @@ int TokenFilling::fillConditional(std::string_view block, const FillingLevel& le
   ++deeper.depth;
   fill(*branch, deeper, out);
   return 1;
+}
+
+void TokenFilling::noteMissing(std::string_view name) {
+  if (noted_.emplace(name).second) missing_.addElement(name);
 }
 
 bool TokenFilling::mayInsert(std::string_view name, std::size_t size, bool filled, const FillingLevel& level) {

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_set>
 
 #include "core/list_file.h"
 #include "core/token_values.h"
@@ -53,6 +54,7 @@ class TokenFilling {
 
  private:
   friend class TokenScan;
+  void noteMissing(std::string_view name);
   /// Whether the value of a token may be put in; if not, `problem` is set.
   bool mayInsert(std::string_view name, std::size_t size, bool filled, const FillingLevel& level);
   void insertValue(std::string_view name, const char* value, const FillingLevel& level, std::string& out);
@@ -65,6 +67,7 @@ class TokenFilling {
   const FillingRules& rules_;
   TokenValues values_;
   ListFile& missing_;
+  std::unordered_set<std::string> noted_;
   std::size_t inserted_ = 0;
   std::string problem_;
   std::string codeIn_;

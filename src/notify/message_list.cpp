@@ -3,13 +3,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include "core/config_file.h"
 #include "core/lock_file.h"
 #include "core/log.h"
 #include "core/paths.h"
-#include "core/post_string.h"
 #include "core/privileges.h"
 
 namespace zvtaskq {
@@ -39,12 +37,14 @@ int announceTicket(const char* path, int ticket, const char* type, const char* r
     errorLog("Ticket::deliverMessage::Can't read %s: %s", path, locked ? list.result.orEmpty() : reason);
     return fail(result, "Can't read ", recipient, "'s tickets file to add ticket");
   }
-  std::string entry = "type=";
-  appendEscaped(entry, type);
-  entry += "&new=yes";
+  ConfigFile entry(nullptr);
+  entry.keepUnsorted = true;
+  entry.setParam("type", type);
+  entry.setParam("new", "yes");
+  const Text encoded = entry.createPostString(1);
   char number[16];
   std::snprintf(number, sizeof number, "%.9d", ticket);
-  list.setParam(number, entry.c_str());
+  list.setParam(number, encoded);
   if (list.writeFile()) return 1;
   errorLog("Tickets::deliverMessage::Unable to write %s", path);
   return fail(result, "Unable to write ", recipient, "'s tickets file to add ticket");

@@ -6,6 +6,7 @@
 
 #include "account/account_record.h"
 #include "core/config.h"
+#include "core/fail_point.h"
 #include "core/log.h"
 #include "core/privileges.h"
 #include "core/sys.h"
@@ -130,6 +131,7 @@ int Ticket::sendSystemMessage(ConfigFile& record, const ListFile* recipients, in
 // --- Writing ---------------------------------------------------------------------------------------------------
 
 int Ticket::writeTicket(int number, const ConfigFile& record, const char* type) {
+  const FailScope scope("ticket");
   const AsUser panel(kPanelUser);
   const Descriptor folder = openTicketFolder(number);
   if (!folder) {

@@ -18,8 +18,8 @@ class Ticket {
   /// A flag: no e-mail copies, whatever the recipients' records say.
   static constexpr int kWithoutCopies = 1;
 
-  // All of these may be called under any identity and leave nobody. In demonstration mode they store and send nothing
-  // and report success. Each returns 1, or 0 with the reason in the error log.
+  // All of these may be called under any identity, and leave nobody when they have stored or sent anything. In
+  // demonstration mode they do neither and report success. Each returns 1, or 0 with the reason in the error log.
 
   /// A notice to all administrators ("admin.list"). `subject` and `message` may be null: they then say that the service
   /// is down. With `isGeneral` 0 it is such a notice of the service monitor, of which there is one an hour at most and

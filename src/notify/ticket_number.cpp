@@ -10,6 +10,7 @@
 
 #include "account/account_record.h"
 #include "core/config.h"
+#include "core/fail_point.h"
 #include "core/lock_file.h"
 #include "core/log.h"
 #include "core/privileges.h"
@@ -82,6 +83,7 @@ int last_restort_get_number() {
 }
 
 int takeTicketNumber() {
+  const FailScope scope("ticket");
   const AsUser panel(kPanelUser);
   if (!panel.taken() && realIds().user == 0) return -1;
   const std::string path = adminFile(kTicketCounter);

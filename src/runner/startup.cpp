@@ -56,7 +56,7 @@ void reportUnreadableConfiguration(const Config& conf) {
 void handOver(Config& conf) {
   useConfiguration(&conf);
   runFlags.services = kSystemServices;
-  conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+  if (!conf.logdir.isEmpty()) conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
 }
 
 /// What each room of this build does for the others.

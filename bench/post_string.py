@@ -1,0 +1,70 @@
+"""URL-encoded lines: parsed, and parsed and built again, beside perl doing so by split and substitution."""
+import os
+import random
+
+import bench
+
+LINES = 1_000_000
+PERL_SHARE = 10
+LENGTH = 220
+
+PARSE = r"""
+use strict; my $pairs = 0;
+while (<>) {
+    chomp; my %record;
+    for (split /&/) {
+        my ($name, $value) = split /=/, $_, 2;
+        for ($name, $value) { tr/+/ /; s/%([0-9A-Fa-f]{2})/chr hex $1/ge }
+        $record{$name} = $value;
+    }
+    $pairs += keys %record;
+"""
+BUILD = r"""
+    my @pairs;
+    for my $key (sort keys %record) {
+        my ($name, $value) = ($key, $record{$key});
+        for ($name, $value) { s/([^A-Za-z])/sprintf "%%%02X", ord $1/ge }
+        push @pairs, "$name=$value";
+    }
+    $pairs += length join "&", @pairs;
+"""
+END = "}\nprint \"$pairs\\n\";\n"
+
+
+def encoded(text):
+    return "".join(c if c.isalpha() else f"%{ord(c):02X}" for c in text)
+
+
+def line_of(number):
+    """A line as the panel writes them; everything but letters escaped, a last value that fills it up."""
+    pairs = {"action": "vacation", "value": f"user{number}", "domain": f"site{number}.example.com",
+             "ip": f"192.0.2.{number % 255}", "path": "/home/admin/public_html", "type": "domain", "note": ""}
+    text = "&".join(f"{encoded(name)}={encoded(value)}" for name, value in pairs.items())
+    return text + "abcdefghij" * LENGTH
+
+
+def write_lines(path, lines):
+    with open(path, "w", encoding="ascii") as out:
+        for _ in range(lines):
+            out.write(line_of(random.randrange(100_000))[:LENGTH] + "\n")
+
+
+def main():
+    random.seed(3)
+    for name, lines in (("all", LINES), ("half", LINES // 2), ("part", LINES // PERL_SHARE)):
+        write_lines(f"/tmp/lines.{name}", lines)
+    for name, script in (("parse", PARSE + END), ("build", PARSE + BUILD + END)):
+        with open(f"/tmp/{name}.pl", "w", encoding="ascii") as out:
+            out.write(script)
+    program = os.environ["ZVTASKQ_BUILD"] + "/bench/post_string_work"
+    work = f"{LINES:,} lines of {LENGTH} bytes"
+    bench.compare(f"{work}: parse; perl, a tenth of them times ten", ">= 45", f"{program} /tmp/lines.all",
+                  "perl /tmp/parse.pl /tmp/lines.part", share=PERL_SHARE)
+    bench.compare(f"{work}: parse and build; perl, a tenth of them times ten", ">= 80",
+                  f"{program} /tmp/lines.all build", "perl /tmp/build.pl /tmp/lines.part", share=PERL_SHARE)
+    bench.growth(f"{work}: parse and build, half of them", "<= 2.2", f"{program} /tmp/lines.half build",
+                 f"{program} /tmp/lines.all build")
+
+
+if __name__ == "__main__":
+    main()

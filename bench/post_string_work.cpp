@@ -1,0 +1,28 @@
+// post_string_work FILE [build]: parses each line of a file into a record, and with "build" makes the line again.
+// Prints how much there was, so that nothing of it can be left out.
+#include <cstdio>
+
+#include "core/config_file.h"
+#include "core/line_reader.h"
+#include "core/sys.h"
+
+using namespace zvtaskq;
+
+int main(int count, char** arguments) {
+  if (count < 2) return 2;
+  const Descriptor file(sys::open(arguments[1], O_RDONLY));
+  if (!file) return 1;
+  LineReader lines(file.get());
+  ConfigFile record(nullptr);
+  std::string_view line;
+  long long pairs = 0, bytes = 0, known = 0;
+  while (lines.next(line)) {
+    record.empty();
+    record.fillFromPost(line);
+    known += record.existsParam("action");
+    pairs += record.size();
+    if (count > 2) bytes += static_cast<long long>(record.createPostString(1).view().size());
+  }
+  std::printf("%lld %lld %lld\n", known, pairs, bytes);
+  return 0;
+}
