@@ -72,7 +72,7 @@ void breakIfStale(const std::string& path, int maximumAge) {
 /// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
 void writeCaller(int fd, const char* path, const char* caller) {
   const std::string who = printable(text_detail::part(caller)).substr(0, kLongestCaller);
-  char line[kLockReasonSize];
+  char line[kLongestCaller + 128];
   const int length = std::snprintf(line, sizeof line, "%d=time=%lld&caller_location=%s\n", static_cast<int>(::getpid()),
                                    static_cast<long long>(std::time(nullptr)), who.c_str());
   const std::string_view text(line, static_cast<std::size_t>(length));
