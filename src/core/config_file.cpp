@@ -209,10 +209,10 @@ const ConfigFile::Pair* ConfigFile::find(const char* name) const {
   }
   const std::string_view wanted(name);
   const Pair* found = nullptr;
-  for (const Pair* pair = pairs_ + count_; pair-- != pairs_;) {
-    if (pair->nameView() != wanted) continue;
-    found = pair;
-    if (pair->value != nullptr) break;
+  for (long long i = count_ - 1; i >= 0; --i) {
+    if (pairs_[i].nameView() != wanted) continue;
+    found = &pairs_[i];
+    if (found->value != nullptr) break;
   }
   return found;
 }
