@@ -36,17 +36,18 @@ def encoded(text):
 
 
 def line_of(number):
-    """A line as the panel writes them; everything but letters escaped, a last value that fills it up."""
-    pairs = {"action": "vacation", "value": f"user{number}", "domain": f"site{number}.example.com",
-             "ip": f"192.0.2.{number % 255}", "path": "/home/admin/public_html", "type": "domain", "note": ""}
-    text = "&".join(f"{encoded(name)}={encoded(value)}" for name, value in pairs.items())
-    return text + "abcdefghij" * LENGTH
+    """A line as the panel's programs build it: by name, everything but letters escaped, a last value that fills it."""
+    pairs = {"action": "vacation", "domain": f"site{number}.example.com", "endtime": 1_710_000_000 + number,
+             "path": "/home/admin/public_html", "type": "domain", "user": f"user{number}", "value": "create"}
+    text = "&".join(f"{encoded(name)}={encoded(str(value))}" for name, value in pairs.items())
+    return text + "x" * (LENGTH - len(text))
 
 
 def write_lines(path, lines):
+    some = [line_of(random.randrange(100_000)) for _ in range(10_000)]
     with open(path, "w", encoding="ascii") as out:
         for _ in range(lines):
-            out.write(line_of(random.randrange(100_000))[:LENGTH] + "\n")
+            out.write(random.choice(some) + "\n")
 
 
 def main():

@@ -1,5 +1,5 @@
-// post_string_work FILE [build]: parses each line of a file into a record, and with "build" makes the line again.
-// Prints how much there was, so that nothing of it can be left out.
+// post_string_work FILE [build]: parses each line of a file into a record and asks it for two names, as the queue does;
+// with "build" makes the line again. Prints how much there was, so that nothing of it can be left out.
 #include <cstdio>
 
 #include "core/config_file.h"
@@ -15,14 +15,13 @@ int main(int count, char** arguments) {
   LineReader lines(file.get());
   ConfigFile record(nullptr);
   std::string_view line;
-  long long pairs = 0, bytes = 0, known = 0;
+  long long parsed = 0, built = 0;
   while (lines.next(line)) {
     record.empty();
     record.fillFromPost(line);
-    known += record.existsParam("action");
-    pairs += record.size();
-    if (count > 2) bytes += static_cast<long long>(record.createPostString(1).view().size());
+    if (record.getValue("action") != nullptr && record.getValue("value") != nullptr) ++parsed;
+    if (count > 2) built += static_cast<long long>(record.createPostString(1).view().size());
   }
-  std::printf("%lld %lld %lld\n", known, pairs, bytes);
+  std::printf("%lld lines, %lld bytes\n", parsed, built);
   return 0;
 }

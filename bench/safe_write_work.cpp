@@ -14,10 +14,12 @@ using namespace zvtaskq;
 
 namespace {
 
-const char* const kNames[] = {"bandwidth", "creator", "date_created", "domain", "email", "ip",    "language", "name",
-                              "nemails",   "package", "quota",        "usertype", "username", "vdomains"};
+const char* const kNames[] = {"bandwidth", "creator", "date_created", "domain", "email",    "ip",       "language",
+                              "name",      "nemails", "package",      "quota",  "usertype", "username", "vdomains"};
 
-std::string valueOf(int turn, const char* name) { return std::string(name) + std::to_string(turn % 10); }
+std::string valueOf(int turn, const char* name) {
+  return std::string(name) + std::to_string(turn % 10);
+}
 
 int writeOurs(int turn, ConfigFile& record) {
   for (const char* name : kNames) record.setParam(name, valueOf(turn, name).c_str());

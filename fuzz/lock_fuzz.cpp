@@ -26,7 +26,7 @@ std::string nameFrom(std::string text) {
 }
 
 bool isThere(const std::string& path) {
-  struct stat what{};
+  struct stat what {};
   return sys::lstat(path.c_str(), what) == 0;
 }
 
@@ -56,8 +56,8 @@ void requireSaysWho(const std::string& line, const std::string& caller) {
   require(std::sscanf(lines[0].c_str(), "%d=time=%lld&caller_location=%n", &pid, &time, &length) == 2 && length > 0,
           "form", line);
   require(pid == ::getpid() && time > 0, "holder", line);
-  require(printable(caller).starts_with(std::string_view(line).substr(static_cast<std::size_t>(length),
-                                                                      line.size() - 1 - static_cast<std::size_t>(length))),
+  require(printable(caller).starts_with(std::string_view(line).substr(
+              static_cast<std::size_t>(length), line.size() - 1 - static_cast<std::size_t>(length))),
           "caller", line);
 }
 

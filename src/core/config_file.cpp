@@ -40,9 +40,13 @@ int longlongcomp(std::string_view a, std::string_view b) {
   return static_cast<int>(left.number > right.number) - static_cast<int>(left.number < right.number);
 }
 
-std::string_view viewOf(const char* text) { return text == nullptr ? std::string_view() : std::string_view(text); }
+std::string_view viewOf(const char* text) {
+  return text == nullptr ? std::string_view() : std::string_view(text);
+}
 
-bool tooLong(std::string_view text) { return text.size() >= std::numeric_limits<std::uint32_t>::max(); }
+bool tooLong(std::string_view text) {
+  return text.size() >= std::numeric_limits<std::uint32_t>::max();
+}
 
 }  // namespace
 
@@ -68,7 +72,9 @@ ConfigFile::ConfigFile(const ConfigFile* other) : DataFile(nullptr) {
   }
 }
 
-ConfigFile::~ConfigFile() { std::free(pairs_); }
+ConfigFile::~ConfigFile() {
+  std::free(pairs_);
+}
 
 void ConfigFile::empty() {
   count_ = 0;
@@ -102,7 +108,8 @@ void ConfigFile::printContents(int bare) const {
 }
 
 void ConfigFile::set_caller_location(const char* where, int line) {
-  callerLocation = line < 1 ? Text::copyOf(where) : Text::copyOf(std::string_view(joined(where, ":", std::to_string(line))));
+  callerLocation =
+      line < 1 ? Text::copyOf(where) : Text::copyOf(std::string_view(joined(where, ":", std::to_string(line))));
 }
 
 long long ConfigFile::size() const {
@@ -220,11 +227,17 @@ const char* ConfigFile::getValueAt(long long i) const {
   return i == -1 ? nullptr : pairs_[i].value;
 }
 
-int ConfigFile::existsParam(const char* name) const { return find(name) != nullptr ? 1 : 0; }
+int ConfigFile::existsParam(const char* name) const {
+  return find(name) != nullptr ? 1 : 0;
+}
 
-int ConfigFile::existsParam(const char* name, const char* value) const { return getIndex(name, value) >= 0 ? 1 : 0; }
+int ConfigFile::existsParam(const char* name, const char* value) const {
+  return getIndex(name, value) >= 0 ? 1 : 0;
+}
 
-int ConfigFile::existsParam(long long n) const { return existsParam(std::to_string(n).c_str()); }
+int ConfigFile::existsParam(long long n) const {
+  return existsParam(std::to_string(n).c_str());
+}
 
 int ConfigFile::existsParamStartsWith(const char* prefix) const {
   if (prefix == nullptr || *prefix == '\0') return 0;
@@ -290,8 +303,7 @@ int ConfigFile::refuseGrowth() {
   return 0;
 }
 
-bool ConfigFile::ensureRoom() {
-  if (pairs_ != nullptr && count_ < capacity_) return true;
+bool ConfigFile::makeRoom() {
   // Repeats that wait to be merged are the cheaper room, but are sought only now and then, and never while a file is
   // read, which bounds what can come.
   if (unsettled_ && !reading_.active && count_ > settledCount_ * kUnsettledShare) settle();
@@ -304,12 +316,6 @@ bool ConfigFile::ensureRoom() {
   pairs_ = static_cast<Pair*>(grown);
   capacity_ = wanted;
   return true;
-}
-
-int ConfigFile::append(const Pair& pair) {
-  if (!ensureRoom()) return refuseGrowth();
-  pairs_[count_++] = pair;
-  return 1;
 }
 
 int ConfigFile::insertAt(long long place, const Pair& pair) {
@@ -337,13 +343,6 @@ int ConfigFile::place(const Pair& pair) {
   // One pair out of order between two looks goes to its place; a second one tells of a bulk fill, to be sorted later.
   if (order > 0 && !insertedUnseen_) return insertUnseen(pair);
   return order > 0 ? appendUnsettled(pair) : append(pair);
-}
-
-/// Making room may settle what is there, so the mark is set behind it.
-int ConfigFile::appendUnsettled(const Pair& pair) {
-  const int appended = append(pair);
-  unsettled_ = true;
-  return appended;
 }
 
 int ConfigFile::insertUnseen(const Pair& pair) {

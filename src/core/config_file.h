@@ -203,17 +203,27 @@ class ConfigFile : public DataFile {
   bool stored(std::string_view name, const char* value, std::size_t valueLength, Pair& pair);
   bool replaceValue(Pair& pair, const char* value, std::size_t length);
   int refuseGrowth();
-  bool ensureRoom();
-  int append(const Pair& pair);
+  bool makeRoom();
+  int append(const Pair& pair) {
+    if ((pairs_ == nullptr || count_ >= capacity_) && !makeRoom()) return refuseGrowth();
+    pairs_[count_++] = pair;
+    return 1;
+  }
   int insertAt(long long place, const Pair& pair);
   long long placeFor(const Pair& pair) const;
   int place(const Pair& pair);
   int insertUnseen(const Pair& pair);
-  int appendUnsettled(const Pair& pair);
+  /// Making room may settle what is there, so the mark is set behind it.
+  int appendUnsettled(const Pair& pair) {
+    const int appended = append(pair);
+    unsettled_ = true;
+    return appended;
+  }
   int put(std::string_view name, const char* value, std::size_t valueLength);
   int putLine(std::string_view line, std::size_t separatorAt);
   [[gnu::format(printf, 3, 4)]] int setFormatted(const char* name, const char* format, ...);
   void trimNames(void (*cut)(char*&, std::uint32_t&));
+  char* writePostString(char* to, int encode) const;
   static bool holdsLineBreak(std::string_view text);
   std::size_t separatorIn(std::string_view line) const;
   [[nodiscard]] int passesSafetyCheck(const char* path) const;

@@ -1,8 +1,10 @@
 // A record's forms outside memory: the file and the URL-encoded line.
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string>
 
 #include "core/config_file.h"
@@ -19,6 +21,7 @@ namespace {
 
 /// How many pairs ahead of the one that is written the memory is asked for the next.
 constexpr long long kReadAhead = 16;
+constexpr std::size_t kShortLine = 4096;
 
 }  // namespace
 
@@ -83,7 +86,8 @@ int ConfigFile::writeFile(const char* path) {
   long long expectedSize = 0;
   const Pair* const end = pairs_ + size();
   for (const Pair* pair = pairs_; pair != end; ++pair) {
-    if (!pair->isEmpty()) expectedSize += static_cast<long long>(pair->nameView().size() + pair->valueView().size() + 2);
+    if (!pair->isEmpty())
+      expectedSize += static_cast<long long>(pair->nameView().size() + pair->valueView().size() + 2);
   }
   if (!headerComment.isNull()) expectedSize += static_cast<long long>(headerComment.view().size() + 2);
   return writeLines(target, callerLocation.isNull() ? "ConfigFile::writeFile" : callerLocation.get(), expectedSize);
@@ -106,8 +110,8 @@ int ConfigFile::passesSafetyCheck(const char* path) const {
       return 0;
     }
     if (holdsLineBreak(pair.valueView())) {
-      securityLog("***HACKER WARNING %s has a newline or linefeed in the param value: %s%c%s", path, pair.name, separator,
-                  pair.value);
+      securityLog("***HACKER WARNING %s has a newline or linefeed in the param value: %s%c%s", path, pair.name,
+                  separator, pair.value);
       return 0;
     }
   }
@@ -143,7 +147,7 @@ int ConfigFile::touch() {
   const char* path = getFilename();
   if (path == nullptr) return fail(result, "Filename is null");
   const AsOwner owner(getUser(), getGroup());
-  struct stat what{};
+  struct stat what {};
   if (sys::lstat(path, what) == 0) return 1;
   if (!createEmpty(path)) {
     debug(100, "Unable to open %s to be created", path);
@@ -159,7 +163,7 @@ int ConfigFile::exists() {
     return fail(result, "Filename is null");
   }
   const AsOwner owner(getUser(), getGroup());
-  struct stat what{};
+  struct stat what {};
   if (::stat(path, &what) == 0) return 1;
   debug(3000, "ConfigFile::pathExists:%s: %s", path, std::strerror(errno));
   return 0;
@@ -176,19 +180,39 @@ int ConfigFile::fillFromPost(const char* text, int keepPlus) {
 
 int ConfigFile::fillFromPost(std::string_view text, int keepPlus) {
   if (text.empty()) return 0;
-  // One copy holds all names and values, cut and decoded where they stand.
-  char* at = pool_.copy(text);
-  if (at == nullptr || text.size() >= std::numeric_limits<std::uint32_t>::max()) return refuseGrowth();
+  char* room = text.size() < std::numeric_limits<std::uint32_t>::max() ? pool_.take(text.size() + 1) : nullptr;
+  if (room == nullptr) return refuseGrowth();
   mayHoldBreak_ = true;
   // Most lines are only asked for a name or two, for which no order is needed.
   if (count_ == 0 && ordersLazily()) unsettled_ = true;
+  PostReader parts(text, room, keepPlus);
   for (;;) {
-    const PostPart name = takePostName(at, keepPlus);
-    if (name.endedBy != '=') return 1;
-    const PostPart value = takePostValue(at, keepPlus);
-    if (name.length > 0 && !place(pairOf(name.text, name.length, value.text, value.length))) return 0;
-    if (value.endedBy == '\0') return 1;
+    const PostPart name = parts.takeName();
+    if (name.isLast) return 1;
+    const PostPart value = parts.takeValue();
+    if (name.length > 0) {
+      changed = true;
+      const Pair pair = pairOf(name.text, name.length, value.text, value.length);
+      if (!(unsettled_ ? appendUnsettled(pair) : place(pair))) return 0;
+    }
+    if (value.isLast) return 1;
   }
+}
+
+/// Writes the pairs at `to`, which has room for them at their longest. Returns the end.
+char* ConfigFile::writePostString(char* to, int encode) const {
+  const char* const start = to;
+  const auto put = [&](std::string_view part) {
+    to = encode ? writeEscaped(to, part) : std::copy(part.begin(), part.end(), to);
+  };
+  for (const Pair* pair = pairs_; pair != pairs_ + count_; ++pair) {
+    if (pair->isEmpty()) continue;
+    if (to != start) *to++ = '&';
+    put(pair->nameView());
+    *to++ = '=';
+    put(pair->valueView());
+  }
+  return to;
 }
 
 Text ConfigFile::createPostString(int encode) const {
@@ -197,20 +221,11 @@ Text ConfigFile::createPostString(int encode) const {
   for (const Pair* pair = pairs_; pair != end; ++pair) {
     room += (pair->nameView().size() + pair->valueView().size()) * (encode ? kLongestEscape : 1) + 2;
   }
-  char* text = nullptr;
-  if (!growBuffer(room, text)) return {};
-  char* to = text;
-  const auto put = [&](std::string_view part) { to = encode ? writeEscaped(to, part) : std::copy(part.begin(), part.end(), to); };
-  for (const Pair* pair = pairs_; pair != end; ++pair) {
-    if (pair->isEmpty()) continue;
-    if (to != text) *to++ = '&';
-    put(pair->nameView());
-    *to++ = '=';
-    put(pair->valueView());
-  }
-  *to++ = '\0';
-  static_cast<void>(growBuffer(static_cast<std::size_t>(to - text), text));
-  return Text::adopt(text);
+  // Nearly all lines are short: made at hand, they take from the heap just what they need.
+  std::array<char, kShortLine> atHand;
+  std::unique_ptr<char[]> larger(room > atHand.size() ? new char[room] : nullptr);
+  char* const line = larger ? larger.get() : atHand.data();
+  return Text::copyOf(std::string_view(line, static_cast<std::size_t>(writePostString(line, encode) - line)));
 }
 
 }  // namespace zvtaskq

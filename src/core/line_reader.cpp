@@ -24,7 +24,9 @@ std::string_view trimmedLine(std::string_view line) {
   return line;
 }
 
-bool isBoundary(char c) { return c == '\n' || c == '\r' || c == '\xff'; }
+bool isBoundary(char c) {
+  return c == '\n' || c == '\r' || c == '\xff';
+}
 
 /// Makes sure that `used` bytes and a few more fit. 0 when memory is short.
 int ensureLineRoom(std::size_t used, char*& buffer, std::size_t& size) {

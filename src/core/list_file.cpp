@@ -61,9 +61,13 @@ int compareAddresses(const char* a, const char* b, int listType) {
 
 }  // namespace
 
-int ipcomp(const char* a, const char* b) { return compareAddresses(a, b, kIpv4Type); }
+int ipcomp(const char* a, const char* b) {
+  return compareAddresses(a, b, kIpv4Type);
+}
 
-int ipv6comp(const char* a, const char* b) { return compareAddresses(a, b, kIpv6Type); }
+int ipv6comp(const char* a, const char* b) {
+  return compareAddresses(a, b, kIpv6Type);
+}
 
 ListFile::ListFile(const char* filename) : DataFile(filename) {}
 
@@ -81,7 +85,9 @@ ListFile::ListFile(const ListFile* other) : DataFile(nullptr) {
   changed = false;
 }
 
-ListFile::~ListFile() { std::free(lines_); }
+ListFile::~ListFile() {
+  std::free(lines_);
+}
 
 int ListFile::size() const {
   settle();
@@ -117,7 +123,8 @@ void ListFile::sortLines() {
   if (lines_ == nullptr) return;
   if (listType == kTextType) {
     const auto viewOf = [](const Line& line) { return line.view(); };
-    static_cast<void>(sortByText(lines_, static_cast<std::size_t>(used_), viewOf, [](const Line&, const Line&) { return 0; }));
+    static_cast<void>(
+        sortByText(lines_, static_cast<std::size_t>(used_), viewOf, [](const Line&, const Line&) { return 0; }));
   } else if (listType == kIpv4Type || listType == kIpv6Type) {
     sortAddresses();
   }
@@ -138,7 +145,7 @@ void ListFile::sortAddresses() {
     if (decidedByAbsence(lines_[a].text, lines_[b].text, absent)) return absent < 0;
     return compareKeys(keys[a], keys[b], listType) < 0;
   });
-  applyOrder(lines_, order);
+  applyOrder(lines_, order.data(), order.size());
 }
 
 /// Equal lines stand side by side: the first that came counts.
@@ -244,7 +251,9 @@ void ListFile::addElement(std::string_view text) {
   append(line);
 }
 
-void ListFile::addElement(int n) { addElement(std::to_string(n).c_str()); }
+void ListFile::addElement(int n) {
+  addElement(std::to_string(n).c_str());
+}
 
 void ListFile::addElement(double value, const char* format) {
   char text[64];
@@ -294,7 +303,9 @@ void ListFile::deleteElement(const char* line) {
   if (i >= 0) deleteElementAt(i);
 }
 
-void ListFile::deleteIntElement(int n) { deleteElement(std::to_string(n).c_str()); }
+void ListFile::deleteIntElement(int n) {
+  deleteElement(std::to_string(n).c_str());
+}
 
 void ListFile::deleteElementAt(int i) {
   if (i < 0 || i >= capacity_) return;
@@ -312,7 +323,8 @@ void ListFile::deleteElementAt(int i) {
 
 void ListFile::remove_null_entries() {
   if (lines_ == nullptr) return;
-  used_ = static_cast<int>(std::remove_if(lines_, lines_ + used_, [](const Line& line) { return line.isEmpty(); }) - lines_);
+  used_ = static_cast<int>(std::remove_if(lines_, lines_ + used_, [](const Line& line) { return line.isEmpty(); }) -
+                           lines_);
 }
 
 void ListFile::empty() {
@@ -380,7 +392,9 @@ void ListFile::setFilename(const char* filename) {
   replaceFilename(filename);
 }
 
-int ListFile::readFile() { return readLines("ListFile::readFile", 0); }
+int ListFile::readFile() {
+  return readLines("ListFile::readFile", 0);
+}
 
 int ListFile::readFromString(const char* text) {
   std::string_view rest = text == nullptr ? std::string_view() : std::string_view(text);
@@ -409,6 +423,8 @@ void ListFile::writeContent(SafeFile& out) const {
   }
 }
 
-int ListFile::lock() { return lockAs("ListFile::lock", 0); }
+int ListFile::lock() {
+  return lockAs("ListFile::lock", 0);
+}
 
 }  // namespace zvtaskq

@@ -1,8 +1,15 @@
 #include "core/post_string.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 namespace zvtaskq {
 
@@ -10,72 +17,60 @@ namespace {
 
 // --- Decoding --------------------------------------------------------------------------------------------------
 
-constexpr int kNoDigit = -1;
-
+/// The value of a digit; below 0 for anything else.
 constexpr std::array<signed char, 256> makeHexTable() {
   std::array<signed char, 256> table{};
-  for (auto& entry : table) entry = kNoDigit;
+  for (auto& entry : table) entry = -1;
   for (unsigned i = 0; i < 10; ++i) table['0' + i] = static_cast<signed char>(i);
   for (unsigned i = 0; i < 6; ++i) table['A' + i] = table['a' + i] = static_cast<signed char>(10 + i);
   return table;
 }
 constexpr std::array<signed char, 256> kHexValue = makeHexTable();
 
-/// What a byte may mean to whoever reads an encoded text.
-enum Meaning : std::uint8_t { kEndsText = 1, kEndsName = 2, kEndsValue = 4, kPercent = 8, kPlus = 16 };
-
-constexpr std::array<std::uint8_t, 256> makeMeanings() {
-  std::array<std::uint8_t, 256> table{};
-  table['\0'] = kEndsText;
-  table['='] = kEndsName;
-  table['&'] = kEndsValue;
-  table['%'] = kPercent;
-  table['+'] = kPlus;
-  return table;
+int hexValue(char c) {
+  return kHexValue[static_cast<unsigned char>(c)];
 }
-constexpr std::array<std::uint8_t, 256> kMeaning = makeMeanings();
 
-int hexValue(char c) { return kHexValue[static_cast<unsigned char>(c)]; }
-
-bool means(char c, unsigned what) { return (kMeaning[static_cast<unsigned char>(c)] & what) != 0; }
-
-/// The byte of the escape at `from`, which moves behind it. `ends` tells what ends the text around it.
-char takeEscape(char*& from, unsigned ends) {
-  const int high = hexValue(from[1]);
-  const int low = high == kNoDigit ? kNoDigit : hexValue(from[2]);
-  if (low != kNoDigit) {
-    from += 3;
-    return static_cast<char>(high * 16 + low);
+/// Copies from `from` to `to`, both of which move, what stands for itself: up to `stop`, a "%", `plus` or the end.
+/// Sixteen bytes are looked at together, since where such a stretch ends cannot be foreseen.
+template <char stop>
+inline void copyPlain(const char*& from, const char* end, char*& to, char plus) {
+#ifdef __SSE2__
+  constexpr std::ptrdiff_t together = sizeof(__m128i);
+  for (; end - from >= together; from += together, to += together) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    // More may be written than counts: no part is longer than what it was made of, so the room is there.
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
+    const auto found = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+    const int marks = _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(found(stop), found('%')), found(plus)));
+    if (marks == 0) continue;
+    const int plain = std::countr_zero(static_cast<unsigned>(marks));
+    from += plain;
+    to += plain;
+    return;
   }
-  // The odd ones: no digits, or the text's end in their midst.
-  const int length = means(from[1], ends) ? 1 : means(from[2], ends) ? 2 : 3;
+#endif
+  while (from != end && *from != stop && *from != '%' && *from != plus) *to++ = *from++;
+}
+
+/// Decodes the whole escapes that follow each other. What ends a part is no digit, so it need not be looked for.
+inline void decodeEscapes(const char*& from, const char* end, char*& to) {
+  for (; end - from > 2 && *from == '%'; from += 3) {
+    const int byte = hexValue(from[1]) * 16 | hexValue(from[2]);
+    if (byte <= 0) return;
+    *to++ = static_cast<char>(byte);
+  }
+}
+
+/// The byte of any escape, one that lacks a digit included; `from` moves behind it.
+template <char stop>
+char takeEscape(const char*& from, const char* end) {
+  const auto partEndsIn = [&](std::ptrdiff_t bytes) { return end - from <= bytes || from[bytes] == stop; };
+  const int length = partEndsIn(1) ? 1 : partEndsIn(2) ? 2 : 3;
+  const int first = length == 1 ? '%' : hexValue(from[1]);
+  const int byte = length == 3 ? first * 16 | hexValue(from[2]) : first;
   from += length;
-  if (length == 1) return '%';
-  return length == 2 && high != kNoDigit ? static_cast<char>(high) : ' ';
-}
-
-/// Decodes what stands at `at` up to a byte that `ends` names, in one pass. Most texts hold little to decode, so each
-/// stretch up to something special is passed over before anything is asked.
-PostPart takePart(char*& at, unsigned ends, int keepPlus) {
-  const unsigned special = ends | kPercent | (keepPlus ? 0U : unsigned{kPlus});
-  char* const text = at;
-  char* from = at;
-  while (!means(*from, special)) ++from;
-  char* to = from;
-  while (!means(*from, ends)) {
-    // Special and no end: an escape, or a plus.
-    const char c = *from == '%' ? takeEscape(from, ends) : (++from, ' ');
-    if (c == '\0') {
-      while (!means(*from, ends)) ++from;
-      break;
-    }
-    *to++ = c;
-    while (!means(*from, special)) *to++ = *from++;
-  }
-  const char endedBy = *from;
-  *to = '\0';
-  at = endedBy == '\0' ? from : from + 1;
-  return {text, static_cast<std::size_t>(to - text), endedBy};
+  return byte < 0 ? ' ' : static_cast<char>(byte);
 }
 
 // --- Encoding --------------------------------------------------------------------------------------------------
@@ -111,20 +106,63 @@ static_assert(sizeof(Escape) == kEscapeSlack);
 
 char getCharFromHex(const char* p) {
   const int high = hexValue(p[0]);
-  if (high == kNoDigit) return ' ';
-  if (p[1] == '\0') return static_cast<char>(high);
-  const int low = hexValue(p[1]);
-  return low == kNoDigit ? ' ' : static_cast<char>(high * 16 + low);
+  const int byte = high < 0 || p[1] == '\0' ? high : high * 16 | hexValue(p[1]);
+  return byte < 0 ? ' ' : static_cast<char>(byte);
 }
 
-std::size_t fixPostString(char* text, int keepPlus) { return takePart(text, kEndsText, keepPlus).length; }
+PostReader::PostReader(std::string_view text, char* room, int keepPlus)
+    : from_(text.data()), end_(from_ + ::strnlen(from_, text.size())), to_(room), plus_(keepPlus ? '%' : '+') {}
 
-PostPart takePostName(char*& at, int keepPlus) { return takePart(at, kEndsText | kEndsName, keepPlus); }
+template <char stop>
+PostPart PostReader::take() {
+  char* const text = to_;
+  // In local variables, since what is written through `to` could be this object, as far as the compiler knows.
+  const char *from = from_, *const end = end_;
+  char* to = text;
+  const char plus = plus_;
+  for (;;) {
+    copyPlain<stop>(from, end, to, plus);
+    decodeEscapes(from, end, to);
+    if (from == end || *from == stop) break;
+    if (*from == '%') {
+      const char c = takeEscape<stop>(from, end);
+      if (c == '\0') {
+        from = std::find(from, end, stop);
+        break;
+      }
+      *to++ = c;
+    } else if (*from == plus) {
+      *to++ = ' ';
+      ++from;
+    }
+  }
+  *to = '\0';
+  const bool isLast = from == end;
+  from_ = isLast ? from : from + 1;
+  to_ = to + 1;
+  return {text, static_cast<std::uint32_t>(to - text), isLast};
+}
 
-PostPart takePostValue(char*& at, int keepPlus) { return takePart(at, kEndsText | kEndsValue, keepPlus); }
+PostPart PostReader::takeName() {
+  return take<'='>();
+}
+
+PostPart PostReader::takeValue() {
+  return take<'&'>();
+}
+
+PostPart PostReader::takeRest() {
+  return take<'\0'>();
+}
+
+std::size_t fixPostString(char* text, int keepPlus) {
+  const std::string encoded = text;
+  return PostReader(encoded, text, keepPlus).takeRest().length;
+}
 
 char* writeEscaped(char* to, std::string_view text) {
   // Four bytes are written whatever the byte: telling the cases apart would cost more than what is overwritten.
+#pragma GCC unroll 4
   for (const char c : text) {
     const Escape& escape = kEscapes[static_cast<unsigned char>(c)];
     std::memcpy(to, &escape, sizeof escape);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace zvtaskq {
@@ -10,17 +11,37 @@ namespace zvtaskq {
 /// space unless `keepPlus`. A byte that decodes to NUL ends the text. Returns the new length.
 std::size_t fixPostString(char* text, int keepPlus);
 
-/// A name or a value, decoded where it stood, with a terminator.
+/// A name or a value, decoded and terminated.
 struct PostPart {
   char* text;
-  std::size_t length;
-  /// The character that the encoded text ended with: '=', '&', or a terminator.
-  char endedBy;
+  std::uint32_t length;
+  /// The encoded text ended here; no "=" or "&" stands behind the part.
+  bool isLast;
 };
-/// The name at `at`, which goes up to the next "=", and the value, up to the next "&". `at` moves behind the character
-/// that ended it, or stays at the terminator.
-PostPart takePostName(char*& at, int keepPlus);
-PostPart takePostValue(char*& at, int keepPlus);
+
+/// Cuts an encoded text into its names and values, and decodes them on the way.
+class PostReader {
+ public:
+  /// Reads up to a NUL or the end of `text`, which is shorter than 4 GB. The parts go to `room`, which has one byte
+  /// more than the text and is another place than it.
+  PostReader(std::string_view text, char* room, int keepPlus);
+
+  /// The name, which goes up to the next "=", and the value behind it, up to the next "&".
+  PostPart takeName();
+  PostPart takeValue();
+  /// All that is left.
+  PostPart takeRest();
+
+ private:
+  template <char stop>
+  PostPart take();
+
+  const char* from_;
+  const char* end_;
+  char* to_;
+  /// What becomes a space; '%', which has a meaning anyway, when nothing does.
+  char plus_;
+};
 
 /// The byte that the two characters at `p` (one, when the second is the terminator) name in hexadecimal, in either
 /// case; a space when they do not.

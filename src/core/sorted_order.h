@@ -31,7 +31,7 @@ inline std::uint64_t orderKey(std::string_view text) {
 
 namespace sorting {
 
-/// Up to this many items, comparing the texts costs less than what a cleverer order is built from.
+/// Up to this many items, nothing is taken from the heap and plain insertion is the fastest.
 constexpr std::size_t kFewItems = 32;
 /// From this many on, distributing by bytes beats comparing.
 constexpr std::size_t kManyItems = 1024;
@@ -43,7 +43,9 @@ struct Entry {
   std::uint32_t index;
 };
 
-inline unsigned byteOf(const Entry& entry, int byte) { return entry.key >> (8 * byte) & 0xFF; }
+inline unsigned byteOf(const Entry& entry, int byte) {
+  return entry.key >> (8 * byte) & 0xFF;
+}
 
 /// The length of what all texts begin with. Names such as "user000123" differ only behind it.
 template <class TextAt>
@@ -54,8 +56,8 @@ std::size_t commonPrefix(std::size_t count, TextAt textAt) {
     const std::string_view text = textAt(i);
     shared = std::min(shared, text.size());
     if (std::memcmp(first.data(), text.data(), shared) == 0) continue;
-    shared = static_cast<std::size_t>(std::mismatch(text.begin(), text.begin() + static_cast<long>(shared), first.begin()).first -
-                                      text.begin());
+    shared = static_cast<std::size_t>(
+        std::mismatch(text.begin(), text.begin() + static_cast<long>(shared), first.begin()).first - text.begin());
   }
   return shared;
 }
@@ -92,15 +94,22 @@ inline int distribute(std::vector<Entry>& entries) {
 /// Sorts a stretch of entries; `compare` decides between equal keys.
 template <class Compare>
 void sortStretch(Entry* from, Entry* to, Compare compare) {
-  std::sort(from, to, [&](const Entry& a, const Entry& b) {
+  const auto before = [&](const Entry& a, const Entry& b) {
     if (a.key != b.key) return a.key < b.key;
     const int order = compare(a.index, b.index);
     return order != 0 ? order < 0 : a.index < b.index;
-  });
+  };
+  if (to - from > static_cast<std::ptrdiff_t>(kFewItems)) return std::sort(from, to, before);
+  for (Entry* next = from + 1; next < to; ++next) {
+    const Entry moved = *next;
+    Entry* hole = next;
+    for (; hole > from && before(moved, hole[-1]); --hole) *hole = hole[-1];
+    *hole = moved;
+  }
 }
 
 template <class Compare>
-void sortEntries(std::vector<Entry>& entries, Compare compare) {
+void sortMany(std::vector<Entry>& entries, Compare compare) {
   if (entries.size() < kManyItems) return sortStretch(entries.data(), entries.data() + entries.size(), compare);
   const int shift = 8 * distribute(entries);
   Entry* const end = entries.data() + entries.size();
@@ -110,51 +119,12 @@ void sortEntries(std::vector<Entry>& entries, Compare compare) {
   }
 }
 
-template <class Item, class Compare>
-void insertionSort(Item* items, std::size_t count, Compare compare) {
-  for (std::size_t i = 1; i < count; ++i) {
-    const Item moved = items[i];
-    std::size_t hole = i;
-    for (; hole > 0 && compare(items[hole - 1], moved) > 0; --hole) items[hole] = items[hole - 1];
-    items[hole] = moved;
-  }
-}
-
 }  // namespace sorting
 
-/// Sorts the items by `textOf(item)`; where texts are equal, `tie(a, b)` (negative, 0, positive) decides, then the
-/// place they came in. Returns whether any two texts were equal.
-template <class Item, class TextOf, class Tie>
-bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
-  bool repeats = false;
-  const auto compare = [&](const Item& a, const Item& b) {
-    const int order = strcomp(textOf(a), textOf(b));
-    if (order != 0) return order;
-    repeats = true;
-    return tie(a, b);
-  };
-  if (count <= sorting::kFewItems) {
-    sorting::insertionSort(items, count, compare);
-    return repeats;
-  }
-  const std::size_t shared = sorting::commonPrefix(count, [&](std::size_t i) { return textOf(items[i]); });
-  std::vector<sorting::Entry> entries(count);
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const std::string_view text = textOf(items[i]);
-    // An empty text sorts last, but the empty rest of one that is not comes first.
-    entries[i] = {text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(shared)), i};
-  }
-  sorting::sortEntries(entries, [&](std::uint32_t a, std::uint32_t b) { return compare(items[a], items[b]); });
-  // Gathered into a copy: following the moves in place would wait for memory at each step.
-  const std::vector<Item> before(items, items + count);
-  for (std::size_t i = 0; i < count; ++i) items[i] = before[entries[i].index];
-  return repeats;
-}
-
-/// Puts `items` into the order given, in place. `order` is used up.
+/// Puts `count` items into the order given, in place. `order` is used up.
 template <class Item>
-void applyOrder(Item* items, std::vector<std::uint32_t>& order) {
-  for (std::uint32_t start = 0; start < order.size(); ++start) {
+void applyOrder(Item* items, std::uint32_t* order, std::size_t count) {
+  for (std::uint32_t start = 0; start < count; ++start) {
     if (order[start] == start) continue;
     const Item moved = items[start];
     std::uint32_t hole = start;
@@ -167,6 +137,47 @@ void applyOrder(Item* items, std::vector<std::uint32_t>& order) {
     items[hole] = moved;
     order[hole] = hole;
   }
+}
+
+/// Sorts the items by `textOf(item)`; where texts are equal, `tie(a, b)` (negative, 0, positive) decides, then the
+/// place they came in. Returns whether any two texts were equal.
+template <class Item, class TextOf, class Tie>
+bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
+  using sorting::Entry;
+  if (count < 2) return false;
+  bool repeats = false;
+  const auto compare = [&](std::uint32_t a, std::uint32_t b) {
+    const int order = strcomp(textOf(items[a]), textOf(items[b]));
+    if (order != 0) return order;
+    repeats = true;
+    return tie(items[a], items[b]);
+  };
+  // Most of what is sorted was written in order, by this program.
+  std::uint32_t ordered = 1;
+  while (ordered < count && compare(ordered - 1, ordered) < 0) ++ordered;
+  if (ordered == count) return repeats;
+  const std::size_t shared = sorting::commonPrefix(count, [&](std::size_t i) { return textOf(items[i]); });
+  const auto entryOf = [&](std::uint32_t i) -> Entry {
+    const std::string_view text = textOf(items[i]);
+    // An empty text sorts last, but the empty rest of one that is not comes first.
+    return {text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(shared)), i};
+  };
+  if (count <= sorting::kFewItems) {
+    std::array<Entry, sorting::kFewItems> entries;
+    std::array<std::uint32_t, sorting::kFewItems> order;
+    for (std::uint32_t i = 0; i < count; ++i) entries[i] = entryOf(i);
+    sorting::sortStretch(entries.data(), entries.data() + count, compare);
+    for (std::size_t i = 0; i < count; ++i) order[i] = entries[i].index;
+    applyOrder(items, order.data(), count);
+    return repeats;
+  }
+  std::vector<Entry> entries(count);
+  for (std::uint32_t i = 0; i < count; ++i) entries[i] = entryOf(i);
+  sorting::sortMany(entries, compare);
+  // Gathered from a copy: following the moves in place would wait for memory at each step.
+  const std::vector<Item> before(items, items + count);
+  for (std::size_t i = 0; i < count; ++i) items[i] = before[entries[i].index];
+  return repeats;
 }
 
 }  // namespace zvtaskq
