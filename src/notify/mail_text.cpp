@@ -136,7 +136,7 @@ std::string oneLine(std::string_view text) {
 }
 
 std::string encodeHeader(std::string_view text) {
-  const std::string line = oneLine(text);
+  std::string line = oneLine(text);
   const bool plain = line.size() <= kLongestPlainText && std::all_of(line.begin(), line.end(), isPlain);
   if (plain && line.find("=?") == std::string::npos) return line;
   const char* set = characterSetOf(line);

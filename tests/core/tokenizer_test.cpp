@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstring>
+#include <ctime>
 
 #include "core/config.h"
 #include "core/fail_point.h"
@@ -250,7 +250,7 @@ TEST(Tokenizer, StaysLinear) {
       "|*if A|" + repeated("|*if ", many) + "|*endif|",
   };
   const LogCapture logs;
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   for (const std::string& text : texts) {
     ConfigFile tokens(nullptr);
     fillFrom(tokens, "A=1\nX=2\n");
@@ -261,7 +261,7 @@ TEST(Tokenizer, StaysLinear) {
       EXPECT_STREQ(tokens.getValue("N1"), "2");
     }
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+  EXPECT_LT((std::clock() - start) / CLOCKS_PER_SEC, 30);
 }
 
 // --- Scripts ---------------------------------------------------------------------------------------------------

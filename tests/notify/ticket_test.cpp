@@ -7,7 +7,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <ctime>
 #include <filesystem>
 
@@ -275,9 +274,9 @@ TEST_F(Messages, TenThousandRecipientsTakeTwiceTheTimeOfFiveThousand) {
   const auto timed = [this](int first, int last) {
     ListFile recipients(nullptr);
     for (int i = first; i < last; ++i) recipients.addElement(joined("u", std::to_string(i)).c_str());
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();
     EXPECT_EQ(send(recipients), 1);
-    return std::chrono::steady_clock::now() - start;
+    return std::clock() - start;
   };
   const int many = 10'000;
   for (int i = 0; i < many; ++i) addUser("u" + std::to_string(i));
