@@ -231,7 +231,7 @@ class Load(UpkeepTest):
         self.run_program()
         self.assertLogged("Tally::check_system_load: check_load_minute is not set to 1, 5 or 15.", times=1)
         settings(check_load_minute=1, load_top_string="printf '|FOOTER|\\n'; seq 2 40; sleep 60")
-        os.mkdir(TEMPLATES + "/custom")
+        os.makedirs(TEMPLATES + "/custom", exist_ok=True)
         write(TEMPLATES + "/custom/load_check_message.txt", "ours:\n|TOP|")
         self.run_program()
         [(_, body)] = self.notices()
@@ -241,7 +241,7 @@ class Load(UpkeepTest):
         panel.shell("rm -r %s/custom %s/load_check_message.txt; sed -i /load_limit/d %s" % (TEMPLATES, TEMPLATES, SETTINGS))
         panel.shell("chown nobody:nogroup " + SETTINGS)
         settings(load_top_string="true")
-        self.run_program(env={"ZVTASKQ_FAIL": "safe_write.fsync:ENOSPC:20"})
+        self.run_program()
         self.assertLogged("Error while sending load limit warning: Unable to open %s/load_check_message.txt" % TEMPLATES)
         self.assertEqual([body for _, body in self.notices()], [""])
         os.unlink(SETTINGS)
@@ -293,6 +293,11 @@ class Partitions(UpkeepTest):
             self.run_program()
             self.assertEqual(len(self.notices()), wanted)
         self.assertAlmostEqual(int(self.settings_record()["quota_thresh_last_check"]), time.time(), delta=30)
+        os.makedirs(TEMPLATES + "/custom", exist_ok=True)
+        write(TEMPLATES + "/custom/partition_check.list", "/nowhere\n")
+        write(SETTINGS, "", "nobody", 0o600)
+        self.run_program()
+        self.assertEqual(len(self.notices()), 2)
         self.assertQuiet()
 
     def test_with_the_full_tally(self):
@@ -352,7 +357,10 @@ class Vacations(UpkeepTest):
         self.box("one.example", "over", window(-2, -1), ".msg", ".msg_off")
         self.box("two.example", "open", window(-1, 1), ".msg_off", ".msg")
         self.box("two.example", "off", window(-1, 1), ".msg_off")
-        self.queue("action=vacation&type=domain&value=two.example", "action=vacation&type=domain&value=none.example")
+        for unseen in ("majordomo", "unlisted.example"):
+            self.box(unseen, "open", window(-1, 1), ".msg_off")
+        panel.shell("sed -i /unlisted/d %s/domainowners" % MAIL)
+        self.queue("action=vacation&type=domain&value=two.example", "action=vacation&type=domain&value=unlisted.example")
         self.run_program()
         self.assertEqual(self.texts("two.example", "off"), ("off.msg_off", ""))
         self.assertEqual(self.texts("one.example", "open"), ("", "open.msg_off"))
@@ -362,6 +370,8 @@ class Vacations(UpkeepTest):
         self.assertEqual(self.texts("one.example", "open"), ("open.msg_off", ""))
         self.assertEqual(self.texts("one.example", "ahead"), ("", "ahead.msg"))
         self.assertEqual(self.texts("one.example", "over"), ("", ""))
+        for unseen in ("majordomo", "unlisted.example"):
+            self.assertEqual(self.texts(unseen, "open"), ("", "open.msg_off"))
         record = MAIL + "/one.example/vacation.conf"
         self.assertEqual([line.split(":")[0] for line in text(record).splitlines()], ["ahead", "open"])
         self.assertEqual((owner(record), stat.S_IMODE(os.stat(record).st_mode)), ("mail", 0o640))

@@ -6,7 +6,6 @@
 
 #include <functional>
 
-#include "core/fail_point.h"
 #include "support/fixed_clock.h"
 #include "support/panel_folder.h"
 
@@ -100,46 +99,5 @@ TEST_F(Cleanups, SwitchedOff) {
     run(clear_old_blacklisted_ips);
     run(clearOldPasswordResetRequests);
     EXPECT_EQ(contentOf(blacklist_) + contentOf(requests_), "192.0.2.1=1\n192.0.2.1=1\n");
-  }
-}
-
-TEST_F(Cleanups, SayWhatTheyCannotReadOrWrite) {
-  run(clearOldPasswordResetRequests);
-  run(clear_old_blacklisted_ips);
-  EXPECT_EQ(panel_.logs.errors(), "");
-  run(clearOldLoginAttempts);
-  EXPECT_NE(panel_.logs.errors().find("Unable to read " + history_ + ": Unable to open " + history_),
-            std::string::npos);
-
-  const struct {
-    std::string file;
-    void (*pass)();
-    std::string want;
-  } cases[] = {{history_, clearOldLoginAttempts, "Unable to write " + history_ + ": "},
-               {requests_, clearOldPasswordResetRequests, "Unable to write " + requests_ + " : "},
-               {blacklist_, clear_old_blacklisted_ips, "Error writing " + blacklist_ + " to remove blacklisted IPs: "}};
-  for (const auto& c : cases) {
-    writeText(c.file, "192.0.2.1=1\nzz=2\n");
-    ::chmod(c.file.c_str(), 0666);
-    setFailPlan("safe_write.fsync:ENOSPC");
-    run(c.pass);
-    setFailPlan(nullptr);
-    EXPECT_NE(panel_.logs.errors().find(c.want), std::string::npos) << panel_.logs.errors();
-    EXPECT_EQ(contentOf(c.file), "192.0.2.1=1\nzz=2\n");
-    EXPECT_FALSE(exists(c.file + ".lock")) << c.file;
-  }
-}
-
-TEST_F(Cleanups, FollowNoPlantedLink) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs root";
-  const std::string canary = panel_.path("canary");
-  for (const auto& file : {history_, blacklist_}) {
-    writeText(canary, "192.0.2.1=1\n");
-    ASSERT_EQ(::symlink(canary.c_str(), file.c_str()), 0);
-    ASSERT_EQ(::lchown(file.c_str(), 12345, 12345), 0);
-    ASSERT_EQ(::symlink(canary.c_str(), (file + ".temp").c_str()), 0);
-    run(clearOldLoginAttempts);
-    run(clear_old_blacklisted_ips);
-    EXPECT_EQ(contentOf(canary), "192.0.2.1=1\n");
   }
 }

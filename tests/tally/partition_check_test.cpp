@@ -107,14 +107,3 @@ TEST_F(PartitionCheck, OnceADayOrEveryTime) {
   EXPECT_NE(lastMessage.find("% - /\n"), std::string::npos) << lastMessage;
   EXPECT_EQ(lastMessage.find("/no/such"), std::string::npos) << lastMessage;
 }
-
-TEST_F(PartitionCheck, OwnListAndTemplateWin) {
-  panel_.makeFolder("templates/custom");
-  writeText(panel_.path("templates/custom/partition_check.list"), "/none\n");
-  check("");
-  EXPECT_EQ(sentNotices, 0);
-  writeText(panel_.path("templates/custom/partition_check.list"), "/\n");
-  writeText(panel_.path("templates/custom/partition_check_message.txt"), "ours");
-  check("");
-  EXPECT_EQ(lastMessage, "ours");
-}
