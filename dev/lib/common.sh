@@ -5,11 +5,12 @@ projectRoot=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 export projectRoot
 # One search path everywhere, so that a script does the same under cron, in CI and in a person's shell.
 export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+export HOME=${HOME:-/root}
 export DEBIAN_FRONTEND=noninteractive
 
 # Where downloads and prepared layers are kept between runs.
 cacheFolder() {
-    printf '%s\n' "${ZVTASKQ_CACHE:-${XDG_CACHE_HOME:-${HOME:-/root}/.cache}/zvtaskq}"
+    printf '%s\n' "${ZVTASKQ_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/zvtaskq}"
 }
 
 # say WORDS...: one line for the person who watches; never mixed into what a command prints.

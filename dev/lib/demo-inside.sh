@@ -2,6 +2,7 @@
 # The demo, inside the sandbox: demo-inside.sh BUILD
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/panel.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/demo-upkeep.sh"
 
 if [[ -t 1 ]]; then
     bold=$'\033[1m' green=$'\033[32m' red=$'\033[31m' dim=$'\033[2m' plain=$'\033[0m'
@@ -124,7 +125,7 @@ run() {
 proftpdStopped() { loggedTimes "$system" 'proftpd stoped' 1 && [[ ${proftpdAt["after run 1"]} == down ]]; }
 nginxRestarted() { loggedTimes "$system" 'nginx restarted' 1 && [[ ${nginxAt[before]} != "${nginxAt["after run 1"]}" ]]; }
 adminsTold() {
-    grep -rqsxF 'The second disk is new.' "$ticketsFolder" && [[ $(wc -l <"$adminFolder/tickets.list") == 1 ]]
+    grep -rqsxF 'The second disk is new.' "$ticketsFolder" && grep -q '=type=message&new=yes$' "$adminFolder/tickets.list"
 }
 resetRanFirst() {
     logged "$errors" 'Reset All has finished' && loggedTimes "$system" 'Reset all command Received' 1 &&
@@ -199,10 +200,14 @@ remember "nginx killed"
 run d20
 remember "after run 2"
 askNginx
+prepareUpkeep
+run
 
 showQueue
 showSecondRun
 showServers
+showUpkeep
+showMessages
 showLogs
 if ((wrong > 0)); then
     title "${red}$wrong of these are not so$plain"

@@ -94,12 +94,22 @@ moveIn() {
     cd /
 }
 
+# setUpNetwork: a host name, and besides the loopback an address of its own, as every server has: programs look names
+# up differently where there is none. It leads nowhere.
 setUpNetwork() {
     hostname "$hostName"
-    printf '127.0.0.1\tlocalhost\n127.0.1.1\t%s %s\n::1\tlocalhost ip6-localhost\n' "$hostName" "${hostName%%.*}" >/etc/hosts
     printf '%s\n' "$hostName" >/etc/hostname
-    perl -MSocket -e 'socket(my $s, AF_INET, SOCK_DGRAM, 0) or die;
-        ioctl($s, 0x8914, my $up = pack("a16 s x22", "lo", 0x41)) or die "lo: $!"'
+    printf '%s\t%s\n' 127.0.0.1 localhost "$panelAddress" "$hostName ${hostName%%.*}" ::1 'localhost ip6-localhost' >/etc/hosts
+    perl -MSocket -e '
+        my ($bridge, $address, $mask, $flags) = (0x89a0, 0x8916, 0x891c, 0x8914);
+        socket(my $s, AF_INET, SOCK_DGRAM, 0) or die "socket: $!";
+        my $up = sub { ioctl($s, $flags, my $request = pack("a16 s x22", $_[0], 0x41)) or die "$_[0]: $!" };
+        my $number = sub { ioctl($s, $_[0], my $request = pack("a16 a16 x8", $_[1], pack_sockaddr_in(0, inet_aton($_[2])))) or die "$_[1]: $!" };
+        $up->("lo");
+        my $name = ioctl($s, $bridge, my $wanted = pack("a16", "eth0")) ? "eth0" : "lo:0";
+        $number->($address, $name, $ARGV[0]);
+        $number->($mask, $name, "255.255.255.255");
+        $up->($name);' "$panelAddress"
 }
 
 # The layer is unpacked, not laid below: an overlay takes no two lower folders of which one holds the other.

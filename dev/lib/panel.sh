@@ -65,11 +65,20 @@ layFolders() {
     panelFolder 1777 root:root /home/tmp
 }
 
+# networkDevice: what carries the panel's address, the first one that is not the loopback where that is another.
+networkDevice() {
+    local device
+    for device in /sys/class/net/*; do
+        [[ ${device##*/} == lo || ! -e $device/operstate ]] || { printf '%s' "${device##*/}"; return 0; }
+    done
+    printf lo:0
+}
+
 laySettings() {
     writeRecord "$panelConf" "serverpath=$panelRoot" "servername=$(hostname)" "logdir=$panelLogs" \
         "taskqueue=$panelData/task.queue" "taskqueuecb=$panelData/task.queue.cb" "mailtaskqueue=$mailFolder/mail_task.queue" \
         "admindir=$adminFolder" "userdata=$usersFolder" "ticketsdir=$ticketsFolder" "templates=$panelData/templates" \
-        "emailvirtual=$mailFolder" "ethernet_dev=lo" "check_load=0" "check_partitions=0"
+        "emailvirtual=$mailFolder" "ethernet_dev=$(networkDevice)" "check_load=0" "check_partitions=0"
 }
 
 layAdminRecords() {

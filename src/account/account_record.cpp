@@ -28,10 +28,13 @@ constexpr TypeName kTypes[] = {
 }  // namespace
 
 std::string accountFile(const char* account, const char* file) {
-  return file == nullptr ? joined(sys_conf->userdata, "/", account) : joined(sys_conf->userdata, "/", account, "/", file);
+  return file == nullptr ? joined(sys_conf->userdata, "/", account)
+                         : joined(sys_conf->userdata, "/", account, "/", file);
 }
 
-std::string adminFile(const char* file) { return joined(sys_conf->admindir, "/", file); }
+std::string adminFile(const char* file) {
+  return joined(sys_conf->admindir, "/", file);
+}
 
 int readAccount(const char* account, ConfigFile& record) {
   if (!isValidUsername(account)) return fail(record.result, "Invalid user name");
@@ -57,7 +60,9 @@ int listAccounts(ListFile& names) {
   return 1;
 }
 
-std::string domainOwnersFile() { return joined(sys_conf->emailvirtual, "/domainowners"); }
+std::string domainOwnersFile() {
+  return joined(sys_conf->emailvirtual, "/domainowners");
+}
 
 int readDomainOwners(ConfigFile& owners) {
   owners.setFilename(domainOwnersFile().c_str());

@@ -15,6 +15,7 @@
 #include "core/execute.h"
 #include "core/log.h"
 #include "core/privileges.h"
+#include "core/safe_point.h"
 
 namespace zvtaskq {
 
@@ -112,6 +113,7 @@ int ChildTalk::pollOnce() {
                                    {hasEnded_ ? -1 : ended_.get(), POLLIN, 0}}};
   if (::poll(waited.data(), waited.size(), timeout()) < 0) {
     for (pollfd& one : waited) one.revents = 0;
+    atSafePoint();
   }
   if (waited[0].revents != 0) readReports();
   if (waited[1].revents != 0) feed();

@@ -98,8 +98,12 @@ void ConfigFile::printContents(int bare) const {
   for (long long i = 0; i < size(); ++i) {
     const Pair& pair = pairs_[i];
     if (pair.isEmpty()) continue;
-    if (!bare) std::printf("%2lld: ", i);
-    std::printf("%s%c%s\n", pair.name, separator, pair.value == nullptr ? "" : pair.value);
+    const char* value = pair.value == nullptr ? "" : pair.value;
+    if (bare) {
+      std::printf("%s%c%s\n", pair.name, separator, value);
+    } else {
+      std::printf("%2lld: %s%c%s\n", i, pair.name, separator, value);
+    }
   }
 }
 

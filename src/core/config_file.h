@@ -164,7 +164,7 @@ class ConfigFile : public DataFile {
   Text createPostString(int encode) const;
 
  protected:
-  Words words() const override { return {"ConfigFile", true, true}; }
+  Words words() const override { return {"ConfigFile", "ConfigFile::removeFile(", true, true}; }
   bool takeLine(std::string_view line) override;
   void writeContent(SafeFile& out) const override;
 

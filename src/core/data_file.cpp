@@ -33,7 +33,7 @@ void DataFile::copySettings(const DataFile& other) {
 int DataFile::removeFile(const char* path) {
   const char* own = filename_.orEmpty();
   if (path != nullptr && std::strcmp(path, own) != 0) {
-    return fail(result, words().className, "::removeFile(", own, ") filename does not match");
+    return fail(result, words().removeRefused, own, ") filename does not match");
   }
   const AsOwner owner(ownerUser_, ownerGroup_);
   if (sys::unlink(own) != 0) {
@@ -77,7 +77,7 @@ int DataFile::readLines(const char* lockCaller, long long startOffset) {
     if (!takeLock(lock, filename_, lockCaller)) return 0;
     file = openRegularFile(filename_);
     const int error = errno;
-    struct stat what{};
+    struct stat what {};
     if (file && sys::fstat(file.get(), what) == 0) {
       readMtime = what.st_mtim.tv_sec;
       readSize = what.st_size;
@@ -110,8 +110,8 @@ void DataFile::startAt(int fd, LineReader& lines, long long startOffset) const {
   if (startOffset == 0) return;
   const long long distance = startOffset < 0 ? -startOffset : startOffset;
   if (readSize <= distance) {
-    debug(100, "Seek value of %lld is larger than the filesize (%lld), skipping the seek for %s.", startOffset, readSize,
-          filename_.orEmpty());
+    debug(100, "Seek value of %lld is larger than the filesize (%lld), skipping the seek for %s.", startOffset,
+          readSize, filename_.orEmpty());
     return;
   }
   if (::lseek(fd, startOffset, startOffset > 0 ? SEEK_SET : SEEK_END) < 0) {
@@ -135,7 +135,7 @@ int DataFile::writeLines(const char* path, const char* lockCaller, long long exp
 }
 
 bool DataFile::leftAlone(const char* path) {
-  struct stat now{};
+  struct stat now {};
   if (changed || filename_.view() != path || ::stat(path, &now) != 0) return false;
   if (now.st_mtim.tv_sec == readMtime && now.st_size == readSize) {
     addResult(result, "No need to write ", path, " as it hasn't changed");
@@ -148,8 +148,8 @@ bool DataFile::leftAlone(const char* path) {
     return true;
   }
   if (words().tellsOverwrite) {
-    errorLogAndDebug(2500, "ConfigFile::writeFile(%s) : Timestamp from when it was read is different, overwriting anyway",
-                     path);
+    errorLogAndDebug(
+        2500, "ConfigFile::writeFile(%s) : Timestamp from when it was read is different, overwriting anyway", path);
   }
   return false;
 }
@@ -193,7 +193,8 @@ int DataFile::checkWritten(SafeFile& file, const char* path, long long expectedS
   }
   const long long onDisk = file.sizeOnDisk();
   if (expectedSize != 0 && onDisk <= 0) {
-    errorLog("unable to stat %s for filesize after write: euid:%d", file.temporaryPath(), static_cast<int>(::geteuid()));
+    errorLog("unable to stat %s for filesize after write: euid:%d", file.temporaryPath(),
+             static_cast<int>(::geteuid()));
     return fail(result, "Unable to stat ", file.temporaryPath(), " for filesize after write");
   }
   if (onDisk < expectedSize) {

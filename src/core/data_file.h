@@ -56,6 +56,8 @@ class DataFile {
   /// The words in which the two containers differ.
   struct Words {
     const char* className;
+    /// How a refused delete begins.
+    const char* removeRefused;
     /// A write over a file that changed since it was read is told in the logs.
     bool tellsOverwrite;
     /// A write that fell short is also shown as debug output.

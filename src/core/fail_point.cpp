@@ -80,9 +80,13 @@ FailAction carryOut(const Rule& rule) {
 
 }  // namespace
 
-FailScope::FailScope(const char* name) : before_(scope) { scope = name; }
+FailScope::FailScope(const char* name) : before_(scope) {
+  scope = name;
+}
 
-FailScope::~FailScope() { scope = before_; }
+FailScope::~FailScope() {
+  scope = before_;
+}
 
 FailAction failAction(const char* call) {
   if (rules().empty()) return FailAction::none;
@@ -96,7 +100,9 @@ FailAction failAction(const char* call) {
   return FailAction::none;
 }
 
-void setFailPlan(const char* plan) { rules() = parsePlan(plan == nullptr ? std::string_view() : plan); }
+void setFailPlan(const char* plan) {
+  rules() = parsePlan(plan == nullptr ? std::string_view() : plan);
+}
 
 }  // namespace zvtaskq
 

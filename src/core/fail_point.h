@@ -36,11 +36,15 @@ class FailScope {
  public:
   explicit FailScope(const char*) {}
 };
-inline FailAction failAction(const char*) { return FailAction::none; }
+inline FailAction failAction(const char*) {
+  return FailAction::none;
+}
 
 #endif
 
 /// True when the call named is to fail now, with errno set.
-inline bool failPoint(const char* call) { return failAction(call) == FailAction::error; }
+inline bool failPoint(const char* call) {
+  return failAction(call) == FailAction::error;
+}
 
 }  // namespace zvtaskq

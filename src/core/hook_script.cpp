@@ -98,14 +98,18 @@ HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variab
   return runScript(path, variables, timeLimit);
 }
 
-HookAnswer executeIfExists(const char* path, const ConfigFile* variables, int timeLimit) {
+std::vector<Variable> variablesOf(const ConfigFile* record) {
   std::vector<Variable> pairs;
-  for (long long i = 0; variables != nullptr && i < variables->size(); ++i) {
-    const char* name = variables->getNameAt(i);
-    const char* value = variables->getValueAt(i);
+  for (long long i = 0; record != nullptr && i < record->size(); ++i) {
+    const char* name = record->getNameAt(i);
+    const char* value = record->getValueAt(i);
     if (name != nullptr) pairs.emplace_back(name, value == nullptr ? "" : value);
   }
-  return executeIfExists(path, pairs, timeLimit);
+  return pairs;
+}
+
+HookAnswer executeIfExists(const char* path, const ConfigFile* variables, int timeLimit) {
+  return executeIfExists(path, variablesOf(variables), timeLimit);
 }
 
 }  // namespace zvtaskq

@@ -38,4 +38,7 @@ HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variab
 /// The same with the pairs of a record as variables; null for none.
 HookAnswer executeIfExists(const char* path, const ConfigFile* variables, int timeLimit = kHookTimeLimit);
 
+/// The pairs of a record as variables for a script; none for null.
+std::vector<Variable> variablesOf(const ConfigFile* record);
+
 }  // namespace zvtaskq

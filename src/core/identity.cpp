@@ -43,7 +43,7 @@ class AccountCache {
 
  private:
   void forgetIfChanged() {
-    struct stat now{};
+    struct stat now {};
     if (::stat("/etc/passwd", &now) != 0) now = {};
     if (now.st_ino == seen_.st_ino && now.st_size == seen_.st_size && now.st_mtim.tv_sec == seen_.st_mtim.tv_sec &&
         now.st_mtim.tv_nsec == seen_.st_mtim.tv_nsec) {
@@ -54,7 +54,7 @@ class AccountCache {
   }
 
   std::map<std::string, Ids, std::less<>> accounts_;
-  struct stat seen_{};
+  struct stat seen_ {};
 };
 
 std::optional<Ids> accountIds(const char* name) {
@@ -81,9 +81,13 @@ int setEffectiveGroup(gid_t group) {
 
 }  // namespace
 
-Ids effectiveIds() { return {::geteuid(), ::getegid()}; }
+Ids effectiveIds() {
+  return {::geteuid(), ::getegid()};
+}
 
-Ids realIds() { return {::getuid(), ::getgid()}; }
+Ids realIds() {
+  return {::getuid(), ::getgid()};
+}
 
 unsigned getUID(const char* name) {
   if (name != nullptr && std::strcmp(name, "root") == 0) return 0;
@@ -128,7 +132,9 @@ int switchEffective(Ids to) {
   return 0;
 }
 
-int dropSupplementaryGroups() { return ::setgroups(0, nullptr) == 0 ? 1 : 0; }
+int dropSupplementaryGroups() {
+  return ::setgroups(0, nullptr) == 0 ? 1 : 0;
+}
 
 int becomeForGood(Ids to) {
   // Straight system calls: the library's own versions take locks, which a child that shares memory must not.

@@ -82,7 +82,7 @@ class ListFile : public DataFile {
   void addLine(std::string_view line) { static_cast<void>(takeLine(line)); }
 
  protected:
-  Words words() const override { return {"ListFile", false, false}; }
+  Words words() const override { return {"ListFile", "ListFile::removeFile(", false, false}; }
   bool takeLine(std::string_view line) override;
   void writeContent(SafeFile& out) const override;
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -22,8 +23,12 @@ constexpr useconds_t kPause = 10'000;
 constexpr std::size_t kLongestCaller = 700;
 bool lockDebug = false;
 
-void setReason(char* reason, const std::string& text) {
-  if (reason != nullptr) std::snprintf(reason, kLockReasonSize, "%s", text.c_str());
+[[gnu::format(printf, 2, 3)]] void setReason(char* reason, const char* format, ...) {
+  if (reason == nullptr) return;
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(reason, kLockReasonSize, format, arguments);
+  va_end(arguments);
 }
 
 /// What a person needs to know of a lock that could not be made.
@@ -54,8 +59,8 @@ void breakIfStale(const std::string& path, int maximumAge) {
 
   const Descriptor opened(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   if (opened && sys::flockNow(opened.get(), LOCK_EX) != 0) return;
-  struct stat mine {
-  }, now{};
+  struct stat mine {};
+  struct stat now {};
   if (opened && sys::fstat(opened.get(), mine) != 0) return;
   if (sys::lstat(path.c_str(), now) != 0 || !isStale(now, maximumAge, age)) return;
   if (opened && !sameFile(mine, now)) return;
@@ -74,11 +79,12 @@ void writeCaller(int fd, const char* path, const char* caller) {
            std::strerror(errno));
 }
 
-void markAttempt(const char* path, const char* caller, const char* stage) {
+/// Tells a crash report that the attempt is on, or over.
+void markAttempt(const char* path, const char* caller, bool started) {
   if (caller == nullptr) {
-    set_program_location("getlock(%s) : %s", path, stage);
+    set_program_location(started ? "getlock(%s) : start" : "getlock(%s) : finished", path);
   } else {
-    set_program_location("getlock(%s, '%s') : %s", path, caller, stage);
+    set_program_location(started ? "getlock(%s, '%s') : start" : "getlock(%s, '%s') : finished", path, caller);
   }
 }
 
@@ -93,7 +99,7 @@ Descriptor makeLock(const std::string& lockPath, const char* path, int maximumAg
     }
     if (errno != EEXIST) {
       const std::string why = std::strerror(errno);
-      setReason(reason, joined("open error for ", lockPath, ": ", why, "<br>\n", describe(lockPath)));
+      setReason(reason, "open error for %s: %s<br>\n%s", lockPath.c_str(), why.c_str(), describe(lockPath).c_str());
       return {};
     }
     breakIfStale(lockPath, maximumAge);
@@ -112,9 +118,9 @@ Descriptor attempt(const char* path, int maximumAge, const char* caller, char* r
     setReason(reason, "short file_name");
     return {};
   }
-  markAttempt(path, caller, "start");
+  markAttempt(path, caller, true);
   Descriptor lock = makeLock(joined(path, ".lock"), path, maximumAge, caller, reason);
-  markAttempt(path, caller, "finished");
+  markAttempt(path, caller, false);
   return lock;
 }
 

@@ -34,7 +34,7 @@ std::array<char, 256> location{};
 enum class Fallback { whenDebugging, always, drop };
 
 struct LogKind {
-  const char* LogTargets::* path;
+  const char* LogTargets::*path;
   int syslogPriority;
   Fallback fallback;
 };
@@ -97,7 +97,8 @@ void appendToFile(const LogKind& kind, const std::string& message) {
   line += message;
   line += '\n';
 
-  const int fd = path == nullptr ? -1 : ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0640);
+  const int fd =
+      path == nullptr ? -1 : ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0640);
   if (fd < 0) {
     if (path == nullptr) errno = ENOENT;
     if (!chrooted) debug(1, "Error opening %s: %s", path == nullptr ? "" : path, std::strerror(errno));
@@ -138,7 +139,9 @@ void setLogTargets(const LogTargets* from) {
   targets = loaded ? *from : LogTargets();
 }
 
-Log::Log() { stamp = this; }
+Log::Log() {
+  stamp = this;
+}
 
 Log::~Log() {
   if (stamp == this) stamp = nullptr;
@@ -231,9 +234,13 @@ void refusalLog(int level, const char* format, ...) {
   va_end(arguments);
 }
 
-int isDebug() { return debugLevel; }
+int isDebug() {
+  return debugLevel;
+}
 
-void setDebugLevel(int level) { debugLevel = level; }
+void setDebugLevel(int level) {
+  debugLevel = level;
+}
 
 void set_program_location(const char* format, ...) {
   va_list arguments;
@@ -247,12 +254,20 @@ void set_program_location(const char* format, ...) {
   static_cast<void>(!::write(locationTracker, line.data(), line.size()));
 }
 
-const char* get_program_location() { return location.data(); }
+const char* get_program_location() {
+  return location.data();
+}
 
-void setLocationTracker(int fd) { locationTracker = fd; }
+void setLocationTracker(int fd) {
+  locationTracker = fd;
+}
 
-void set_has_chrooted() { chrooted = true; }
+void set_has_chrooted() {
+  chrooted = true;
+}
 
-bool has_chrooted() { return chrooted; }
+bool has_chrooted() {
+  return chrooted;
+}
 
 }  // namespace zvtaskq

@@ -10,7 +10,7 @@ Descriptor openPrivateFolder(const char* path, mode_t mode) {
   if (sys::mkdir(path, mode) != 0 && errno != EEXIST) return {};
   Descriptor folder(sys::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
   if (!folder) return {};
-  struct stat what{};
+  struct stat what {};
   if (sys::fstat(folder.get(), what) != 0) return {};
   if (what.st_uid != ::geteuid()) {
     errno = EPERM;

@@ -5,8 +5,9 @@
 
 namespace zvtaskq {
 
-/// Makes sure that `path` is a folder that the identity of the moment owns, with exactly the permission bits `mode`, and
-/// opens it. A link, a folder of somebody else or anything else of that name is refused. Not open, with errno, on failure.
+/// Makes sure that `path` is a folder that the identity of the moment owns, with exactly the permission bits `mode`,
+/// and opens it. A link, a folder of somebody else or anything else of that name is refused. Not open, with errno, on
+/// failure.
 Descriptor openPrivateFolder(const char* path, mode_t mode);
 
 }  // namespace zvtaskq

@@ -1,5 +1,7 @@
 #include "core/privileges.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -9,37 +11,46 @@ namespace zvtaskq {
 
 namespace {
 
-bool startedByRoot() { return realIds().user == 0; }
+bool startedByRoot() {
+  return realIds().user == 0;
+}
 
 /// Switches and, when that fails, says so and drops to nobody: an operation meant for one identity must not go on
-/// under a stronger one.
+/// under a stronger one. A process that cannot even drop has no safe way on.
 int switchOrDrop(Ids to) {
   if (switchEffective(to)) return 1;
   if (!startedByRoot()) return 0;
   errorLog("Unable to switch to uid %u gid %u: %s", to.user, to.group, std::strerror(errno));
-  if (!(to == nobodyIds())) static_cast<void>(switchEffective(nobodyIds()));
-  return 0;
+  if (switchEffective(nobodyIds()) || effectiveIds().user != 0 || to.user == 0) return 0;
+  errorLog("Unable to give up root, leaving");
+  ::_exit(1);
 }
 
-bool isUnknown(const char* what, const char* text, unsigned id, int logErrors) {
-  if (id != kUnknownId) return false;
-  if (logErrors) errorLog("Sys:setUserPriv(%s):%s==%d", text, what, static_cast<int>(id));
-  debug(500, "Sys:setUserPriv(%s):%s==%d", text, what, static_cast<int>(id));
-  return true;
+int refuseUnknown(const char* format, const char* user, int logErrors) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  if (logErrors) errorLog(format, user, static_cast<int>(kUnknownId));
+  debug(500, format, user, static_cast<int>(kUnknownId));
+#pragma GCC diagnostic pop
+  return 0;
 }
 
 }  // namespace
 
-int setRootPriv() { return switchOrDrop(kRootIds); }
+int setRootPriv() {
+  return switchOrDrop(kRootIds);
+}
 
-int setNoPriv() { return switchOrDrop(nobodyIds()); }
+int setNoPriv() {
+  return switchOrDrop(nobodyIds());
+}
 
 int setUserPriv(const char* user, int logErrors) {
   const char* name = user == nullptr ? "" : user;
   const unsigned uid = getUID(user);
-  if (isUnknown("uid", name, uid, logErrors)) return 0;
+  if (uid == kUnknownId) return refuseUnknown("Sys:setUserPriv(%s):uid==%d", name, logErrors);
   const unsigned gid = getGID(user, 0);
-  if (isUnknown("gid", name, gid, logErrors)) return 0;
+  if (gid == kUnknownId) return refuseUnknown("Sys:setUserPriv(%s):gid==%d", name, logErrors);
   return switchOrDrop({uid, gid});
 }
 
@@ -57,7 +68,9 @@ int setUGPriv(const char* user, const char* group) {
   return switchOrDrop({uid, gid});
 }
 
-int setUGPriv(unsigned uid, unsigned gid) { return switchOrDrop({uid, gid}); }
+int setUGPriv(unsigned uid, unsigned gid) {
+  return switchOrDrop({uid, gid});
+}
 
 AsUser::AsUser(const char* user) : taken_(setUserPriv(user, 1) != 0) {
   if (!taken_) setNoPriv();
@@ -69,6 +82,8 @@ AsOwner::AsOwner(const char* user, const char* group) : switches_(user != nullpt
   if (!taken) setNoPriv();
 }
 
-KeepPrivileges::~KeepPrivileges() { switchOrDrop(before_); }
+KeepPrivileges::~KeepPrivileges() {
+  switchOrDrop(before_);
+}
 
 }  // namespace zvtaskq

@@ -17,6 +17,7 @@
 #include "core/fail_point.h"
 #include "core/log.h"
 #include "core/random.h"
+#include "core/safe_point.h"
 
 namespace zvtaskq {
 
@@ -146,7 +147,10 @@ int runDetached(int (*work)(void*), void* argument) {
 int do_waitpid(pid_t pid, int& status, const char* name) {
   while (true) {
     if (::waitpid(pid, &status, WUNTRACED | WCONTINUED) < 0) {
-      if (errno == EINTR) continue;
+      if (errno == EINTR) {
+        atSafePoint();
+        continue;
+      }
       errorLogAndDebug(10, "wait error on %s: %s", name, std::strerror(errno));
       return -1;
     }

@@ -14,7 +14,7 @@ constexpr std::size_t kBuffer = std::size_t{64} * 1024;
 constexpr int kCareful = O_RDONLY | O_NONBLOCK;
 
 bool isLinkOfRoot(const char* path) {
-  struct stat link{};
+  struct stat link {};
   return sys::lstat(path, link) == 0 && S_ISLNK(link.st_mode) && link.st_uid == 0;
 }
 
@@ -24,7 +24,7 @@ Descriptor openRegularFile(const char* path) {
   Descriptor file(sys::open(path, kCareful | O_NOFOLLOW));
   if (!file && errno == ELOOP && isLinkOfRoot(path)) file = Descriptor(sys::open(path, kCareful));
   if (!file) return {};
-  struct stat what{};
+  struct stat what {};
   if (sys::fstat(file.get(), what) == 0 && S_ISREG(what.st_mode)) return file;
   file.reset();
   errno = EINVAL;
@@ -65,7 +65,7 @@ int SafeFile::finish() {
 }
 
 long long SafeFile::sizeOnDisk() const {
-  struct stat what{};
+  struct stat what {};
   if (failPoint("safe_write.stat") || sys::fstat(file_.get(), what) != 0) return -1;
   return what.st_size;
 }

@@ -9,7 +9,9 @@ namespace {
 void (*chosenAction)() = nullptr;
 }
 
-void setSafePointAction(void (*action)()) { chosenAction = action; }
+void setSafePointAction(void (*action)()) {
+  chosenAction = action;
+}
 
 void atSafePoint() {
   if (chosenAction != nullptr) chosenAction();

@@ -54,7 +54,9 @@ int Descriptor::close() {
 
 namespace sys {
 
-int open(const char* path, int flags, mode_t mode) { return sys::openat(AT_FDCWD, path, flags, mode); }
+int open(const char* path, int flags, mode_t mode) {
+  return sys::openat(AT_FDCWD, path, flags, mode);
+}
 
 int openat(int directory, const char* path, int flags, mode_t mode) {
   if (failPoint("open")) return -1;
@@ -64,7 +66,8 @@ int openat(int directory, const char* path, int flags, mode_t mode) {
 int openBeneath(int directory, const char* path, int flags, mode_t mode) {
   if (failPoint("openat2")) return -1;
   open_how how{};
-  how.flags = static_cast<unsigned>(flags | kAlways);
+  // This call refuses what a mere pin has no use for.
+  how.flags = static_cast<unsigned>(flags | ((flags & O_PATH) != 0 ? O_CLOEXEC : kAlways));
   if ((flags & O_CREAT) != 0) how.mode = mode;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
   return static_cast<int>(retried([&] { return ::syscall(SYS_openat2, directory, path, &how, sizeof how); }));
@@ -114,7 +117,7 @@ int chmodNoFollow(int directory, const char* path, mode_t mode) {
   // This kernel interface has no chmod that leaves links alone, so the file is pinned first and changed through
   // its descriptor.
   const Descriptor pinned(::openat(directory, path, O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  struct stat what{};
+  struct stat what {};
   if (!pinned || ::fstat(pinned.get(), &what) != 0) return -1;
   if (S_ISLNK(what.st_mode)) {
     errno = ELOOP;
@@ -138,21 +141,27 @@ int renameat(int fromDirectory, const char* from, int toDirectory, const char* t
   return ::renameat(fromDirectory, from, toDirectory, to);
 }
 
-int rename(const char* from, const char* to) { return sys::renameat(AT_FDCWD, from, AT_FDCWD, to); }
+int rename(const char* from, const char* to) {
+  return sys::renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
 
 int unlinkat(int directory, const char* path, int flags) {
   if (failPoint("unlink")) return -1;
   return ::unlinkat(directory, path, flags);
 }
 
-int unlink(const char* path) { return sys::unlinkat(AT_FDCWD, path, 0); }
+int unlink(const char* path) {
+  return sys::unlinkat(AT_FDCWD, path, 0);
+}
 
 int mkdirat(int directory, const char* path, mode_t mode) {
   if (failPoint("mkdir")) return -1;
   return ::mkdirat(directory, path, mode);
 }
 
-int mkdir(const char* path, mode_t mode) { return sys::mkdirat(AT_FDCWD, path, mode); }
+int mkdir(const char* path, mode_t mode) {
+  return sys::mkdirat(AT_FDCWD, path, mode);
+}
 
 int flockNow(int fd, int operation) {
   if (failPoint("flock")) return -1;
@@ -164,15 +173,21 @@ int takeReadLease(int fd) {
   return ::fcntl(fd, F_SETLEASE, F_RDLCK);
 }
 
-int dropLease(int fd) { return ::fcntl(fd, F_SETLEASE, F_UNLCK); }
+int dropLease(int fd) {
+  return ::fcntl(fd, F_SETLEASE, F_UNLCK);
+}
 
-int lstat(const char* path, struct stat& out) { return sys::lstatAt(AT_FDCWD, path, out); }
+int lstat(const char* path, struct stat& out) {
+  return sys::lstatAt(AT_FDCWD, path, out);
+}
 
 int lstatAt(int directory, const char* path, struct stat& out) {
   return ::fstatat(directory, path, &out, AT_SYMLINK_NOFOLLOW);
 }
 
-int fstat(int fd, struct stat& out) { return ::fstat(fd, &out); }
+int fstat(int fd, struct stat& out) {
+  return ::fstat(fd, &out);
+}
 
 }  // namespace sys
 

@@ -78,6 +78,8 @@ int fstat(int fd, struct stat& out);
 void syncParentFolder(const char* path);
 
 /// True when both describe the same file.
-inline bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+inline bool sameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
 
 }  // namespace zvtaskq

@@ -17,6 +17,14 @@ std::string getHostName();
 /// host name or an address is not asked for.
 std::string resolveIPv4(const char* host);
 
+/// The IPv4 address of a network device such as "eth0"; empty for null, an unknown device, and one without address.
+std::string getDeviceAddress(const char* device);
+
+/// The first `lines` lines of what is running, as `load_top_string` prints it (a command for the shell, run as root),
+/// by default "top". Control characters are written as "\xNN". Empty when that prints nothing or takes longer than 10
+/// seconds.
+std::string getProcessListing(int lines);
+
 /// The load averages of the last 1, 5 and 15 minutes. 0, with nothing set, when they cannot be read.
 [[nodiscard]] int getLoadAverage(double& one, double& five, double& fifteen);
 

@@ -15,10 +15,12 @@ bool demo = false;
 void useConfiguration(const Config* conf) {
   sys_conf = conf;
   setLockDebug(conf != nullptr && conf->lock_debug);
-  struct stat what{};
+  struct stat what {};
   demo = conf != nullptr && sys::lstat(joined(conf->serverpath, "/conf/demo").c_str(), what) == 0;
 }
 
-bool isDemo() { return demo; }
+bool isDemo() {
+  return demo;
+}
 
 }  // namespace zvtaskq

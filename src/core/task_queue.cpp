@@ -25,7 +25,9 @@ const char* valueOf(const ConfigFile& line) {
   return value == nullptr ? "" : value;
 }
 
-bool is(const ConfigFile& line, const char* name, const char* value) { return line.isValue(name, value) != 0; }
+bool is(const ConfigFile& line, const char* name, const char* value) {
+  return line.isValue(name, value) != 0;
+}
 
 /// pure-ftpd takes the place of proftpd, and has no signal to read its files again. False when the line is dropped.
 bool rewriteForFtpServer(ConfigFile& line) {
@@ -72,8 +74,9 @@ bool endsInsideLine(int fd, off_t size) {
 }
 
 /// Appends with one write. A write that falls short is taken back.
-bool appendWhole(int fd, std::string line) {
-  struct stat before{};
+bool appendWhole(int fd, std::string_view lines) {
+  std::string line(lines);
+  struct stat before {};
   if (sys::fstat(fd, before) != 0 || !S_ISREG(before.st_mode)) return false;
   if (endsInsideLine(fd, before.st_size)) line.insert(0, 1, '\n');
   if (sys::writeAll(fd, line) == line.size()) return true;
@@ -81,20 +84,6 @@ bool appendWhole(int fd, std::string line) {
   static_cast<void>(sys::ftruncate(fd, before.st_size));
   errno = error;
   return false;
-}
-
-int appendToQueue(const char* path, const std::string& line) {
-  const FailScope scope("queue_append");
-  const Descriptor file(sys::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOFOLLOW, 0600));
-  if (!file || !appendWhole(file.get(), line)) {
-    errorLog("Unable to append to %s: %s", path, std::strerror(errno));
-    addResult(systemResult(), "Unable to open task queue for appending");
-    return 0;
-  }
-  if (sys::fchmod(file.get(), 0600) != 0 || sys::fchown(file.get(), getUID(kPanelUser), getGID(kPanelUser, 0)) != 0) {
-    errorLog("Unable to give %s to %s: %s", path, kPanelUser, std::strerror(errno));
-  }
-  return 1;
 }
 
 }  // namespace
@@ -111,15 +100,25 @@ int pushOnTaskQueue(const char* action, const char* value, const char* type, con
   if (!rewriteForFtpServer(line)) return 1;
   rewriteForWebServer(line);
 
-  const char* path = sys_conf->taskqueue;
+  const Text encoded = line.createPostString(1);
+  return appendToQueue(sys_conf->taskqueue, joined(encoded, "\n"));
+}
+
+int appendToQueue(const char* path, std::string_view lines) {
+  const FailScope scope("queue_append");
   FileLock lock;
   if (!lock.take(path, kLockMaximumAge, "pushOnTaskQueue", nullptr)) {
     return fail(systemResult(), "Can't get lock on task queue");
   }
-  const Text encoded = line.createPostString(1);
-  const int queued = appendToQueue(path, joined(encoded, "\n"));
-  lock.release();
-  return queued;
+  const Descriptor file(sys::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOFOLLOW, 0600));
+  if (!file || !appendWhole(file.get(), lines)) {
+    errorLog("Unable to append to %s: %s", path, std::strerror(errno));
+    return fail(systemResult(), "Unable to open task queue for appending");
+  }
+  if (sys::fchmod(file.get(), 0600) != 0 || sys::fchown(file.get(), getUID(kPanelUser), getGID(kPanelUser, 0)) != 0) {
+    errorLog("Unable to give %s to %s: %s", path, kPanelUser, std::strerror(errno));
+  }
+  return 1;
 }
 
 }  // namespace zvtaskq

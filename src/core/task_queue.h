@@ -1,6 +1,8 @@
 // Queueing a line for a later run.
 #pragma once
 
+#include <string_view>
+
 namespace zvtaskq {
 
 class ConfigFile;
@@ -15,5 +17,10 @@ class ConfigFile;
 /// A line is written whole or not at all.
 [[nodiscard]] int pushOnTaskQueue(const char* action, const char* value, const char* type = nullptr,
                                   const ConfigFile* record = nullptr);
+
+/// Appends whole lines (each with its line feed) to a queue file as they are, making it when it is not there: under its
+/// lock, whole or not at all. 0 with the system result "Can't get lock on task queue" or "Unable to open task queue for
+/// appending". Runs as root, and leaves that identity.
+[[nodiscard]] int appendToQueue(const char* path, std::string_view lines);
 
 }  // namespace zvtaskq

@@ -16,9 +16,13 @@ char* allocated(std::size_t size) {
   return text;
 }
 
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
 
-bool isControl(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; }
+bool isControl(char c) {
+  return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
+}
 
 }  // namespace
 
@@ -29,9 +33,13 @@ char* newString(std::string_view text) {
   return copy;
 }
 
-char* newString(const char* text) { return text == nullptr ? nullptr : newString(std::string_view(text)); }
+char* newString(const char* text) {
+  return text == nullptr ? nullptr : newString(std::string_view(text));
+}
 
-char* newString(const char* first, const char* second) { return newString(std::string_view(joined(first, second))); }
+char* newString(const char* first, const char* second) {
+  return newString(std::string_view(joined(first, second)));
+}
 
 char* newString(int count, ...) {
   std::string all;
@@ -73,16 +81,22 @@ int strcomp(std::string_view a, std::string_view b) {
   return static_cast<int>(a.size() > b.size()) - static_cast<int>(a.size() < b.size());
 }
 
-int strcomp(const char* a, const char* b) { return strcomp(text_detail::part(a), text_detail::part(b)); }
+int strcomp(const char* a, const char* b) {
+  return strcomp(text_detail::part(a), text_detail::part(b));
+}
 
 const char* findChar(const char* text, char c) {
   const char* found = std::strchr(text, c);
   return found == nullptr ? text + std::strlen(text) : found;
 }
 
-const char* findChars(const char* text, const char* set) { return text + std::strcspn(text, set); }
+const char* findChars(const char* text, const char* set) {
+  return text + std::strcspn(text, set);
+}
 
-const char* findCharFromEnd(const char* text, char c) { return std::strrchr(text, c); }
+const char* findCharFromEnd(const char* text, char c) {
+  return std::strrchr(text, c);
+}
 
 const char* findCharBeforePtr(const char* text, const char* end, char c) {
   return static_cast<const char*>(::memrchr(text, c, static_cast<std::size_t>(end - text)));
@@ -92,6 +106,12 @@ const char* trim(const char* text) {
   if (text == nullptr) return nullptr;
   while (isBlank(*text)) ++text;
   return text;
+}
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t\r");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
 }
 
 void trim_end(char* text) {
@@ -107,7 +127,9 @@ void trimBackSlashR(char* text) {
   if (length > 0 && text[length - 1] == '\r') text[length - 1] = '\0';
 }
 
-int commentLine(const char* line) { return line != nullptr && (*line == '#' || *line == ' ') ? 1 : 0; }
+int commentLine(const char* line) {
+  return line != nullptr && (*line == '#' || *line == ' ') ? 1 : 0;
+}
 
 int getParam(const char* line, const char* name, std::string& out) {
   const std::size_t length = std::strlen(name);

@@ -49,6 +49,8 @@ const char* findCharBeforePtr(const char* text, const char* end, char c);
 
 /// The first character of `text` that is neither space nor tab; null for null.
 const char* trim(const char* text);
+/// The part of `text` between the spaces, tabs and carriage returns at its ends.
+std::string_view trimmed(std::string_view text);
 /// Cuts spaces and tabs off the end of `text`, in place.
 void trim_end(char* text);
 /// Cuts one carriage return off the end of `text`, in place.
@@ -128,10 +130,18 @@ class Text {
 };
 
 namespace text_detail {
-inline std::string_view part(const char* text) { return text == nullptr ? std::string_view() : std::string_view(text); }
-inline std::string_view part(std::string_view text) { return text; }
-inline std::string_view part(const std::string& text) { return text; }
-inline std::string_view part(const Text& text) { return text.view(); }
+inline std::string_view part(const char* text) {
+  return text == nullptr ? std::string_view() : std::string_view(text);
+}
+inline std::string_view part(std::string_view text) {
+  return text;
+}
+inline std::string_view part(const std::string& text) {
+  return text;
+}
+inline std::string_view part(const Text& text) {
+  return text.view();
+}
 }  // namespace text_detail
 
 /// All parts (texts, nulls counting as empty) as one string.

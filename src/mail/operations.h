@@ -8,6 +8,8 @@
 
 namespace zvtaskq {
 
+class ConfigFile;
+
 struct MailOperations {
   /// Vacation messages switched by their dates: of every domain, or of one.
   Operation<> switchAllVacations{"vacation messages"};
@@ -24,8 +26,8 @@ struct MailOperations {
   Operation<const char* /*user*/, bool /*smart*/> convertToDovecot{"the conversion of mailboxes"};
   Operation<const char* /*user*/> convertInboxPrefix{"the inbox-prefix folders"};
   Operation<> deleteOldMailboxFiles{"the deletion of old mbox files"};
-  /// The default spam settings for every account; with `features` the default features too.
-  Operation<bool /*features*/> addDefaultOptions{"the default spam and feature settings"};
+  /// The default spam settings for every account, and the settings of the record for those that lack them.
+  Operation<ConfigFile* /*settings*/> addDefaultOptions{"the default spam and feature settings"};
   Operation<const char* /*domain*/, const char* /*user*/, Text* /*result*/> applyDefaultSpam{"the default spam settings of a domain"};
   Operation<const char* /*user*/> rewriteFilters{"the mail filters"};
   Operation<const char* /*user*/> rewritePasswords{"the mail password files"};

@@ -7,11 +7,11 @@
 #include "core/list_file.h"
 #include "core/log.h"
 #include "core/system_layer.h"
+#include "mail/operations.h"
 #include "notify/operations.h"
 #include "runner/action_rows.h"
 #include "runner/task.h"
 #include "tally/operations.h"
-#include "mail/operations.h"
 
 namespace zvtaskq {
 
@@ -26,8 +26,9 @@ void rebuildUsersCache() {
 bool leavesDns(const Task& task, AccountType type) {
   if (!task.is("leave_dns", "yes")) return false;
   if (type == AccountType::admin && sys_conf->cluster) return true;
-  errorLogAndDebug(10, "Invalid option: 'leave_dns=yes' -> Either the clustering is not on, or this is not an Admin account (%s)",
-                   task.get("requestedby"));
+  errorLogAndDebug(
+      10, "Invalid option: 'leave_dns=yes' -> Either the clustering is not on, or this is not an Admin account (%s)",
+      task.get("requestedby"));
   return false;
 }
 
@@ -56,11 +57,14 @@ void deleteAccounts(const Task& task) {
   const int deleted = deleteUsers(&users, leaveDns, &outcome);
   ListFile recipients(nullptr);
   recipients.addElement(requester);
-  notifyOperations().messageUsers(deleted ? "Users deleted" : "Error while deleting Users", outcome.orEmpty(), &recipients);
+  notifyOperations().messageUsers(deleted ? "Users deleted" : "Error while deleting Users", outcome.orEmpty(),
+                                  &recipients);
   rebuildUsersCache();
 }
 
-void deleteMailboxFiles(const Task&) { mailOperations().deleteOldMailboxFiles(); }
+void deleteMailboxFiles(const Task&) {
+  mailOperations().deleteOldMailboxFiles();
+}
 
 constexpr TaskRow kDeletions[] = {{"mbox", deleteMailboxFiles}, {"account", deleteAccounts}};
 

@@ -19,8 +19,8 @@ namespace {
 struct OwnerKind {
   const char* type;
   const char* unreadable;
-  Operation<BackupJob*> BackupOperations::* backup;
-  Operation<BackupJob*> BackupOperations::* restore;
+  Operation<BackupJob*> BackupOperations::*backup;
+  Operation<BackupJob*> BackupOperations::*restore;
 };
 constexpr OwnerKind kOwnerKinds[] = {
     {"reseller", "Cannot read data for Reseller %s : %s", &BackupOperations::backupForReseller,
@@ -90,10 +90,13 @@ void backupForOwner(const Task& task) {
   const bool succeeded = backup(&job) != 0;
   if (!tellsOwner(task, succeeded, job.messageDue)) return;
   const std::string id = task.given("id") == nullptr ? std::string() : joined(" (id=", task.get("id"), ")");
-  messageOwner(task, joined(succeeded ? "Your backups are now ready" : "An error occurred during the backup", id), job.report);
+  messageOwner(task, joined(succeeded ? "Your backups are now ready" : "An error occurred during the backup", id),
+               job.report);
 }
 
-void backupSystem(const Task&) { backupOperations().backupSystem(); }
+void backupSystem(const Task&) {
+  backupOperations().backupSystem();
+}
 
 /// A schedule made before databases or mail could be chosen alone means to have their data too.
 struct AwareSelection {
@@ -177,7 +180,8 @@ void restoreAction(const Task& task) {
   if (restore.missing()) return;
   BackupJob job{&account, &task.record, {}, false};
   const bool succeeded = restore(&job) != 0;
-  messageOwner(task, succeeded ? "Your User files have been restored" : "An error occurred during the restore.", job.report);
+  messageOwner(task, succeeded ? "Your User files have been restored" : "An error occurred during the restore.",
+               job.report);
   ListFile everybody(nullptr);
   tallyOperations().cacheAllUsers(&everybody, false);
 }

@@ -16,7 +16,12 @@ namespace zvtaskq {
 
 namespace {
 
-void convertCronBackups(const Task&) { backupOperations().convertCronBackups(); }
+/// What every account may use unless somebody decides otherwise.
+constexpr const char* kDefaultFeatures[] = {"spam", "cron", "sysinfo", "catchall", "login_keys"};
+
+void convertCronBackups(const Task&) {
+  backupOperations().convertCronBackups();
+}
 
 void convertToDovecot(const Task& task) {
   const char* user = task.given("user");
@@ -28,7 +33,9 @@ void convertToDovecot(const Task& task) {
   mailOperations().convertToDovecot(user, task.given("smart") != nullptr);
 }
 
-void convertSuspendedDatabases(const Task&) { serviceOperations().convertSuspendedDatabases(); }
+void convertSuspendedDatabases(const Task&) {
+  serviceOperations().convertSuspendedDatabases();
+}
 
 void convertUnifiedFtp(const Task& task) {
   const bool simulate = task.given("simulate") != nullptr && !task.is("simulate", "0") && !task.is("simulate", "no");
@@ -39,7 +46,9 @@ void convertUnifiedFtp(const Task& task) {
   serviceOperations().convertUnifiedFtp(simulate);
 }
 
-void convertInboxPrefix(const Task& task) { mailOperations().convertInboxPrefix(task.given("user")); }
+void convertInboxPrefix(const Task& task) {
+  mailOperations().convertInboxPrefix(task.given("user"));
+}
 
 constexpr TaskRow kConversions[] = {{"cronbackups", convertCronBackups},
                                     {"todovecot", convertToDovecot},
@@ -54,7 +63,14 @@ void convertAction(const Task& task) {
   errorLog("executeCommand: can't figure out what to convert for '%s'", task.line);
 }
 
-void addOptionsAction(const Task& task) { mailOperations().addDefaultOptions(task.is("action", "addoptions")); }
+void addOptionsAction(const Task& task) {
+  ConfigFile settings(nullptr);
+  if (task.is("action", "addoptions")) {
+    for (const char* feature : kDefaultFeatures) settings.setParam(feature, "ON");
+    settings.setParam("inode", "unlimited");
+  }
+  mailOperations().addDefaultOptions(&settings);
+}
 
 void vacationAction(const Task& task) {
   if (task.is("value", "all")) {

@@ -39,7 +39,9 @@ void domainsOrAll(const Task& task, ListFile& domains) {
   domains.fill_name(&owners);
 }
 
-bool isOn(const Task& task, const char* key) { return task.is(key, "yes") || task.is(key, "1"); }
+bool isOn(const Task& task, const char* key) {
+  return task.is(key, "yes") || task.is(key, "1");
+}
 
 // --- Services --------------------------------------------------------------------------------------------------
 
@@ -48,7 +50,9 @@ void rewriteWebServer(const Task& task) {
   queueTask("httpd", "restart");
 }
 
-void rewriteFtpDatabase(const Task&) { serviceOperations().rewriteFtpDatabase(); }
+void rewriteFtpDatabase(const Task&) {
+  serviceOperations().rewriteFtpDatabase();
+}
 
 void signZones(const Task& task) {
   ListFile domains(nullptr);
@@ -109,7 +113,9 @@ void rewriteIps(const Task&) {
   queueTask("httpd", "restart");
 }
 
-void checkCertificates(const Task&) { serviceOperations().checkCertificates(); }
+void checkCertificates(const Task&) {
+  serviceOperations().checkCertificates();
+}
 
 // --- Accounts --------------------------------------------------------------------------------------------------
 
@@ -123,9 +129,13 @@ void rewriteAccessGroup(const Task&) {
   if (sys_conf->dovecot) queueTask("dovecot", "restart");
 }
 
-void rewriteLinks(const Task& task) { accountOperations().rewriteLinks(task.given("user")); }
+void rewriteLinks(const Task& task) {
+  accountOperations().rewriteLinks(task.given("user"));
+}
 
-void recountIps(const Task&) { accountOperations().recountIpStatistics(); }
+void recountIps(const Task&) {
+  accountOperations().recountIpStatistics();
+}
 
 /// A limit of the record as a number, 0 when there is none.
 long long limitOf(const ConfigFile& account, const char* key) {
@@ -159,7 +169,8 @@ void rewriteQuotas(const Task& task) {
 void addDomainIp(const char* domain, const char* owner, ConfigFile& table) {
   ConfigFile record(nullptr);
   if (!readDomain(owner, domain, record)) {
-    errorLog("Unable to read %s: %s", record.getFilename() == nullptr ? domain : record.getFilename(), record.result.orEmpty());
+    errorLog("Unable to read %s: %s", record.getFilename() == nullptr ? domain : record.getFilename(),
+             record.result.orEmpty());
     return;
   }
   const char* ip = record.getValue("ip");
@@ -208,19 +219,31 @@ void rewriteHeloData(const Task&) {
 
 // --- Mail ------------------------------------------------------------------------------------------------------
 
-void rewriteFilters(const Task& task) { mailOperations().rewriteFilters(task.given("user")); }
+void rewriteFilters(const Task& task) {
+  mailOperations().rewriteFilters(task.given("user"));
+}
 
-void rewriteMailPasswords(const Task& task) { mailOperations().rewritePasswords(task.given("user")); }
+void rewriteMailPasswords(const Task& task) {
+  mailOperations().rewritePasswords(task.given("user"));
+}
 
 constexpr TaskRow kRewrites[] = {
-    {"httpd", rewriteWebServer},     {"nginx", rewriteWebServer},
-    {"litespeed", rewriteWebServer}, {"pureftp_db", rewriteFtpDatabase},
-    {"dnssec", signZones},           {"dkim", rewriteDkim},
-    {"secure_access_group", rewriteAccessGroup}, {"links", rewriteLinks},
-    {"ips", rewriteIps},             {"ipcount", recountIps},
-    {"named", rewriteZones},         {"filter", rewriteFilters},
-    {"quota", rewriteQuotas},        {"email_passwd", rewriteMailPasswords},
-    {"domainips", rewriteDomainIps}, {"helo_data", rewriteHeloData},
+    {"httpd", rewriteWebServer},
+    {"nginx", rewriteWebServer},
+    {"litespeed", rewriteWebServer},
+    {"pureftp_db", rewriteFtpDatabase},
+    {"dnssec", signZones},
+    {"dkim", rewriteDkim},
+    {"secure_access_group", rewriteAccessGroup},
+    {"links", rewriteLinks},
+    {"ips", rewriteIps},
+    {"ipcount", recountIps},
+    {"named", rewriteZones},
+    {"filter", rewriteFilters},
+    {"quota", rewriteQuotas},
+    {"email_passwd", rewriteMailPasswords},
+    {"domainips", rewriteDomainIps},
+    {"helo_data", rewriteHeloData},
     {"letsencrypt", checkCertificates},
 };
 

@@ -7,7 +7,7 @@
 #include "mail/operations.h"
 #include "notify/operations.h"
 #include "runner/action_rows.h"
-#include "runner/cleanups.h"
+#include "runner/hostname_check.h"
 #include "runner/run_flags.h"
 #include "runner/task.h"
 #include "services/operations.h"
@@ -26,6 +26,7 @@ int tallyModeOf(const Task& task) {
 }
 
 void tallyAllAccounts(int mode) {
+  checkHostname();
   if (sys_conf->check_partitions == kPartitionsWithTally) tallyOperations().checkPartitions();
   serviceOperations().tallyHook();
   if (mode == kTallyEverything) accountOperations().recountIpStatistics();

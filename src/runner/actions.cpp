@@ -9,8 +9,8 @@
 #include "core/system_result.h"
 #include "core/task_queue.h"
 #include "runner/action_rows.h"
-#include "runner/run_flags.h"
 #include "runner/process_table.h"
+#include "runner/run_flags.h"
 #include "runner/service_monitor.h"
 #include "runner/services_table.h"
 #include "runner/task.h"
@@ -20,17 +20,28 @@ namespace zvtaskq {
 namespace {
 
 constexpr TaskRow kActions[] = {
-    {"tally", tallyAction},           {"quotatally", tallyAction},
-    {"bandwidthtally", tallyAction},  {"syscheck", systemCheckAction},
-    {"sync", syncAction},             {"cache", cacheAction},
-    {"bandwidth", bandwidthAction},   {"confirm", confirmAction},
-    {"confirm_removed", confirmRemovedAction}, {"backup", backupAction},
-    {"convert", convertAction},       {"delete", deleteAction},
-    {"addspam", addOptionsAction},    {"addoptions", addOptionsAction},
-    {"restore", restoreAction},       {"vacation", vacationAction},
-    {"reset", resetAction},           {"cleanreset", cleanResetAction},
-    {"notify", notifyAction},         {"rewrite", rewriteAction},
-    {"defaultspam", defaultSpamAction}, {"update", updateAction},
+    {"tally", tallyAction},
+    {"quotatally", tallyAction},
+    {"bandwidthtally", tallyAction},
+    {"syscheck", systemCheckAction},
+    {"sync", syncAction},
+    {"cache", cacheAction},
+    {"bandwidth", bandwidthAction},
+    {"confirm", confirmAction},
+    {"confirm_removed", confirmRemovedAction},
+    {"backup", backupAction},
+    {"convert", convertAction},
+    {"delete", deleteAction},
+    {"addspam", addOptionsAction},
+    {"addoptions", addOptionsAction},
+    {"restore", restoreAction},
+    {"vacation", vacationAction},
+    {"reset", resetAction},
+    {"cleanreset", cleanResetAction},
+    {"notify", notifyAction},
+    {"rewrite", rewriteAction},
+    {"defaultspam", defaultSpamAction},
+    {"update", updateAction},
     {"ipswap", ipSwapAction},
 };
 

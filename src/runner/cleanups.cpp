@@ -8,6 +8,7 @@
 #include "core/config.h"
 #include "core/log.h"
 #include "core/privileges.h"
+#include "core/record_lock.h"
 #include "core/sys.h"
 #include "core/system_layer.h"
 
@@ -37,8 +38,10 @@ long long dropOld(ConfigFile& record, IsOld isOld) {
   return count - record.size();
 }
 
-/// The age in seconds, as a signed 32-bit number.
-int ageOf(long long time) { return static_cast<int>(static_cast<long long>(std::time(nullptr)) - time); }
+/// The seconds since `time`, as a signed 32-bit number. Whatever stands in the file, nothing overflows.
+int ageOf(long long time) {
+  return static_cast<int>(static_cast<unsigned>(std::time(nullptr)) - static_cast<unsigned>(time));
+}
 
 }  // namespace
 
@@ -46,6 +49,7 @@ void clearOldLoginAttempts() {
   const std::string path = adminFile("login.hist");
   ConfigFile history(path.c_str());
   history.setUser(kPanelUser);
+  const RecordLock lock(history);
   if (!history.readFile()) {
     errorLog("Unable to read %s: %s", path.c_str(), history.result.orEmpty());
     return;
@@ -59,6 +63,7 @@ void clearOldPasswordResetRequests() {
   const std::string path = adminFile("lost_password_request.txt");
   ConfigFile requests(path.c_str());
   requests.setUser(kPanelUser);
+  const RecordLock lock(requests);
   if (!requests.readFile()) return;
   dropOld(requests, [&](long long i) { return ageOf(timeOf(requests, i, "time")) > kResetRequestAge; });
   if (!requests.writeFile()) errorLog("Unable to write %s : %s", path.c_str(), requests.result.orEmpty());
@@ -68,10 +73,11 @@ void clear_old_blacklisted_ips() {
   if (isDemo() || sys_conf->bruteforce == 0 || sys_conf->clear_blacklist_ip_time == 0) return;
   const char* path = sys_conf->ip_blacklist;
   const AsRoot root;
-  struct stat what{};
+  struct stat what {};
   if (sys::lstat(path, what) != 0) return;
   ConfigFile blacklist(path);
   blacklist.setUser("root");
+  const RecordLock lock(blacklist);
   if (!blacklist.readFile(1)) {
     debug(200, "Unable to read %s to clear blacklisted IPs: %s", path, blacklist.result.orEmpty());
     return;
@@ -81,7 +87,7 @@ void clear_old_blacklisted_ips() {
   const long long dropped = dropOld(blacklist, [&](long long i) {
     long long since = 0;
     const char* value = blacklist.getValueAt(i);
-    if (value == nullptr || std::sscanf(value, "%lld", &since) != 1 || since == 0 || now <= since + limit) return false;
+    if (value == nullptr || std::sscanf(value, "%lld", &since) != 1 || since == 0 || since >= now - limit) return false;
     debug(200, "Removing %s from the %s", blacklist.getNameAt(i), path);
     return true;
   });

@@ -32,8 +32,8 @@ std::string stampNow() {
   std::tm local{};
   ::localtime_r(&now.tv_sec, &local);
   char text[64];
-  std::snprintf(text, sizeof text, "%.4d%.2d%.2d-%.2d%.2d%.2d.%.9ld", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec);
+  std::snprintf(text, sizeof text, "%.4d%.2d%.2d-%.2d%.2d%.2d.%.9ld", local.tm_year + 1900, local.tm_mon + 1,
+                local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec);
   return text;
 }
 
@@ -85,8 +85,8 @@ int keepAside(const char* path, const char* why) {
     const std::string reason = std::strerror(errno);
     const std::string beside = joined(path, ".", stamp);
     if (sys::rename(path, beside.c_str()) != 0) return 0;
-    errorLog("%s: its lines are kept aside as %s (%s/%s: %s): %s", path, beside.c_str(), folderPath.c_str(), stamp.c_str(),
-             reason.c_str(), why);
+    errorLog("%s: its lines are kept aside as %s (%s/%s: %s): %s", path, beside.c_str(), folderPath.c_str(),
+             stamp.c_str(), reason.c_str(), why);
     return 1;
   }
   errorLog("%s: its lines are kept aside as %s/%s: %s", path, folderPath.c_str(), stamp.c_str(), why);

@@ -9,4 +9,6 @@ zvtaskq::Config conf("/usr/local/zorvane/conf/zorvane.conf");
 zvtaskq::Log log;
 }  // namespace
 
-int main(int argumentCount, char** arguments) { return zvtaskq::runProgram(argumentCount, arguments, conf); }
+int main(int argumentCount, char** arguments) {
+  return zvtaskq::runProgram(argumentCount, arguments, conf);
+}

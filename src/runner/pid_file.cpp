@@ -20,7 +20,7 @@ constexpr std::time_t kStaleAge = 2700;
 PidFile::PidFile(bool systemd) : path_(std::string(systemd ? "/run/" : "/var/run/") + "zvtaskq" + ".pid") {}
 
 void PidFile::removeStale() const {
-  struct stat what{};
+  struct stat what {};
   if (sys::lstat(path(), what) != 0 || what.st_mtim.tv_sec >= std::time(nullptr) - kStaleAge) return;
   static_cast<void>(sys::unlink(path()));
   errorLog("ZvTaskQ didn't remove its pid file when it last quit, removing it now...");
@@ -35,13 +35,16 @@ int PidFile::write() const {
   }
   const char* why = std::strerror(errno);
   const Ids real = realIds(), effective = effectiveIds();
-  std::printf("Cannot create the pid file: %s uid:%d gid:%d euid:%d egid:%d : %s\n", path(), static_cast<int>(real.user),
-              static_cast<int>(real.group), static_cast<int>(effective.user), static_cast<int>(effective.group), why);
+  std::printf("Cannot create the pid file: %s uid:%d gid:%d euid:%d egid:%d : %s\n", path(),
+              static_cast<int>(real.user), static_cast<int>(real.group), static_cast<int>(effective.user),
+              static_cast<int>(effective.group), why);
   errorLog("Cannot create the pid file: %s uid:%d gid:%d euid:%d egid:%d %s", path(), static_cast<int>(real.user),
            static_cast<int>(real.group), static_cast<int>(effective.user), static_cast<int>(effective.group), why);
   return 0;
 }
 
-void PidFile::remove() const { static_cast<void>(sys::unlink(path())); }
+void PidFile::remove() const {
+  static_cast<void>(sys::unlink(path()));
+}
 
 }  // namespace zvtaskq

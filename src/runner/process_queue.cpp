@@ -128,6 +128,8 @@ void processQueue(const char* path, int mailMode) {
   runFlags.busy = 0;
 }
 
-void process_mail_queue(const char* path) { processQueue(path, 1); }
+void process_mail_queue(const char* path) {
+  processQueue(path, 1);
+}
 
 }  // namespace zvtaskq

@@ -13,6 +13,7 @@
 #include "core/safe_point.h"
 #include "runner/handover_lock.h"
 #include "runner/lost_lines.h"
+#include "runner/retired_queue.h"
 
 namespace zvtaskq {
 
@@ -27,7 +28,7 @@ std::string movedName(const std::string& temporary, const struct stat& file) {
 }
 
 bool isFileAt(const std::string& path, const struct stat& file) {
-  struct stat now{};
+  struct stat now {};
   return sys::lstat(path.c_str(), now) == 0 && sameFile(now, file);
 }
 
@@ -38,8 +39,10 @@ QueueFile::QueueFile(const char* path) : path_(path == nullptr ? "" : path), tem
 QueueFile::Taken QueueFile::take() {
   const FailScope scope("queue");
   setRootPriv();
-  struct stat what{};
-  if (path_.empty() || sys::lstat(path_.c_str(), what) != 0) return Taken::absent;
+  if (path_.empty()) return Taken::absent;
+  revisitRetired(path_);
+  struct stat what {};
+  if (sys::lstat(path_.c_str(), what) != 0) return Taken::absent;
   const bool taken = moveAside();
   const int error = errno;
   setNoPriv();
@@ -53,7 +56,7 @@ bool QueueFile::moveAside() {
   const HandoverLock lock;
   if (!lock.held()) return false;
   if (!makeWay()) return false;
-  struct stat queue{};
+  struct stat queue {};
   if (sys::lstat(path_.c_str(), queue) != 0) return false;
   if (S_ISDIR(queue.st_mode)) {
     // A folder would move as willingly as a file, and could never be deleted again.
@@ -61,7 +64,11 @@ bool QueueFile::moveAside() {
     return false;
   }
   if (sys::rename(path_.c_str(), temporary_.c_str()) != 0) return false;
-  if (openTaken()) waitForWriters();
+  if (!openTaken()) return true;
+  // A writer may hold a lock of its own on the file for as long as it writes.
+  const bool marked = sys::flockNow(file_.get(), LOCK_EX) == 0;
+  waitForWriters();
+  if (!marked) static_cast<void>(sys::flockNow(file_.get(), LOCK_EX));
   return true;
 }
 
@@ -74,7 +81,6 @@ bool QueueFile::openTaken() {
     file_.reset();
     return false;
   }
-  static_cast<void>(sys::flockNow(file_.get(), LOCK_EX));
   reader_ = std::make_unique<LineReader>(file_.get());
   return true;
 }
@@ -95,7 +101,7 @@ void QueueFile::waitForWriters() {
 /// Clears the temporary name. What a crash left there is kept aside; what another run still works on moves to a name
 /// that this run can tell from the file itself.
 bool QueueFile::makeWay() {
-  struct stat leftover{};
+  struct stat leftover {};
   if (sys::lstat(temporary_.c_str(), leftover) != 0) return true;
   const Descriptor opened(sys::open(temporary_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   const bool busy = opened && sys::flockNow(opened.get(), LOCK_EX) != 0 && errno == EWOULDBLOCK;
@@ -119,7 +125,7 @@ int QueueFile::read(ListFile& lines) {
 }
 
 bool QueueFile::hasMore() {
-  struct stat now{};
+  struct stat now {};
   return readable_ && sys::fstat(file_.get(), now) == 0 && now.st_size > reader_->consumed() + reader_->unfinished();
 }
 
@@ -142,8 +148,9 @@ void QueueFile::finish() {
   if (!readable_) {
     static_cast<void>(keepAside(name.c_str(), "could not be read"));
   } else if (reader_->unfinished() > 0) {
-    static_cast<void>(keepAside(name.c_str(), "its last line is not finished and was not carried out, the others were"));
-  } else if (sys::unlink(name.c_str()) != 0) {
+    static_cast<void>(
+        keepAside(name.c_str(), "its last line is not finished and was not carried out, the others were"));
+  } else if (!retireQueueFile(path_, name.c_str(), reader_->consumed()) && sys::unlink(name.c_str()) != 0) {
     errorLog("Error removing tmp Q file");
   }
 }

@@ -2,11 +2,12 @@
 //
 // The file is renamed to "<path>.tmp", and writers then make a new one. So that nothing is lost and nothing done twice:
 // - a writer that had the file open at the rename is waited for (a read lease is granted only when there is none),
-//   and what one writes later all the same is found by reading on before the delete;
+//   what one writes later all the same is found by reading on when the lines are done, and what comes later still by
+//   a later run (runner/retired_queue.h);
 // - runs hand over one at a time, under a lock that only root can reach and that dies with its holder;
 // - each run holds a `flock` on the file it works on: a ".tmp" without one was left behind by a crash and is kept
 //   aside with its lines; one with it belongs to a run that is still busy and only moves out of the way;
-// - the delete removes the file that was read, under whichever of the two names it has by then, and no other.
+// - what goes in the end is the file that was read, under whichever of the two names it has by then, and no other.
 #pragma once
 
 #include <memory>
@@ -34,8 +35,8 @@ class QueueFile {
   /// Whether lines have arrived since the last read.
   bool hasMore();
 
-  /// Deletes the file ("Error removing tmp Q file" when that fails). What could not be read, an unfinished last line
-  /// included, is kept aside instead.
+  /// Takes the file out of the way ("Error removing tmp Q file" when that fails): it retires and is deleted by a later
+  /// run. What could not be read, an unfinished last line included, is kept aside instead.
   void finish();
 
  private:

@@ -10,7 +10,7 @@ namespace zvtaskq {
 
 RunFlags runFlags;
 
-const char* const kSystemServices[] = {"httpd", "zorvane",   "exim",  "mysqld",    "named", "proftpd",
+const char* const kSystemServices[] = {"httpd", "zorvane",  "exim",  "mysqld",    "named", "proftpd",
                                        "sshd",  "vm-pop3d", "nginx", "litespeed", nullptr};
 const char* const kSystemServiceNames[] = {"Apache", "Zorvane",  "Exim",  "MySQL",          "Named", "ProFTPd",
                                            "sshd",   "vm-Pop3d", "Nginx", "LiteSpeedHttpd", nullptr};

@@ -44,11 +44,13 @@ void answerNotedSignals() {
 /// Reads what another program wants of this run and does it. Instructions older than this process were meant for one
 /// that had the same id before.
 void process_new_instruction() {
-  const std::string path = adminFile(joined("task_queue_processes/", std::to_string(::getpid()), "/instructions").c_str());
+  const std::string path =
+      adminFile(joined("task_queue_processes/", std::to_string(::getpid()), "/instructions").c_str());
   ConfigFile instructions(path.c_str());
   instructions.setUser(kPanelUser);
   if (!instructions.readFile()) {
-    errorLogAndDebug(100, "process_new_instruction: Unable to read %s: %s", path.c_str(), instructions.result.orEmpty());
+    errorLogAndDebug(100, "process_new_instruction: Unable to read %s: %s", path.c_str(),
+                     instructions.result.orEmpty());
     return;
   }
   if (instructions.readMtime < startedAt) return;
@@ -72,9 +74,10 @@ void process_new_instruction() {
 void installSignalHandlers() {
   startedAt = std::time(nullptr);
   setSafePointAction(answerNotedSignals);
-  struct sigaction action{};
+  struct sigaction action {};
   ::sigemptyset(&action.sa_mask);
-  // Not restarted: a wait or a sleep that is interrupted is a safe point, and every other call is retried by its wrapper.
+  // Not restarted: a wait or a sleep that is interrupted is a safe point, and every other call is retried by its
+  // wrapper.
   action.sa_handler = note;
   ::sigaction(SIGUSR1, &action, nullptr);
   ::sigaction(SIGUSR2, &action, nullptr);

@@ -15,12 +15,15 @@
 #include "core/privileges.h"
 #include "core/sys.h"
 #include "core/system_layer.h"
+#include "mail/mail_upkeep.h"
+#include "notify/notices.h"
 #include "runner/options.h"
 #include "runner/pid_file.h"
 #include "runner/run.h"
 #include "runner/run_flags.h"
 #include "runner/services_table.h"
 #include "runner/signals.h"
+#include "tally/server_checks.h"
 
 namespace zvtaskq {
 
@@ -53,7 +56,14 @@ void reportUnreadableConfiguration(const Config& conf) {
 void handOver(Config& conf) {
   useConfiguration(&conf);
   runFlags.services = kSystemServices;
-  conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+  if (!conf.logdir.isEmpty()) conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+}
+
+/// What each room of this build does for the others.
+void wireRooms() {
+  provideNotices();
+  provideServerChecks();
+  provideMailUpkeep();
 }
 
 bool isRoot() {
@@ -117,6 +127,7 @@ int runProgram(int argumentCount, char** arguments, Config& conf) {
     return 0;
   }
   handOver(conf);
+  wireRooms();
   if (!isRoot()) return 1;
   enterPanel(conf);
   raiseFileLimit();

@@ -127,8 +127,12 @@ void end_task_queue_tracking() {
   removeFolder(folder);
 }
 
-TaskTracking::TaskTracking(const ConfigFile& task) { static_cast<void>(set_task_queue_tracking(task)); }
+TaskTracking::TaskTracking(const ConfigFile& task) {
+  static_cast<void>(set_task_queue_tracking(task));
+}
 
-TaskTracking::~TaskTracking() { end_task_queue_tracking(); }
+TaskTracking::~TaskTracking() {
+  end_task_queue_tracking();
+}
 
 }  // namespace zvtaskq

@@ -29,7 +29,8 @@ struct ServiceOperations {
   Operation<ListFile* /*addresses*/, Text* /*result*/> writeIpsConfiguration{"the web server's ips.conf"};
   /// Hands a zone's text, or a mail account's data, to the peers of the DNS cluster.
   Operation<const char* /*domain*/, const char* /*zone*/> sendZone{"the DNS cluster"};
-  Operation<ConfigFile* /*request*/, const char* /*user*/, const char* /*host*/> sendMailAccount{"the mail data of the cluster"};
+  Operation<ConfigFile* /*request*/, const char* /*user*/, const char* /*host*/> sendMailAccount{
+      "the mail data of the cluster"};
   Operation<> checkCertificates{"the check of certificate expiries"};
   Operation<> rebuildSafeModeCache{"the PHP safe-mode cache"};
   Operation<> convertSuspendedDatabases{"the conversion of suspended databases"};

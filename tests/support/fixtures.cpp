@@ -34,12 +34,12 @@ void writeText(const std::string& path, const std::string& text) {
 }
 
 bool exists(const std::string& path) {
-  struct stat what{};
+  struct stat what {};
   return ::lstat(path.c_str(), &what) == 0;
 }
 
 unsigned modeOf(const std::string& path) {
-  struct stat what{};
+  struct stat what {};
   return ::lstat(path.c_str(), &what) == 0 ? what.st_mode & 07777 : 0;
 }
 
@@ -50,6 +50,8 @@ LogCapture::LogCapture() {
   setLogTargets(&targets);
 }
 
-LogCapture::~LogCapture() { setLogTargets(nullptr); }
+LogCapture::~LogCapture() {
+  setLogTargets(nullptr);
+}
 
 }  // namespace zvtaskq::test

@@ -1,0 +1,96 @@
+#include "notify/mail_copies.h"
+
+#include <algorithm>
+#include <ctime>
+#include <string_view>
+
+#include "core/config.h"
+#include "core/identity.h"
+#include "core/log.h"
+#include "core/names.h"
+#include "core/process.h"
+#include "core/system_info.h"
+#include "core/system_layer.h"
+#include "notify/mail_text.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr std::size_t kLongestComplaint = 4096;
+bool outOfReach = false;
+
+std::string textOf(const char* text) {
+  return text == nullptr ? "" : text;
+}
+
+/// The name of this server in an address; never one that could not stand there.
+const std::string& serverName() {
+  static std::string name;
+  const std::string wanted = sys_conf->servername.orEmpty();
+  if (isValidDomain(wanted.c_str())) {
+    name = wanted;
+  } else if (name.empty()) {
+    const std::string own = getHostName();
+    name = isValidDomain(own.c_str()) ? own : "localhost";
+  }
+  return name;
+}
+
+ChildPlan sendmail(std::string message) {
+  ChildPlan plan = ChildPlan::program(kSendmail, {"-t"});
+  if (realIds().user == 0) plan.identity = Ids{getUID(kPanelUser), getGID(kPanelUser, 0)};
+  plan.workingDirectory = std::string("/");
+  plan.inputs.push_back(std::move(message));
+  plan.errors = ChildPlan::Stream::collect;
+  plan.outputLimit = kLongestComplaint;
+  plan.timeLimit = kSendmailTimeLimit;
+  return plan;
+}
+
+}  // namespace
+
+std::vector<std::string> addressesOf(const ConfigFile& account) {
+  std::vector<std::string> addresses;
+  const char* list = account.getValue("email");
+  std::string_view rest = list == nullptr ? std::string_view() : std::string_view(list);
+  while (!rest.empty()) {
+    const std::size_t end = std::min(rest.find(','), rest.size());
+    const std::string_view address = trimmed(rest.substr(0, end));
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    if (isMailAddress(address)) {
+      addresses.emplace_back(address);
+    } else if (!address.empty()) {
+      errorLog("'%s' of account %s is no e-mail address", std::string(address).c_str(),
+               textOf(account.getValue("username")).c_str());
+    }
+  }
+  return addresses;
+}
+
+bool wantsCopies(const ConfigFile& account) {
+  return !account.isValue("email_on_message", "no");
+}
+
+MailCopies::MailCopies(const char* senderName, const char* subject, const char* body)
+    : senderName_(textOf(senderName)), subject_(textOf(subject)), body_(textOf(body)) {}
+
+int MailCopies::send(const std::string& address) const {
+  if (outOfReach) return 0;
+  MailText mail;
+  mail.fromName = senderName_;
+  mail.server = serverName();
+  mail.from = joined(kPanelUser, "@", mail.server);
+  mail.to = address;
+  mail.subject = subject_;
+  mail.body = body_;
+  mail.date = std::time(nullptr);
+  const ChildResult child = runChild(sendmail(composeMail(mail)));
+  if (child.status == 0) return 1;
+  outOfReach = child.timedOut || child.status == -1 || child.status == 127;
+  errorLog("Unable to send an e-mail to %s: %s returned %d%s: %s", address.c_str(), kSendmail, child.status,
+           outOfReach ? ", no more are sent in this run" : "", child.output.c_str());
+  return 0;
+}
+
+}  // namespace zvtaskq

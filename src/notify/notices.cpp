@@ -1,0 +1,33 @@
+#include "notify/notices.h"
+
+#include "core/config_file.h"
+#include "core/list_file.h"
+#include "notify/operations.h"
+#include "notify/ticket.h"
+
+namespace zvtaskq {
+
+namespace {
+
+int notifyAdmins(const char* service, const char* subject, const char* message, int isGeneral) {
+  return Ticket().notifyAdmins(service, subject, message, isGeneral);
+}
+
+int messageUsers(const char* subject, const char* message, ListFile* users) {
+  return Ticket().messageUsers(subject, message, users);
+}
+
+int sendSystemMessage(ConfigFile* message, ListFile* recipients) {
+  return message == nullptr ? 0 : Ticket().sendSystemMessage(*message, recipients, 0, false);
+}
+
+}  // namespace
+
+void provideNotices() {
+  NotifyOperations& operations = notifyOperations();
+  operations.notifyAdmins.provide(notifyAdmins);
+  operations.messageUsers.provide(messageUsers);
+  operations.sendSystemMessage.provide(sendSystemMessage);
+}
+
+}  // namespace zvtaskq

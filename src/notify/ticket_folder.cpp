@@ -1,0 +1,99 @@
+#include "notify/ticket_folder.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "core/config.h"
+#include "core/private_folder.h"
+#include "core/safe_walk.h"
+#include "core/system_layer.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kFolderSize = 1000;
+constexpr mode_t kFolderMode = 0700;
+
+std::string threeDigits(int number) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%.3d", number);
+  return text;
+}
+
+std::string middleFolder(int number) {
+  return joined(sys_conf->ticketsdir, "/", threeDigits(number / kFolderSize));
+}
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+/// Calls `take` with the number that each name in the folder begins with. 0 with errno.
+template <class Take>
+int eachNumber(int folder, Take take) {
+  // Opened anew, because reading moves a descriptor's place, and closing the list would close it.
+  Descriptor copy(sys::openat(folder, ".", O_RDONLY | O_DIRECTORY));
+  const std::unique_ptr<DIR, CloseFolder> names(copy ? ::fdopendir(copy.get()) : nullptr);
+  if (!names) return 0;
+  static_cast<void>(!copy.release());
+  while (const dirent* entry = ::readdir(names.get())) {
+    const std::string_view name = entry->d_name;
+    int number = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+    if (error == std::errc() && number >= 0 && (end == name.data() + name.size() || *end == '.')) take(number);
+  }
+  return 1;
+}
+
+}  // namespace
+
+std::string ticketFolder(int number) {
+  return joined(middleFolder(number), "/", threeDigits(number));
+}
+
+std::string messageFile(int ticket, int message, const char* ending) {
+  return joined(ticketFolder(ticket), "/", threeDigits(message), ".", ending);
+}
+
+Claim claimTicketFolder(int number) {
+  const Descriptor middle = openPrivateFolder(middleFolder(number).c_str(), kFolderMode);
+  if (!middle) return Claim::failed;
+  if (sys::mkdirat(middle.get(), threeDigits(number).c_str(), kFolderMode) == 0) return Claim::made;
+  return errno == EEXIST ? Claim::taken : Claim::failed;
+}
+
+Descriptor openTicketFolder(int number) {
+  const Descriptor middle = openPrivateFolder(middleFolder(number).c_str(), kFolderMode);
+  return middle ? openPrivateFolder(ticketFolder(number).c_str(), kFolderMode) : Descriptor();
+}
+
+int highestTicket() {
+  const Descriptor top = openFolder(sys_conf->ticketsdir);
+  std::vector<int> thousands;
+  if (!top || !eachNumber(top.get(), [&](int number) { thousands.push_back(number); })) return -1;
+  std::sort(thousands.rbegin(), thousands.rend());
+  for (const int thousand : thousands) {
+    int highest = 0;
+    const Descriptor folder = openBeneath(top.get(), threeDigits(thousand).c_str(), O_RDONLY | O_DIRECTORY);
+    if (!folder) continue;
+    if (!eachNumber(folder.get(), [&](int number) { highest = std::max(highest, number); })) return -1;
+    if (highest > 0) return highest;
+  }
+  return 0;
+}
+
+int nextMessage(int folder) {
+  int highest = 0;
+  static_cast<void>(eachNumber(folder, [&](int number) { highest = std::max(highest, number); }));
+  return highest + 1;
+}
+
+}  // namespace zvtaskq

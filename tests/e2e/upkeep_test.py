@@ -1,0 +1,459 @@
+"""Upkeep from outside: clean-ups, the host name, load and partitions, vacations, block lists."""
+import glob
+import os
+import pwd
+import stat
+import subprocess
+import time
+
+import panel
+from panel import ADMIN, PanelTest, settings, text, write
+
+TEMPLATES = panel.PANEL + "/data/templates"
+MAIL = "/etc/virtual"
+SPOOL = "/var/spool/exim"
+BLOCKED = {0: SPOOL + "/blocked_authenticated_users", 1: SPOOL + "/blocked_script_paths"}
+HISTORY = ADMIN + "/login.hist"
+REQUESTS = ADMIN + "/lost_password_request.txt"
+BLACKLIST = ADMIN + "/ip_blacklist"
+SETTINGS = ADMIN + "/admin.conf"
+
+
+def ago(seconds):
+    return int(time.time()) - seconds
+
+
+def day(offset, edge):
+    """The window edge that many days from now."""
+    when = time.localtime(time.time() + offset * 86400)
+    return "{0}year={1}&{0}month={2}&{0}day={3}&{0}time={4:02}:{5:02}".format(edge, *when[:5])
+
+
+def window(start, end):
+    return day(start, "start") + "&" + day(end, "end")
+
+
+def owner(path):
+    return pwd.getpwuid(os.stat(path).st_uid).pw_name
+
+
+class UpkeepTest(PanelTest):
+    def setUp(self):
+        super().setUp()
+        panel.panel_do("addAccount", "boss", "admin", "root", "boss.example")
+        write("/usr/sbin/sendmail", "#!/bin/sh\ncat >/dev/null\n", "root", 0o755)
+
+    def notices(self):
+        """Subject and text of every stored message, the oldest first."""
+        found = []
+        for body in sorted(glob.glob(panel.PANEL + "/data/tickets/*/*/*.msg") + glob.glob(panel.PANEL + "/data/tickets/*/*.msg")):
+            header = dict(line.split("=", 1) for line in text(body[:-4] + ".conf").splitlines())
+            self.assertEqual((header["user"], header["priority"], header["from"]), ("multiple", "30", "zvadmin"))
+            found.append((header["subject"], text(body)))
+        return found
+
+    def forget(self):
+        panel.shell("rm -rf %s/data/tickets/* %s/errortaskq.log" % (panel.PANEL, panel.LOGS))
+
+    def assertQuiet(self):
+        """No error but that of a machine that lets nobody have as many open files."""
+        self.assertEqual([line for line in self.log().splitlines() if "setrlimit" not in line], [])
+
+    def settings_record(self):
+        return dict(line.split("=", 1) for line in text(SETTINGS).splitlines())
+
+
+class Cleanups(UpkeepTest):
+    def test_the_three_passes(self):
+        settings(brute_force_time_limit=600, lost_password=1, bruteforce=1, clear_blacklist_ip_time=10)
+        write(HISTORY, "a=date=%d&ip=192.0.2.1\nb=date=%d\nc=ip=192.0.2.2\n" % (ago(590), ago(660)), "zvadmin", 0o600)
+        write(REQUESTS, "a=time=%d&user=bob\nb=time=%d\n" % (ago(7100), ago(7300)), "zvadmin", 0o600)
+        write(BLACKLIST, "192.0.2.1=%d\n192.0.2.2=%d\n192.0.2.3=0\n192.0.2.4\n" % (ago(590), ago(660)), "root", 0o600)
+        shown = self.run_program("d200")
+        self.assertRegex(text(HISTORY), r"\Aa=date=\d+&ip=192.0.2.1\n\Z")
+        self.assertRegex(text(REQUESTS), r"\Aa=time=\d+&user=bob\n\Z")
+        self.assertRegex(text(BLACKLIST), r"\A192.0.2.1=\d+\n192.0.2.3=0\n192.0.2.4=\n\Z")
+        self.assertIn("Removing 192.0.2.2 from the " + BLACKLIST, shown)
+        self.assertEqual([owner(path) for path in (HISTORY, REQUESTS, BLACKLIST)], ["zvadmin", "zvadmin", "root"])
+        self.assertQuiet()
+
+    def test_what_cannot_be_read_or_written(self):
+        settings(bruteforce=1, clear_blacklist_ip_time=1, lost_password=1)
+        os.unlink(HISTORY)
+        self.run_program()
+        self.assertLogged("Unable to read %s: Unable to open %s for reading." % (HISTORY, HISTORY), times=1)
+        for path, user in ((HISTORY, "zvadmin"), (REQUESTS, "zvadmin"), (BLACKLIST, "root")):
+            write(path, "a=1\nb=2\n", user, 0o600)
+        self.run_program(env={"ZVTASKQ_FAIL": "safe_write.fsync:ENOSPC"})
+        self.assertLogged("Unable to write %s: Error writing %s.  Disk might be full." % (HISTORY, HISTORY))
+        self.assertLogged("Unable to write %s : Error writing %s.  Disk might be full." % (REQUESTS, REQUESTS))
+        self.assertLogged("Error writing %s to remove blacklisted IPs: Error writing %s." % (BLACKLIST, BLACKLIST))
+        for path in (HISTORY, REQUESTS, BLACKLIST):
+            self.assertEqual(text(path), "a=1\nb=2\n")
+        os.mkfifo(BLACKLIST + "2")
+        settings(ip_blacklist=BLACKLIST + "2")
+        self.assertIn("Unable to read %s2 to clear blacklisted IPs: " % BLACKLIST, self.run_program("d200"))
+
+    def test_demo_and_planted_links(self):
+        settings(bruteforce=1, clear_blacklist_ip_time=1)
+        write("/root/canary", "a=1\n", "root", 0o600)
+        nobody = pwd.getpwnam("nobody").pw_uid
+        os.symlink("/root/canary", BLACKLIST)
+        os.lchown(BLACKLIST, nobody, nobody)
+        self.run_program()
+        self.assertEqual(text("/root/canary"), "a=1\n")
+        os.unlink(BLACKLIST)
+        write(BLACKLIST, "a=1\n", "root", 0o600)
+        write(panel.PANEL + "/conf/demo", "")
+        self.run_program()
+        self.assertEqual(text(BLACKLIST), "a=1\n")
+
+    def test_an_entry_added_meanwhile_is_kept(self):
+        """Others of the panel add entries under the lock while passes run."""
+        write(HISTORY, "", "zvadmin", 0o600)
+        adder = subprocess.Popen(["python3", "-c", ADDER, HISTORY])
+        while adder.poll() is None:
+            self.run_program()
+        self.assertEqual(adder.returncode, 0)
+        self.run_program()
+        left = text(HISTORY).splitlines()
+        self.assertEqual(sum(line.startswith("new") for line in left), 150)
+        self.assertFalse([line for line in left if line.startswith("old")])
+
+
+ADDER = """
+import os, sys, time, pwd
+path = sys.argv[1]
+os.setegid(pwd.getpwnam("zvadmin").pw_gid)
+os.seteuid(pwd.getpwnam("zvadmin").pw_uid)
+for i in range(150):
+    while True:
+        try:
+            os.close(os.open(path + ".lock", os.O_CREAT | os.O_EXCL, 0o600))
+            break
+        except FileExistsError:
+            time.sleep(0.0005)
+    with open(path, "a") as file:
+        file.write("new%d=date=%d\\nold%d=date=1\\n" % (i, time.time(), i))
+    os.unlink(path + ".lock")
+    time.sleep(0.003)
+"""
+
+
+class HostName(UpkeepTest):
+    SUBJECT = "This is e-mail notification to warn you that your hostname is setup improperly on your system."
+
+    def tally(self, action="tally"):
+        self.queue("action=%s&value=all" % action)
+        self.forget()
+        self.run_program()
+        os.path.exists(panel.QUEUE) and os.unlink(panel.QUEUE)
+        return self.notices()
+
+    def name_it(self, name, address):
+        panel.shell("hostname %s; printf '127.0.0.1 localhost\\n%s\\n' >/etc/hosts" % (name, address and "%s %s" % (address, name)))
+        self.addCleanup(panel.shell, "hostname panel.example.test; printf '127.0.0.1 localhost\\n192.0.2.10 "
+                                     "panel.example.test panel\\n' >/etc/hosts")
+
+    def test_findings(self):
+        self.assertEqual(self.tally(), [])
+        settings(servername="other.example")
+        [(subject, body)] = self.tally("quotatally")
+        self.assertEqual(subject, self.SUBJECT)
+        self.assertTrue(body.startswith("Your hostname, panel.example.test, and the servername you have set in Zorvane, "
+                                        "other.example, do not match.  It is"), body)
+        self.assertTrue(body.endswith("script via ssh to change your hostname\n\n"), body)
+
+        settings(servername="loop.example.test")
+        self.name_it("loop.example.test", "127.0.0.1")
+        [(_, body)] = self.tally("bandwidthtally")
+        self.assertTrue(body.startswith("loop.example.test, resolves to 127.0.0.1.  Please make sure that your hostname "
+                                        "resolves to your server ip (192.0.2.10) or else your email"), body)
+        write(ADMIN + "/ip.list", "", "zvadmin", 0o600)
+        [(_, body)] = self.tally()
+        self.assertIn("server ip (192.0.2.10)", body)
+        settings(ethernet_dev="none0")
+        [(_, body)] = self.tally()
+        self.assertEqual(body, "Unable to determine the server's ip.  Please make sure that the proper ethernet device has "
+                               "been set in the zorvane.conf file: eg: ethernet_dev=eth0\n\n")
+
+    def test_a_command_that_says_nothing_or_hangs(self):
+        panel.shell("cp /bin/hostname /bin/hostname.kept")
+        self.addCleanup(panel.shell, "mv /bin/hostname.kept /bin/hostname")
+        for script, longest in (("exit 1", 20), ("sleep 600", 40)):
+            panel.shell("rm /bin/hostname; printf '#!/bin/sh\\n%s\\n' >/bin/hostname; chmod 755 /bin/hostname" % script)
+            start = time.monotonic()
+            [(_, body)] = self.tally()
+            self.assertLess(time.monotonic() - start, longest)
+            self.assertTrue(body.startswith("Cannot find your hostname using the command '/bin/hostname --fqdn'. Please check"))
+            self.assertIn("use 127.0.0.1Unable to resolve your hostname, .  This will cause major issues", body)
+
+
+class Load(UpkeepTest):
+    def setUp(self):
+        super().setUp()
+        deadline = time.monotonic() + 30
+        while os.getloadavg()[0] < 0.01 and time.monotonic() < deadline:
+            pass
+        settings(check_load="0.001", check_load_minute=1)
+
+    def script(self, name, body):
+        write("%s/scripts/custom/%s" % (panel.PANEL, name), "#!/bin/sh\n" + body, "root", 0o700)
+
+    def test_stock_notice_and_interval(self):
+        self.run_program()
+        [(subject, body)] = self.notices()
+        self.assertRegex(subject, r"\AWarning: The 1 Minute Load Average is [0-9.]+\Z")
+        self.assertRegex(body, r"The 1 minute load average is [0-9.]+\. You are told when it is above 0\.001\.")
+        self.assertIn("PID USER", body)
+        self.assertNotIn("|", body)
+        self.assertAlmostEqual(int(self.settings_record()["load_limit_last_sent"]), time.time(), delta=30)
+        self.assertEqual((owner(SETTINGS), self.settings_record()["service_email_active"]), ("nobody", "yes"))
+        self.run_program()
+        self.assertEqual(len(self.notices()), 1)
+
+    def test_scripts(self):
+        seen = "/tmp/load.seen"
+        self.script("load_spike_notice_pre.sh", "echo busy, come back; exit 2\n")
+        self.run_program()
+        self.assertLogged("Tally::check_system_load: Pre script output: busy, come back", times=1)
+        self.assertEqual(self.notices(), [])
+        self.assertNotIn("load_limit_last_sent", self.settings_record())
+        self.script("load_spike_notice_pre.sh", 'echo "$ONE:$FIVE:$FIFTEEN:$LOAD:$MINUTE:$LIMIT" >%s\n' % seen)
+        self.script("load_spike_notice_post.sh", "exit 5\n")
+        self.run_program()
+        self.assertRegex(text(seen), r"\A([0-9.]+):[0-9.]+:[0-9.]+:\1:1:0.001\n\Z")
+        self.assertLogged("Tally::check_system_load: Post script output: exit status 5", times=1)
+        self.assertEqual(len(self.notices()), 1)
+
+    def test_odd_settings_and_files(self):
+        settings(check_load_minute=10)
+        self.run_program()
+        self.assertLogged("Tally::check_system_load: check_load_minute is not set to 1, 5 or 15.", times=1)
+        settings(check_load_minute=1, load_top_string="printf '|FOOTER|\\n'; seq 2 40; sleep 60")
+        os.mkdir(TEMPLATES + "/custom")
+        write(TEMPLATES + "/custom/load_check_message.txt", "ours:\n|TOP|")
+        self.run_program()
+        [(_, body)] = self.notices()
+        self.assertEqual(body, "ours:\n!FOOTER!\n" + "".join("%d\n" % i for i in range(2, 31)))
+
+        self.forget()
+        panel.shell("rm -r %s/custom %s/load_check_message.txt; sed -i /load_limit/d %s" % (TEMPLATES, TEMPLATES, SETTINGS))
+        panel.shell("chown nobody:nogroup " + SETTINGS)
+        settings(load_top_string="true")
+        self.run_program(env={"ZVTASKQ_FAIL": "safe_write.fsync:ENOSPC:20"})
+        self.assertLogged("Error while sending load limit warning: Unable to open %s/load_check_message.txt" % TEMPLATES)
+        self.assertEqual([body for _, body in self.notices()], [""])
+        os.unlink(SETTINGS)
+        self.run_program()
+        self.assertLogged("Tally::check_system_load: Unable to read %s : Unable to open" % SETTINGS)
+
+    def test_a_stamp_of_the_future_and_a_full_disk(self):
+        write(SETTINGS, "load_limit_last_sent=%d\n" % (time.time() + 1e6), "nobody", 0o600)
+        self.run_program()
+        self.assertLogged("load_limit_last_sent is ", times=1)
+        self.assertEqual(len(self.notices()), 1)
+        self.run_program()
+        self.assertLogged("load_limit_last_sent is ", times=1)
+        panel.shell("sed -i d %s; chown nobody:nogroup %s" % (SETTINGS, SETTINGS))
+        os.chmod(ADMIN, 0o711)
+        self.run_program()
+        self.assertLogged("Tally::check_system_load: Unable to read %s : Unable to get Lock on file:" % SETTINGS)
+
+
+class Partitions(UpkeepTest):
+    MOUNT = "/mnt/a long name, with blanks and 100% odd"
+
+    def setUp(self):
+        super().setUp()
+        os.makedirs(self.MOUNT, exist_ok=True)
+        panel.shell("mount -t tmpfs -o size=400k '%s' '%s'" % ("a very long device name " * 4, self.MOUNT))
+        self.addCleanup(panel.shell, "umount '%s'" % self.MOUNT)
+        write(TEMPLATES + "/partition_check.list", self.MOUNT + "\n/nowhere\n")
+        settings(check_partitions=1)
+
+    def fill(self, percent):
+        with open(self.MOUNT + "/file", "wb") as file:
+            file.write(b"x" * (4096 * percent))
+
+    def test_threshold_and_a_day(self):
+        self.fill(94)
+        self.run_program()
+        self.assertEqual(self.notices(), [])
+        self.fill(95)
+        self.run_program()
+        [(subject, body)] = self.notices()
+        self.assertEqual(subject, "Warning: a partition is used to 95% or more")
+        self.assertIn("\n95%% - %s\n" % self.MOUNT, body)
+        self.assertNotIn("nowhere", body)
+        self.run_program()
+        self.assertEqual(len(self.notices()), 1)
+        for seconds, wanted in ((86300, 1), (86500, 2)):
+            write(SETTINGS, "quota_thresh_last_check=%d\n" % ago(seconds), "nobody", 0o600)
+            self.run_program()
+            self.assertEqual(len(self.notices()), wanted)
+        self.assertAlmostEqual(int(self.settings_record()["quota_thresh_last_check"]), time.time(), delta=30)
+        self.assertQuiet()
+
+    def test_with_the_full_tally(self):
+        settings(check_partitions=2)
+        self.fill(100)
+        self.run_program()
+        self.assertEqual(self.notices(), [])
+        for wanted in (1, 2):
+            self.queue("action=tally&value=all")
+            self.run_program()
+            self.assertEqual(len(self.notices()), wanted)
+            self.assertIn("\n100%% - %s\n" % self.MOUNT, self.notices()[-1][1])
+
+    def test_failures(self):
+        self.fill(100)
+        panel.shell("mv /bin/df /bin/df.kept")
+        self.addCleanup(panel.shell, "mv -f /bin/df.kept /bin/df")
+        for script, longest in (("echo nothing", 20), ("sleep 600", 60)):
+            self.forget()
+            panel.shell("printf '#!/bin/sh\\n%s\\n' >/bin/df; chmod 755 /bin/df" % script)
+            start = time.monotonic()
+            self.run_program()
+            self.assertLess(time.monotonic() - start, longest)
+            self.assertLogged("unable to get the disk usage with the df command to check the disk usage", times=1)
+        panel.shell("cp /bin/df.kept /bin/df")
+        os.unlink(SETTINGS)
+        self.run_program()
+        self.assertLogged("Unable to read %s : Unable to open" % SETTINGS)
+        os.unlink(TEMPLATES + "/partition_check.list")
+        self.run_program()
+        self.assertLogged("Unable to read %s/partition_check.list : Unable to open" % TEMPLATES)
+        write(panel.PANEL + "/conf/demo", "")
+        self.forget()
+        self.assertNotIn("Checking partition usage", self.run_program("d35"))
+        os.unlink(panel.PANEL + "/conf/demo")
+        self.assertIn("Checking partition usage", self.run_program("d30"))
+
+
+class Vacations(UpkeepTest):
+    def box(self, domain, name, dates, *suffixes):
+        folder = "%s/%s" % (MAIL, domain)
+        if not os.path.isdir(folder):
+            panel.panel_do("addDomain", "boss", domain)
+        with open(folder + "/vacation.conf", "a") as file:
+            file.write("%s:%s\n" % (name, dates))
+        panel.shell("chown mail:mail %s/vacation.conf; chmod 640 %s/vacation.conf" % (folder, folder))
+        for suffix in suffixes:
+            write("%s/reply/%s%s" % (folder, name, suffix), name + suffix, "mail", 0o600)
+
+    def texts(self, domain, name):
+        base = "%s/%s/reply/%s" % (MAIL, domain, name)
+        return text(base + ".msg"), text(base + ".msg_off")
+
+    def test_all_domains_and_one(self):
+        self.box("one.example", "open", window(-1, 1), ".msg_off")
+        self.box("one.example", "ahead", window(1, 2), ".msg")
+        self.box("one.example", "over", window(-2, -1), ".msg", ".msg_off")
+        self.box("two.example", "open", window(-1, 1), ".msg_off", ".msg")
+        self.box("two.example", "off", window(-1, 1), ".msg_off")
+        self.queue("action=vacation&type=domain&value=two.example", "action=vacation&type=domain&value=none.example")
+        self.run_program()
+        self.assertEqual(self.texts("two.example", "off"), ("off.msg_off", ""))
+        self.assertEqual(self.texts("one.example", "open"), ("", "open.msg_off"))
+        self.queue("action=vacation&value=all")
+        shown = self.run_program("d2000")
+        self.assertRegex(shown, r"checking over@one\.example\. active=1 curTime=\d+ stime=\d+ etime=\d+")
+        self.assertEqual(self.texts("one.example", "open"), ("open.msg_off", ""))
+        self.assertEqual(self.texts("one.example", "ahead"), ("", "ahead.msg"))
+        self.assertEqual(self.texts("one.example", "over"), ("", ""))
+        record = MAIL + "/one.example/vacation.conf"
+        self.assertEqual([line.split(":")[0] for line in text(record).splitlines()], ["ahead", "open"])
+        self.assertEqual((owner(record), stat.S_IMODE(os.stat(record).st_mode)), ("mail", 0o640))
+        self.assertQuiet()
+
+    def test_words(self):
+        self.box("one.example", "nodate", "startyear=2026", ".msg")
+        self.box("two.example", "late", window(-2, -1), ".msg")
+        os.unlink(MAIL + "/two.example/vacation.conf")
+        os.symlink("/etc/shadow", MAIL + "/two.example/vacation.conf")
+        self.queue("action=vacation&value=all", "action=vacation&value=one.example")
+        self.run_program()
+        self.assertLogged("executeCommand: can't figure out what vacation message to do action=vacation&value=one.example")
+        self.assertLogged("The vacation of nodate@one.example has no such mailbox, start or end. Leaving it as it is.")
+        self.assertLogged("Can't read %s/two.example/vacation.conf" % MAIL)
+        self.assertEqual(self.texts("one.example", "nodate"), ("nodate.msg", ""))
+        os.unlink(MAIL + "/domainowners")
+        self.queue("action=vacation&value=all")
+        self.run_program()
+        self.assertLogged("Can't read %s/domainowners" % MAIL)
+
+    def test_five_thousand_domains(self):
+        def tree(first, count):
+            names = ["d%d.example" % i for i in range(first, first + count)]
+            with open(MAIL + "/domainowners", "a") as file:
+                file.writelines(name + ": boss\n" for name in names)
+            for name in names:
+                os.makedirs("%s/%s/reply" % (MAIL, name))
+                with open("%s/%s/vacation.conf" % (MAIL, name), "w") as file:
+                    file.writelines("box%d:%s\n" % (i, window(-1, 1)) for i in range(2))
+                open("%s/%s/reply/box1.msg_off" % (MAIL, name), "w").close()
+            panel.shell("chown -R mail:mail " + MAIL)
+
+        def run():
+            self.queue("action=vacation&value=all")
+            start = time.monotonic()
+            self.run_program()
+            return time.monotonic() - start
+        tree(0, 2500)
+        run()
+        half = min(run() for _ in range(3))
+        tree(2500, 2500)
+        run()
+        self.assertEqual(sum(os.path.exists("%s/d%d.example/reply/box1.msg" % (MAIL, i)) for i in range(5000)), 5000)
+        self.assertLess(min(run() for _ in range(3)), 3 * half + 0.2)
+
+
+class BlockLists(UpkeepTest):
+    def setUp(self):
+        super().setUp()
+        panel.shell("rm -rf {0}; install -d -m 755 -o mail -g mail {0}".format(SPOOL))
+        settings(block_cracking_unblock=2, block_cracking_unblock_minutes=60)
+
+    def put(self, which, content):
+        write(BLOCKED[which], content, "mail", 0o640)
+
+    def test_both_lists(self):
+        self.put(0, "eve:%d\nyoung: %d\never:0\nbare\n" % (ago(3700), ago(3500)))
+        self.put(1, "/home/eve/public_html: %d\n" % ago(3700))
+        self.run_program()
+        self.assertRegex(text(BLOCKED[0]), r"\Abare:\never:0\nyoung: \d+\n\Z")
+        self.assertEqual(text(BLOCKED[1]), "")
+        self.assertEqual((owner(BLOCKED[0]), stat.S_IMODE(os.stat(BLOCKED[0]).st_mode)), ("mail", 0o640))
+        self.assertLogged("BlockCracking: account 'eve' has been removed from the block list due to age.", "system", times=1)
+        self.assertLogged("BlockCracking: script path '/home/eve/public_html' has been removed from the block list due to age.",
+                          "system", times=1)
+
+    def test_failures(self):
+        self.assertIn("Email::check_block_cracking_auto_unblock: Unable to read %s: Unable to open" % BLOCKED[0],
+                      self.run_program("d3000"))
+        self.put(0, "eve:1\n")
+        self.put(1, "/home/eve/x:1\n")
+        self.run_program(env={"ZVTASKQ_FAIL": "safe_write.fsync:ENOSPC"})
+        for which, kind in ((0, "account"), (1, "script path")):
+            self.assertLogged("Email::check_block_cracking_auto_unblock: unable to write %s: " % BLOCKED[which], times=1)
+            self.assertLogged("Email::check_block_cracking_auto_unblock: this means the the %ss removed are not actually "
+                              "removed." % kind, times=1)
+            self.assertNotEqual(text(BLOCKED[which]), "")
+        os.unlink(BLOCKED[0])
+        os.symlink("/etc/passwd", BLOCKED[0])
+        os.lchown(BLOCKED[0], pwd.getpwnam("mail").pw_uid, -1)
+        before = text("/etc/passwd")
+        self.run_program()
+        self.assertEqual(text("/etc/passwd"), before)
+        for off in ("settings", "demo"):
+            self.put(1, "x:1\n")
+            settings(block_cracking_unblock=1 if off == "settings" else 2)
+            if off == "demo":
+                write(panel.PANEL + "/conf/demo", "")
+            self.run_program()
+            self.assertEqual(text(BLOCKED[1]), "x:1\n", off)
+
+
+if __name__ == "__main__":
+    panel.main()

@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "core/fail_point.h"
+#include "core/list_file.h"
+#include "mail/email.h"
+#include "mail/mail_files.h"
+#include "mail/vacation_watch.h"
+#include "support/fixed_clock.h"
+#include "support/panel_folder.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+/// The dates of `start` and `end` as the panel keeps them.
+std::string window(const std::string& start, const std::string& end) {
+  const auto part = [](const std::string& edge, const std::string& date) {
+    return edge + "year=" + date.substr(0, 4) + "&" + edge + "month=" + date.substr(5, 2) + "&" + edge +
+           "day=" + date.substr(8, 2) + "&" + edge + "time=" + date.substr(11);
+  };
+  return part("start", start) + "&" + part("end", end) + "\n";
+}
+const std::string kOver = window("2026-01-01 08:00", "2026-02-01 08:00");
+const std::string kOpen = window("2026-03-01 08:00", "2026-05-01 08:00");
+const std::string kAhead = window("2026-06-01 08:00", "2026-07-01 08:00");
+
+class Vacations : public ::testing::Test {
+ protected:
+  Vacations() {
+    ::setenv("TZ", "UTC0", 1);
+    ::tzset();
+    for (const char* domain : {"one.example", "two.example", "unlisted.example", "majordomo", ".hidden"}) {
+      panel_.makeFolder(std::string("virtual/") + domain);
+      panel_.makeFolder(std::string("virtual/") + domain + "/reply");
+    }
+    put("domainowners", "one.example: bob\ntwo.example: eve\nmajordomo: bob\n.hidden: bob\nmissing.example: bob\n");
+  }
+  ~Vacations() override {
+    ::unsetenv("TZ");
+    ::tzset();
+  }
+  std::string at(const std::string& name) const { return panel_.path("virtual/" + name); }
+  void put(const std::string& name, const std::string& text) const {
+    writeText(at(name), text);
+    ::chmod(at(name).c_str(), 0666);
+  }
+  void run(const char* domain = nullptr) const {
+    const FixedClock clock(1'774'958'400);  // 2026-03-31 12:00
+    const VacationWatch watch(&panel_.conf, domain);
+    PanelFolder::backToRoot();
+  }
+  std::string texts(const std::string& mailbox) const {
+    const std::string base = "one.example/reply/" + mailbox;
+    return contentOf(at(base + ".msg")) + "|" + contentOf(at(base + ".msg_off"));
+  }
+
+  PanelFolder panel_;
+};
+
+}  // namespace
+
+TEST(VacationStep, ToTheSecond) {
+  const struct {
+    long long now;
+    bool active;
+    VacationStep want;
+  } cases[] = {
+      {99, true, VacationStep::disable},    {99, false, VacationStep::none},      {100, true, VacationStep::disable},
+      {100, false, VacationStep::none},     {101, false, VacationStep::activate}, {101, true, VacationStep::none},
+      {199, false, VacationStep::activate}, {200, true, VacationStep::remove},    {200, false, VacationStep::none},
+      {201, true, VacationStep::remove},    {201, false, VacationStep::none},
+  };
+  for (const auto& c : cases) EXPECT_EQ(vacationStep(c.active, c.now, 100, 200), c.want) << c.now << c.active;
+  EXPECT_EQ(vacationStep(true, 150, 200, 100), VacationStep::remove);
+}
+
+TEST_F(Vacations, SwitchedByTheirWindows) {
+  put("one.example/vacation.conf",
+      "ahead:" + kAhead + "both:" + kOpen + "late:" + kOver + "off:" + kOver + "open: " + kOpen);
+  for (const char* file :
+       {"ahead.msg", "late.msg", "late.msg_off", "off.msg_off", "open.msg_off", "both.msg", "both.msg_off"}) {
+    put(std::string("one.example/reply/") + file, file);
+  }
+  run();
+  EXPECT_EQ(texts("ahead"), "|ahead.msg");
+  EXPECT_EQ(texts("late"), "|");
+  EXPECT_EQ(texts("off"), "|off.msg_off");
+  EXPECT_EQ(texts("open"), "open.msg_off|");
+  EXPECT_EQ(texts("both"), "both.msg|both.msg_off");
+  const std::string left = contentOf(at("one.example/vacation.conf"));
+  EXPECT_EQ(left.find("late:"), std::string::npos) << left;
+  for (const char* kept : {"ahead:", "both:", "off:", "open:"}) EXPECT_NE(left.find(kept), std::string::npos) << kept;
+  EXPECT_EQ(panel_.logs.errors(), "");
+}
+
+TEST_F(Vacations, OnlyListedDomains) {
+  for (const char* domain : {"one.example", "two.example", "unlisted.example", "majordomo", ".hidden"}) {
+    put(std::string(domain) + "/vacation.conf", "box:" + kOpen);
+    put(std::string(domain) + "/reply/box.msg_off", "x");
+  }
+  const auto on = [&](const std::string& domain) { return exists(at(domain + "/reply/box.msg")); };
+  for (const char* none : {"unlisted.example", "../virtual/one.example", "missing.example", ""}) run(none);
+  EXPECT_FALSE(on("one.example") || on("two.example") || on("unlisted.example"));
+  run("two.example");
+  EXPECT_TRUE(on("two.example") && !on("one.example"));
+  run();
+  EXPECT_TRUE(on("one.example"));
+  EXPECT_FALSE(on("unlisted.example") || on("majordomo") || on(".hidden"));
+  EXPECT_EQ(panel_.logs.errors(), "");
+}
+
+TEST_F(Vacations, NothingInTheFilesIsBelievedBlindly) {
+  writeText(panel_.path("canary.msg"), "canary");
+  put("one.example/vacation.conf",
+      "../../../canary:" + kOver + "nodate:startyear=2026\nnoday:" + window("2026-02-30 08:00", "2026-03-01 08:00"));
+  for (const char* file : {"nodate.msg", "noday.msg"}) put(std::string("one.example/reply/") + file, file);
+  // A reply folder that leads elsewhere.
+  put("two.example/vacation.conf", "canary:" + kOver);
+  ASSERT_EQ(::rmdir(at("two.example/reply").c_str()), 0);
+  ASSERT_EQ(::symlink(panel_.path("").c_str(), at("two.example/reply").c_str()), 0);
+  run();
+  EXPECT_EQ(contentOf(panel_.path("canary.msg")), "canary");
+  EXPECT_EQ(texts("nodate") + texts("noday"), "nodate.msg|noday.msg|");
+  const std::string errors = panel_.logs.errors();
+  for (const char* who : {"../../../canary@one.example", "nodate@one.example", "noday@one.example"}) {
+    EXPECT_NE(errors.find(std::string("The vacation of ") + who), std::string::npos) << errors;
+  }
+}
+
+TEST_F(Vacations, FailuresAreTold) {
+  put("one.example/vacation.conf", "box:" + kOpen);
+  put("one.example/reply/box.msg_off", "x");
+  setFailPlan("vacation.rename:EIO");
+  run();
+  setFailPlan(nullptr);
+  EXPECT_NE(panel_.logs.errors().find("Unable to rename box.msg_off of one.example (account bob): "),
+            std::string::npos);
+  EXPECT_EQ(texts("box"), "|x");
+
+  put("one.example/vacation.conf", "box:" + kOver);
+  put("one.example/reply/box.msg", "x");
+  setFailPlan("safe_write.fsync:ENOSPC");
+  run();
+  setFailPlan(nullptr);
+  EXPECT_NE(panel_.logs.errors().find("Unable to write " + at("one.example/vacation.conf")), std::string::npos);
+  EXPECT_NE(contentOf(at("one.example/vacation.conf")), "");
+
+  ::unlink(at("domainowners").c_str());
+  run();
+  EXPECT_NE(panel_.logs.errors().find("Can't read " + at("domainowners") + "\n"), std::string::npos);
+}
+
+TEST_F(Vacations, BothTextsOrHardLinked) {
+  const Email email("bob");
+  put("one.example/reply/box.msg", "on");
+  put("one.example/reply/box.msg_off", "off");
+  EXPECT_EQ(email.activateVacation("box", "one.example"), 1);
+  EXPECT_EQ(texts("box"), "off|");
+  ASSERT_EQ(::link(at("one.example/reply/box.msg").c_str(), at("one.example/reply/box.msg_off").c_str()), 0);
+  EXPECT_EQ(email.disableVacation("box", "one.example"), 1);
+  EXPECT_EQ(texts("box"), "|off");
+  EXPECT_EQ(email.disableVacation("box", "one.example"), 1);
+  EXPECT_EQ(texts("box"), "|off");
+
+  panel_.makeFolder("conf");
+  writeText(panel_.path("conf/demo"), "");
+  useConfiguration(&panel_.conf);
+  ListFile boxes(nullptr);
+  boxes.addElement("box");
+  EXPECT_EQ(email.activateVacation("box", "one.example"), 1);
+  EXPECT_EQ(email.removeVacations(boxes, "one.example"), 1);
+  EXPECT_EQ(texts("box"), "|off");
+}
