@@ -50,16 +50,30 @@ int ConfigFile::getValue(const char* name, char* into, int length) const {
   return 1;
 }
 
-int ConfigFile::getValue(const char* name, int* into) const { return scanned(getValue(name), "%d", into); }
-int ConfigFile::getValue(const char* name, char* into) const { return scanned(getValue(name), "%c", into); }
-int ConfigFile::getValue(const char* name, long long* into) const { return scanned(getValue(name), "%lld", into); }
+int ConfigFile::getValue(const char* name, int* into) const {
+  return scanned(getValue(name), "%d", into);
+}
+int ConfigFile::getValue(const char* name, char* into) const {
+  return scanned(getValue(name), "%c", into);
+}
+int ConfigFile::getValue(const char* name, long long* into) const {
+  return scanned(getValue(name), "%lld", into);
+}
 int ConfigFile::getValue(const char* name, unsigned long long* into) const {
   return scanned(getValue(name), "%llu", into);
 }
-int ConfigFile::getValue(const char* name, long* into) const { return scanned(getValue(name), "%ld", into); }
-int ConfigFile::getValue(const char* name, unsigned long* into) const { return scanned(getValue(name), "%lu", into); }
-int ConfigFile::getValue(const char* name, float* into) const { return scanned(getValue(name), "%f", into); }
-int ConfigFile::getValue(const char* name, double* into) const { return scanned(getValue(name), "%lf", into); }
+int ConfigFile::getValue(const char* name, long* into) const {
+  return scanned(getValue(name), "%ld", into);
+}
+int ConfigFile::getValue(const char* name, unsigned long* into) const {
+  return scanned(getValue(name), "%lu", into);
+}
+int ConfigFile::getValue(const char* name, float* into) const {
+  return scanned(getValue(name), "%f", into);
+}
+int ConfigFile::getValue(const char* name, double* into) const {
+  return scanned(getValue(name), "%lf", into);
+}
 
 int ConfigFile::getValue(const char* name, bool* into) const {
   int number = *into ? 1 : 0;
@@ -68,7 +82,9 @@ int ConfigFile::getValue(const char* name, bool* into) const {
   return read;
 }
 
-const char* ConfigFile::operator[](int n) const { return getValue(std::to_string(n).c_str()); }
+const char* ConfigFile::operator[](int n) const {
+  return getValue(std::to_string(n).c_str());
+}
 
 int ConfigFile::getValueAt(long long i, int* into) const {
   const char* value = getValueAt(i);
@@ -90,18 +106,30 @@ int ConfigFile::setFormatted(const char* name, const char* format, ...) {
   return setParam(name, static_cast<const char*>(text.data()));
 }
 
-int ConfigFile::setParam(const char* name, int value) { return setFormatted(name, "%d", value); }
-int ConfigFile::setParam(const char* name, long value) { return setFormatted(name, "%ld", value); }
+int ConfigFile::setParam(const char* name, int value) {
+  return setFormatted(name, "%d", value);
+}
+int ConfigFile::setParam(const char* name, long value) {
+  return setFormatted(name, "%ld", value);
+}
 int ConfigFile::setParam(const char* name, unsigned long value) {
   return setFormatted(name, "%ld", static_cast<long>(value));
 }
-int ConfigFile::setParam(const char* name, long long value) { return setFormatted(name, "%lld", value); }
+int ConfigFile::setParam(const char* name, long long value) {
+  return setFormatted(name, "%lld", value);
+}
 int ConfigFile::setParam(const char* name, unsigned long long value) {
   return setFormatted(name, "%lld", static_cast<long long>(value));
 }
-int ConfigFile::setParam(const char* name, char value) { return setFormatted(name, "%c", value); }
-int ConfigFile::setParam(const char* name, float value) { return setFormatted(name, "%f", static_cast<double>(value)); }
-int ConfigFile::setParam(const char* name, bool value) { return setParam(name, value ? "1" : "0"); }
+int ConfigFile::setParam(const char* name, char value) {
+  return setFormatted(name, "%c", value);
+}
+int ConfigFile::setParam(const char* name, float value) {
+  return setFormatted(name, "%f", static_cast<double>(value));
+}
+int ConfigFile::setParam(const char* name, bool value) {
+  return setParam(name, value ? "1" : "0");
+}
 
 int ConfigFile::setParam(const char* name, double value, const char* format) {
   std::array<char, 64> text{};
@@ -109,8 +137,12 @@ int ConfigFile::setParam(const char* name, double value, const char* format) {
   return setParam(name, static_cast<const char*>(text.data()));
 }
 
-int ConfigFile::setParam(long long name, const char* value) { return setParam(std::to_string(name).c_str(), value); }
-int ConfigFile::setParam(long long name, int value) { return setParam(std::to_string(name).c_str(), value); }
+int ConfigFile::setParam(long long name, const char* value) {
+  return setParam(std::to_string(name).c_str(), value);
+}
+int ConfigFile::setParam(long long name, int value) {
+  return setParam(std::to_string(name).c_str(), value);
+}
 
 int ConfigFile::vsetParam(const char* name, const char* format, ...) {
   va_list arguments;
@@ -127,7 +159,9 @@ int ConfigFile::add_count(const char* name) {
   return setParam(name, count + 1);
 }
 
-int ConfigFile::insertParam(const char* name, int value) { return insertParam(name, std::to_string(value).c_str()); }
+int ConfigFile::insertParam(const char* name, int value) {
+  return insertParam(name, std::to_string(value).c_str());
+}
 
 int ConfigFile::insertParam(long long name, const char* value, int width) {
   std::array<char, 64> text{};
@@ -139,8 +173,12 @@ int ConfigFile::insertParam(long long name, const char* value, int width) {
   return insertParam(text.data(), value);
 }
 
-void ConfigFile::trimNameFront() { trimNames(cutFront); }
-void ConfigFile::trimNameEnd() { trimNames(cutEnd); }
+void ConfigFile::trimNameFront() {
+  trimNames(cutFront);
+}
+void ConfigFile::trimNameEnd() {
+  trimNames(cutEnd);
+}
 
 void ConfigFile::trimNames(void (*cut)(char*&, std::uint32_t&)) {
   for (long long i = 0; i < size(); ++i) {

@@ -72,9 +72,11 @@ void breakIfStale(const std::string& path, int maximumAge) {
 /// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
 void writeCaller(int fd, const char* path, const char* caller) {
   const std::string who = printable(text_detail::part(caller)).substr(0, kLongestCaller);
-  const std::string line =
-      joined(std::to_string(::getpid()), "=time=", std::to_string(std::time(nullptr)), "&caller_location=", who, "\n");
-  if (sys::writeAll(fd, line) == line.size()) return;
+  char line[kLongestCaller + 128];
+  const int length = std::snprintf(line, sizeof line, "%d=time=%lld&caller_location=%s\n", static_cast<int>(::getpid()),
+                                   static_cast<long long>(std::time(nullptr)), who.c_str());
+  const std::string_view text(line, static_cast<std::size_t>(length));
+  if (sys::writeAll(fd, text) == text.size()) return;
   errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
            std::strerror(errno));
 }

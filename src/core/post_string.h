@@ -22,8 +22,8 @@ struct PostPart {
 /// Cuts an encoded text into its names and values, and decodes them on the way.
 class PostReader {
  public:
-  /// Reads up to a NUL or the end of `text`, which is shorter than 4 GB. The parts go to `room`, which has one byte more
-  /// than the text and is another place than it.
+  /// Reads up to a NUL or the end of `text`, which is shorter than 4 GB. The parts go to `room`, which has one byte
+  /// more than the text and is another place than it.
   PostReader(std::string_view text, char* room, int keepPlus);
 
   /// The name, which goes up to the next "=", and the value behind it, up to the next "&".

@@ -2,8 +2,8 @@
 //
 // The process is root; between operations its effective identity is "nobody". A guard takes an identity when it is
 // made and leaves the process at nobody when it goes (`KeepPrivileges`: at what it was). A switch that fails ends at
-// nobody too, never at root by accident, and is logged; a process that cannot even drop root leaves. In a process that was not started by root nothing can be
-// switched: the guards then do nothing.
+// nobody too, never at root by accident, and is logged; a process that cannot even drop root leaves. In a process that
+// was not started by root nothing can be switched: the guards then do nothing.
 #pragma once
 
 #include "core/identity.h"

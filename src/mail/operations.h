@@ -28,7 +28,8 @@ struct MailOperations {
   Operation<> deleteOldMailboxFiles{"the deletion of old mbox files"};
   /// The default spam settings for every account, and the settings of the record for those that lack them.
   Operation<ConfigFile* /*settings*/> addDefaultOptions{"the default spam and feature settings"};
-  Operation<const char* /*domain*/, const char* /*user*/, Text* /*result*/> applyDefaultSpam{"the default spam settings of a domain"};
+  Operation<const char* /*domain*/, const char* /*user*/, Text* /*result*/> applyDefaultSpam{
+      "the default spam settings of a domain"};
   Operation<const char* /*user*/> rewriteFilters{"the mail filters"};
   Operation<const char* /*user*/> rewritePasswords{"the mail password files"};
 };

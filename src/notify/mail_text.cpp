@@ -12,7 +12,7 @@ namespace zvtaskq {
 namespace {
 
 constexpr std::size_t kLongestLocalPart = 64;
-constexpr std::size_t kLongestPlainText = 60;
+constexpr std::size_t kLongestPlainText = 68;
 /// An encoded word may be 75 characters in all; this leaves room for the name of the longer character set.
 constexpr std::size_t kLongestEncodedPart = 56;
 /// What a line of a body may hold before its soft line break.

@@ -5,10 +5,10 @@
 #include <cstring>
 
 #include "core/config_file.h"
-#include "core/lock_file.h"
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/privileges.h"
+#include "core/record_lock.h"
 
 namespace zvtaskq {
 
@@ -16,25 +16,25 @@ namespace {
 
 constexpr unsigned kListMode = 0600;
 
-/// Reads the list that was just locked. 0 with the reason in the record's result.
+/// Reads the list. 0 with the reason in the record's result.
 int readList(ConfigFile& list) {
-  if (isLink(list.getFilename())) return fail(list.result, std::strerror(ELOOP));
+  {
+    const AsUser panel(kPanelUser);
+    if (isLink(list.getFilename())) return fail(list.result, std::strerror(ELOOP));
+  }
   return list.readFile();
 }
 
 }  // namespace
 
 int announceTicket(const char* path, int ticket, const char* type, const char* recipient, Text& result) {
-  const AsUser panel(kPanelUser);
   ConfigFile list(path);
-  list.setUser(nullptr);
-  list.useLock = false;
+  list.setUser(kPanelUser);
   list.fileMode = kListMode;
-  FileLock lock;
-  char reason[kLockReasonSize] = "";
-  const bool locked = lock.take(path, kLockMaximumAge, "Ticket::deliverMessage", reason) != 0;
-  if (!locked || !readList(list)) {
-    errorLog("Ticket::deliverMessage::Can't read %s: %s", path, locked ? list.result.orEmpty() : reason);
+  list.callerLocation = "Ticket::deliverMessage";
+  const RecordLock lock(list);
+  if (!readList(list)) {
+    errorLog("Ticket::deliverMessage::Can't read %s: %s", path, list.result.orEmpty());
     return fail(result, "Can't read ", recipient, "'s tickets file to add ticket");
   }
   ConfigFile entry(nullptr);

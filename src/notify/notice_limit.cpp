@@ -5,9 +5,8 @@
 
 #include "account/account_record.h"
 #include "core/config_file.h"
-#include "core/lock_file.h"
 #include "core/log.h"
-#include "core/privileges.h"
+#include "core/record_lock.h"
 
 namespace zvtaskq {
 
@@ -31,16 +30,12 @@ bool isDue(const ConfigFile& settings, const std::string& path, long long now) {
 
 int mayNotifyOfService() {
   const std::string path = adminFile("admin.conf");
-  const AsUser nobody("nobody");
   ConfigFile settings(path.c_str());
-  settings.setUser(nullptr);
-  settings.useLock = false;
+  settings.callerLocation = "Ticket::notifyAdmins";
   // Held from reading to writing: of two programs that find a service down at once, one tells of it.
-  FileLock lock;
-  char reason[kLockReasonSize] = "";
-  const bool locked = lock.take(path.c_str(), kLockMaximumAge, "Ticket::notifyAdmins", reason) != 0;
-  if (!locked || !settings.readFile()) {
-    errorLog("Unable to read: %s: %s", path.c_str(), locked ? settings.result.orEmpty() : reason);
+  const RecordLock lock(settings);
+  if (!settings.readFile()) {
+    errorLog("Unable to read: %s: %s", path.c_str(), settings.result.orEmpty());
     return 0;
   }
   const long long now = std::time(nullptr);

@@ -42,7 +42,9 @@ void cacheAllUsers(const Task& task) {
   tallyOperations().cacheAllUsers(&selected, task.given("add_created_users") != nullptr);
 }
 
-void cacheSafeMode(const Task&) { serviceOperations().rebuildSafeModeCache(); }
+void cacheSafeMode(const Task&) {
+  serviceOperations().rebuildSafeModeCache();
+}
 
 constexpr TaskRow kCaches[] = {{"showallusers", cacheAllUsers}, {"safemode", cacheSafeMode}};
 

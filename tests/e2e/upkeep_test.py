@@ -96,12 +96,12 @@ class Cleanups(UpkeepTest):
 
     def test_demo_and_planted_links(self):
         settings(bruteforce=1, clear_blacklist_ip_time=1)
-        write("/root/canary", "a=1\n", "root", 0o600)
+        write("/var/canary", "a=1\n", "root", 0o600)
         nobody = pwd.getpwnam("nobody").pw_uid
-        os.symlink("/root/canary", BLACKLIST)
+        os.symlink("/var/canary", BLACKLIST)
         os.lchown(BLACKLIST, nobody, nobody)
         self.run_program()
-        self.assertEqual(text("/root/canary"), "a=1\n")
+        self.assertEqual(text("/var/canary"), "a=1\n")
         os.unlink(BLACKLIST)
         write(BLACKLIST, "a=1\n", "root", 0o600)
         write(panel.PANEL + "/conf/demo", "")

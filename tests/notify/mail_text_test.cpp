@@ -38,7 +38,8 @@ TEST(MailText, Headers) {
       {"no UTF-8: overlong", "\xC0\xAF", "=?ISO-8859-1?Q?=C0=AF?="},
       {"no UTF-8: surrogate", "\xED\xA0\x80", "=?ISO-8859-1?Q?=ED=A0=80?="},
       {"no UTF-8: cut", "\xE2\x82", "=?ISO-8859-1?Q?=E2=82?="},
-      {"long", std::string(61, 'x'), "=?UTF-8?Q?" + std::string(56, 'x') + "?=\n =?UTF-8?Q?xxxxx?="},
+      {"long", std::string(69, 'x'),
+       "=?UTF-8?Q?" + std::string(56, 'x') + "?=\n =?UTF-8?Q?" + std::string(13, 'x') + "?="},
       {"a character stays whole", std::string(50, 'x') + "\xE2\x82\xAC",
        "=?UTF-8?Q?" + std::string(50, 'x') + "?=\n =?UTF-8?Q?=E2=82=AC?="},
   };

@@ -1,11 +1,15 @@
 #include "notify/ticket.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 
 #include "core/config.h"
 #include "core/fail_point.h"
@@ -280,6 +284,44 @@ TEST_F(Messages, TenThousandRecipientsTakeTwiceTheTimeOfFiveThousand) {
   const auto half = timed(0, many / 2);
   EXPECT_LT(timed(0, many), half * 4);
   EXPECT_EQ(content("users/u9999/tickets.list"), "000000042=type=message&new=yes\n");
+}
+
+/// In a process that sees a folder with nothing but a recorder in it as /usr/sbin.
+TEST_F(Messages, GoByEmailInstead) {
+  addUser("boss");
+  addUser("chief");
+  addUser("mute");
+  put("users/boss/user.conf", "username=boss\nusertype=admin\nemail=boss@boss.example,nonsense\nemail_on_message=no\n");
+  put("users/chief/user.conf", "username=chief\nusertype=admin\nemail=chief@chief.example\n");
+  put("admin/admin.list", "boss\nchief\nmute\n");
+  make("programs", 0755);
+  make("sent", 0711);
+  writeText(folder_.path("programs/sendmail"),
+            joined("#!/bin/sh\n(id -un; echo $*; cat) >", folder_.path("sent"), "/$$\n"));
+  ::chmod(folder_.path("programs/sendmail").c_str(), 0755);
+  const LogCapture logs;
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const bool stage = ::unshare(CLONE_NEWNS) == 0 &&
+                       ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                       ::mount(folder_.path("programs").c_str(), "/usr/sbin", nullptr, MS_BIND, nullptr) == 0;
+    ::_exit(!stage ? 9 : Ticket().notifyAdmins("named", nullptr, nullptr, 1, 1));
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == 9) GTEST_SKIP() << "needs mount name spaces";
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_NE(logs.errors().find("'nonsense' of account boss is no e-mail address"), std::string::npos) << logs.errors();
+  EXPECT_NE(logs.errors().find("There is no e-mail address of administrator mute"), std::string::npos) << logs.errors();
+  std::string mails;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_.path("sent"))) mails += contentOf(entry.path());
+  for (const char* want :
+       {"zvadmin\n-t\nFrom: \"Message System\" <zvadmin@server.example>\nTo: <boss@boss.example>\n",
+        "\nTo: <chief@chief.example>\nSubject: The service 'named' on server server.example is currently down\n"}) {
+    EXPECT_NE(mails.find(want), std::string::npos) << want << mails;
+  }
+  EXPECT_FALSE(exists(folder_.path("tickets/000")));
 }
 
 TEST_F(Messages, WithoutConfigurationAndInDemonstrations) {

@@ -12,7 +12,10 @@ namespace zvtaskq::test {
 class PanelFolder {
  public:
   PanelFolder();
-  ~PanelFolder() { useConfiguration(nullptr); }
+  ~PanelFolder() {
+    useConfiguration(nullptr);
+    backToRoot();
+  }
   PanelFolder(const PanelFolder&) = delete;
   PanelFolder& operator=(const PanelFolder&) = delete;
 
