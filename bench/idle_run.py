@@ -12,6 +12,7 @@ OFF = ("check_load", "check_partitions", "brute_force_log_scanner", "block_crack
        "clear_blacklist_ip_time", "lost_password")
 COMMON = os.path.join(os.path.dirname(bench.__file__), "panel.sh")
 PROGRAM = "/usr/local/zorvane/zvtaskq"
+ERRORS = "/var/log/zorvane/errortaskq.log"
 
 
 def lay_panel():
@@ -29,14 +30,18 @@ def fill_process_table():
 
 def check_that_it_is_idle():
     """A run that complains, or starts the service, is not the work that is measured."""
-    log = "/var/log/zorvane/errortaskq.log"
-    subprocess.run([PROGRAM], check=True)
-    if os.path.exists(log) and os.path.getsize(log) > 0:
-        raise SystemExit(f"the run was not idle: {open(log, encoding='latin-1').read()}")
+    subprocess.run([PROGRAM], stdout=subprocess.DEVNULL, check=True)
+    with open(ERRORS, encoding="latin-1") as log:
+        # Where a machine does not let its limits be raised, every run says so.
+        complaints = [line for line in log if "Error with setrlimit" not in line]
+    if complaints:
+        raise SystemExit(f"the run was not idle: {''.join(complaints)}")
 
 
 def main():
     lay_panel()
+    with open(ERRORS, "a", encoding="ascii"):
+        pass
     sleepers = fill_process_table()
     try:
         check_that_it_is_idle()

@@ -4,16 +4,22 @@ import subprocess
 
 import bench
 
-TIMES = 2000
+TIMES = 500
+# Where the account that owns the records can reach the disk, wherever the checkout stands.
+FOLDER = "/var/records"
 
 
 def main():
-    folder = "/var/tmp/records"
-    os.makedirs(folder, exist_ok=True)
-    subprocess.run(["chown", "zvadmin", folder], check=True)
-    program = os.environ["ZVTASKQ_BUILD"] + "/bench/safe_write_work"
-    bench.compare(f"safe write of a small record, {TIMES:,} times; write, fsync, rename, fsync", "<= 1.4",
-                  f"{program} ours {TIMES} {folder}/user.conf", f"{program} plain {TIMES} {folder}/plain.conf", runs=9)
+    os.makedirs(FOLDER, exist_ok=True)
+    subprocess.run(["mount", "--bind", os.environ["ZVTASKQ_DISK"], FOLDER], check=True)
+    try:
+        subprocess.run(["chown", "zvadmin", FOLDER], check=True)
+        program = os.environ["ZVTASKQ_BUILD"] + "/bench/safe_write_work"
+        bench.compare(f"safe write of a small record, {TIMES} times; write, fsync, rename, fsync", "<= 1.4",
+                      f"{program} ours {TIMES} {FOLDER}/user.conf", f"{program} plain {TIMES} {FOLDER}/plain.conf",
+                      runs=15)
+    finally:
+        subprocess.run(["umount", FOLDER], check=True)
 
 
 if __name__ == "__main__":

@@ -145,21 +145,21 @@ void freeLock(const char* path) {
 }
 
 int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
-  const Descriptor lock = attempt(path, maximumAge, caller, reason);
-  struct stat made {};
-  if (!lock || sys::fstat(lock.get(), made) != 0) return 0;
-  device_ = made.st_dev;
-  inode_ = made.st_ino;
+  release();
+  file_ = attempt(path, maximumAge, caller, reason);
+  if (!file_) return 0;
   lockPath_ = Text::copyOf(std::string_view(joined(path, ".lock")));
   return 1;
 }
 
 void FileLock::release() {
   if (!held()) return;
+  struct stat mine {};
   struct stat now {};
-  if (sys::lstat(lockPath_, now) == 0 && now.st_dev == device_ && now.st_ino == inode_) {
+  if (sys::fstat(file_.get(), mine) == 0 && sys::lstat(lockPath_, now) == 0 && sameFile(mine, now)) {
     static_cast<void>(sys::unlink(lockPath_));
   }
+  file_.reset();
   lockPath_.clear();
 }
 

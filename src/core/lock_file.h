@@ -2,10 +2,9 @@
 // same protocol.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 
+#include "core/sys.h"
 #include "core/text.h"
 
 namespace zvtaskq {
@@ -44,8 +43,8 @@ class FileLock {
 
  private:
   Text lockPath_;
-  dev_t device_ = 0;
-  ino_t inode_ = 0;
+  /// Open as long as the lock is held: a file that is gone would leave its number to its successor.
+  Descriptor file_;
 };
 
 }  // namespace zvtaskq
