@@ -1,0 +1,68 @@
+// Carries out one operation of usage accounting with the installed panel's settings, under the identity that a run has
+// between its
+// steps: tally_driver OPERATION [ARGUMENT...]. Prints what the operation hands back in words; the exit
+// status is 0 for its 1, 1 for its 0, 2 for a wrong call.
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "core/config.h"
+#include "core/environment.h"
+#include "core/identity.h"
+#include "core/log.h"
+#include "core/privileges.h"
+#include "core/system_layer.h"
+#include "tally/log_rotation.h"
+
+using namespace zvtaskq;
+
+namespace {
+
+constexpr const char* kSettings = "/usr/local/zorvane/conf/zorvane.conf";
+
+/// What an operation is given: its arguments, the first of them at 0; a missing one is null.
+struct Call {
+  const Config& conf;
+  char** arguments;
+  int count;
+  const char* at(int i) const { return i < count ? arguments[i] : nullptr; }
+  bool has(const char* word) const {
+    for (int i = 0; i < count; ++i) {
+      if (std::strcmp(arguments[i], word) == 0) return true;
+    }
+    return false;
+  }
+};
+
+struct Row {
+  const char* operation;
+  int (*work)(const Call& call);
+};
+
+constexpr Row kRows[] = {
+    {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.has("copy")); }},
+};
+
+}  // namespace
+
+int main(int count, char** words) {
+  Config conf(kSettings);
+  if (conf.error) {
+    std::puts(conf.result.orEmpty());
+    return 2;
+  }
+  useConfiguration(&conf);
+  conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+  useCleanEnvironment();
+  ::umask(077);
+  if (!dropSupplementaryGroups()) return 2;
+  for (const Row& row : kRows) {
+    if (count < 2 || std::strcmp(row.operation, words[1]) != 0) continue;
+    setNoPriv();
+    return row.work(Call{conf, words + 2, count - 2}) == 1 ? 0 : 1;
+  }
+  std::puts("usage: tally_driver OPERATION [ARGUMENT...]");
+  return 2;
+}
