@@ -1,6 +1,5 @@
-// Carries out one operation of usage accounting with the installed panel's settings, under the identity that a run has
-// between its
-// steps: tally_driver OPERATION [ARGUMENT...]. Prints what the operation hands back in words; the exit
+// Carries out one operation of usage accounting with the settings of the installed panel, under the identity that a run
+// has between its steps: tally_driver OPERATION [ARGUMENT...]. Prints what the operation hands back in words; the exit
 // status is 0 for its 1, 1 for its 0, 2 for a wrong call.
 #include <sys/stat.h>
 
@@ -15,6 +14,7 @@
 #include "core/privileges.h"
 #include "core/system_layer.h"
 #include "tally/log_rotation.h"
+#include "tally/web_log_rotation.h"
 
 using namespace zvtaskq;
 
@@ -36,6 +36,15 @@ struct Call {
   }
 };
 
+/// Prints the words that the operation adds to a result text.
+template <class Work>
+int saying(Work work) {
+  Text result;
+  const int outcome = work(result);
+  std::fputs(result.orEmpty(), stdout);
+  return outcome;
+}
+
 struct Row {
   const char* operation;
   int (*work)(const Call& call);
@@ -43,6 +52,10 @@ struct Row {
 
 constexpr Row kRows[] = {
     {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.has("copy")); }},
+    {"rotate_apache_logs",
+     [](const Call& call) {
+       return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });
+     }},
 };
 
 }  // namespace
