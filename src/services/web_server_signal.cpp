@@ -1,7 +1,6 @@
 #include "services/web_server_signal.h"
 
 #include <limits.h>
-#include <sys/pidfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +15,7 @@
 #include "core/privileges.h"
 #include "core/process.h"
 #include "core/safe_file.h"
+#include "core/sys.h"
 #include "core/task_queue.h"
 
 namespace zvtaskq::web_server {
@@ -88,13 +88,13 @@ int send(const Server& server, const char* pidFile, std::string& why) {
   const pid_t pid = readPid(pidFile, why);
   if (pid == 0) return 0;
   // The descriptor stands for this process alone: should it end now, no other gets its signal.
-  const Descriptor process(::pidfd_open(pid, 0));
+  const Descriptor process(sys::openProcess(pid));
   if (!process || !runs(pid, server)) {
     why = joined("process ", std::to_string(pid), " of ", pidFile, " is not running it");
     return 0;
   }
   if (!passesTest(server, why)) return 0;
-  if (::pidfd_send_signal(process.get(), server.signal, nullptr, 0) == 0) return 1;
+  if (sys::signalProcess(process.get(), server.signal) == 0) return 1;
   why = joined("process ", std::to_string(pid), " takes no signal: ", std::strerror(errno));
   return 0;
 }
