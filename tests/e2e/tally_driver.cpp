@@ -13,6 +13,7 @@
 #include "core/log.h"
 #include "core/privileges.h"
 #include "core/system_layer.h"
+#include "tally/domain_log_rotation.h"
 #include "tally/log_rotation.h"
 #include "tally/web_log_rotation.h"
 
@@ -56,6 +57,7 @@ constexpr Row kRows[] = {
      [](const Call& call) {
        return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });
      }},
+    {"rotateLogs", [](const Call& call) { return rotateLogs(&call.conf, call.at(0), call.at(1), call.at(2)); }},
 };
 
 }  // namespace
