@@ -16,6 +16,7 @@
 #include "tally/domain_log_rotation.h"
 #include "tally/log_rotation.h"
 #include "tally/web_log_rotation.h"
+#include "tally/web_statistics.h"
 
 using namespace zvtaskq;
 
@@ -58,6 +59,8 @@ constexpr Row kRows[] = {
        return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });
      }},
     {"rotateLogs", [](const Call& call) { return rotateLogs(&call.conf, call.at(0), call.at(1), call.at(2)); }},
+    {"doWebalizer", [](const Call& call) { return doWebalizer(&call.conf, call.at(0), call.at(1), call.at(2)); }},
+    {"doAwstats", [](const Call& call) { return doAwstats(&call.conf, call.at(0), call.at(1), call.at(2)); }},
 };
 
 }  // namespace
