@@ -23,6 +23,8 @@ namespace {
 constexpr const char* kWebalizer = "/usr/bin/webalizer";
 constexpr const char* kWebalizerSettings = "/etc/webalizer.conf";
 constexpr const char* kAwstatsScripts[] = {"/scripts/custom/awstats_process.sh", "/scripts/awstats_process.sh"};
+/// Runs a program so that the web server can read what it makes; the rest is the program and its arguments.
+constexpr const char* kOpenToVisitors = "umask 022; exec \"$0\" \"$@\"";
 /// Visitors are served from these folders.
 constexpr mode_t kPagesMode = 0755;
 /// Seconds for the log of one day.
@@ -99,16 +101,15 @@ int prepare(const Config& conf, const char* user, const char* domain, const char
   return out.folder ? 1 : 0;
 }
 
-int runFor(const char* user, const Pages& pages, ChildPlan plan) {
+int runFor(const char* user, const Pages& pages, ChildPlan plan, const char* program) {
   plan.identity = idsOf(user);
   plan.workingDirectory = pages.folder.path;
   plan.inputDescriptor = pages.log.get();
   plan.errors = ChildPlan::Stream::collect;
   plan.timeLimit = kTimeLimit;
-  const std::string program = plan.path;
   const ChildResult result = runChild(plan);
   if (result.status == 0) return 1;
-  errorLog("error executing %s for %s : %s", program.c_str(), pages.host.c_str(),
+  errorLog("error executing %s for %s : %s", program, pages.host.c_str(),
            result.timedOut ? "no answer" : result.output.c_str());
   return 0;
 }
@@ -138,11 +139,11 @@ int doWebalizer(const Config* conf, const char* user, const char* domain, const 
   Pages pages;
   const int ready = prepare(*conf, user, domain, subdomain, "stats", pages);
   if (ready != 1) return ready == 0 ? 0 : 1;
-  std::vector<std::string> arguments;
-  if (pathExists(kWebalizerSettings, PathKind::file)) arguments = {"-c", kWebalizerSettings};
+  std::vector<std::string> arguments{"-c", kOpenToVisitors, kWebalizer};
+  if (pathExists(kWebalizerSettings, PathKind::file)) arguments.insert(arguments.end(), {"-c", kWebalizerSettings});
   // Its own memory of what it has counted, no chatter, the host, the folder, and the log on its standard input.
   arguments.insert(arguments.end(), {"-p", "-Q", "-n", pages.host, "-o", pages.folder.path, "-"});
-  return runFor(user, pages, ChildPlan::program(kWebalizer, arguments));
+  return runFor(user, pages, ChildPlan::program("/bin/sh", arguments), kWebalizer);
 }
 
 int doAwstats(const Config* conf, const char* user, const char* domain, const char* subdomain) {
@@ -159,7 +160,7 @@ int doAwstats(const Config* conf, const char* user, const char* domain, const ch
   Pages pages;
   const int ready = prepare(*conf, user, domain, subdomain, "awstats", pages);
   if (ready != 1) return ready == 0 ? 0 : 1;
-  return runFor(user, pages, ChildPlan::program(script, {user, pages.host, pages.folder.path}));
+  return runFor(user, pages, ChildPlan::program(script, {user, pages.host, pages.folder.path}), script.c_str());
 }
 
 }  // namespace zvtaskq

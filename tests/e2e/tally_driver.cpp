@@ -75,7 +75,7 @@ int main(int count, char** words) {
   conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
   useCleanEnvironment();
   ::umask(077);
-  if (!dropSupplementaryGroups()) return 2;
+  if (!setRootPriv() || !dropSupplementaryGroups()) return 2;
   for (const Row& row : kRows) {
     if (count < 2 || std::strcmp(row.operation, words[1]) != 0) continue;
     setNoPriv();
