@@ -155,9 +155,9 @@ int rotateLog(const Config* conf, const char* user, const WebLog& log, const std
     places = waiting.find();
   }
   Waiting waiting(folder, log, ending);
-  int outcome = 1;
+  int outcome = target ? 1 : 0;
   for (const int place : places) {
-    if (!waiting.archive(place, user, target)) outcome = 0;
+    if (target && !waiting.archive(place, user, target)) outcome = 0;
   }
   const AsRoot root;
   waiting.clearFirst();
@@ -173,14 +173,13 @@ int rotateLogs(const Config* conf, const char* user, const char* domain, const c
     return 0;
   }
   const OpenedFolder target = openUserFolder(user, openHome(user), {"domains", domain, "logs"}, kLogFolderMode);
-  if (!target) return 0;
-  int outcome = 1;
+  int outcome = target ? 1 : 0;
   for (const WebLog& log : webLogsOf(*conf, host)) {
     for (const char* ending : kEndings) {
       if (!rotateLog(conf, user, log, ending, target)) outcome = 0;
     }
   }
-  deleteOldFilesFrom(target, user, conf);
+  if (target) deleteOldFilesFrom(target, user, conf);
   return outcome;
 }
 

@@ -33,6 +33,7 @@ struct WebLog;
 [[nodiscard]] int rotateLogs(const Config* conf, const char* user, const char* domain, const char* subdomain = nullptr);
 
 /// The same for one log, whose name is that of `log` and the ending (".log", ".error.log"), into archives in `target`.
+/// Without a target, which is not open then, the log is only kept from being replaced.
 [[nodiscard]] int rotateLog(const Config* conf, const char* user, const WebLog& log, const std::string& ending,
                             const OpenedFolder& target);
 

@@ -73,6 +73,7 @@ int main(int count, char** words) {
   }
   useConfiguration(&conf);
   conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+  const Log log;
   useCleanEnvironment();
   ::umask(077);
   if (!setRootPriv() || !dropSupplementaryGroups()) return 2;
