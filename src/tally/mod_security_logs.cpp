@@ -80,7 +80,7 @@ void rotate_mod_security_logs(const Config* conf) {
     return;
   }
   // A folder is as old as the last second of its day.
-  const long long oldest = static_cast<long long>(std::time(nullptr)) - (logs_to_keep(conf) + 1) * kDay;
+  const long long oldest = static_cast<long long>(std::time(nullptr)) - (logs_to_keep(conf) + 1LL) * kDay;
   deleteOldDays(audits.get(), conf->modsec_audit_dir.orEmpty(), oldest, 2);
 }
 

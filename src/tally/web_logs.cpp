@@ -17,10 +17,6 @@ std::string proxyLogFolder(const Config& conf) {
   return conf.nginxlogdir.orEmpty();
 }
 
-std::string visitorLogFolder(const Config& conf) {
-  return conf.nginx_proxy != 0 ? proxyLogFolder(conf) : mainLogFolder(conf);
-}
-
 bool logsArePutAside(const Config& conf) {
   return conf.rotation != 0 && conf.awstats == 0;
 }

@@ -12,8 +12,6 @@ class Config;
 /// of the proxy before it. Empty when the setting is.
 std::string mainLogFolder(const Config& conf);
 std::string proxyLogFolder(const Config& conf);
-/// The folder of the server that visitors speak to: the proxy's with `nginx_proxy`, else the main one's.
-std::string visitorLogFolder(const Config& conf);
 
 /// Whether a tally begins by putting all logs aside as ".1": with `rotation`, but not with `awstats`.
 bool logsArePutAside(const Config& conf);

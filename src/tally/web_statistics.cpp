@@ -11,6 +11,7 @@
 #include "core/paths.h"
 #include "core/privileges.h"
 #include "core/process.h"
+#include "core/safe_walk.h"
 #include "core/system_layer.h"
 #include "core/text.h"
 #include "tally/user_folder.h"
@@ -27,8 +28,8 @@ constexpr const char* kAwstatsScripts[] = {"/scripts/custom/awstats_process.sh",
 constexpr const char* kOpenToVisitors = "umask 022; exec \"$0\" \"$@\"";
 /// Visitors are served from these folders.
 constexpr mode_t kPagesMode = 0755;
-/// Seconds for the log of one day.
-constexpr int kTimeLimit = 6 * 3600;
+/// Seconds for the log of one day; an account that makes its program hang must not keep the others waiting for long.
+constexpr int kTimeLimit = 1800;
 
 /// Makes what stands in for the domain's folder below the administrator's, and gives it to the account.
 OpenedFolder openCustomBase(const Config& conf, const char* user, const char* domain) {
@@ -79,6 +80,13 @@ Descriptor openVisitorLog(const Config& conf, const std::string& host) {
   return {};
 }
 
+bool holdsOnlyFiles(const Descriptor& folder) {
+  const std::string top = joined("/proc/self/fd/", std::to_string(folder.get()), "/.");
+  return walkTree(top.c_str(), [](const TreeEntry& entry) {
+           return S_ISREG(entry.what.st_mode) || S_ISDIR(entry.what.st_mode) ? 1 : 0;
+         }) != 0;
+}
+
 struct Pages {
   std::string host;
   OpenedFolder folder;
@@ -124,6 +132,7 @@ int check_stats_path(const char* path, const char* user) {
   const char* fault = !isKnown                          ? std::strerror(errno)
                       : what.st_uid != idsOf(user).user ? "it belongs to somebody else"
                       : (what.st_mode & S_IWOTH) != 0   ? "everybody may write to it"
+                      : !holdsOnlyFiles(folder)         ? "there are other things than files in it"
                                                         : nullptr;
   if (fault == nullptr) return 1;
   refusalLog(10, "Suspicious stats folder found: %s of %s: %s", path == nullptr ? "" : path,

@@ -8,8 +8,9 @@ namespace zvtaskq {
 class Config;
 
 /// Whether statistics may be written to the folder at `path`: it and all folders above it are no links (but for an
-/// administrator's above system folders), it belongs to `user`, and not everybody may write to it. 1, or 0 with
-/// "Suspicious stats folder found" in the error and security logs. Works as root, and leaves the process at nobody.
+/// administrator's above system folders), it belongs to `user`, not everybody may write to it, and all that is in it
+/// are files and folders (a program that opens a pipe would hang). 1, or 0 with "Suspicious stats folder found" in the
+/// error and security logs. Works as root, and leaves the process at nobody.
 [[nodiscard]] int check_stats_path(const char* path, const char* user);
 
 /// Brings the pages that Webalizer (/usr/bin/webalizer, with "/etc/webalizer.conf" when there is one) makes in the

@@ -433,14 +433,15 @@ class Statistics(RotationTest):
 
     def test_suspicious_folders(self):
         folder = DOMAIN + "/stats"
-        for plant in ("ln -s %s {0}" % CANARY, "mkdir -m 777 {0}; chown bob {0}", "mkdir {0}"):
+        for plant in ("ln -s %s {0}" % CANARY, "mkdir -m 777 {0}; chown bob {0}", "mkdir {0}",
+                      "install -d -o bob {0}/in; mkfifo {0}/in/p; chown bob {0}", "install -d -o bob {0}; ln -s x {0}/l"):
             shell("rm -rf %s %s/errortaskq.log %s/security.log" % (folder, panel.LOGS, panel.LOGS))
             shell(plant.format(folder))
             self.drive("doWebalizer", "bob", HOST, status=1)
             if "ln" not in plant:
                 for log in ("errortaskq", "security"):
                     self.assertLogged("Suspicious stats folder found: %s of bob: " % folder, log, times=1)
-                self.assertEqual(os.listdir(folder), [])
+                self.assertFalse(os.path.exists(folder + "/index.html"))
             self.assertCanary()
 
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <thread>
 
@@ -16,6 +17,7 @@
 #include "support/panel_folder.h"
 #include "tally/mod_security_logs.h"
 #include "tally/old_archives.h"
+#include "tally/tar_piece.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::test;
@@ -196,11 +198,16 @@ TEST_F(Rotation, FailuresLeaveTheLogWhole) {
 
 TEST_F(Rotation, CopyBelongsToTheLogsOwner) {
   lay("L=a");
+  // A log of holes would otherwise fill the disk.
+  ASSERT_EQ(::truncate((logs() + "/L").c_str(), 1LL << 42), 0);
+  std::ofstream(logs() + "/L", std::ios::app) << "end";
   ASSERT_EQ(::chown((logs() + "/L").c_str(), 1234, 2345), 0);
   ::chmod((logs() + "/L").c_str(), 0640);
   ASSERT_EQ(rotate("L", true), 1);
   struct stat what {};
   ASSERT_EQ(::stat((logs() + "/L.1").c_str(), &what), 0);
+  EXPECT_EQ(what.st_size, (1LL << 42) + 3);
+  EXPECT_LT(what.st_blocks, 1 << 20);
   EXPECT_EQ(what.st_uid, 1234U);
   EXPECT_EQ(what.st_gid, 2345U);
   EXPECT_EQ(modeOf(logs() + "/L.1"), 0640U);
@@ -259,6 +266,36 @@ TEST(GuardedFolder, FollowsRootsLinksAlone) {
     EXPECT_EQ(folder ? 0 : errno, c.error) << c.path;
   }
   fs::remove_all(rootsOwn);
+}
+
+TEST(TarPiece, ReadsAsTarAndGzipDo) {
+  const Folder folder;
+  const std::string longest = std::string(155, 'p') + "/" + std::string(100, 'n');
+  const struct {
+    std::string name;
+    long long size;
+  } cases[] = {{"d/a.log", 0},        {"a.log", 511},      {"x/y/z", 512},
+               {longest, 8589934591}, {"big", 8589934592}, {"huge", 1LL << 50}};
+  for (const auto& c : cases) {
+    struct stat what {};
+    what.st_size = c.size;
+    what.st_mtim.tv_sec = 1'800'000'000;
+    const std::string header = tarHeader(c.name, what), path = folder.path("piece.gz");
+    ASSERT_EQ(header.size(), 512U) << c.name;
+    EXPECT_EQ((c.size + static_cast<long long>(tarPadding(c.size).size())) % 512, 0) << c.name;
+    writeText(path, gzipStored(header.substr(0, 100)) + gzipStored("") + gzipStored(header.substr(100)));
+    std::FILE* listing = ::popen(("gzip -dc " + path + " | TZ=UTC tar --utc -tvf - 2>/dev/null").c_str(), "r");
+    char line[512] = "";
+    ASSERT_NE(std::fgets(line, sizeof line, listing), nullptr) << c.name;
+    ::pclose(listing);
+    const std::string shown = line;
+    EXPECT_EQ(shown.find("-rw-r--r-- 0/0"), 0U) << shown;
+    EXPECT_NE(shown.find(" " + std::to_string(c.size) + " 2027-01-15 08:00 " + c.name + "\n"), std::string::npos)
+        << shown;
+  }
+  for (const std::string& name : {std::string(101, 'n'), std::string(156, 'p') + "/n", std::string("p/")}) {
+    EXPECT_EQ(tarHeader(name, {}), "") << name;
+  }
 }
 
 TEST_F(Rotation, OldestArchivesAreChosen) {
