@@ -282,6 +282,24 @@ class Archives(RotationTest):
         self.assertEqual(self.contents(), sorted(["one\nlate\nlate\nlate\n"] + wanted))
         self.assertEqual(self.names(), [])
 
+    def test_places_stay_in_a_row(self):
+        def place(number):
+            return self.put("%s.log.%d" % (HOST, number), "%d\n" % number, time.time() - 10 * number)
+        plans = (None, "domain_log_rotation.rename:kill", "domain_log_rotation.rename:EIO", "domain_log_rotation.unlink:kill:1")
+        for plan in plans:
+            shell("rm -rf %s/* %s/logs" % (MAIN, DOMAIN))
+            busy = [open(place(number), "a") for number in (4, 9, 10)]
+            for number in (1, 2, 3, 5, 6, 7, 8, 11):
+                place(number)
+            self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan or ""}, status=None)
+            self.drive("rotateLogs", "bob", HOST)
+            self.assertEqual(self.names(), ["%s.log.%d" % (HOST, number) for number in (2, 3, 4)], plan)
+            for file in busy:
+                file.close()
+            self.drive("rotateLogs", "bob", HOST)
+            self.assertEqual(self.names(), [])
+            self.assertEqual(self.contents(), sorted("%d\n" % number for number in range(1, 12)), plan)
+
     def test_failures_and_crashes_lose_and_double_nothing(self):
         self.put(HOST + ".log.1", "first")
         self.drive("rotateLogs", "bob", HOST)
