@@ -36,11 +36,14 @@ def encoded(text):
 
 
 def line_of(number):
-    """A line as the panel's programs build it: by name, everything but letters escaped, a last value that fills it."""
+    """A line as the panel's programs build it, by name and with everything but letters escaped; a note fills it up."""
     pairs = {"action": "vacation", "domain": f"site{number}.example.com", "endtime": 1_710_000_000 + number,
-             "path": "/home/admin/public_html", "type": "domain", "user": f"user{number}", "value": "create"}
-    text = "&".join(f"{encoded(name)}={encoded(str(value))}" for name, value in pairs.items())
-    return text + "x" * (LENGTH - len(text))
+             "note": "", "path": "/home/admin/public_html", "type": "domain", "user": f"user{number}", "value": "create"}
+    line = {name: f"{encoded(name)}={encoded(str(value))}" for name, value in pairs.items()}
+    for c in "back on 14 May, until then ask at the front desk or write to info@example.com":
+        longer = line["note"] + encoded(c)
+        line["note"] = longer if len("&".join({**line, "note": longer}.values())) <= LENGTH else line["note"]
+    return "&".join(line.values()).ljust(LENGTH, "e")
 
 
 def write_lines(path, lines):

@@ -62,14 +62,13 @@ inline void decodeEscapes(const char*& from, const char* end, char*& to) {
   }
 }
 
-/// The byte of any escape, one that lacks a digit included; `from` moves behind it.
+/// The byte of any escape, one that lacks a digit included, and its length. Rare, and kept out of the way.
 template <char stop>
-char takeEscape(const char*& from, const char* end) {
+[[gnu::noinline]] char takeEscape(const char* from, const char* end, int& length) {
   const auto partEndsIn = [&](std::ptrdiff_t bytes) { return end - from <= bytes || from[bytes] == stop; };
-  const int length = partEndsIn(1) ? 1 : partEndsIn(2) ? 2 : 3;
+  length = partEndsIn(1) ? 1 : partEndsIn(2) ? 2 : 3;
   const int first = length == 1 ? '%' : hexValue(from[1]);
   const int byte = length == 3 ? first * 16 | hexValue(from[2]) : first;
-  from += length;
   return byte < 0 ? ' ' : static_cast<char>(byte);
 }
 
@@ -125,7 +124,9 @@ PostPart PostReader::take() {
     decodeEscapes(from, end, to);
     if (from == end || *from == stop) break;
     if (*from == '%') {
-      const char c = takeEscape<stop>(from, end);
+      int length = 0;
+      const char c = takeEscape<stop>(from, end, length);
+      from += length;
       if (c == '\0') {
         from = std::find(from, end, stop);
         break;
