@@ -20,7 +20,7 @@ MAIN = "/var/log/httpd/domains"
 PROXY = "/var/log/nginx/domains"
 HOST = "example.org"
 DOMAIN = "/home/bob/domains/" + HOST
-CANARY = "/var/canary"
+CANARY = "/var/canary.rotation"
 NGINX = """user www-data; worker_processes 2; pid /run/nginx.pid; error_log {logs}/{host}.error.log;
 events {{ worker_connections 256; }}
 http {{ access_log {logs}/{host}.log combined; server {{ listen 127.0.0.1:8088; location / {{ {answer}; }} }} }}
