@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstring>
+#include <utility>
 
 #include "core/random.h"
 
@@ -47,24 +48,18 @@ std::uint64_t IdSet::markOf(std::string_view id) const {
 }
 
 bool IdSet::addMark(std::uint64_t mark) {
-  std::size_t at = mark & (slots_.size() - 1);
-  for (; slots_[at] != 0; at = (at + 1) & (slots_.size() - 1)) {
-    if (slots_[at] == mark) return false;
-  }
-  slots_[at] = mark;
+  std::uint64_t& slot = slots_[placeOf(mark)];
+  if (slot == mark) return false;
+  slot = mark;
   if (++count_ * kSlotsEach > slots_.size()) grow();
   return true;
 }
 
 void IdSet::grow() {
-  std::vector<std::uint64_t> larger(slots_.size() * 2);
-  for (const std::uint64_t mark : slots_) {
-    if (mark == 0) continue;
-    std::size_t at = mark & (larger.size() - 1);
-    while (larger[at] != 0) at = (at + 1) & (larger.size() - 1);
-    larger[at] = mark;
+  const std::vector<std::uint64_t> before = std::exchange(slots_, std::vector<std::uint64_t>(slots_.size() * 2));
+  for (const std::uint64_t mark : before) {
+    if (mark != 0) slots_[placeOf(mark)] = mark;
   }
-  slots_.swap(larger);
 }
 
 void IdSet::clear() {

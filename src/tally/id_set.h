@@ -20,11 +20,18 @@ class IdSet {
   /// of putting them in has them fetched from memory meanwhile, which is where a large set spends its time.
   std::uint64_t markOf(std::string_view id) const;
   bool addMark(std::uint64_t mark);
+  bool hasMark(std::uint64_t mark) const { return slots_[placeOf(mark)] == mark; }
   void fetch(std::uint64_t mark) const { __builtin_prefetch(&slots_[mark & (slots_.size() - 1)], 1); }
   std::size_t size() const { return count_; }
   void clear();
 
  private:
+  /// Where a mark stands, or would.
+  std::size_t placeOf(std::uint64_t mark) const {
+    std::size_t at = mark & (slots_.size() - 1);
+    while (slots_[at] != 0 && slots_[at] != mark) at = (at + 1) & (slots_.size() - 1);
+    return at;
+  }
   void grow();
 
   /// 0 is an empty slot.
