@@ -37,10 +37,11 @@ struct FtpServer {
   const char* ledger;
   const char* accountFile;
   const char* copyEnding;
-  bool (*readLine)(std::string_view line, Transfer& out);
+  TransferReader (*readerFor)(std::string_view firstLine);
 };
-constexpr FtpServer kProftpd{"proftpd", kNotedFile, ".temp", readProftpdLine};
-constexpr FtpServer kPureftpd{"pureftpd", "bandwidth.tally", ".copy", readPureftpdLine};
+constexpr FtpServer kProftpd{"proftpd", kNotedFile, ".temp",
+                             [](std::string_view) -> TransferReader { return readProftpdLine; }};
+constexpr FtpServer kPureftpd{"pureftpd", "bandwidth.tally", ".copy", pureftpdReader};
 
 /// One reading of a server's logs.
 class FtpReading {
@@ -122,14 +123,25 @@ class FtpReading {
 
   /// Returns the place behind the last whole line.
   long long readFrom(int fd, long long start, const std::string& path) {
-    if (::lseek(fd, start, SEEK_SET) != start) return start;
+    const TransferReader read = readerOf(fd, path);
+    if (read == nullptr || ::lseek(fd, start, SEEK_SET) != start) return start;
     LineReader reader(fd);
     Transfer transfer;
     for (std::string_view line; reader.next(line);) {
-      if (server_.readLine(line, transfer)) bill(transfer);
+      if (read(line, transfer)) bill(transfer);
     }
     if (reader.failed()) errorLog("Unable to read %s: %s", path.c_str(), std::strerror(errno));
     return start + reader.consumed();
+  }
+
+  /// By the log's first line; null when there is none yet, or when it is of no format to be trusted.
+  TransferReader readerOf(int fd, const std::string& path) const {
+    std::string_view line;
+    LineReader reader(fd);
+    if (::lseek(fd, 0, SEEK_SET) != 0 || !reader.next(line)) return nullptr;
+    const TransferReader read = server_.readerFor(line);
+    if (read == nullptr) errorLog("%s is in none of the formats clf, w3c and xferlog", path.c_str());
+    return read;
   }
 
   void bill(const Transfer& transfer) {

@@ -12,8 +12,8 @@ class Config;
 void rotate_email_usage(const Config* conf);
 
 /// 1 when mail stores are counted on top of the home quota, 0 when not: by `count_email_usage` (1 they are, 2 they are
-/// not), and with 0 there by how the disk is divided. With one partition at most they are in the quota already; with
-/// quotas on "/" they are, unless "/var" is a partition of its own; otherwise they are not in it.
+/// not), and with 0 there by how the disk is divided. With one partition at most, and with quotas on "/" unless "/var"
+/// is a partition of its own, mail is in the quota already; otherwise it is not.
 int countEmail(const Config* conf);
 
 /// How the disk is divided.

@@ -50,7 +50,9 @@ bool readClf(std::string_view line, Transfer& out) {
   if (date == std::string_view::npos) return false;
   out.user = line.substr(0, date);
   line.remove_prefix(date);
-  return line.find("] \"GET ") != std::string_view::npos || line.find("] \"PUT ") != std::string_view::npos;
+  const bool isTransfer =
+      line.find("] \"GET ") != std::string_view::npos || line.find("] \"PUT ") != std::string_view::npos;
+  return isTransfer && isComplete(out);
 }
 
 /// `2026-11-23 00:42:10 127.0.0.1 []created /home/bob/file 226 bob 1000`; the name is escaped.
@@ -62,7 +64,7 @@ bool readW3c(std::string_view line, Transfer& out) {
   if (nextField(line).empty() || nextField(line) != "226") return false;
   out.bytesText = lastField(line);
   out.user = line;
-  return true;
+  return isComplete(out);
 }
 
 /// `Mon Nov 23 00:42:16 2026 0 127.0.0.1 1000 /home/bob/file b _ i r bob ftp 1 * c`; blanks of the name are "_".
@@ -80,10 +82,11 @@ bool readXferlog(std::string_view line, Transfer& out) {
     return false;
   }
   out.user = line;
-  return true;
+  return isComplete(out);
 }
 
-constexpr bool (*kPureftpdFormats[])(std::string_view, Transfer&) = {readClf, readW3c, readXferlog};
+constexpr TransferReader kPureftpdFormats[] = {readClf, readW3c, readXferlog};
+constexpr std::string_view kW3cTitle = "#Software: Pure-FTPd";
 constexpr std::string_view kCountedCommands[] = {"RETR", "STOR", "APPE", "STOU"};
 
 }  // namespace
@@ -100,11 +103,13 @@ bool readProftpdLine(std::string_view line, Transfer& out) {
   return isComplete(out);
 }
 
-bool readPureftpdLine(std::string_view line, Transfer& out) {
-  for (const auto& read : kPureftpdFormats) {
-    if (read(line, out) && isComplete(out)) return true;
+TransferReader pureftpdReader(std::string_view firstLine) {
+  if (firstLine.starts_with(kW3cTitle)) return readW3c;
+  Transfer transfer;
+  for (const TransferReader read : kPureftpdFormats) {
+    if (read(firstLine, transfer)) return read;
   }
-  return false;
+  return nullptr;
 }
 
 }  // namespace zvtaskq

@@ -21,9 +21,12 @@ struct Transfer {
 /// count; the bytes of one that failed are "-".
 bool readProftpdLine(std::string_view line, Transfer& out);
 
-/// Pure-FTPd's line for a transfer in one of the formats that no file name can forge a line of: "clf", "w3c",
-/// "xferlog".
-/// ("stats" writes names as they are, line feeds and all, and is refused.)
-bool readPureftpdLine(std::string_view line, Transfer& out);
+/// Takes a line of a transfer log apart. False for one that tells of no transfer.
+using TransferReader = bool (*)(std::string_view line, Transfer& out);
+
+/// How the lines of Pure-FTPd's log are read, by its first line: in one of the formats "clf", "w3c", "xferlog". Null
+/// for any other first line. In the format "stats" names stand as they are, line feeds and all: whoever may name a file
+/// could forge a line of any format there, so nothing in such a log counts.
+TransferReader pureftpdReader(std::string_view firstLine);
 
 }  // namespace zvtaskq
