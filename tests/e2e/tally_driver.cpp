@@ -14,6 +14,8 @@
 #include "core/log.h"
 #include "core/privileges.h"
 #include "core/system_layer.h"
+#include "tally/ftp_traffic.h"
+#include "tally/home_traffic.h"
 #include "tally/log_rotation.h"
 
 using namespace zvtaskq;
@@ -43,6 +45,9 @@ struct Row {
 
 constexpr Row kRows[] = {
     {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.has("copy")); }},
+    {"collectFtpTraffic", [](const Call& call) { return collectFtpTraffic(&call.conf); }},
+    {"parseHomeDirBandwidth", [](const Call&) { return parseHomeDirBandwidth(); }},
+    {"getFtpTotal", [](const Call& call) { return std::printf("%.0f\n", getFtpTotal(call.at(0))) > 0 ? 1 : 0; }},
 };
 
 }  // namespace
