@@ -1,6 +1,9 @@
 // Opening a folder whose way may lead through places where others can plant links.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "core/sys.h"
 
 namespace zvtaskq {
@@ -15,5 +18,9 @@ namespace zvtaskq {
 ///
 /// Works under the identity of the moment. Not open on failure, with errno: ELOOP for a link that is not followed.
 Descriptor openGuardedFolder(const char* path);
+
+/// Adds the names of what stands in an open folder, but for "." and "..", in no order. 0 with errno when not all of
+/// them could be read.
+[[nodiscard]] int namesIn(int folder, std::vector<std::string>& names);
 
 }  // namespace zvtaskq

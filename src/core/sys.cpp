@@ -177,6 +177,15 @@ int dropLease(int fd) {
   return ::fcntl(fd, F_SETLEASE, F_UNLCK);
 }
 
+int openProcess(pid_t pid) {
+  return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+}
+
+int signalProcess(int process, int signal) {
+  if (failPoint("signal")) return -1;
+  return static_cast<int>(::syscall(SYS_pidfd_send_signal, process, signal, nullptr, 0));
+}
+
 int lstat(const char* path, struct stat& out) {
   return sys::lstatAt(AT_FDCWD, path, out);
 }

@@ -66,6 +66,10 @@ int flockNow(int fd, int operation);
 /// A read lease: taken only when nobody has the file open for writing.
 int takeReadLease(int fd);
 int dropLease(int fd);
+/// A descriptor that stands for this very process, not for another that gets its id later.
+int openProcess(pid_t pid);
+/// Sends a signal to the process of such a descriptor.
+int signalProcess(int process, int signal);
 /// What `path` itself is, never a link's target.
 int lstat(const char* path, struct stat& out);
 int lstatAt(int directory, const char* path, struct stat& out);

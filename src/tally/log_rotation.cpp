@@ -1,5 +1,7 @@
 #include "tally/log_rotation.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -18,6 +20,7 @@ namespace zvtaskq {
 
 namespace {
 
+constexpr int kMostKept = 1'000'000;
 constexpr int kMostDepth = 400;
 constexpr int kLargestNumber = 400;
 constexpr std::size_t kBlock = 128UL * 1024;
@@ -60,10 +63,21 @@ int tellFault(const std::string& path) {
   return 0;
 }
 
+/// Goes over a hole where both stand, which may be larger than any disk. 0 with errno; what is left then is no data.
+int skipHole(int from, int to) {
+  const off_t here = ::lseek(from, 0, SEEK_CUR);
+  const off_t data = ::lseek(from, here, SEEK_DATA);
+  if (data == here) return 1;
+  // A file system that knows nothing of holes has data all over, and at the end there is none.
+  if (data < 0) return errno == EINVAL || errno == ENXIO ? 1 : 0;
+  return ::lseek(from, data, SEEK_SET) == data && ::lseek(to, data, SEEK_SET) == data ? 1 : 0;
+}
+
 /// Copies from where both stand until there is nothing more. At most `room` bytes, which shrinks. 0 with errno.
 int copyToEnd(int from, int to, long long& room) {
   std::vector<char> block(kBlock);
   while (room > 0) {
+    if (!skipHole(from, to)) return 0;
     const ssize_t got = sys::read(from, block.data(), block.size());
     if (got <= 0) return got == 0 ? 1 : 0;
     const std::size_t length = static_cast<std::size_t>(got);
@@ -83,7 +97,7 @@ int emptyInto(int source, int target) {
     return 0;
   }
   if (sys::fchown(target, what.st_uid, what.st_gid) != 0 || sys::fchmod(target, what.st_mode & 0777) != 0) return 0;
-  long long room = what.st_size + kMostAdded;
+  long long room = what.st_blocks * 512LL + kMostAdded;
   // The bulk is made safe first, so that only what came meanwhile lies between the last look and the emptying.
   if (!copyToEnd(source, target, room) || sys::fsync(target) != 0) return 0;
   return copyToEnd(source, target, room) && sys::ftruncate(source, 0) == 0 ? 1 : 0;
@@ -144,7 +158,8 @@ int rotate(const LogFile& log, int keep, int depth, bool copyAndTruncate) {
 }  // namespace
 
 int logs_to_keep(const Config* conf) {
-  return conf->nginx_proxy != 0 ? 2 * conf->logs_to_keep : conf->logs_to_keep;
+  const int keep = std::clamp(conf->logs_to_keep, 0, kMostKept);
+  return conf->nginx_proxy != 0 ? 2 * keep : keep;
 }
 
 int rotate_log_up(const char* path, const Config* conf, int depth, bool copyAndTruncate) {

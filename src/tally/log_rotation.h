@@ -6,7 +6,7 @@ namespace zvtaskq {
 class Config;
 
 /// The number that rotations keep to: `logs_to_keep`, twice that behind a proxy (`nginx_proxy`), where every log is
-/// written by two servers.
+/// written by two servers. 0 to 2,000,000.
 int logs_to_keep(const Config* conf);
 
 /// Moves the log at `path` up one place, and those before it as far as needed: with a number N to keep there are L.1 to

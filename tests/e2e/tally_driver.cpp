@@ -1,6 +1,5 @@
-// Carries out one operation of usage accounting with the installed panel's settings, under the identity that a run has
-// between its
-// steps: tally_driver OPERATION [ARGUMENT...]. Prints what the operation hands back in words; the exit
+// Carries out one operation of usage accounting with the settings of the installed panel, under the identity that a run
+// has between its steps: tally_driver OPERATION [ARGUMENT...]. Prints what the operation hands back in words; the exit
 // status is 0 for its 1, 1 for its 0, 2 for a wrong call.
 #include <sys/stat.h>
 
@@ -14,9 +13,12 @@
 #include "core/log.h"
 #include "core/privileges.h"
 #include "core/system_layer.h"
+#include "tally/domain_log_rotation.h"
 #include "tally/ftp_traffic.h"
 #include "tally/home_traffic.h"
 #include "tally/log_rotation.h"
+#include "tally/web_log_rotation.h"
+#include "tally/web_statistics.h"
 
 using namespace zvtaskq;
 
@@ -38,6 +40,15 @@ struct Call {
   }
 };
 
+/// Prints the words that the operation adds to a result text.
+template <class Work>
+int saying(Work work) {
+  Text result;
+  const int outcome = work(result);
+  std::fputs(result.orEmpty(), stdout);
+  return outcome;
+}
+
 struct Row {
   const char* operation;
   int (*work)(const Call& call);
@@ -45,9 +56,16 @@ struct Row {
 
 constexpr Row kRows[] = {
     {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.has("copy")); }},
-    {"collectFtpTraffic", [](const Call& call) { return collectFtpTraffic(&call.conf); }},
     {"parseHomeDirBandwidth", [](const Call&) { return parseHomeDirBandwidth(); }},
+    {"collectFtpTraffic", [](const Call& call) { return collectFtpTraffic(&call.conf); }},
     {"getFtpTotal", [](const Call& call) { return std::printf("%.0f\n", getFtpTotal(call.at(0))) > 0 ? 1 : 0; }},
+    {"rotate_apache_logs",
+     [](const Call& call) {
+       return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });
+     }},
+    {"rotateLogs", [](const Call& call) { return rotateLogs(&call.conf, call.at(0), call.at(1), call.at(2)); }},
+    {"doWebalizer", [](const Call& call) { return doWebalizer(&call.conf, call.at(0), call.at(1), call.at(2)); }},
+    {"doAwstats", [](const Call& call) { return doAwstats(&call.conf, call.at(0), call.at(1), call.at(2)); }},
 };
 
 }  // namespace
@@ -60,9 +78,10 @@ int main(int count, char** words) {
   }
   useConfiguration(&conf);
   conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
+  const Log log;
   useCleanEnvironment();
   ::umask(077);
-  if (!dropSupplementaryGroups()) return 2;
+  if (!setRootPriv() || !dropSupplementaryGroups()) return 2;
   for (const Row& row : kRows) {
     if (count < 2 || std::strcmp(row.operation, words[1]) != 0) continue;
     setNoPriv();

@@ -51,7 +51,7 @@ class TrafficTest(PanelTest):
 
 class HomeDirectories(TrafficTest):
     def tally(self, **more):
-        self.queue("action=tally&value=homedir")
+        self.queue("action=bandwidth&value=homedir")
         return self.run_program(**more)
 
     def test_log_becomes_lines(self):
