@@ -18,6 +18,7 @@
 #include "core/lock_file.h"
 #include "core/log.h"
 #include "core/names.h"
+#include "core/paths.h"
 #include "core/privileges.h"
 #include "core/safe_file.h"
 #include "tally/tally_file.h"
@@ -51,10 +52,7 @@ class FtpReading {
 
   int run(const std::vector<std::string>& logs) {
     if (logs.empty()) return 1;
-    if (!ledger_.open()) return 0;
-    owners_.set_caller_location("FtpReading", 0);
-    if (!readDomainOwners(owners_)) errorLog("Can't read %s", owners_.getFilename());
-    owners_.trimValueFront();
+    if (!openLedger() || !readOwners()) return 0;
     int whole = 1;
     for (const std::string& log : logs) {
       if (!readLog(log)) whole = 0;
@@ -64,6 +62,22 @@ class FtpReading {
   }
 
  private:
+  int openLedger() {
+    const AsRoot root;
+    return ledger_.open();
+  }
+
+  /// Without the table nothing can be billed: the traffic of all domains would be nobody's.
+  int readOwners() {
+    owners_.set_caller_location("FtpReading", 0);
+    if (!readDomainOwners(owners_) && pathExists(domainOwnersFile().c_str())) {
+      errorLog("Can't read %s", owners_.getFilename());
+      return 0;
+    }
+    owners_.trimValueFront();
+    return 1;
+  }
+
   int readLog(const std::string& log) {
     const AsRoot root;
     FileLock lock;
@@ -212,13 +226,11 @@ std::vector<std::string> proftpdLogs() {
 
 int parse_pure_ftp_log(const Config* conf) {
   if (conf->pureftp_log.isEmpty()) return 1;
-  const AsRoot root;
   return FtpReading(kPureftpd, *conf).run({conf->pureftp_log.get()});
 }
 
 int collectFtpTraffic(const Config* conf) {
   if (conf->pureftp) return parse_pure_ftp_log(conf);
-  const AsRoot root;
   return FtpReading(kProftpd, *conf).run(proftpdLogs());
 }
 
