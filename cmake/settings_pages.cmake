@@ -6,7 +6,7 @@ target_include_directories(settings_pages PRIVATE "${CMAKE_BINARY_DIR}/rooms/cor
 zv_target(settings_pages)
 
 set(sample "${CMAKE_SOURCE_DIR}/share/zorvane.conf.sample")
-set(manual "${CMAKE_SOURCE_DIR}/share/man/zorvane.conf.5")
+set(manual "${CMAKE_SOURCE_DIR}/share/man/man5/zorvane.conf.5")
 add_custom_target(update_settings_pages
   COMMAND settings_pages sample > "${sample}"
   COMMAND settings_pages man > "${manual}"

@@ -3,6 +3,7 @@
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/panel.sh"
 . "$(dirname "${BASH_SOURCE[0]}")/demo-upkeep.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/demo-logs.sh"
 
 if [[ -t 1 ]]; then
     bold=$'\033[1m' green=$'\033[32m' red=$'\033[31m' dim=$'\033[2m' plain=$'\033[0m'
@@ -205,11 +206,15 @@ remember "after run 2"
 askNginx
 prepareUpkeep
 run
+prepareAttack
+run
+run
 
 showQueue
 showSecondRun
 showServers
 showUpkeep
+showAttack
 showMessages
 showLogs
 if ((wrong > 0)); then

@@ -338,7 +338,8 @@ int ConfigFile::place(const Pair& pair) {
     return insertAt(placeFor(pair), pair);
   }
   if (unsettled_ || keepUnsorted) return appendUnsettled(pair);
-  const int order = count_ == 0 ? -1 : compare(pairs_[count_ - 1], pair);
+  if (pairs_ == nullptr || count_ == 0) return append(pair);
+  const int order = compare(pairs_[count_ - 1], pair);
   if (order == 0) return replaceValue(pairs_[count_ - 1], pair.value, pair.valueLength) ? 1 : refuseGrowth();
   // One pair out of order between two looks goes to its place; a second one tells of a bulk fill, to be sorted later.
   if (order > 0 && !insertedUnseen_) return insertUnseen(pair);

@@ -215,6 +215,7 @@ class ConfigFile : public DataFile {
   int insertUnseen(const Pair& pair);
   /// Making room may settle what is there, so the mark is set behind it.
   int appendUnsettled(const Pair& pair) {
+    changed = true;
     const int appended = append(pair);
     unsettled_ = true;
     return appended;

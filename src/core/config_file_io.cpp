@@ -190,11 +190,8 @@ int ConfigFile::fillFromPost(std::string_view text, int keepPlus) {
     const PostPart name = parts.takeName();
     if (name.isLast) return 1;
     const PostPart value = parts.takeValue();
-    if (name.length > 0) {
-      changed = true;
-      const Pair pair = pairOf(name.text, name.length, value.text, value.length);
-      if (!(unsettled_ ? appendUnsettled(pair) : place(pair))) return 0;
-    }
+    const auto pair = [&] { return pairOf(name.text, name.length, value.text, value.length); };
+    if (name.length > 0 && !(unsettled_ ? appendUnsettled(pair()) : place(pair()))) return 0;
     if (value.isLast) return 1;
   }
 }

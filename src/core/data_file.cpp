@@ -58,6 +58,16 @@ void DataFile::unlock() {
   freeLock(filename_);
 }
 
+int DataFile::takeLock(FileLock& lock) const {
+  const AsOwner owner(ownerUser_, ownerGroup_);
+  return lock.take(filename_, kLockMaximumAge, words().className, nullptr);
+}
+
+void DataFile::releaseLock(FileLock& lock) const {
+  const AsOwner owner(ownerUser_, ownerGroup_);
+  lock.release();
+}
+
 int DataFile::takeLock(FileLock& lock, const char* path, const char* lockCaller) {
   char reason[kLockReasonSize] = "";
   if (!useLock || lock.take(path, kLockMaximumAge, lockCaller, reason)) return 1;

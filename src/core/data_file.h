@@ -49,6 +49,10 @@ class DataFile {
   [[nodiscard]] int removeFile(const char* path = nullptr);
   /// Frees the lock on the file, whoever took it, under the owner identity.
   void unlock();
+  /// Takes the lock on the file, under the owner identity, for as long as `lock` holds it. 1 when it is held.
+  [[nodiscard]] int takeLock(FileLock& lock) const;
+  /// Frees that lock again, under the owner identity, unless it was broken meanwhile and is somebody else's by now.
+  void releaseLock(FileLock& lock) const;
 
  protected:
   explicit DataFile(const char* filename);

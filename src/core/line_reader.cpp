@@ -17,8 +17,9 @@ constexpr std::size_t kBlock = std::size_t{256} * 1024;
 constexpr std::size_t kRoomLeft = 32;
 
 /// A line without what does not belong to its text: a CR at its end, and everything from a NUL on.
-std::string_view trimmedLine(std::string_view line) {
+std::string_view trimmedLine(std::string_view line, bool mayHoldNul = true) {
   if (line.ends_with('\r')) line.remove_suffix(1);
+  if (!mayHoldNul) return line;
   const void* nul = std::memchr(line.data(), '\0', line.size());
   if (nul != nullptr) line = line.substr(0, static_cast<std::size_t>(static_cast<const char*>(nul) - line.data()));
   return line;
@@ -57,7 +58,7 @@ bool LineReader::next(std::string_view& line) {
     const void* feed = std::memchr(from, '\n', end_ - scanned_);
     if (feed != nullptr) {
       const std::size_t at = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get());
-      line = trimmedLine({buffer_.get() + start_, at - start_});
+      line = trimmedLine({buffer_.get() + start_, at - start_}, holdsNul_);
       consumed_ += static_cast<long long>(at + 1 - start_);
       start_ = scanned_ = at + 1;
       return true;
@@ -107,6 +108,8 @@ bool LineReader::fill() {
   const ssize_t got = sys::read(fd_, buffer_.get() + end_, size_ - end_);
   failed_ = got < 0;
   if (got <= 0) return false;
+  // One look at a whole block is far cheaper than one at each of its lines.
+  holdsNul_ = holdsNul_ || std::memchr(buffer_.get() + end_, '\0', static_cast<std::size_t>(got)) != nullptr;
   end_ += static_cast<std::size_t>(got);
   return true;
 }

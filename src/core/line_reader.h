@@ -47,6 +47,8 @@ class LineReader {
   std::size_t scanned_ = 0;
   std::size_t end_ = 0;
   long long consumed_ = 0;
+  /// A NUL has been read: lines have to be searched for one.
+  bool holdsNul_ = false;
   bool failed_ = false;
 };
 

@@ -62,15 +62,19 @@ inline void decodeEscapes(const char*& from, const char* end, char*& to) {
   }
 }
 
-/// The byte of any escape, one that lacks a digit included; `from` moves behind it.
+struct OddEscape {
+  char byte;
+  int length;
+};
+
+/// Any escape, one that lacks a digit included. Rare, and kept out of the way.
 template <char stop>
-char takeEscape(const char*& from, const char* end) {
+[[gnu::noinline]] OddEscape oddEscape(const char* from, const char* end) {
   const auto partEndsIn = [&](std::ptrdiff_t bytes) { return end - from <= bytes || from[bytes] == stop; };
   const int length = partEndsIn(1) ? 1 : partEndsIn(2) ? 2 : 3;
   const int first = length == 1 ? '%' : hexValue(from[1]);
   const int byte = length == 3 ? first * 16 | hexValue(from[2]) : first;
-  from += length;
-  return byte < 0 ? ' ' : static_cast<char>(byte);
+  return {byte < 0 ? ' ' : static_cast<char>(byte), length};
 }
 
 // --- Encoding --------------------------------------------------------------------------------------------------
@@ -125,12 +129,13 @@ PostPart PostReader::take() {
     decodeEscapes(from, end, to);
     if (from == end || *from == stop) break;
     if (*from == '%') {
-      const char c = takeEscape<stop>(from, end);
-      if (c == '\0') {
+      const OddEscape escape = oddEscape<stop>(from, end);
+      from += escape.length;
+      if (escape.byte == '\0') {
         from = std::find(from, end, stop);
         break;
       }
-      *to++ = c;
+      *to++ = escape.byte;
     } else if (*from == plus) {
       *to++ = ' ';
       ++from;

@@ -120,8 +120,10 @@ pid_t launchChild(const ChildLaunch& launch) {
   // A child of one's own user shares the memory until it is the program, which costs nothing however large this process
   // is. One that becomes somebody else gets a copy: its new user could stop it in between, and with it us.
   const bool sharesMemory = launch.identity.user == realIds().user;
+  // What the child does until it is the program is nothing but system calls, on its own part of the stack.
+  // NOLINTNEXTLINE(clang-analyzer-unix.Vfork)
   const pid_t pid = sharesMemory ? ::vfork() : ::fork();
-  if (pid == 0) becomeProgram(launch);
+  if (pid == 0) becomeProgram(launch);  // NOLINT(clang-analyzer-unix.Vfork)
   const int error = errno;
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
   errno = error;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/config_file.h"
+#include "core/lock_file.h"
 
 namespace zvtaskq {
 
@@ -10,19 +11,20 @@ namespace zvtaskq {
 /// Leaves the process at nobody.
 class RecordLock {
  public:
-  explicit RecordLock(ConfigFile& record) : record_(record), held_(record.useLock && record.lock(0)) {
+  explicit RecordLock(ConfigFile& record) : record_(record), held_(record.useLock && record.takeLock(lock_) != 0) {
     if (held_) record_.useLock = false;
   }
   ~RecordLock() {
     if (!held_) return;
     record_.useLock = true;
-    record_.unlock();
+    record_.releaseLock(lock_);
   }
   RecordLock(const RecordLock&) = delete;
   RecordLock& operator=(const RecordLock&) = delete;
 
  private:
   ConfigFile& record_;
+  FileLock lock_;
   bool held_;
 };
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,6 @@ constexpr const char* kEndings[] = {".log", ".error.log"};
 constexpr long long kHalfDay = 12 * 3600;
 /// Seconds without a write after which a log counts as left, where the file system cannot tell.
 constexpr long long kLongQuiet = 3600;
-/// Free places in a row after which no more are looked for: a crash leaves one at a time.
-constexpr int kGap = 3;
 constexpr mode_t kLogFolderMode = 0700;
 
 /// The member name: when the last line was written, local time, to the millisecond.
@@ -56,46 +55,53 @@ class Waiting {
       : folder_(folder.get()), log_(log), ending_(ending) {}
 
   /// The current log itself becomes one that waits, in the first place when that is free. Runs as root.
-  void putCurrentAside() {
+  void putCurrentAside() const {
     struct stat what {};
     if (!look(0, what) || what.st_size == 0 || !isPlain(0, what)) return;
     moveTo(0, firstFree(1));
   }
 
-  /// The numbers of the places that hold something. Runs as root.
+  /// The numbers of the places that hold something: perhaps 1, then 2 and on without a gap. Runs as root.
   std::vector<int> find() const {
     std::vector<int> found;
     struct stat what {};
-    for (int place = 1, free = 0; place == 1 || free < kGap; ++place) {
-      const bool taken = look(place, what);
-      free = taken || place == 1 ? 0 : free + 1;
-      if (taken) found.push_back(place);
-    }
+    if (look(1, what)) found.push_back(1);
+    for (int place = 2; look(place, what); ++place) found.push_back(place);
     return found;
   }
 
-  /// Archives what waits in a place, when its writer has left it. 1 when it is gone, or may wait without fault.
-  int archive(int place, const char* user, const OpenedFolder& target) {
+  enum class Outcome { archived, waits, failed };
+
+  /// Archives what waits in a place, when its writer has left it. It still stands there then.
+  Outcome archive(int place, const char* user, const OpenedFolder& target) const {
     Descriptor file;
     struct stat what {};
     {
       const AsRoot root;
-      if (!look(place, what) || !isPlain(place, what)) return 0;
+      if (!look(place, what) || !isPlain(place, what)) return Outcome::failed;
       file = Descriptor(sys::openat(folder_, name(place).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
       if (!file) return tell(place, "open");
-      if (!isLeft(file, what)) return 1;
+      if (!isLeft(file, what)) return Outcome::waits;
       // What came between the look and the lease counts.
       if (sys::fstat(file.get(), what) != 0) return tell(place, "fstat");
     }
     const std::string month = monthArchiveName(what.st_mtim.tv_sec - kHalfDay, log_.ofProxy);
     const std::string member = joined(log_.base, "/", stampOf(what), ending_);
-    if (what.st_size > 0 && !addToArchive(user, target, month, member, file)) return 0;
-    const AsRoot root;
-    return sys::unlinkat(folder_, name(place).c_str(), 0) == 0 ? 1 : tell(place, "unlink");
+    if (what.st_size > 0 && !addToArchive(user, target, month, member, file)) return Outcome::failed;
+    return Outcome::archived;
+  }
+
+  /// Deletes what stands in a place. With `last` above 0 the log of that place takes it over in the same moment, so
+  /// that there never is a gap, not even after a crash. Runs as root.
+  Outcome remove(int place, int last) const {
+    const std::string here = name(place);
+    const int outcome = last > 0 ? sys::renameat(folder_, name(last).c_str(), folder_, here.c_str())
+                                 : sys::unlinkat(folder_, here.c_str(), 0);
+    return outcome == 0 ? Outcome::archived : tell(place, last > 0 ? "rename" : "unlink");
   }
 
   /// Moves what still waits in the first place out of the way of the next tally. Runs as root.
-  void clearFirst() {
+  void clearFirst() const {
     struct stat what {};
     if (look(1, what) && !S_ISLNK(what.st_mode)) moveTo(1, firstFree(2));
   }
@@ -120,20 +126,40 @@ class Waiting {
     return false;
   }
 
-  void moveTo(int from, int to) {
+  void moveTo(int from, int to) const {
     if (sys::renameat(folder_, name(from).c_str(), folder_, name(to).c_str()) == 0) return;
     errorLog("Error renaming %s to %s : %s", path(from).c_str(), path(to).c_str(), std::strerror(errno));
   }
 
-  int tell(int place, const char* step) const {
+  Outcome tell(int place, const char* step) const {
     errorLog("Tally::rotateLogs: %s: %s: %s", path(place).c_str(), step, std::strerror(errno));
-    return 0;
+    return Outcome::failed;
   }
 
   int folder_;
   const WebLog& log_;
   const std::string& ending_;
 };
+
+/// Archives what it can of what waits. 1 when the rest has only its writers to wait for.
+int archiveAll(const Waiting& waiting, const std::vector<int>& places, const char* user, const OpenedFolder& target) {
+  int outcome = 1;
+  // From the last place to the first, so that what has to stay is known when a place becomes free. The largest first.
+  std::deque<int> staying;
+  for (auto place = places.rbegin(); place != places.rend(); ++place) {
+    Waiting::Outcome done = waiting.archive(*place, user, target);
+    const bool first = *place == 1;
+    if (done == Waiting::Outcome::archived) {
+      const AsRoot root;
+      done = waiting.remove(*place, first || staying.empty() ? 0 : staying.front());
+      if (done == Waiting::Outcome::archived && (first || staying.empty())) continue;
+      if (done == Waiting::Outcome::archived) staying.pop_front();
+    }
+    if (done == Waiting::Outcome::failed) outcome = 0;
+    staying.push_back(*place);
+  }
+  return outcome;
+}
 
 }  // namespace
 
@@ -150,15 +176,12 @@ int rotateLog(const Config* conf, const char* user, const WebLog& log, const std
       errorLog("Tally::rotateLogs: %s: %s", log.folder.c_str(), std::strerror(errno));
       return 0;
     }
-    Waiting waiting(folder, log, ending);
+    const Waiting waiting(folder, log, ending);
     if (!logsArePutAside(*conf)) waiting.putCurrentAside();
     places = waiting.find();
   }
-  Waiting waiting(folder, log, ending);
-  int outcome = target ? 1 : 0;
-  for (const int place : places) {
-    if (target && !waiting.archive(place, user, target)) outcome = 0;
-  }
+  const Waiting waiting(folder, log, ending);
+  const int outcome = target && archiveAll(waiting, places, user, target) ? 1 : 0;
   const AsRoot root;
   waiting.clearFirst();
   return outcome;

@@ -51,10 +51,12 @@ OpenedFolder openHome(const char* user) {
     errorLog("Tally::openHome: there is no account %s", user == nullptr ? "" : user);
     return {};
   }
+  const uid_t owner = account->pw_uid;
+  const std::string path = account->pw_dir;
   const AsRoot root;
-  OpenedFolder home{openGuardedFolder(account->pw_dir), account->pw_dir};
+  OpenedFolder home{openGuardedFolder(path.c_str()), path};
   struct stat what {};
-  if (home && sys::fstat(home.folder.get(), what) == 0 && what.st_uid == account->pw_uid) return home;
+  if (home && sys::fstat(home.folder.get(), what) == 0 && what.st_uid == owner) return home;
   errorLog("Tally::openHome: the home of %s, %s, cannot be used: %s", user, home.path.c_str(),
            std::strerror(home ? EPERM : errno));
   return {};

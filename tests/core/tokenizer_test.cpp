@@ -426,6 +426,7 @@ TEST(TokenizerFiles, FooterComesFromTheNearestFile) {
   EXPECT_EQ(footer(), "stock");
   ::mkdir(folder.path("custom").c_str(), 0755);
   writeText(folder.path("custom/message_footer.txt"), "custom");
+  ::chmod(folder.path("custom/message_footer.txt").c_str(), 0644);
   EXPECT_EQ(footer(), "custom");
   ConfigFile tokens(nullptr);
   fillFrom(tokens, "FOOTER=mine\n");

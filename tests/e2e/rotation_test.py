@@ -61,11 +61,10 @@ print(json.dumps([answered, failed]))
 VISIT = '192.0.2.%d - - [%s] "GET /%s HTTP/1.1" 200 512 "-" "Mozilla/5.0 (X11; Linux x86_64) Firefox/100.0"\n'
 
 
-def members():
+def members(archives=DOMAIN + "/logs/*.tar.gz"):
     """Every archived log by archive and member name; what is there twice must be the same."""
     found = {}
-    for path in glob.glob(DOMAIN + "/logs/*.tar.gz"):
-        subprocess.run(["tar", "--test-label", "-zf", path], check=False, capture_output=True)
+    for path in glob.glob(archives, recursive=True):
         subprocess.run(["tar", "-tzf", path], check=True, capture_output=True)
         with tarfile.open(path) as archive:
             for member in archive:
@@ -228,7 +227,7 @@ class Archives(RotationTest):
     def put(self, name, content, when=None, folder=MAIN):
         path = "%s/%s" % (folder, name)
         write(path, content)
-        when and os.utime(path, (when, when))
+        os.utime(path, (when, when) if when else None)
         return path
 
     def contents(self):
@@ -240,13 +239,13 @@ class Archives(RotationTest):
                                 ("2026-10-01 12:01", ["Oct-2026", "Sep-2026"]), ("2026-11-05 00:10", ["Nov-2026", "Oct-2026"])):
             self.put(HOST + ".log.1", stamp, time.mktime(time.strptime(stamp, "%Y-%m-%d %H:%M")))
             self.put(HOST + ".error.log.1", "")
-            for other in ("mine.tar.gz", "Nov-20261.tar.gz"):
-                write(DOMAIN + "/logs/" + other, "kept") if os.path.isdir(DOMAIN + "/logs") else None
             self.drive("rotateLogs", "bob", HOST)
-            kept = [name for name in os.listdir(DOMAIN + "/logs") if name not in ("mine.tar.gz", "Nov-20261.tar.gz")]
-            self.assertEqual(sorted(kept), [name + ".tar.gz" for name in archives])
+            for other in ("mine.tar.gz", "Nov-20261.tar.gz"):
+                write(DOMAIN + "/logs/" + other, "")
+            self.assertEqual(self.names(DOMAIN + "/logs"),
+                             sorted([name + ".tar.gz" for name in archives] + ["mine.tar.gz", "Nov-20261.tar.gz"]))
             self.assertEqual(self.names(), [])
-        shell("rm {0}/logs/mine.tar.gz {0}/logs/Nov-20261.tar.gz".format(DOMAIN))
+        shell("rm {0}/mine.tar.gz {0}/Nov-20261.tar.gz".format(DOMAIN + "/logs"))
         self.assertEqual(self.contents(), ["2026-10-01 12:01", "2026-11-05 00:10"])
         self.assertLogged("Path %s/logs was missing. Re-added it. NOTE: other folders are probably missing." % DOMAIN, times=1)
         for path in glob.glob(DOMAIN + "/logs*"):
@@ -282,13 +281,32 @@ class Archives(RotationTest):
         self.assertEqual(self.contents(), sorted(["one\nlate\nlate\nlate\n"] + wanted))
         self.assertEqual(self.names(), [])
 
+    def test_places_stay_in_a_row(self):
+        def place(number):
+            return self.put("%s.log.%d" % (HOST, number), "%d\n" % number, time.time() - 10 * number)
+        plans = (None, "domain_log_rotation.rename:kill", "domain_log_rotation.rename:EIO", "domain_log_rotation.unlink:kill:1")
+        for plan in plans:
+            shell("rm -rf %s/* %s/logs" % (MAIN, DOMAIN))
+            busy = [open(place(number), "a") for number in (4, 9, 10)]
+            for number in (1, 2, 3, 5, 6, 7, 8, 11):
+                place(number)
+            self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan or ""}, status=None)
+            self.drive("rotateLogs", "bob", HOST)
+            self.assertEqual(self.names(), ["%s.log.%d" % (HOST, number) for number in (2, 3, 4)], plan)
+            for file in busy:
+                file.close()
+            self.drive("rotateLogs", "bob", HOST)
+            self.assertEqual(self.names(), [])
+            self.assertEqual(self.contents(), sorted("%d\n" % number for number in range(1, 12)), plan)
+
     def test_failures_and_crashes_lose_and_double_nothing(self):
         self.put(HOST + ".log.1", "first")
         self.drive("rotateLogs", "bob", HOST)
         content = "line\n" * 100000
-        for plan in ("month_archive.open:EACCES", "month_archive.write:ENOSPC", "month_archive.write:short", "month_archive.read:EIO",
-                     "month_archive.fsync:EIO", "month_archive.rename:EDQUOT", "month_archive.*:kill:1", "month_archive.*:kill:4",
-                     "month_archive.fsync:kill", "month_archive.rename:kill", "domain_log_rotation.unlink:kill"):
+        for plan in ("month_archive.open:EACCES", "month_archive.write:ENOSPC", "month_archive.write:short",
+                     "month_archive.read:EIO", "month_archive.fsync:EIO", "month_archive.rename:EDQUOT",
+                     "month_archive.*:kill:1", "month_archive.*:kill:4", "month_archive.fsync:kill",
+                     "month_archive.rename:kill", "domain_log_rotation.unlink:kill"):
             shell("rm -f %s/*" % MAIN)
             when = time.time() - 1
             self.put(HOST + ".log.1", plan + content, when)
@@ -317,7 +335,7 @@ class Archives(RotationTest):
             self.assertCanary()
             shell("chown bob /home/bob; [ ! -d /home/bob/kept ] || { rm /home/bob/domains; mv /home/bob/kept /home/bob/domains; }")
         self.assertLogged("(%s): is hard or symbolic link" % logs, "security")
-        shell("rm -rf {0}; mkdir -p {0}; chown -R bob:bob /home/bob/domains; rm -f {1}/*; ln -sf temp {0}/{2}.temp".format(logs, MAIN, month))
+        shell("rm -rf {0} {1}/*; mkdir -p {0}; chown -R bob:bob /home/bob/domains; ln -s x {0}/{2}.temp".format(logs, MAIN, month))
         self.put(HOST + ".log.1", "good")
         self.drive("rotateLogs", "bob", HOST)
         self.assertEqual(self.contents(), ["good"])
@@ -374,15 +392,10 @@ class Attacks(RotationTest):
             write("%s/%s.log.1" % (MAIN, HOST), "turn %d\n" % turn)
             subprocess.run([DRIVER, "rotateLogs", "bob", HOST], check=False, timeout=60)
         self.doCleanups()
+        shell("[ ! -L {0}/logs ] || rm {0}/logs".format(DOMAIN))
         self.drive("rotateLogs", "bob", HOST)
-        found = [content for path in glob.glob("/home/bob/domains/**/*.tar.gz", recursive=True)
-                 for content in self.unpacked(path)]
-        self.assertEqual(sorted(set(found)), sorted("turn %d\n" % turn for turn in range(60)))
-
-    @staticmethod
-    def unpacked(path):
-        with tarfile.open(path) as archive:
-            return [archive.extractfile(member).read().decode() for member in archive]
+        found = members("/home/bob/domains/**/*.tar.gz")
+        self.assertEqual(sorted(set(found.values())), sorted("turn %d\n" % turn for turn in range(60)))
 
 
 class Statistics(RotationTest):
@@ -395,7 +408,8 @@ class Statistics(RotationTest):
         write(MAIN + "/%s.log" % HOST, self.visits, "root", 0o600)
 
     def test_webalizer(self):
-        shell("sed -e 's/^ReportTitle.*/ReportTitle Seen by/' -e '/^OutputDir/d' /etc/webalizer/webalizer.conf > /etc/webalizer.conf")
+        shell("sed -e 's/^ReportTitle.*/ReportTitle Seen by/' -e '/^OutputDir/d' /etc/webalizer/webalizer.conf "
+              "> /etc/webalizer.conf")
         self.addCleanup(os.unlink, "/etc/webalizer.conf")
         self.drive("doWebalizer", "bob", HOST)
         self.drive("doWebalizer", "bob", HOST, "sub")
@@ -422,7 +436,8 @@ class Statistics(RotationTest):
         self.assertEqual(os.stat(DOMAIN + "/awstats/index.html").st_mode & 0o777, 0o644)
         self.assertEqual(os.stat(DOMAIN + "/awstats/.data").st_mode & 0o777, 0o700)
         script = panel.PANEL + "/scripts/custom/awstats_process.sh"
-        write(script, "#!/bin/sh\necho \"$@\" $(pwd) $(grep -hE '^(Uid|Gid|Groups):' /proc/self/status) >seen; wc -l >>seen\n", mode=0o755)
+        write(script, "#!/bin/sh\nids=$(grep -hE '^(Uid|Gid|Groups):' /proc/self/status)\n"
+                      "echo \"$@\" $(pwd) $ids >seen; wc -l >>seen\n", mode=0o755)
         self.drive("doAwstats", "bob", HOST)
         bob = pwd.getpwnam("bob")
         self.assertEqual(text(DOMAIN + "/awstats/seen").split(), ["bob", HOST] + [DOMAIN + "/awstats"] * 2 +
