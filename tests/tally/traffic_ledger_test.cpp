@@ -2,13 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "core/fail_point.h"
-#include "core/log.h"
 #include "support/fixed_clock.h"
 #include "support/panel_folder.h"
 #include "tally/disk_breakdown.h"
@@ -33,52 +30,7 @@ class Ledger : public ::testing::Test {
   PanelFolder panel_;
 };
 
-/// An accounting that a process of its own carries out, and which may be killed on the way. True when it came through.
-bool billInChild(const char* failPlan) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    setFailPlan(failPlan);
-    TrafficLedger ledger("test", "bandwidth.tally", "ftp");
-    int good = ledger.open();
-    if (ledger.mark("log").offset == 0) {
-      ledger.add("bob", 5);
-      ledger.add("ann", 7);
-      ledger.setMark("log", {1, 2, 3, 4});
-    }
-    good = good && ledger.enter();
-    ::_exit(good ? 0 : 1);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 }  // namespace
-
-TEST_F(Ledger, KilledAnywhereBillsOnce) {
-  const FixedClock clock(1'800'000'000);
-  const std::string bob = "5=type=ftp&time=1800000000\n", ann = "7=type=ftp&time=1800000000\n";
-  bool through = false;
-  int steps = 0;
-  for (; !through && steps < 200; ++steps) {
-    std::filesystem::remove_all(panel_.path("admin/traffic"));
-    for (const char* account : {"bob", "ann"}) {
-      std::filesystem::remove_all(panel_.path(std::string("users/") + account));
-      panel_.makeFolder(std::string("users/") + account);
-    }
-    through = billInChild(("*:kill:" + std::to_string(steps)).c_str());
-    // What a killed run had locked is another test's matter.
-    for (const char* account : {"bob", "ann"}) {
-      std::filesystem::remove(panel_.path(std::string("users/") + account + "/bandwidth.tally.lock"));
-    }
-    std::filesystem::remove(panel_.path("admin/traffic/test.lock"));
-    ASSERT_TRUE(billInChild(nullptr)) << steps;
-    ASSERT_EQ(tally("bob"), bob) << steps;
-    ASSERT_EQ(tally("ann"), ann) << steps;
-  }
-  EXPECT_GT(steps, 20);
-  EXPECT_LT(steps, 200);
-}
 
 TEST_F(Ledger, WhatCannotBeEnteredStays) {
   const FixedClock clock(1'800'000'000);
