@@ -68,6 +68,21 @@ bool LineReader::next(std::string_view& line) {
   }
 }
 
+bool LineReader::nextBlock(std::string_view& lines) {
+  for (;;) {
+    const void* feed = ::memrchr(buffer_.get() + scanned_, '\n', end_ - scanned_);
+    if (feed != nullptr) {
+      const std::size_t end = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get()) + 1;
+      lines = {buffer_.get() + start_, end - start_};
+      consumed_ += static_cast<long long>(lines.size());
+      start_ = scanned_ = end;
+      return true;
+    }
+    scanned_ = end_;
+    if (!fill()) return false;
+  }
+}
+
 void LineReader::skipToBoundary() {
   for (;;) {
     while (start_ < end_) {

@@ -47,10 +47,39 @@ Descriptor openByComponents(int root, std::string_view path, int flags, mode_t m
   }
 }
 
+/// Bytes of names that are read before the files of these names are looked at.
+constexpr std::size_t kNamesAtOnce = std::size_t{256} * 1024;
+
+/// Names one behind the other, each with its terminator: a string for each would cost more than the walk itself.
+class NameRow {
+ public:
+  void add(std::string_view name) { names_.append(name).push_back('\0'); }
+  bool isEmpty() const { return names_.empty(); }
+  std::size_t bytes() const { return names_.size(); }
+  void clear() { names_.clear(); }
+  /// The name at `place`, which moves to the next; null behind the last.
+  const char* next(std::size_t& place) const {
+    if (place >= names_.size()) return nullptr;
+    const char* name = names_.data() + place;
+    place += std::strlen(name) + 1;
+    return name;
+  }
+  std::string takeLast() {
+    const std::size_t before = names_.size() < 2 ? std::string::npos : names_.rfind('\0', names_.size() - 2);
+    const std::size_t start = before == std::string::npos ? 0 : before + 1;
+    std::string name(names_.data() + start);
+    names_.resize(start);
+    return name;
+  }
+
+ private:
+  std::string names_;
+};
+
 /// A folder on the way from the top of a walk to where it is.
 struct Level {
   struct stat what;
-  std::vector<std::string> folders;
+  NameRow folders;
   std::size_t pathLength;
 };
 
@@ -63,20 +92,22 @@ class TreeWalk {
   int run() {
     struct stat what {};
     if (sys::lstat(top_, what) != 0) return 0;
-    if (!tell(AT_FDCWD, top_, what, false)) return 0;
-    if (!S_ISDIR(what.st_mode)) return 1;
+    const int answer = tell(AT_FDCWD, top_, what, false);
+    if (!answer) return 0;
+    if (!S_ISDIR(what.st_mode) || answer == kPassBy) return 1;
     if (!enter(AT_FDCWD, top_, what)) return 0;
     while (!levels_.empty() && !ended_) {
-      if (!(levels_.back().folders.empty() ? leave() : descend())) break;
+      if (!(levels_.back().folders.isEmpty() ? leave() : descend())) break;
     }
+    if (failed_) errno = error_;
     return ended_ || failed_ ? 0 : 1;
   }
 
  private:
   int tell(int folder, const char* name, const struct stat& what, bool leaving) {
-    if (visit_(context_, TreeEntry{folder, name, path_, what, leaving})) return 1;
-    ended_ = true;
-    return 0;
+    const int answer = visit_(context_, TreeEntry{folder, name, path_, what, leaving});
+    if (!answer) ended_ = true;
+    return answer;
   }
 
   /// Opens a folder that has been met, and meets all that stands in it.
@@ -94,48 +125,60 @@ class TreeWalk {
   }
 
   int meetContent() {
-    std::vector<std::string> names;
-    if (!readNames(names)) return remember();
-    for (const std::string& name : names) {
+    const int copy = ::fcntl(here_.get(), F_DUPFD_CLOEXEC, 0);
+    const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : ::fdopendir(copy), ::closedir);
+    if (stream == nullptr) {
+      if (copy >= 0) ::close(copy);
+      return remember();
+    }
+    for (bool more = true; more;) {
+      names_.clear();
+      more = readNames(stream.get());
+      if (errno != 0) remember();
+      if (!meetNames()) return 0;
+    }
+    return 1;
+  }
+
+  /// Fills the row of names. False with errno 0 at the end of the folder, and with another on an error.
+  bool readNames(DIR* stream) {
+    while (names_.bytes() < kNamesAtOnce) {
+      errno = 0;
+      const dirent* entry = ::readdir(stream);
+      if (entry == nullptr) return false;
+      const std::string_view name = entry->d_name;
+      if (name != "." && name != "..") names_.add(name);
+    }
+    return true;
+  }
+
+  int meetNames() {
+    std::size_t place = 0;
+    while (const char* name = names_.next(place)) {
       struct stat what {};
       // What is gone by now needs no visit.
-      if (sys::lstatAt(here_.get(), name.c_str(), what) != 0) continue;
+      if (sys::lstatAt(here_.get(), name, what) != 0) continue;
       if (S_ISDIR(what.st_mode)) {
-        levels_.back().folders.push_back(name);
+        levels_.back().folders.add(name);
         continue;
       }
       extend(name);
-      const int goOn = tell(here_.get(), name.c_str(), what, false);
+      const int goOn = tell(here_.get(), name, what, false);
       path_.resize(levels_.back().pathLength);
       if (!goOn) return 0;
     }
     return 1;
   }
 
-  int readNames(std::vector<std::string>& names) {
-    const int copy = ::fcntl(here_.get(), F_DUPFD_CLOEXEC, 0);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : ::fdopendir(copy), ::closedir);
-    if (stream == nullptr) {
-      if (copy >= 0) ::close(copy);
-      return 0;
-    }
-    errno = 0;
-    while (const dirent* entry = ::readdir(stream.get())) {
-      const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") names.emplace_back(name);
-    }
-    return errno == 0 ? 1 : 0;
-  }
-
   int descend() {
-    const std::string name = std::move(levels_.back().folders.back());
-    levels_.back().folders.pop_back();
+    const std::string name = levels_.back().folders.takeLast();
     struct stat what {};
     if (sys::lstatAt(here_.get(), name.c_str(), what) != 0) return 1;
     extend(name);
-    if (!tell(here_.get(), name.c_str(), what, false)) return 0;
+    const int answer = tell(here_.get(), name.c_str(), what, false);
+    if (!answer) return 0;
     const std::size_t depth = levels_.size();
-    if (S_ISDIR(what.st_mode)) enter(here_.get(), name.c_str(), what);
+    if (S_ISDIR(what.st_mode) && answer != kPassBy) enter(here_.get(), name.c_str(), what);
     // One folder that cannot be read does not keep the others from being visited.
     if (levels_.size() == depth) path_.resize(levels_.back().pathLength);
     return ended_ ? 0 : 1;
@@ -164,13 +207,14 @@ class TreeWalk {
     return goOn;
   }
 
-  void extend(const std::string& name) {
+  void extend(std::string_view name) {
     if (path_.empty() || path_.back() != '/') path_ += '/';
     path_ += name;
   }
 
-  /// Notes that something was not visited.
+  /// Notes that something was not visited, and why the first such thing was not.
   int remember() {
+    if (!failed_) error_ = errno;
     failed_ = true;
     return 0;
   }
@@ -186,8 +230,10 @@ class TreeWalk {
   const char* top_;
   Descriptor here_;
   std::vector<Level> levels_;
+  NameRow names_;
   bool ended_ = false;
   bool failed_ = false;
+  int error_ = 0;
 };
 
 }  // namespace

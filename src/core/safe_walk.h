@@ -30,11 +30,15 @@ struct TreeEntry {
   bool leaving;
 };
 
+/// What a visit may answer about a folder besides 1 and 0: go on, but without what is in it.
+inline constexpr int kPassBy = 2;
+
 /// Visits `path` and all that is below it. Links are met but never crossed, mounted file systems are. Needs four
-/// descriptors and no stack however deep the tree is; a folder that is moved away meanwhile ends the walk.
-/// `visit` returns 1 to go on and 0 to end the walk. Returns 1 when everything was visited, 0 (errno set, or the walk
-/// was ended by `visit`) when not: what could be visited was, except after an end. Works under the identity of the
-/// moment.
+/// descriptors and no stack however deep the tree is, and memory for its folders and a few thousand names, however many
+/// files there are; a folder that is moved away meanwhile ends the walk.
+/// `visit` returns 1 to go on, kPassBy not to enter a folder, and 0 to end the walk. Returns 1 when everything was
+/// visited, 0 (errno set, or the walk was ended by `visit`) when not: what could be visited was, except after an end.
+/// Works under the identity of the moment.
 [[nodiscard]] int walkTree(const char* path, int (*visit)(void* context, const TreeEntry& entry), void* context);
 
 template <class Visit>

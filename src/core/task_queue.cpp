@@ -1,18 +1,13 @@
 #include "core/task_queue.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
 #include <string>
 
+#include "core/append_file.h"
 #include "core/config.h"
 #include "core/config_file.h"
 #include "core/fail_point.h"
-#include "core/lock_file.h"
 #include "core/log.h"
 #include "core/privileges.h"
-#include "core/sys.h"
 #include "core/system_layer.h"
 #include "core/system_result.h"
 
@@ -66,26 +61,6 @@ void rewriteForWebServer(ConfigFile& line) {
   }
 }
 
-/// Whether the file ends in the middle of a line, left there by a writer that died: what is appended must not
-/// become a part of it.
-bool endsInsideLine(int fd, off_t size) {
-  char last = '\n';
-  return size > 0 && ::pread(fd, &last, 1, size - 1) == 1 && last != '\n';
-}
-
-/// Appends with one write. A write that falls short is taken back.
-bool appendWhole(int fd, std::string_view lines) {
-  std::string line(lines);
-  struct stat before {};
-  if (sys::fstat(fd, before) != 0 || !S_ISREG(before.st_mode)) return false;
-  if (endsInsideLine(fd, before.st_size)) line.insert(0, 1, '\n');
-  if (sys::writeAll(fd, line) == line.size()) return true;
-  const int error = errno;
-  static_cast<void>(sys::ftruncate(fd, before.st_size));
-  errno = error;
-  return false;
-}
-
 }  // namespace
 
 int pushOnTaskQueue(const char* action, const char* value, const char* type, const ConfigFile* record) {
@@ -106,19 +81,15 @@ int pushOnTaskQueue(const char* action, const char* value, const char* type, con
 
 int appendToQueue(const char* path, std::string_view lines) {
   const FailScope scope("queue_append");
-  FileLock lock;
-  if (!lock.take(path, kLockMaximumAge, "pushOnTaskQueue", nullptr)) {
-    return fail(systemResult(), "Can't get lock on task queue");
+  switch (appendLines(path, lines, "pushOnTaskQueue")) {
+    case Appended::done:
+      return 1;
+    case Appended::locked:
+      return fail(systemResult(), "Can't get lock on task queue");
+    case Appended::failed:
+      break;
   }
-  const Descriptor file(sys::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOFOLLOW, 0600));
-  if (!file || !appendWhole(file.get(), lines)) {
-    errorLog("Unable to append to %s: %s", path, std::strerror(errno));
-    return fail(systemResult(), "Unable to open task queue for appending");
-  }
-  if (sys::fchmod(file.get(), 0600) != 0 || sys::fchown(file.get(), getUID(kPanelUser), getGID(kPanelUser, 0)) != 0) {
-    errorLog("Unable to give %s to %s: %s", path, kPanelUser, std::strerror(errno));
-  }
-  return 1;
+  return fail(systemResult(), "Unable to open task queue for appending");
 }
 
 }  // namespace zvtaskq

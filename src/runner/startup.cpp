@@ -24,6 +24,7 @@
 #include "runner/services_table.h"
 #include "runner/signals.h"
 #include "tally/server_checks.h"
+#include "tally/usage_sources.h"
 
 namespace zvtaskq {
 
@@ -63,6 +64,7 @@ void handOver(Config& conf) {
 void wireRooms() {
   provideNotices();
   provideServerChecks();
+  provideUsageSources();
   provideMailUpkeep();
 }
 

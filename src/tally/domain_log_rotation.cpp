@@ -109,7 +109,7 @@ class Waiting {
  private:
   /// The current log is place 0.
   std::string name(int place) const {
-    return joined(log_.base, ending_, place == 0 ? "" : "." + std::to_string(place));
+    return joined(log_.base, ending_, place == 0 ? std::string() : joined(".", std::to_string(place)));
   }
   std::string path(int place) const { return joined(log_.folder, "/", name(place)); }
   bool look(int place, struct stat& what) const { return sys::lstatAt(folder_, name(place).c_str(), what) == 0; }

@@ -18,7 +18,7 @@ constexpr Field kName{0, 100}, kMode{100, 8}, kUser{108, 8}, kGroup{116, 8}, kSi
 constexpr Field kSum{148, 8}, kKind{156, 1}, kMagic{257, 8}, kPrefix{345, 155};
 
 void put(std::string& block, Field field, std::string_view text) {
-  block.replace(field.at, text.size(), text);
+  text.copy(block.data() + field.at, text.size());
 }
 
 void putNumber(std::string& block, Field field, long long value) {

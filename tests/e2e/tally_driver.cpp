@@ -14,6 +14,8 @@
 #include "core/privileges.h"
 #include "core/system_layer.h"
 #include "tally/domain_log_rotation.h"
+#include "tally/ftp_traffic.h"
+#include "tally/home_traffic.h"
 #include "tally/log_rotation.h"
 #include "tally/web_log_rotation.h"
 #include "tally/web_statistics.h"
@@ -54,6 +56,9 @@ struct Row {
 
 constexpr Row kRows[] = {
     {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.has("copy")); }},
+    {"parseHomeDirBandwidth", [](const Call&) { return parseHomeDirBandwidth(); }},
+    {"collectFtpTraffic", [](const Call& call) { return collectFtpTraffic(&call.conf); }},
+    {"getFtpTotal", [](const Call& call) { return std::printf("%.0f\n", getFtpTotal(call.at(0))) > 0 ? 1 : 0; }},
     {"rotate_apache_logs",
      [](const Call& call) {
        return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });
