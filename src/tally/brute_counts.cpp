@@ -34,15 +34,18 @@ void appendEncoded(std::string& key, char c) {
 }  // namespace
 
 BruteCounts::Count& BruteCounts::of(std::uint32_t name, std::uint32_t filter, bool& isNew) {
-  if (name >= first_.size()) first_.resize(name + std::size_t{1}, kLast);
-  isNew = false;
-  for (std::uint32_t i = first_[name]; i != kLast; i = counts_[i].next) {
-    if (counts_[i].filter == filter) return counts_[i];
+  if (name >= first_.size()) first_.resize(name + std::size_t{1});
+  Count& first = first_[name];
+  isNew = first.filter == kLast;
+  if (isNew) first.filter = filter;
+  if (first.filter == filter) return first;
+  for (std::uint32_t i = first.next; i != kLast; i = more_[i].next) {
+    if (more_[i].filter == filter) return more_[i];
   }
   isNew = true;
-  counts_.push_back({filter, first_[name]});
-  first_[name] = static_cast<std::uint32_t>(counts_.size() - 1);
-  return counts_.back();
+  more_.push_back({filter, first.next});
+  first.next = static_cast<std::uint32_t>(more_.size() - 1);
+  return more_.back();
 }
 
 long long addedUp(long long a, long long b) {

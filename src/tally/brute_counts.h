@@ -12,15 +12,15 @@ namespace zvtaskq {
 
 class BruteCounts {
  public:
+  static constexpr std::uint32_t kLast = UINT32_MAX;
   struct Count {
-    std::uint32_t filter;
+    std::uint32_t filter = kLast;
     /// The next count of the same name; kLast behind the last.
-    std::uint32_t next;
+    std::uint32_t next = kLast;
     long long failures = 0;
     /// Failures of this name are not counted for this filter.
     bool isExempt = false;
   };
-  static constexpr std::uint32_t kLast = UINT32_MAX;
 
   /// The count of the name with that number for a filter, and whether it was made just now. The numbers are those of
   /// any table of names. Valid until the next call.
@@ -28,16 +28,17 @@ class BruteCounts {
   /// Calls `visit(count)` for every count of the name.
   template <class Visit>
   void each(std::uint32_t name, Visit visit) const {
-    for (std::uint32_t i = name < first_.size() ? first_[name] : kLast; i != kLast; i = counts_[i].next) {
-      visit(counts_[i]);
-    }
+    if (name >= first_.size() || first_[name].filter == kLast) return;
+    visit(first_[name]);
+    for (std::uint32_t i = first_[name].next; i != kLast; i = more_[i].next) visit(more_[i]);
   }
   /// The names may have numbers up to this.
   std::uint32_t bound() const { return static_cast<std::uint32_t>(first_.size()); }
 
  private:
-  std::vector<std::uint32_t> first_;
-  std::vector<Count> counts_;
+  /// The first count of every name, which most have no other than; and what follows those.
+  std::vector<Count> first_;
+  std::vector<Count> more_;
 };
 
 /// a + b, or the largest number.

@@ -112,7 +112,6 @@ class SpoolReader {
 class EntryWriter {
  public:
   EntryWriter(int fd, const std::vector<std::string>& filters, long long time) : fd_(fd), time_(std::to_string(time)) {
-    escapedTime_ = escaped(time_);
     for (const std::string& name : filters) filters_.push_back(escaped(name));
   }
   void write(long long number, const BruteEntry& entry) {
@@ -131,18 +130,18 @@ class EntryWriter {
     if (key.size() < kKeyDigits) put(std::string_view("000").substr(key.size() - 1));
     put(key);
     put("=attempts=");
-    to = writeEscaped(to, inDigits(entry.attempts));
+    put(inDigits(entry.attempts));
     put("&filter=");
     put(filters_[entry.filter]);
     put("&ip=");
-    to = writeEscaped(to, entry.address);
+    put(entry.address);
     put("&log=");
-    to = writeEscaped(to, entry.line);
+    to = writeSparingly(to, entry.line);
     put("&time=");
-    put(escapedTime_);
+    put(time_);
     if (!entry.user.empty()) {
       put("&user=");
-      to = writeEscaped(to, entry.user);
+      to = writeSparingly(to, entry.user);
     }
     *to++ = '\n';
     used_ = static_cast<std::size_t>(to - buffer_.get());
@@ -152,7 +151,7 @@ class EntryWriter {
  private:
   static std::string escaped(std::string_view text) {
     std::string into(text.size() * kLongestEscape + kEscapeSlack, '\0');
-    into.resize(static_cast<std::size_t>(writeEscaped(into.data(), text) - into.data()));
+    into.resize(static_cast<std::size_t>(writeSparingly(into.data(), text) - into.data()));
     return into;
   }
   bool drain(std::size_t wanted) {
@@ -165,7 +164,7 @@ class EntryWriter {
   }
 
   int fd_;
-  std::string time_, escapedTime_;
+  std::string time_;
   std::vector<std::string> filters_;
   std::unique_ptr<char[]> buffer_;
   std::size_t size_ = 0, used_ = 0;

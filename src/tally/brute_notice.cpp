@@ -117,11 +117,10 @@ int check_count_for(BruteNotices& notices, ConfigFile& counts, long long index, 
     debug(kCountDebug, "Limit for %s is %d. Skipping", key, 0);
     return 0;
   }
-  const std::string record = text_detail::part(counts.getValueAt(index)).data();
-  const BruteFigures figures = figuresOf(record.c_str());
+  const BruteFigures figures = figuresOf(counts.getValueAt(index));
   debug(kCountDebug, "%s has %d attempts", key, static_cast<int>(figures.failures));
   if (figures.failures < limit || !isDue(notices, key, figures)) return 0;
-  const std::string name = decoded(key);
+  const std::string name = decoded(key), record(text_detail::part(counts.getValueAt(index)));
   if (skips.contains(name.c_str())) {
     debug(kNoticeDebug, "%s is in the skip list. Skipping", name.c_str());
     return 0;

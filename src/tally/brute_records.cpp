@@ -25,23 +25,25 @@ long long numberIn(std::string_view text) {
   return number < 0 ? 0 : number;
 }
 
-/// Calls `visit(name, value)` for each pair of a record, as they stand there.
-template <class Visit>
-void eachPair(std::string_view record, Visit visit) {
-  while (!record.empty()) {
-    const std::size_t end = std::min(record.find('&'), record.size());
-    const std::string_view pair = record.substr(0, end);
-    const std::size_t equals = pair.find('=');
-    if (equals != std::string_view::npos) visit(pair.substr(0, equals), pair.substr(equals + 1));
-    record.remove_prefix(std::min(end + 1, record.size()));
+/// One pair of a record, as it stands there; false behind the last.
+bool nextPair(std::string_view& record, std::string_view& name, std::string_view& value) {
+  if (record.empty()) return false;
+  // Pairs are short: a plain loop is done before a search has begun.
+  std::size_t end = 0, equals = std::string_view::npos;
+  for (; end < record.size() && record[end] != '&'; ++end) {
+    if (record[end] == '=' && equals == std::string_view::npos) equals = end;
   }
+  name = record.substr(0, std::min(equals, end));
+  value = equals == std::string_view::npos ? std::string_view() : record.substr(equals + 1, end - equals - 1);
+  record.remove_prefix(std::min(end + 1, record.size()));
+  return true;
 }
 
 BruteFigures plainFigures(std::string_view record) {
   BruteFigures figures;
-  eachPair(record, [&figures](std::string_view name, std::string_view value) {
+  std::string_view name, value;
+  while (nextPair(record, name, value)) {
     const long long number = numberIn(value);
-    // Nearly all names are those of filters, which begin with another letter.
     if (name == kLastEntry) {
       figures.lastEntry = number;
     } else if (name == kFirstEntry) {
@@ -51,7 +53,7 @@ BruteFigures plainFigures(std::string_view record) {
     } else {
       figures.failures = addedUp(figures.failures, number);
     }
-  });
+  }
   return figures;
 }
 
@@ -92,7 +94,7 @@ void addNew(const BruteNews& news, const std::vector<std::uint32_t>& added, Conf
 
 BruteFigures figuresOf(const char* record) {
   const std::string_view text = record == nullptr ? std::string_view() : std::string_view(record);
-  if (text.find_first_of("%+") == std::string_view::npos) return plainFigures(text);
+  if (text.find('%') == std::string_view::npos && text.find('+') == std::string_view::npos) return plainFigures(text);
   ConfigFile pairs(nullptr);
   pairs.fillFromPost(text);
   const Text plain = pairs.createPostString(0);

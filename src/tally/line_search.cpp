@@ -14,7 +14,8 @@ namespace zvtaskq {
 namespace {
 
 constexpr std::size_t kPairs = std::size_t{1} << 16;
-constexpr std::size_t kTogether = 16;
+constexpr std::ptrdiff_t kTogether = 16;
+constexpr std::ptrdiff_t kMostInByte = 255;
 /// What a place that turns out to be none costs, in places looked at together.
 constexpr std::size_t kFalseFindCost = 8;
 
@@ -31,43 +32,28 @@ unsigned bitsOf(__m128i mask) {
   return static_cast<unsigned>(_mm_movemask_epi8(mask));
 }
 
-/// Adds up the line feeds of many vectors without looking at each.
-class FeedCounter {
- public:
-  void add(__m128i isFeed) {
-    sums_ = _mm_sub_epi8(sums_, isFeed);
-    if (++added_ == 255) settle();
-  }
-  long long take() {
-    settle();
-    return std::exchange(total_, 0);
-  }
-
- private:
-  void settle() {
-    const __m128i halves = _mm_sad_epu8(sums_, _mm_setzero_si128());
-    total_ += _mm_cvtsi128_si64(halves) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(halves, halves));
-    sums_ = _mm_setzero_si128();
-    added_ = 0;
-  }
-  __m128i sums_ = _mm_setzero_si128();
-  int added_ = 0;
-  long long total_ = 0;
-};
+/// The sum of sixteen counts.
+long long total(__m128i counts) {
+  const __m128i halves = _mm_sad_epu8(counts, _mm_setzero_si128());
+  return _mm_cvtsi128_si64(halves) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(halves, halves));
+}
 #endif
 
 }  // namespace
 
 std::size_t findText(std::string_view in, std::string_view text, std::size_t from) {
 #ifdef __SSE2__
-  if (in.size() >= from && in.size() - from >= text.size() + kTogether) {
-    const __m128i first = _mm_set1_epi8(text.front()), last = _mm_set1_epi8(text.back());
+  if (in.size() >= from && in.size() - from >= text.size() + sizeof(__m128i)) {
+    const std::size_t middle = text.size() / 2;
+    const __m128i first = _mm_set1_epi8(text.front()), half = _mm_set1_epi8(text[middle]),
+                  last = _mm_set1_epi8(text.back());
     // The last places are looked at together with some that were before.
-    const std::size_t lastStep = in.size() - text.size() + 1 - kTogether;
-    for (std::size_t at = from;; at = std::min(at + kTogether, lastStep)) {
+    const std::size_t lastStep = in.size() - text.size() + 1 - sizeof(__m128i);
+    for (std::size_t at = from;; at = std::min(at + sizeof(__m128i), lastStep)) {
       const __m128i begins = _mm_cmpeq_epi8(bytesAt(in.data() + at), first);
+      const __m128i goesOn = _mm_cmpeq_epi8(bytesAt(in.data() + at + middle), half);
       const __m128i ends = _mm_cmpeq_epi8(bytesAt(in.data() + at + text.size() - 1), last);
-      for (unsigned hits = bitsOf(_mm_and_si128(begins, ends)); hits != 0; hits &= hits - 1) {
+      for (unsigned hits = bitsOf(_mm_and_si128(_mm_and_si128(begins, goesOn), ends)); hits != 0; hits &= hits - 1) {
         const std::size_t place = at + static_cast<std::size_t>(std::countr_zero(hits));
         if (std::memcmp(in.data() + place, text.data(), text.size()) == 0) return place;
       }
@@ -110,7 +96,9 @@ bool LineSearch::addProbe(const std::vector<std::uint32_t>& frequency, std::size
   unsigned best = 0;
   for (unsigned pair = 0; pair < kPairs; ++pair) {
     if (holders[pair] == 0) continue;
-    const double cost = static_cast<double>(sampled / kTogether + 1 + frequency[pair] * kFalseFindCost) / holders[pair];
+    const double cost =
+        static_cast<double>(sampled / static_cast<std::size_t>(kTogether) + 1 + frequency[pair] * kFalseFindCost) /
+        holders[pair];
     if (least == 0 || cost < least) {
       least = cost;
       best = pair;
@@ -155,24 +143,28 @@ const char* LineSearch::findProbe(const char* from, const char* end, long long& 
     wanted[i] = {_mm_set1_epi8(probes_[i].first), _mm_set1_epi8(probes_[i].second)};
   }
   const __m128i feed = _mm_set1_epi8('\n');
-  FeedCounter feeds;
-  for (; end - at > static_cast<std::ptrdiff_t>(kTogether); at += kTogether) {
-    const __m128i bytes = bytesAt(at), next = bytesAt(at + 1);
-    __m128i found = _mm_setzero_si128();
-    for (std::size_t i = 0; i < probes; ++i) {
-      found = _mm_or_si128(
-          found, _mm_and_si128(_mm_cmpeq_epi8(bytes, wanted[i].first), _mm_cmpeq_epi8(next, wanted[i].second)));
+  while (end - at > kTogether) {
+    // The line feeds are counted in bytes, which hold so many of them.
+    __m128i feeds = _mm_setzero_si128();
+    const char* const stop = at + std::min((end - at - 1) / kTogether, kMostInByte) * kTogether;
+    for (; at != stop; at += kTogether) {
+      const __m128i bytes = bytesAt(at), next = bytesAt(at + 1);
+      __m128i found = _mm_setzero_si128();
+      for (std::size_t i = 0; i < probes; ++i) {
+        found = _mm_or_si128(
+            found, _mm_and_si128(_mm_cmpeq_epi8(bytes, wanted[i].first), _mm_cmpeq_epi8(next, wanted[i].second)));
+      }
+      const __m128i isFeed = _mm_cmpeq_epi8(bytes, feed);
+      for (unsigned hits = bitsOf(found); hits != 0; hits &= hits - 1) {
+        const int place = std::countr_zero(hits);
+        if (!confirms(from, at + place, end)) continue;
+        lines += total(feeds) + std::popcount(bitsOf(isFeed) & ((1U << place) - 1));
+        return at + place;
+      }
+      feeds = _mm_sub_epi8(feeds, isFeed);
     }
-    const __m128i isFeed = _mm_cmpeq_epi8(bytes, feed);
-    for (unsigned hits = bitsOf(found); hits != 0; hits &= hits - 1) {
-      const int place = std::countr_zero(hits);
-      if (!confirms(from, at + place, end)) continue;
-      lines += feeds.take() + std::popcount(bitsOf(isFeed) & ((1U << place) - 1));
-      return at + place;
-    }
-    feeds.add(isFeed);
+    lines += total(feeds);
   }
-  lines += feeds.take();
 #endif
   for (; end - at > 1; ++at) {
     if (confirms(from, at, end)) return at;
