@@ -16,10 +16,10 @@ PYTHON = """
 import sys, time, urllib.parse
 for line in open(sys.argv[1]):
     name, record = line.rstrip("\\n").split("=", 1)
-    record = dict(urllib.parse.parse_qsl(record))
-    count = sum(int(value) for key, value in record.items() if key not in ("first_entry", "last_entry", "last_notify"))
-    if count >= 2000000000 or int(record["last_entry"]) < time.time() - 86400:
-        print(urllib.parse.unquote(name))
+    name, record = urllib.parse.unquote_plus(name), urllib.parse.parse_qs(record)
+    count = sum(int(value[0]) for key, value in record.items() if key not in ("first_entry", "last_entry", "last_notify"))
+    if count >= 2000000000 or int(record["last_entry"][0]) < time.time() - 86400:
+        print(name)
 """
 
 

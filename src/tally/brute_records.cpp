@@ -57,6 +57,17 @@ BruteFigures plainFigures(std::string_view record) {
   return figures;
 }
 
+/// The time of the last failure alone, which stands near the beginning; 0 for none.
+long long lastEntryIn(const char* record) {
+  const std::string_view text = record == nullptr ? std::string_view() : std::string_view(record);
+  if (text.find('%') != std::string_view::npos) return figuresOf(record).lastEntry;
+  std::string_view rest = text, name, value;
+  while (nextPair(rest, name, value)) {
+    if (name == kLastEntry) return numberIn(value);
+  }
+  return 0;
+}
+
 /// Adds a scan's counts of a name to its record, which is null when there is none.
 std::string mergedRecord(const BruteNews& news, std::uint32_t name, const char* record) {
   ConfigFile pairs(nullptr);
@@ -138,7 +149,7 @@ long long clear_old_brute_entries(const Config& conf, ConfigFile& counts) {
   std::vector<long long> removed;
   long long ahead = 0;
   for (long long i = 0; i < counts.size(); ++i) {
-    const long long last = figuresOf(counts.getValueAt(i)).lastEntry;
+    const long long last = lastEntryIn(counts.getValueAt(i));
     if (last < oldest) removed.push_back(i);
     if (last <= now + kSlightlyAhead) continue;
     ++ahead;
@@ -164,7 +175,7 @@ bool holdsOldBruteEntries(const Config& conf, const ConfigFile& counts) {
   if (conf.clear_brute_log_time == 0) return false;
   const long long now = std::time(nullptr);
   for (long long i = 0; i < counts.size(); ++i) {
-    const long long last = figuresOf(counts.getValueAt(i)).lastEntry;
+    const long long last = lastEntryIn(counts.getValueAt(i));
     if (last < now - conf.clear_brute_log_time * kHour || last > now + kSlightlyAhead) return true;
   }
   return false;
@@ -177,7 +188,7 @@ void mergeBruteCounts(const BruteNews& news, ConfigFile& counts) {
     const long long there = counts.getIndex(std::string(news.names.at(name)).c_str());
     if (there < 0) {
       added.push_back(name);
-    } else if (figuresOf(counts.getValueAt(there)).lastEntry != news.time) {
+    } else if (lastEntryIn(counts.getValueAt(there)) != news.time) {
       counts.setParam_in_place(there, newString(mergedRecord(news, name, counts.getValueAt(there))));
     }
   }
@@ -189,7 +200,7 @@ long long lastEntryOf(const BruteNews& news, const ConfigFile& counts, long long
   for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
     if (!hasFailures(news, name)) continue;
     const long long there = counts.getIndex(std::string(news.names.at(name)).c_str());
-    const long long entry = there < 0 ? 0 : figuresOf(counts.getValueAt(there)).lastEntry;
+    const long long entry = there < 0 ? 0 : lastEntryIn(counts.getValueAt(there));
     if (entry <= latest) last = std::max(last, entry);
   }
   return last;
