@@ -34,6 +34,10 @@ std::string bruteJournalFile() {
   return adminFile("brute_journal");
 }
 
+std::string bruteEntriesSpoolFile() {
+  return adminFile("brute_journal.entries");
+}
+
 std::string bruteFilterFile(const Config& conf) {
   return templatePath(conf, "brute_filter.list");
 }

@@ -19,6 +19,8 @@ std::string bruteEntriesFile();
 std::string bruteSkipFile();
 /// What the monitor is about to change in the files above, while it does.
 std::string bruteJournalFile();
+/// The log lines that go with it.
+std::string bruteEntriesSpoolFile();
 /// The filters: "custom/brute_filter.list" among the templates when the administrator made one, else the stock list.
 std::string bruteFilterFile(const Config& conf);
 

@@ -1,0 +1,66 @@
+#include "tally/brute_counts.h"
+
+#include <climits>
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr std::size_t kLongestUser = 256;
+
+struct Markup {
+  char c;
+  const char* text;
+};
+constexpr Markup kMarkup[] = {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&#39;"}};
+
+bool breaksRecords(char c) {
+  return static_cast<unsigned char>(c) <= ' ' || c == 0x7f || c == '=' || c == '%' || c == '+' || c == '#';
+}
+
+void appendEncoded(std::string& key, char c) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  const auto byte = static_cast<unsigned char>(c);
+  key += '%';
+  key += kDigits[byte >> 4];
+  key += kDigits[byte & 15];
+}
+
+}  // namespace
+
+BruteCounts::Count& BruteCounts::of(std::uint32_t name, std::uint32_t filter, bool& isNew) {
+  if (name >= first_.size()) first_.resize(name + std::size_t{1}, kLast);
+  isNew = false;
+  for (std::uint32_t i = first_[name]; i != kLast; i = counts_[i].next) {
+    if (counts_[i].filter == filter) return counts_[i];
+  }
+  isNew = true;
+  counts_.push_back({filter, first_[name]});
+  first_[name] = static_cast<std::uint32_t>(counts_.size() - 1);
+  return counts_.back();
+}
+
+long long addedUp(long long a, long long b) {
+  long long sum = 0;
+  return __builtin_add_overflow(a, b, &sum) ? LLONG_MAX : sum;
+}
+
+std::string bruteUserKey(std::string_view user) {
+  std::string key;
+  for (const char c : user.substr(0, kLongestUser)) {
+    const char* markup = nullptr;
+    for (const Markup& row : kMarkup) {
+      if (row.c == c) markup = row.text;
+    }
+    if (markup != nullptr) {
+      key += markup;
+    } else if (breaksRecords(c)) {
+      appendEncoded(key, c);
+    } else {
+      key += c;
+    }
+  }
+  return key;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,308 @@
+#include "tally/brute_entries.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <memory>
+
+#include "core/fail_point.h"
+#include "core/identity.h"
+#include "core/line_reader.h"
+#include "core/lock_file.h"
+#include "core/log.h"
+#include "core/post_string.h"
+#include "core/privileges.h"
+#include "core/safe_file.h"
+#include "tally/brute_paths.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr std::size_t kBlock = std::size_t{256} * 1024;
+constexpr std::size_t kReadBlock = std::size_t{64} * 1024;
+/// Room for an entry's key and numbers, and the names of its pairs.
+constexpr std::size_t kFixedRoom = 512;
+/// The last number of four digits, and the first whose key is the beginning of others.
+constexpr long long kLastShort = 9999;
+constexpr long long kFirstParent = 1000;
+constexpr std::size_t kKeyDigits = 4;
+
+/// What stands before the address and the line of a spooled entry.
+struct Head {
+  long long attempts;
+  std::uint32_t filter;
+  std::uint32_t addressLength;
+  std::uint32_t lineLength;
+  std::uint32_t userOffset;
+  std::uint32_t userLength;
+  std::uint32_t unused;
+};
+
+/// The numbers 1 to `count` in the order of their texts, which have four digits or more.
+class KeyOrder {
+ public:
+  explicit KeyOrder(long long count) : count_(count) {}
+  /// 0 behind the last.
+  long long next() {
+    if (at_ >= kFirstParent && at_ * 10 <= count_) return at_ *= 10;
+    while (at_ > kLastShort && (at_ % 10 == 9 || at_ == count_)) at_ /= 10;
+    return at_ = at_ >= std::min(count_, kLastShort) ? (at_ > kLastShort ? at_ + 1 : 0) : at_ + 1;
+  }
+
+ private:
+  long long count_;
+  long long at_ = 0;
+};
+
+/// How many digits more than four a number has.
+std::size_t extraDigits(long long number) {
+  std::size_t digits = 0;
+  for (; number > kLastShort; number /= 10) ++digits;
+  return digits;
+}
+
+/// Reads spooled entries one after another from a place on.
+class SpoolReader {
+ public:
+  SpoolReader(const char* path, long long start) : file_(openRegularFile(path)), buffer_(kReadBlock) {
+    if (file_ && ::lseek(file_.get(), start, SEEK_SET) < 0) file_.reset();
+  }
+  bool next(BruteEntry& entry) {
+    Head head;
+    if (!ensure(sizeof head)) return false;
+    std::memcpy(&head, &buffer_[begin_], sizeof head);
+    if (!ensure(sizeof head + head.addressLength + head.lineLength)) return false;
+    const char* text = &buffer_[begin_] + sizeof head;
+    entry.attempts = head.attempts;
+    entry.filter = head.filter;
+    entry.address = {text, head.addressLength};
+    entry.line = {text + head.addressLength, head.lineLength};
+    entry.user = entry.line.substr(std::min<std::size_t>(head.userOffset, entry.line.size()), head.userLength);
+    begin_ += sizeof head + head.addressLength + head.lineLength;
+    return true;
+  }
+
+ private:
+  bool ensure(std::size_t wanted) {
+    if (end_ - begin_ >= wanted) return true;
+    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+    if (buffer_.size() < wanted + 1) buffer_.resize(wanted + 1);
+    while (end_ < wanted) {
+      const ssize_t got = sys::read(file_.get(), buffer_.data() + end_, buffer_.size() - end_);
+      if (got <= 0) return false;
+      end_ += static_cast<std::size_t>(got);
+    }
+    return true;
+  }
+
+  Descriptor file_;
+  std::vector<char> buffer_;
+  std::size_t begin_ = 0, end_ = 0;
+};
+
+/// Puts the lines of the list together and writes them in large blocks.
+class EntryWriter {
+ public:
+  EntryWriter(int fd, const std::vector<std::string>& filters, long long time) : fd_(fd), time_(std::to_string(time)) {
+    escapedTime_ = escaped(time_);
+    for (const std::string& name : filters) filters_.push_back(escaped(name));
+  }
+  void write(long long number, const BruteEntry& entry) {
+    const std::size_t most =
+        kFixedRoom + (entry.address.size() + entry.line.size() + entry.user.size() + 20) * kLongestEscape;
+    if (used_ + most > size_ && !drain(most)) return;
+    char* to = buffer_.get() + used_;
+    const auto put = [&to](std::string_view text) { to = static_cast<char*>(mempcpy(to, text.data(), text.size())); };
+    std::array<char, 24> digits;
+    const auto inDigits = [&digits](long long n) {
+      const char* end = std::to_chars(digits.data(), digits.data() + digits.size(), n).ptr;
+      return std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data()));
+    };
+    put(time_);
+    const std::string_view key = inDigits(number);
+    if (key.size() < kKeyDigits) put(std::string_view("000").substr(key.size() - 1));
+    put(key);
+    put("=attempts=");
+    to = writeEscaped(to, inDigits(entry.attempts));
+    put("&filter=");
+    put(filters_[entry.filter]);
+    put("&ip=");
+    to = writeEscaped(to, entry.address);
+    put("&log=");
+    to = writeEscaped(to, entry.line);
+    put("&time=");
+    put(escapedTime_);
+    if (!entry.user.empty()) {
+      put("&user=");
+      to = writeEscaped(to, entry.user);
+    }
+    *to++ = '\n';
+    used_ = static_cast<std::size_t>(to - buffer_.get());
+  }
+  bool finish() { return drain(0) && !failed_; }
+
+ private:
+  static std::string escaped(std::string_view text) {
+    std::string into(text.size() * kLongestEscape + kEscapeSlack, '\0');
+    into.resize(static_cast<std::size_t>(writeEscaped(into.data(), text) - into.data()));
+    return into;
+  }
+  bool drain(std::size_t wanted) {
+    if (used_ > 0 && !failed_) failed_ = sys::writeAll(fd_, {buffer_.get(), used_}) < used_;
+    used_ = 0;
+    if (failed_ || wanted <= size_) return !failed_;
+    size_ = std::max(kBlock, wanted);
+    buffer_.reset(new char[size_]);
+    return true;
+  }
+
+  int fd_;
+  std::string time_, escapedTime_;
+  std::vector<std::string> filters_;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t size_ = 0, used_ = 0;
+  bool failed_ = false;
+};
+
+bool isKeyOf(std::string_view line, std::string_view time) {
+  return line.size() > time.size() + 4 && line.starts_with(time) &&
+         line.find_first_not_of("0123456789", time.size()) == line.find('=') && line.find('=') >= time.size() + 4;
+}
+
+/// How many entries of that time the list holds; a torn line at its end is cut off. -1 with errno when that failed.
+long long countThere(int fd, const std::string& time) {
+  LineReader lines(fd);
+  std::string_view line;
+  long long count = 0;
+  while (lines.next(line)) count += isKeyOf(line, time) ? 1 : 0;
+  if (lines.failed()) return -1;
+  if (lines.unfinished() > 0 && sys::ftruncate(fd, lines.consumed()) != 0) return -1;
+  return count;
+}
+
+bool writeEntries(int fd, const SpooledEntries& entries, const std::vector<std::string>& filters, long long time,
+                  long long skipped) {
+  std::vector<std::unique_ptr<SpoolReader>> readers;
+  for (const long long start : entries.starts) {
+    readers.push_back(std::make_unique<SpoolReader>(entries.path.c_str(), start));
+  }
+  EntryWriter out(fd, filters, time);
+  KeyOrder order(entries.count);
+  for (long long number = order.next(); number != 0; number = order.next()) {
+    BruteEntry entry;
+    const std::size_t reader = extraDigits(number);
+    if (reader >= readers.size() || !readers[reader]->next(entry) || entry.filter >= filters.size()) {
+      errorLog("%s ends before its last entry: %lld of %lld", entries.path.c_str(), number, entries.count);
+      break;
+    }
+    if (skipped-- <= 0) out.write(number, entry);
+  }
+  return out.finish() && sys::fsync(fd) == 0;
+}
+
+int cannotAppend(const char* path, int error) {
+  errorLog("Unable to %s for appending: %s", path, std::strerror(error));
+  return 0;
+}
+
+/// Under the lock and as the panel's user.
+int appendToList(const char* path, const SpooledEntries& entries, const std::vector<std::string>& filters,
+                 long long time, bool resume) {
+  const FailScope scope("brute_entries");
+  const Descriptor list(sys::open(path, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600));
+  struct stat before {};
+  if (!list || sys::fstat(list.get(), before) != 0) return cannotAppend(path, errno);
+  if (!S_ISREG(before.st_mode)) return cannotAppend(path, EINVAL);
+  const long long there = resume ? countThere(list.get(), std::to_string(time)) : 0;
+  if (there < 0 || sys::fstat(list.get(), before) != 0) return cannotAppend(path, errno);
+  if (writeEntries(list.get(), entries, filters, time, there)) return 1;
+  const int error = errno;
+  static_cast<void>(sys::ftruncate(list.get(), before.st_size));
+  return cannotAppend(path, error);
+}
+
+}  // namespace
+
+int EntrySpool::open() {
+  const FailScope scope("brute_spool");
+  const AsUser panel(kPanelUser);
+  if (sys::unlink(entries_.path.c_str()) != 0 && errno != ENOENT) return 0;
+  file_ = Descriptor(sys::open(entries_.path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600));
+  buffer_.reserve(kBlock);
+  return file_ ? 1 : 0;
+}
+
+void EntrySpool::add(const BruteEntry& entry) {
+  if (error_ == 0 && !file_ && !open()) error_ = errno;
+  if (error_ != 0) return;
+  ++entries_.count;
+  if (extraDigits(entries_.count) >= entries_.starts.size()) entries_.starts.push_back(size_);
+  const std::size_t userOffset =
+      entry.user.empty() ? 0 : static_cast<std::size_t>(entry.user.data() - entry.line.data());
+  const Head head{entry.attempts,
+                  entry.filter,
+                  static_cast<std::uint32_t>(entry.address.size()),
+                  static_cast<std::uint32_t>(entry.line.size()),
+                  static_cast<std::uint32_t>(userOffset),
+                  static_cast<std::uint32_t>(entry.user.size()),
+                  0};
+  const std::size_t size = sizeof head + entry.address.size() + entry.line.size();
+  if (buffer_.size() + size > kBlock) drain();
+  buffer_.append(reinterpret_cast<const char*>(&head), sizeof head);
+  buffer_.append(entry.address);
+  buffer_.append(entry.line);
+  size_ += static_cast<long long>(size);
+}
+
+void EntrySpool::drain() {
+  const FailScope scope("brute_spool");
+  if (error_ == 0 && !buffer_.empty() && sys::writeAll(file_.get(), buffer_) < buffer_.size()) error_ = errno;
+  buffer_.clear();
+}
+
+int EntrySpool::finish() {
+  drain();
+  const FailScope scope("brute_spool");
+  if (error_ == 0 && file_ && sys::fsync(file_.get()) != 0) error_ = errno;
+  errno = error_;
+  return error_ == 0 ? 1 : 0;
+}
+
+int appendBruteEntries(const SpooledEntries& entries, const std::vector<std::string>& filters, long long time,
+                       bool resume) {
+  if (entries.count == 0) return 1;
+  const std::string path = bruteEntriesFile();
+  const AsUser panel(kPanelUser);
+  FileLock lock;
+  char reason[kLockReasonSize] = "";
+  if (!lock.take(path.c_str(), kLockMaximumAge, "check_brute_force_logs", reason)) {
+    errorLog("Unable to %s for appending: %s", path.c_str(), reason);
+    return 0;
+  }
+  return appendToList(path.c_str(), entries, filters, time, resume);
+}
+
+bool entriesEndAt(long long time) {
+  constexpr off_t kLook = 1024;
+  const AsUser panel(kPanelUser);
+  const Descriptor list = openRegularFile(bruteEntriesFile().c_str());
+  struct stat what {};
+  if (!list || sys::fstat(list.get(), what) != 0) return false;
+  // The key of the last line may lie further back than this, but the time stands in the line twice.
+  std::string end(static_cast<std::size_t>(std::min(kLook, what.st_size)), '\0');
+  if (::lseek(list.get(), what.st_size - static_cast<off_t>(end.size()), SEEK_SET) < 0) return false;
+  if (sys::read(list.get(), end.data(), end.size()) != static_cast<ssize_t>(end.size())) return false;
+  const std::string wanted = std::to_string(time);
+  std::string escapedTime = "&time=";
+  for (const char digit : wanted) escapedTime.append({'%', '3', digit});
+  return end.find("\n" + wanted) != std::string::npos || end.find(escapedTime) != std::string::npos;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,185 @@
+#include "tally/brute_records.h"
+
+#include <charconv>
+#include <ctime>
+
+#include "core/config.h"
+#include "core/identity.h"
+#include "core/log.h"
+#include "core/record_lock.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kListDebug = 2000;
+constexpr long long kHour = 3600;
+/// A scan takes the next second when the one that it began in is taken.
+constexpr long long kSlightlyAhead = 120;
+constexpr std::string_view kFirstEntry = "first_entry";
+constexpr std::string_view kLastEntry = "last_entry";
+constexpr std::string_view kLastNotify = "last_notify";
+
+long long numberIn(std::string_view text) {
+  long long number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number < 0 ? 0 : number;
+}
+
+/// Calls `visit(name, value)` for each pair of a record, as they stand there.
+template <class Visit>
+void eachPair(std::string_view record, Visit visit) {
+  while (!record.empty()) {
+    const std::size_t end = std::min(record.find('&'), record.size());
+    const std::string_view pair = record.substr(0, end);
+    const std::size_t equals = pair.find('=');
+    if (equals != std::string_view::npos) visit(pair.substr(0, equals), pair.substr(equals + 1));
+    record.remove_prefix(std::min(end + 1, record.size()));
+  }
+}
+
+BruteFigures plainFigures(std::string_view record) {
+  BruteFigures figures;
+  eachPair(record, [&figures](std::string_view name, std::string_view value) {
+    const long long number = numberIn(value);
+    // Nearly all names are those of filters, which begin with another letter.
+    if (name == kLastEntry) {
+      figures.lastEntry = number;
+    } else if (name == kFirstEntry) {
+      figures.firstEntry = number;
+    } else if (name == kLastNotify) {
+      figures.lastNotify = number;
+    } else {
+      figures.failures = addedUp(figures.failures, number);
+    }
+  });
+  return figures;
+}
+
+/// Adds a scan's counts of a name to its record, which is null when there is none.
+std::string mergedRecord(const BruteNews& news, std::uint32_t name, const char* record) {
+  ConfigFile pairs(nullptr);
+  pairs.fillFromPost(record == nullptr ? "" : record);
+  news.counts.each(name, [&](const BruteCounts::Count& count) {
+    if (count.failures == 0) return;
+    const char* filter = news.filters[count.filter].c_str();
+    long long before = 0;
+    static_cast<void>(pairs.getValue(filter, &before));
+    pairs.setParam(filter, addedUp(before, count.failures));
+  });
+  if (record == nullptr) pairs.setParam(kFirstEntry.data(), news.time);
+  pairs.setParam(kLastEntry.data(), news.time);
+  return pairs.createPostString(0).orEmpty();
+}
+
+bool hasFailures(const BruteNews& news, std::uint32_t name) {
+  bool found = false;
+  news.counts.each(name, [&](const BruteCounts::Count& count) { found = found || count.failures > 0; });
+  return found;
+}
+
+void addNew(const BruteNews& news, const std::vector<std::uint32_t>& added, ConfigFile& counts) {
+  const auto room = static_cast<std::size_t>(std::max(kMostBruteNames - counts.size(), 0LL));
+  for (std::size_t i = 0; i < added.size() && i < room; ++i) {
+    const std::string name(news.names.at(added[i]));
+    counts.setParam(name.c_str(), mergedRecord(news, added[i], nullptr).c_str());
+  }
+  if (added.size() <= room) return;
+  errorLog("%s is full with %lld names: %lld new ones are not counted", counts.getFilename(), kMostBruteNames,
+           static_cast<long long>(added.size() - room));
+}
+
+}  // namespace
+
+BruteFigures figuresOf(const char* record) {
+  const std::string_view text = record == nullptr ? std::string_view() : std::string_view(record);
+  if (text.find_first_of("%+") == std::string_view::npos) return plainFigures(text);
+  ConfigFile pairs(nullptr);
+  pairs.fillFromPost(text);
+  const Text plain = pairs.createPostString(0);
+  return plainFigures(plain.view());
+}
+
+BruteRecords::BruteRecords(std::string path) : path_(std::move(path)) {
+  startAnew();
+}
+
+void BruteRecords::startAnew() {
+  counts_ = std::make_unique<ConfigFile>(path_.c_str());
+  counts_->setUser(kPanelUser);
+}
+
+int BruteRecords::readThere() {
+  if (!counts_->exists() || counts_->readFile()) return 1;
+  errorLog("Error reading %s: %s.", path_.c_str(), counts_->result.orEmpty());
+  return 0;
+}
+
+int BruteRecords::read() {
+  startAnew();
+  return readThere();
+}
+
+int BruteRecords::update(const std::function<void(ConfigFile&)>& change) {
+  startAnew();
+  const RecordLock lock(*counts_);
+  if (!readThere()) return 0;
+  change(*counts_);
+  if (!counts_->changed || counts_->writeFile()) return 1;
+  errorLog("Error writing %s: %s", path_.c_str(), counts_->result.orEmpty());
+  return 0;
+}
+
+long long clear_old_brute_entries(const Config& conf, ConfigFile& counts) {
+  if (conf.clear_brute_log_time == 0) return 0;
+  const long long now = std::time(nullptr);
+  const long long oldest = now - conf.clear_brute_log_time * kHour;
+  std::vector<long long> removed;
+  long long ahead = 0;
+  for (long long i = 0; i < counts.size(); ++i) {
+    const long long last = figuresOf(counts.getValueAt(i)).lastEntry;
+    if (last < oldest) removed.push_back(i);
+    if (last <= now + kSlightlyAhead) continue;
+    ++ahead;
+    ConfigFile pairs(nullptr);
+    pairs.fillFromPost(counts.getValueAt(i));
+    pairs.setParam(kLastEntry.data(), now);
+    counts.setParam_in_place(i, pairs.createPostString(0).release());
+  }
+  if (!removed.empty() && isDebug() >= kListDebug) {
+    debug(kListDebug, "Removed the following entries from %s. More than %d hours since last entry.",
+          counts.getFilename(), conf.clear_brute_log_time);
+    for (const long long i : removed) debug(kListDebug, "%s", counts.getNameAt(i));
+  }
+  for (const long long i : removed) counts.deleteParamAt(i);
+  if (!removed.empty()) counts.shift_down_and_count();
+  if (ahead > 0) {
+    errorLog("%s: the last_entry of %lld records is not in the past. Taking it for now.", counts.getFilename(), ahead);
+  }
+  return static_cast<long long>(removed.size()) + ahead;
+}
+
+void mergeBruteCounts(const BruteNews& news, ConfigFile& counts) {
+  std::vector<std::uint32_t> added;
+  for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
+    if (!hasFailures(news, name)) continue;
+    const long long there = counts.getIndex(std::string(news.names.at(name)).c_str());
+    if (there < 0) {
+      added.push_back(name);
+    } else if (figuresOf(counts.getValueAt(there)).lastEntry != news.time) {
+      counts.setParam_in_place(there, newString(mergedRecord(news, name, counts.getValueAt(there))));
+    }
+  }
+  addNew(news, added, counts);
+}
+
+bool anyRecordOf(const BruteNews& news, ConfigFile& counts) {
+  for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
+    if (!hasFailures(news, name)) continue;
+    const long long there = counts.getIndex(std::string(news.names.at(name)).c_str());
+    if (there >= 0 && figuresOf(counts.getValueAt(there)).lastEntry == news.time) return true;
+  }
+  return false;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,178 @@
+#include "tally/line_search.h"
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr std::size_t kPairs = std::size_t{1} << 16;
+constexpr std::size_t kTogether = 16;
+/// What a place that turns out to be none costs, in places looked at together.
+constexpr std::size_t kFalseFindCost = 8;
+
+unsigned pairAt(const char* at) {
+  return static_cast<unsigned>(static_cast<unsigned char>(at[0])) << 8 | static_cast<unsigned char>(at[1]);
+}
+
+#ifdef __SSE2__
+__m128i bytesAt(const char* at) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+}
+
+unsigned bitsOf(__m128i mask) {
+  return static_cast<unsigned>(_mm_movemask_epi8(mask));
+}
+
+/// Adds up the line feeds of many vectors without looking at each.
+class FeedCounter {
+ public:
+  void add(__m128i isFeed) {
+    sums_ = _mm_sub_epi8(sums_, isFeed);
+    if (++added_ == 255) settle();
+  }
+  long long take() {
+    settle();
+    return std::exchange(total_, 0);
+  }
+
+ private:
+  void settle() {
+    const __m128i halves = _mm_sad_epu8(sums_, _mm_setzero_si128());
+    total_ += _mm_cvtsi128_si64(halves) + _mm_cvtsi128_si64(_mm_unpackhi_epi64(halves, halves));
+    sums_ = _mm_setzero_si128();
+    added_ = 0;
+  }
+  __m128i sums_ = _mm_setzero_si128();
+  int added_ = 0;
+  long long total_ = 0;
+};
+#endif
+
+}  // namespace
+
+LineSearch::LineSearch(std::vector<std::string> texts) : texts_(std::move(texts)) {
+  findsAll_ = std::any_of(texts_.begin(), texts_.end(), [](const std::string& text) { return text.size() < 2; });
+}
+
+void LineSearch::learn(std::string_view sample) {
+  probes_.clear();
+  if (findsAll_) return;
+  std::vector<std::uint32_t> frequency(kPairs, 0);
+  for (std::size_t i = 0; i + 1 < sample.size(); ++i) ++frequency[pairAt(sample.data() + i)];
+  std::vector<bool> covered(texts_.size(), false);
+  while (std::find(covered.begin(), covered.end(), false) != covered.end()) {
+    if (probes_.size() < kMostProbes && addProbe(frequency, sample.size(), covered)) continue;
+    findsAll_ = true;
+    return;
+  }
+}
+
+/// Adds the pair of bytes that costs the least for each text that it stands for.
+bool LineSearch::addProbe(const std::vector<std::uint32_t>& frequency, std::size_t sampled,
+                          std::vector<bool>& covered) {
+  std::vector<std::uint32_t> holders(kPairs, 0);
+  std::vector<std::uint32_t> seenBy(kPairs, UINT32_MAX);
+  for (std::uint32_t text = 0; text < texts_.size(); ++text) {
+    for (std::size_t i = 0; !covered[text] && i + 1 < texts_[text].size(); ++i) {
+      const unsigned pair = pairAt(&texts_[text][i]);
+      if (std::exchange(seenBy[pair], text) != text) ++holders[pair];
+    }
+  }
+  double least = 0;
+  unsigned best = 0;
+  for (unsigned pair = 0; pair < kPairs; ++pair) {
+    if (holders[pair] == 0) continue;
+    const double cost = static_cast<double>(sampled / kTogether + 1 + frequency[pair] * kFalseFindCost) / holders[pair];
+    if (least == 0 || cost < least) {
+      least = cost;
+      best = pair;
+    }
+  }
+  if (least == 0) return false;
+  Probe probe;
+  probe.first = static_cast<char>(best >> 8);
+  probe.second = static_cast<char>(best & 0xff);
+  for (std::uint32_t text = 0; text < texts_.size(); ++text) {
+    for (std::uint32_t i = 0; !covered[text] && i + 1 < texts_[text].size(); ++i) {
+      if (pairAt(&texts_[text][i]) != best) continue;
+      probe.places.push_back({text, i});
+      covered[text] = true;
+    }
+  }
+  probes_.push_back(std::move(probe));
+  return true;
+}
+
+/// Whether one of the texts stands around the pair of bytes at `at`, within `begin`..`end`.
+bool LineSearch::confirms(const char* begin, const char* at, const char* end) const {
+  for (const Probe& probe : probes_) {
+    if (at[0] != probe.first || at[1] != probe.second) continue;
+    for (const Place& place : probe.places) {
+      const std::string& text = texts_[place.text];
+      if (at - begin < place.offset || static_cast<std::size_t>(end - at) < text.size() - place.offset) continue;
+      if (std::memcmp(at - place.offset, text.data(), text.size()) == 0) return true;
+    }
+  }
+  return false;
+}
+
+template <std::size_t probes>
+const char* LineSearch::findProbe(const char* from, const char* end, long long& lines) const {
+  const char* at = from;
+#ifdef __SSE2__
+  std::array<__m128i, probes> first, second;
+  for (std::size_t i = 0; i < probes; ++i) {
+    first[i] = _mm_set1_epi8(probes_[i].first);
+    second[i] = _mm_set1_epi8(probes_[i].second);
+  }
+  const __m128i feed = _mm_set1_epi8('\n');
+  FeedCounter feeds;
+  for (; end - at > static_cast<std::ptrdiff_t>(kTogether); at += kTogether) {
+    const __m128i bytes = bytesAt(at), next = bytesAt(at + 1);
+    __m128i found = _mm_setzero_si128();
+    for (std::size_t i = 0; i < probes; ++i) {
+      found = _mm_or_si128(found, _mm_and_si128(_mm_cmpeq_epi8(bytes, first[i]), _mm_cmpeq_epi8(next, second[i])));
+    }
+    const __m128i isFeed = _mm_cmpeq_epi8(bytes, feed);
+    for (unsigned hits = bitsOf(found); hits != 0; hits &= hits - 1) {
+      const int place = std::countr_zero(hits);
+      if (!confirms(from, at + place, end)) continue;
+      lines += feeds.take() + std::popcount(bitsOf(isFeed) & ((1U << place) - 1));
+      return at + place;
+    }
+    feeds.add(isFeed);
+  }
+  lines += feeds.take();
+#endif
+  for (; end - at > 1; ++at) {
+    if (confirms(from, at, end)) return at;
+    lines += *at == '\n' ? 1 : 0;
+  }
+  if (at < end && *at == '\n') ++lines;
+  return end;
+}
+
+const char* LineSearch::find(const char* from, const char* end, long long& lines) const {
+  if (findsAll_) return from;
+  switch (probes_.size()) {
+    case 0: return end;
+    case 1: return findProbe<1>(from, end, lines);
+    case 2: return findProbe<2>(from, end, lines);
+    case 3: return findProbe<3>(from, end, lines);
+    case 4: return findProbe<4>(from, end, lines);
+    case 5: return findProbe<5>(from, end, lines);
+    case 6: return findProbe<6>(from, end, lines);
+    case 7: return findProbe<7>(from, end, lines);
+    default: return findProbe<kMostProbes>(from, end, lines);
+  }
+}
+
+}  // namespace zvtaskq
