@@ -23,6 +23,7 @@
 #include "runner/run_flags.h"
 #include "runner/services_table.h"
 #include "runner/signals.h"
+#include "tally/brute_monitor.h"
 #include "tally/server_checks.h"
 
 namespace zvtaskq {
@@ -63,6 +64,7 @@ void handOver(Config& conf) {
 void wireRooms() {
   provideNotices();
   provideServerChecks();
+  provideBruteForceMonitor();
   provideMailUpkeep();
 }
 

@@ -57,9 +57,9 @@ class EntrySpool {
 };
 
 /// Appends the entries of a scan at `time` (seconds since the epoch), sorted by key, to the list of entries, under its
-/// lock, as the panel's user; nobody afterwards. `filters` are the names of the scan's filters. With `resume` an earlier
-/// attempt may have appended some already: its torn last line is cut off, and only what is missing is added. 0 with an
-/// error-log line; the list is then as long as before.
+/// lock, as the panel's user; nobody afterwards. `filters` are the names of the scan's filters. With `resume` an
+/// earlier attempt may have appended some already: its torn last line is cut off, and only what is missing is added. 0
+/// with an error-log line; the list is then as long as before.
 [[nodiscard]] int appendBruteEntries(const SpooledEntries& entries, const std::vector<std::string>& filters,
                                      long long time, bool resume);
 /// Whether the last entry of the list is of that time, as the panel's user; nobody afterwards.

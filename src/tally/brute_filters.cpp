@@ -84,7 +84,8 @@ void BruteFilters::addStock() {
       if (text != nullptr) filter.setParam(field->key, text);
       ++field;
     }
-    list.setParam(name, filter.createPostString(1));
+    const Text record = filter.createPostString(1);
+    list.setParam(name, record);
   };
 #define FILTER(name, ...) row(name, {__VA_ARGS__});
 #include "tally/brute_filters.def"

@@ -159,6 +159,16 @@ long long clear_old_brute_entries(const Config& conf, ConfigFile& counts) {
   return static_cast<long long>(removed.size()) + ahead;
 }
 
+bool holdsOldBruteEntries(const Config& conf, const ConfigFile& counts) {
+  if (conf.clear_brute_log_time == 0) return false;
+  const long long now = std::time(nullptr);
+  for (long long i = 0; i < counts.size(); ++i) {
+    const long long last = figuresOf(counts.getValueAt(i)).lastEntry;
+    if (last < now - conf.clear_brute_log_time * kHour || last > now + kSlightlyAhead) return true;
+  }
+  return false;
+}
+
 void mergeBruteCounts(const BruteNews& news, ConfigFile& counts) {
   std::vector<std::uint32_t> added;
   for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {

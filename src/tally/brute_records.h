@@ -53,6 +53,9 @@ class BruteRecords {
 /// because the clock was put back, is taken for now, which the error log is told. Returns how many changed.
 long long clear_old_brute_entries(const Config& conf, ConfigFile& counts);
 
+/// Whether there is anything for it to do.
+bool holdsOldBruteEntries(const Config& conf, const ConfigFile& counts);
+
 /// The failures of one scan, ready to be added to a file.
 struct BruteNews {
   const NameTable& names;

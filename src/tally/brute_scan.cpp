@@ -136,7 +136,8 @@ void BruteScan::tellDoubt(const BruteMatch& match, std::string_view line) {
              match.addressText.data());
     return;
   }
-  const char* counted = match.address == NameTable::kNone ? "none" : findings.addresses.clean().at(match.address).data();
+  const char* counted =
+      match.address == NameTable::kNone ? "none" : findings.addresses.clean().at(match.address).data();
   const char* what = match.isMisplaced ? "no address where the address should be" : "more than one address";
   securityLog("Tally::scan_log: a failed log-in with %s, counting %s: %.*s", what, counted, length, line.data());
 }
@@ -172,7 +173,8 @@ int leaveEmpty(const char* path, const BruteGroup& group, ConfigFile& state, con
     return set_last_scan_info(path, state, {0, 0, now.st_ino});
   }
   debug(kScanDebug,
-        "Tally::scan_log: %s:   cur_size is 0 bytes. Apache log: removing from brute.conf (it might be deleted).", path);
+        "Tally::scan_log: %s:   cur_size is 0 bytes. Apache log: removing from brute.conf (it might be deleted).",
+        path);
   return state.deleteParam(path);
 }
 
@@ -207,7 +209,7 @@ void readLog(const char* path, int fd, const BruteGroup& group, LogPosition& now
 }  // namespace
 
 int scan_log(const char* path, const BruteGroup& group, ConfigFile& state, BruteScan& scan) {
-  if (path == nullptr || *path == '\0') return 0;
+  if (path == nullptr || *path == '\0' || !canKeepTrackOf(path)) return 0;
   LogPosition last;
   static_cast<void>(get_last_scan_info(path, state, last));
   struct stat now {};
@@ -219,6 +221,7 @@ int scan_log(const char* path, const BruteGroup& group, ConfigFile& state, Brute
   if (!log) return cannotOpen(path, group);
   if (sys::fstat(log.get(), now) != 0) return cannotOpen(path, group);
   const LogNews news = newsOf(path, last, now);
+  if (news == LogNews::nothing) return 0;
   if (news == LogNews::empty) return leaveEmpty(path, group, state, now);
   LogPosition reached{last.size, news == LogNews::anew ? 0 : last.position, now.st_ino};
   if (::lseek(log.get(), reached.position, SEEK_SET) < 0) return cannotOpen(path, group);

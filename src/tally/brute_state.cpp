@@ -1,6 +1,6 @@
 #include "tally/brute_state.h"
 
-#include <string>
+#include <cstring>
 
 #include "core/config_file.h"
 #include "core/log.h"
@@ -25,25 +25,28 @@ int get_last_scan_info(const char* path, const ConfigFile& state, LogPosition& l
   return 1;
 }
 
+int canKeepTrackOf(const char* path) {
+  if (std::strpbrk(path, "=\r\n") == nullptr && !commentLine(path)) return 1;
+  errorLog("Tally::scan_log: %s: a log of that name cannot be kept track of", path);
+  return 0;
+}
+
 int set_last_scan_info(const char* path, ConfigFile& state, const LogPosition& now) {
-  const std::string name = path;
-  if (name.empty() || name.find_first_of("=\r\n") != std::string::npos || commentLine(path)) {
-    errorLog("Tally::scan_log: %s: a log of that name cannot be kept track of", path);
-    return 0;
-  }
   ConfigFile record(nullptr);
   record.setParam("size", now.size);
   record.setParam("position", now.position);
   record.setParam("inode", now.inode);
-  return state.setParam(path, record.createPostString(0));
+  const Text text = record.createPostString(0);
+  return state.setParam(path, text);
 }
 
 LogNews newsOf(const char* path, const LogPosition& last, const struct stat& now) {
   const auto size = static_cast<long long>(now.st_size);
   const bool isAnother = last.inode != 0 && last.inode != now.st_ino;
   if (size == last.size && !isAnother) {
-    debug(kStateDebug, "Tally::scan_log: %s:   cur_size (%lld) == last_size (%lld). Assuming nothing changed. Skipping.",
-          path, size, last.size);
+    debug(kStateDebug,
+          "Tally::scan_log: %s:   cur_size (%lld) == last_size (%lld). Assuming nothing changed. Skipping.", path, size,
+          last.size);
     return LogNews::nothing;
   }
   if (size == 0) return LogNews::empty;

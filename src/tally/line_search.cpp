@@ -5,9 +5,9 @@
 #endif
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 namespace zvtaskq {
 
@@ -128,10 +128,11 @@ template <std::size_t probes>
 const char* LineSearch::findProbe(const char* from, const char* end, long long& lines) const {
   const char* at = from;
 #ifdef __SSE2__
-  std::array<__m128i, probes> first, second;
+  struct {
+    __m128i first, second;
+  } wanted[probes];
   for (std::size_t i = 0; i < probes; ++i) {
-    first[i] = _mm_set1_epi8(probes_[i].first);
-    second[i] = _mm_set1_epi8(probes_[i].second);
+    wanted[i] = {_mm_set1_epi8(probes_[i].first), _mm_set1_epi8(probes_[i].second)};
   }
   const __m128i feed = _mm_set1_epi8('\n');
   FeedCounter feeds;
@@ -139,7 +140,7 @@ const char* LineSearch::findProbe(const char* from, const char* end, long long& 
     const __m128i bytes = bytesAt(at), next = bytesAt(at + 1);
     __m128i found = _mm_setzero_si128();
     for (std::size_t i = 0; i < probes; ++i) {
-      found = _mm_or_si128(found, _mm_and_si128(_mm_cmpeq_epi8(bytes, first[i]), _mm_cmpeq_epi8(next, second[i])));
+      found = _mm_or_si128(found, _mm_and_si128(_mm_cmpeq_epi8(bytes, wanted[i].first), _mm_cmpeq_epi8(next, wanted[i].second)));
     }
     const __m128i isFeed = _mm_cmpeq_epi8(bytes, feed);
     for (unsigned hits = bitsOf(found); hits != 0; hits &= hits - 1) {
@@ -163,15 +164,24 @@ const char* LineSearch::findProbe(const char* from, const char* end, long long& 
 const char* LineSearch::find(const char* from, const char* end, long long& lines) const {
   if (findsAll_) return from;
   switch (probes_.size()) {
-    case 0: return end;
-    case 1: return findProbe<1>(from, end, lines);
-    case 2: return findProbe<2>(from, end, lines);
-    case 3: return findProbe<3>(from, end, lines);
-    case 4: return findProbe<4>(from, end, lines);
-    case 5: return findProbe<5>(from, end, lines);
-    case 6: return findProbe<6>(from, end, lines);
-    case 7: return findProbe<7>(from, end, lines);
-    default: return findProbe<kMostProbes>(from, end, lines);
+    case 0:
+      return end;
+    case 1:
+      return findProbe<1>(from, end, lines);
+    case 2:
+      return findProbe<2>(from, end, lines);
+    case 3:
+      return findProbe<3>(from, end, lines);
+    case 4:
+      return findProbe<4>(from, end, lines);
+    case 5:
+      return findProbe<5>(from, end, lines);
+    case 6:
+      return findProbe<6>(from, end, lines);
+    case 7:
+      return findProbe<7>(from, end, lines);
+    default:
+      return findProbe<kMostProbes>(from, end, lines);
   }
 }
 
