@@ -1,5 +1,6 @@
 #include "tally/brute_counts.h"
 
+#include <algorithm>
 #include <climits>
 
 namespace zvtaskq {
@@ -16,6 +17,10 @@ constexpr Markup kMarkup[] = {{'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"'
 
 bool breaksRecords(char c) {
   return static_cast<unsigned char>(c) <= ' ' || c == 0x7f || c == '=' || c == '%' || c == '+' || c == '#';
+}
+
+bool isPlain(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= '?' && c <= 'Z') || (c >= '-' && c <= '9') || c == '_';
 }
 
 void appendEncoded(std::string& key, char c) {
@@ -45,9 +50,11 @@ long long addedUp(long long a, long long b) {
   return __builtin_add_overflow(a, b, &sum) ? LLONG_MAX : sum;
 }
 
-std::string bruteUserKey(std::string_view user) {
-  std::string key;
-  for (const char c : user.substr(0, kLongestUser)) {
+std::string_view bruteUserKey(std::string_view user, std::string& key) {
+  user = user.substr(0, kLongestUser);
+  if (std::all_of(user.begin(), user.end(), isPlain)) return user;
+  key.clear();
+  for (const char c : user) {
     const char* markup = nullptr;
     for (const Markup& row : kMarkup) {
       if (row.c == c) markup = row.text;

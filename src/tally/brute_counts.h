@@ -44,7 +44,8 @@ class BruteCounts {
 long long addedUp(long long a, long long b);
 
 /// The name of an account as the records of counts are keyed: HTML-escaped, and those bytes URL-encoded that a line of
-/// a record could not hold. At most its first 256 bytes count.
-std::string bruteUserKey(std::string_view user);
+/// a record could not hold. At most its first 256 bytes count. What has nothing of that in it is returned itself, all
+/// else in `room`.
+std::string_view bruteUserKey(std::string_view user, std::string& room);
 
 }  // namespace zvtaskq

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "core/config_file.h"
 #include "core/fail_point.h"
 #include "core/identity.h"
 #include "core/line_reader.h"
@@ -289,20 +290,21 @@ int appendBruteEntries(const SpooledEntries& entries, const std::vector<std::str
   return appendToList(path.c_str(), entries, filters, time, resume);
 }
 
-bool entriesEndAt(long long time) {
-  constexpr off_t kLook = 1024;
+long long timeOfLastEntry() {
+  constexpr off_t kLook = 4096;
   const AsUser panel(kPanelUser);
   const Descriptor list = openRegularFile(bruteEntriesFile().c_str());
   struct stat what {};
-  if (!list || sys::fstat(list.get(), what) != 0) return false;
-  // The key of the last line may lie further back than this, but the time stands in the line twice.
-  std::string end(static_cast<std::size_t>(std::min(kLook, what.st_size)), '\0');
-  if (::lseek(list.get(), what.st_size - static_cast<off_t>(end.size()), SEEK_SET) < 0) return false;
-  if (sys::read(list.get(), end.data(), end.size()) != static_cast<ssize_t>(end.size())) return false;
-  const std::string wanted = std::to_string(time);
-  std::string escapedTime = "&time=";
-  for (const char digit : wanted) escapedTime.append({'%', '3', digit});
-  return end.find("\n" + wanted) != std::string::npos || end.find(escapedTime) != std::string::npos;
+  if (!list || sys::fstat(list.get(), what) != 0) return 0;
+  std::string end(static_cast<std::size_t>(std::min<off_t>(kLook, what.st_size)), '\0');
+  if (::lseek(list.get(), what.st_size - static_cast<off_t>(end.size()), SEEK_SET) < 0) return 0;
+  if (sys::read(list.get(), end.data(), end.size()) != static_cast<ssize_t>(end.size())) return 0;
+  const std::size_t at = end.rfind("&time=");
+  ConfigFile pair(nullptr);
+  if (at != std::string::npos) pair.fillFromPost(std::string_view(end).substr(at + 1, end.find('\n', at) - at - 1));
+  long long time = 0;
+  static_cast<void>(pair.getValue("time", &time));
+  return time;
 }
 
 }  // namespace zvtaskq

@@ -62,7 +62,8 @@ class EntrySpool {
 /// with an error-log line; the list is then as long as before.
 [[nodiscard]] int appendBruteEntries(const SpooledEntries& entries, const std::vector<std::string>& filters,
                                      long long time, bool resume);
-/// Whether the last entry of the list is of that time, as the panel's user; nobody afterwards.
-bool entriesEndAt(long long time);
+/// The time of the last entry of the list; 0 when there is none, or its end is too long to find it. Leaves the process
+/// at nobody.
+long long timeOfLastEntry();
 
 }  // namespace zvtaskq

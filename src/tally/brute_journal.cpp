@@ -1,5 +1,6 @@
 #include "tally/brute_journal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -115,14 +116,15 @@ int apply(const Config& conf, const BruteFindings& findings, const SpooledEntrie
   return 1;
 }
 
-/// The first second from now on that nothing which the scan adds to is marked with: that is what tells a step that was
-/// done from one that was not.
+/// The first second from now on that comes after all which the scan adds to is marked with: that is what tells a step
+/// that was done from one that was not.
 void chooseTime(BruteFindings& findings, BruteFiles& files) {
-  findings.time = std::time(nullptr);
-  while (anyRecordOf(findings.addressNews(), files.addresses.counts()) ||
-         anyRecordOf(findings.userNews(), files.users.counts()) || entriesEndAt(findings.time)) {
-    ++findings.time;
-  }
+  const long long now = std::time(nullptr), latest = now + kSlightlyAhead;
+  long long last = lastEntryOf(findings.addressNews(), files.addresses.counts(), latest);
+  last = std::max(last, lastEntryOf(findings.userNews(), files.users.counts(), latest));
+  const long long listed = timeOfLastEntry();
+  if (listed <= latest) last = std::max(last, listed);
+  findings.time = std::max(now, last + 1);
 }
 
 std::uint32_t filterNumber(std::vector<std::string>& filters, const std::string& name) {

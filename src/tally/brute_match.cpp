@@ -1,20 +1,25 @@
 #include "tally/brute_match.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "core/log.h"
 #include "core/text.h"
 #include "tally/brute_address.h"
+#include "tally/line_search.h"
 
 namespace zvtaskq {
 
 namespace {
 
 constexpr int kMatchDebug = 2000;
-constexpr std::string_view kBlanks = " \t";
 constexpr auto kNowhere = std::string_view::npos;
 /// More attempts than a line can honestly report.
 constexpr long long kMostAttempts = 1'000'000'000;
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
@@ -33,12 +38,17 @@ struct Between {
   bool found = false;
 };
 
+/// An empty text stands everywhere.
+std::size_t placeOf(std::string_view text, std::string_view message, std::size_t from) {
+  return text.empty() ? from : findText(message, text, from);
+}
+
 Between between(std::string_view message, std::string_view after, std::string_view until, std::size_t from = 0) {
   Between part;
-  part.after = message.find(after, from);
+  part.after = placeOf(after, message, from);
   if (part.after == kNowhere) return part;
   part.begin = part.after + after.size();
-  const std::size_t end = message.find(until, part.begin);
+  const std::size_t end = placeOf(until, message, part.begin);
   if (end == kNowhere) return part;
   part.text = message.substr(part.begin, end - part.begin);
   part.found = true;
@@ -46,9 +56,9 @@ Between between(std::string_view message, std::string_view after, std::string_vi
 }
 
 bool holdsTexts(const BruteFilter& filter, std::string_view message) {
-  std::size_t at = message.find(filter.text);
+  std::size_t at = findText(message, filter.text);
   for (const std::string* more : {&filter.text2, &filter.text3}) {
-    if (at != kNowhere && !more->empty()) at = message.find(*more, at + 1);
+    if (at != kNowhere && !more->empty()) at = findText(message, *more, at + 1);
   }
   return at != kNowhere;
 }
@@ -57,12 +67,9 @@ bool holdsTexts(const BruteFilter& filter, std::string_view message) {
 Between addressAt(const BruteFilter& filter, std::string_view message, std::size_t from) {
   Between part = between(message, filter.ipAfter, filter.ipUntil, from);
   if (part.begin == kNowhere) return part;
-  const std::size_t blank = message.find_first_of(kBlanks, part.begin);
-  if (filter.ipUntil.empty()) {
-    part.text = message.substr(part.begin, blank - part.begin);
-  } else {
-    part.text = part.text.substr(0, blank == kNowhere ? blank : blank - part.begin);
-  }
+  if (filter.ipUntil.empty()) part.text = message.substr(part.begin);
+  const auto blank = std::find_if(part.text.begin(), part.text.end(), isBlank);
+  part.text = part.text.substr(0, static_cast<std::size_t>(blank - part.text.begin()));
   return part;
 }
 
@@ -113,17 +120,17 @@ std::string_view userIn(const BruteFilter& filter, std::string_view message) {
 void BruteLine::cut() const {
   isCut_ = true;
   const int words = !whole_.empty() && isDigit(whole_.front()) ? 3 : 5;
-  std::size_t begin = 0, end = 0;
+  const auto last = whole_.end();
+  auto begin = whole_.begin(), end = begin;
   for (int i = 0; i < words; ++i) {
-    begin = whole_.find_first_not_of(kBlanks, end);
-    if (begin == kNowhere) return;
-    end = whole_.find_first_of(kBlanks, begin);
-    if (end == kNowhere) return;
+    begin = std::find_if_not(end, last, isBlank);
+    end = std::find_if(begin, last, isBlank);
   }
-  const std::string_view word = whole_.substr(begin, end - begin);
-  if (word.find_first_of("[:") == kNowhere) return;
+  const std::string_view word =
+      whole_.substr(static_cast<std::size_t>(begin - whole_.begin()), static_cast<std::size_t>(end - begin));
+  if (std::none_of(word.begin(), word.end(), [](char c) { return c == '[' || c == ':'; })) return;
   program_ = word;
-  message_ = trimmed(whole_.substr(end));
+  message_ = trimmed(whole_.substr(static_cast<std::size_t>(end - whole_.begin())));
 }
 
 std::uint32_t AddressTable::numberOf(std::string_view text) {

@@ -1,5 +1,6 @@
 #include "tally/brute_records.h"
 
+#include <algorithm>
 #include <charconv>
 #include <ctime>
 
@@ -14,8 +15,6 @@ namespace {
 
 constexpr int kListDebug = 2000;
 constexpr long long kHour = 3600;
-/// A scan takes the next second when the one that it began in is taken.
-constexpr long long kSlightlyAhead = 120;
 constexpr std::string_view kFirstEntry = "first_entry";
 constexpr std::string_view kLastEntry = "last_entry";
 constexpr std::string_view kLastNotify = "last_notify";
@@ -183,13 +182,15 @@ void mergeBruteCounts(const BruteNews& news, ConfigFile& counts) {
   addNew(news, added, counts);
 }
 
-bool anyRecordOf(const BruteNews& news, ConfigFile& counts) {
+long long lastEntryOf(const BruteNews& news, const ConfigFile& counts, long long latest) {
+  long long last = 0;
   for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
     if (!hasFailures(news, name)) continue;
     const long long there = counts.getIndex(std::string(news.names.at(name)).c_str());
-    if (there >= 0 && figuresOf(counts.getValueAt(there)).lastEntry == news.time) return true;
+    const long long entry = there < 0 ? 0 : figuresOf(counts.getValueAt(there)).lastEntry;
+    if (entry <= latest) last = std::max(last, entry);
   }
-  return false;
+  return last;
 }
 
 }  // namespace zvtaskq

@@ -25,6 +25,10 @@ struct BruteFigures {
 /// Null counts as empty. Failures add up to the largest number at most.
 BruteFigures figuresOf(const char* record);
 
+/// A scan takes the next second when the one that it began in is taken; so a time that is ahead by these seconds is
+/// no sign of a clock that was put back.
+inline constexpr long long kSlightlyAhead = 120;
+
 /// The most names that one of the files takes up.
 inline constexpr long long kMostBruteNames = 1'000'000;
 
@@ -68,7 +72,7 @@ struct BruteNews {
 /// Adds the failures to the records. A record whose `last_entry` is the time of the scan has them already. Names beyond
 /// kMostBruteNames are left out with an error-log line.
 void mergeBruteCounts(const BruteNews& news, ConfigFile& counts);
-/// Whether a record of one of the names is of that time.
-bool anyRecordOf(const BruteNews& news, ConfigFile& counts);
+/// The latest `last_entry` among the records of the names, of those that are not after `latest`; 0 for none.
+long long lastEntryOf(const BruteNews& news, const ConfigFile& counts, long long latest);
 
 }  // namespace zvtaskq

@@ -112,7 +112,7 @@ void BruteScan::takeLine(const Compiled& group, std::string_view text) {
 /// False when the failure counts for nobody, because the account is suspended.
 bool BruteScan::countUser(const BruteMatch& match, std::uint32_t filter) {
   if (match.user.empty()) return true;
-  const std::uint32_t user = findings.users.add(bruteUserKey(match.user));
+  const std::uint32_t user = findings.users.add(bruteUserKey(match.user, keyRoom_));
   if (user == NameTable::kNone) return true;
   bool isNew = false;
   BruteCounts::Count& count = findings.userCounts.of(user, filter, isNew);

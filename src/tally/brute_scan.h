@@ -60,6 +60,7 @@ class BruteScan {
   AddressChoice choice_;
   SuspendedAccounts suspended_;
   std::vector<std::unique_ptr<Compiled>> compiled_;
+  std::string keyRoom_;
   long long doubts_ = 0;
 };
 

@@ -58,6 +58,26 @@ class FeedCounter {
 
 }  // namespace
 
+std::size_t findText(std::string_view in, std::string_view text, std::size_t from) {
+#ifdef __SSE2__
+  if (in.size() >= from && in.size() - from >= text.size() + kTogether) {
+    const __m128i first = _mm_set1_epi8(text.front()), last = _mm_set1_epi8(text.back());
+    // The last places are looked at together with some that were before.
+    const std::size_t lastStep = in.size() - text.size() + 1 - kTogether;
+    for (std::size_t at = from;; at = std::min(at + kTogether, lastStep)) {
+      const __m128i begins = _mm_cmpeq_epi8(bytesAt(in.data() + at), first);
+      const __m128i ends = _mm_cmpeq_epi8(bytesAt(in.data() + at + text.size() - 1), last);
+      for (unsigned hits = bitsOf(_mm_and_si128(begins, ends)); hits != 0; hits &= hits - 1) {
+        const std::size_t place = at + static_cast<std::size_t>(std::countr_zero(hits));
+        if (std::memcmp(in.data() + place, text.data(), text.size()) == 0) return place;
+      }
+      if (at == lastStep) return std::string_view::npos;
+    }
+  }
+#endif
+  return in.find(text, from);
+}
+
 LineSearch::LineSearch(std::vector<std::string> texts) : texts_(std::move(texts)) {
   findsAll_ = std::any_of(texts_.begin(), texts_.end(), [](const std::string& text) { return text.size() < 2; });
 }
@@ -140,7 +160,8 @@ const char* LineSearch::findProbe(const char* from, const char* end, long long& 
     const __m128i bytes = bytesAt(at), next = bytesAt(at + 1);
     __m128i found = _mm_setzero_si128();
     for (std::size_t i = 0; i < probes; ++i) {
-      found = _mm_or_si128(found, _mm_and_si128(_mm_cmpeq_epi8(bytes, wanted[i].first), _mm_cmpeq_epi8(next, wanted[i].second)));
+      found = _mm_or_si128(
+          found, _mm_and_si128(_mm_cmpeq_epi8(bytes, wanted[i].first), _mm_cmpeq_epi8(next, wanted[i].second)));
     }
     const __m128i isFeed = _mm_cmpeq_epi8(bytes, feed);
     for (unsigned hits = bitsOf(found); hits != 0; hits &= hits - 1) {

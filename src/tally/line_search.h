@@ -8,6 +8,10 @@
 
 namespace zvtaskq {
 
+/// Where `text`, which is not empty, first stands in `in` at or behind `from`; std::string_view::npos when it does not.
+/// In a line this is several times as fast as what the library has, which goes by the first byte alone.
+std::size_t findText(std::string_view in, std::string_view text, std::size_t from = 0);
+
 /// Two neighbouring bytes of each text are looked for in sixteen places at once. Which two is decided by a sample of
 /// what is searched: those that are rare in it, and shared by many of the texts.
 class LineSearch {
