@@ -125,6 +125,24 @@ class Scanning(BruteForceTest):
         self.run_program()
         self.assertLogged("Unable to open %s for reading" % SECURE, times=1)
 
+    def test_a_scan_that_is_killed_counts_neither_twice_nor_less(self):
+        settings(ip_brutecount=0, user_brutecount=1000)
+        ended = None
+        for step in range(1, 3000, 7):
+            panel.shell("rm -f %s/brute* %s/*.lock" % (ADMIN, ADMIN))
+            write(SECURE, failure("198.51.100.1"))
+            self.run_program()
+            append(SECURE, failure("198.51.100.1") * 2)
+            ended = subprocess.run([panel.PROGRAM], env={**os.environ, "ZVTASKQ_FAIL": "*:kill:%d" % step}, check=False,
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL).returncode
+            panel.shell("rm -f %s/*.lock %s/data/templates/*.lock" % (ADMIN, panel.PANEL))
+            self.run_program()
+            found = counts(ADDRESSES), counts(USERS), len(text(ENTRIES).splitlines())
+            self.assertEqual(found, ({"198.51.100.1": {"sshd5": 3}}, {"bob": {"sshd5": 3}}, 3), "killed at call %d" % step)
+            if ended == 0:
+                break
+        self.assertEqual((ended, step > 30), (0, True), step)
+
     def test_suspended_accounts_and_what_attackers_type(self):
         settings(user_brutecount=1, ip_brutecount=0)
         panel.shell("userdel -r carl 2>/dev/null; useradd -p '!hash' carl; mkdir -p /etc/virtual/site.example")
