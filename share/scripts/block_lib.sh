@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# What block_ip.sh, unblock_ip.sh and show_blocked_ips.sh share; read in by them, not run.
+# What block_ip.sh and unblock_ip.sh share; read in by them, not run.
 #
 # The blocked addresses are kept by the kernel, in two sets of the nftables table "inet zorvane_bfm". The comment of
 # each element is the second, since the epoch, in which it was blocked. A restart of the machine empties the sets.

@@ -6,11 +6,15 @@
 # `havedata=1` says that the list could be had. Then every address has a pair, whose value is a URL-encoded record with
 # `dateblocked`, the second since the epoch in which it was blocked. A replacement of this script prints the same.
 set -eu
-# shellcheck source=block_lib.sh
-. "$(dirname "$0")/block_lib.sh"
+PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
+LC_ALL=C
+export PATH LC_ALL
 
-layTable | nft -f -
-listing=$(nft list table inet zorvane_bfm)
+tables=$(nft list tables inet)
+listing=''
+if printf '%s\n' "$tables" | grep -qx 'table inet zorvane_bfm'; then
+    listing=$(nft list table inet zorvane_bfm)
+fi
 printf '%s\n' "$listing" | tr ',{}' '\n' | awk '
     BEGIN { printf "havedata=1" }
     $2 == "comment" && $1 ~ /^[0-9A-Fa-f.:]+$/ && $3 ~ /^"[0-9]+"$/ {
