@@ -53,6 +53,11 @@ void checkSearch(const std::vector<const BruteFilter*>& filters, std::string_vie
 
 }  // namespace
 
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  standAside();
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   Input input(data, size);
   const auto choice = static_cast<AddressChoice>(input.choice(3));

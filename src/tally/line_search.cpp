@@ -84,27 +84,26 @@ void LineSearch::learn(std::string_view sample) {
 /// Adds the pair of bytes that costs the least for each text that it stands for.
 bool LineSearch::addProbe(const std::vector<std::uint32_t>& frequency, std::size_t sampled,
                           std::vector<bool>& covered) {
-  std::vector<std::uint32_t> holders(kPairs, 0);
-  std::vector<std::uint32_t> seenBy(kPairs, UINT32_MAX);
+  std::vector<std::pair<unsigned, std::uint32_t>> holders;
   for (std::uint32_t text = 0; text < texts_.size(); ++text) {
     for (std::size_t i = 0; !covered[text] && i + 1 < texts_[text].size(); ++i) {
-      const unsigned pair = pairAt(&texts_[text][i]);
-      if (std::exchange(seenBy[pair], text) != text) ++holders[pair];
+      holders.emplace_back(pairAt(&texts_[text][i]), text);
     }
   }
+  if (holders.empty()) return false;
+  std::sort(holders.begin(), holders.end());
+  holders.erase(std::unique(holders.begin(), holders.end()), holders.end());
   double least = 0;
   unsigned best = 0;
-  for (unsigned pair = 0; pair < kPairs; ++pair) {
-    if (holders[pair] == 0) continue;
-    const double cost =
-        static_cast<double>(sampled / static_cast<std::size_t>(kTogether) + 1 + frequency[pair] * kFalseFindCost) /
-        holders[pair];
-    if (least == 0 || cost < least) {
-      least = cost;
-      best = pair;
-    }
+  for (std::size_t from = 0, to = 0; from < holders.size(); from = to) {
+    const unsigned pair = holders[from].first;
+    while (to < holders.size() && holders[to].first == pair) ++to;
+    const std::size_t steps = sampled / static_cast<std::size_t>(kTogether) + 1 + frequency[pair] * kFalseFindCost;
+    const double cost = static_cast<double>(steps) / static_cast<double>(to - from);
+    if (from > 0 && cost >= least) continue;
+    least = cost;
+    best = pair;
   }
-  if (least == 0) return false;
   Probe probe;
   probe.first = static_cast<char>(best >> 8);
   probe.second = static_cast<char>(best & 0xff);
