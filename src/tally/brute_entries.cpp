@@ -25,24 +25,12 @@ namespace zvtaskq {
 namespace {
 
 constexpr std::size_t kBlock = std::size_t{256} * 1024;
-constexpr std::size_t kReadBlock = std::size_t{64} * 1024;
 /// Room for an entry's key and numbers, and the names of its pairs.
 constexpr std::size_t kFixedRoom = 512;
 /// The last number of four digits, and the first whose key is the beginning of others.
 constexpr long long kLastShort = 9999;
 constexpr long long kFirstParent = 1000;
 constexpr std::size_t kKeyDigits = 4;
-
-/// What stands before the address and the line of a spooled entry.
-struct Head {
-  long long attempts;
-  std::uint32_t filter;
-  std::uint32_t addressLength;
-  std::uint32_t lineLength;
-  std::uint32_t userOffset;
-  std::uint32_t userLength;
-  std::uint32_t unused;
-};
 
 /// The numbers 1 to `count` in the order of their texts, which have four digits or more.
 class KeyOrder {
@@ -52,60 +40,13 @@ class KeyOrder {
   long long next() {
     if (at_ >= kFirstParent && at_ * 10 <= count_) return at_ *= 10;
     while (at_ > kLastShort && (at_ % 10 == 9 || at_ == count_)) at_ /= 10;
-    return at_ = at_ >= std::min(count_, kLastShort) ? (at_ > kLastShort ? at_ + 1 : 0) : at_ + 1;
+    const bool isLast = at_ == count_ || at_ == kLastShort;
+    return at_ = isLast ? 0 : at_ + 1;
   }
 
  private:
   long long count_;
   long long at_ = 0;
-};
-
-/// How many digits more than four a number has.
-std::size_t extraDigits(long long number) {
-  std::size_t digits = 0;
-  for (; number > kLastShort; number /= 10) ++digits;
-  return digits;
-}
-
-/// Reads spooled entries one after another from a place on.
-class SpoolReader {
- public:
-  SpoolReader(const char* path, long long start) : file_(openRegularFile(path)), buffer_(kReadBlock) {
-    if (file_ && ::lseek(file_.get(), start, SEEK_SET) < 0) file_.reset();
-  }
-  bool next(BruteEntry& entry) {
-    Head head;
-    if (!ensure(sizeof head)) return false;
-    std::memcpy(&head, &buffer_[begin_], sizeof head);
-    if (!ensure(sizeof head + head.addressLength + head.lineLength)) return false;
-    const char* text = &buffer_[begin_] + sizeof head;
-    entry.attempts = head.attempts;
-    entry.filter = head.filter;
-    entry.address = {text, head.addressLength};
-    entry.line = {text + head.addressLength, head.lineLength};
-    entry.user = entry.line.substr(std::min<std::size_t>(head.userOffset, entry.line.size()), head.userLength);
-    begin_ += sizeof head + head.addressLength + head.lineLength;
-    return true;
-  }
-
- private:
-  bool ensure(std::size_t wanted) {
-    if (end_ - begin_ >= wanted) return true;
-    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
-    end_ -= begin_;
-    begin_ = 0;
-    if (buffer_.size() < wanted + 1) buffer_.resize(wanted + 1);
-    while (end_ < wanted) {
-      const ssize_t got = sys::read(file_.get(), buffer_.data() + end_, buffer_.size() - end_);
-      if (got <= 0) return false;
-      end_ += static_cast<std::size_t>(got);
-    }
-    return true;
-  }
-
-  Descriptor file_;
-  std::vector<char> buffer_;
-  std::size_t begin_ = 0, end_ = 0;
 };
 
 /// Puts the lines of the list together and writes them in large blocks.
@@ -115,8 +56,8 @@ class EntryWriter {
     for (const std::string& name : filters) filters_.push_back(escaped(name));
   }
   void write(long long number, const BruteEntry& entry) {
-    const std::size_t most =
-        kFixedRoom + (entry.address.size() + entry.line.size() + entry.user.size() + 20) * kLongestEscape;
+    const std::size_t most = kFixedRoom + filters_[entry.filter].size() + entry.address.size() +
+                             (entry.line.size() + entry.user.size()) * kLongestEscape;
     if (used_ + most > size_ && !drain(most)) return;
     char* to = buffer_.get() + used_;
     const auto put = [&to](std::string_view text) { to = static_cast<char*>(mempcpy(to, text.data(), text.size())); };
@@ -197,7 +138,7 @@ bool writeEntries(int fd, const SpooledEntries& entries, const std::vector<std::
   KeyOrder order(entries.count);
   for (long long number = order.next(); number != 0; number = order.next()) {
     BruteEntry entry;
-    const std::size_t reader = extraDigits(number);
+    const std::size_t reader = keyLengthOf(number);
     if (reader >= readers.size() || !readers[reader]->next(entry) || entry.filter >= filters.size()) {
       errorLog("%s ends before its last entry: %lld of %lld", entries.path.c_str(), number, entries.count);
       break;
@@ -229,51 +170,6 @@ int appendToList(const char* path, const SpooledEntries& entries, const std::vec
 }
 
 }  // namespace
-
-int EntrySpool::open() {
-  const FailScope scope("brute_spool");
-  const AsUser panel(kPanelUser);
-  if (sys::unlink(entries_.path.c_str()) != 0 && errno != ENOENT) return 0;
-  file_ = Descriptor(sys::open(entries_.path.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600));
-  buffer_.reserve(kBlock);
-  return file_ ? 1 : 0;
-}
-
-void EntrySpool::add(const BruteEntry& entry) {
-  if (error_ == 0 && !file_ && !open()) error_ = errno;
-  if (error_ != 0) return;
-  ++entries_.count;
-  if (extraDigits(entries_.count) >= entries_.starts.size()) entries_.starts.push_back(size_);
-  const std::size_t userOffset =
-      entry.user.empty() ? 0 : static_cast<std::size_t>(entry.user.data() - entry.line.data());
-  const Head head{entry.attempts,
-                  entry.filter,
-                  static_cast<std::uint32_t>(entry.address.size()),
-                  static_cast<std::uint32_t>(entry.line.size()),
-                  static_cast<std::uint32_t>(userOffset),
-                  static_cast<std::uint32_t>(entry.user.size()),
-                  0};
-  const std::size_t size = sizeof head + entry.address.size() + entry.line.size();
-  if (buffer_.size() + size > kBlock) drain();
-  buffer_.append(reinterpret_cast<const char*>(&head), sizeof head);
-  buffer_.append(entry.address);
-  buffer_.append(entry.line);
-  size_ += static_cast<long long>(size);
-}
-
-void EntrySpool::drain() {
-  const FailScope scope("brute_spool");
-  if (error_ == 0 && !buffer_.empty() && sys::writeAll(file_.get(), buffer_) < buffer_.size()) error_ = errno;
-  buffer_.clear();
-}
-
-int EntrySpool::finish() {
-  drain();
-  const FailScope scope("brute_spool");
-  if (error_ == 0 && file_ && sys::fsync(file_.get()) != 0) error_ = errno;
-  errno = error_;
-  return error_ == 0 ? 1 : 0;
-}
 
 int appendBruteEntries(const SpooledEntries& entries, const std::vector<std::string>& filters, long long time,
                        bool resume) {
