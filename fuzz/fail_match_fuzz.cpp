@@ -63,8 +63,12 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   const auto choice = static_cast<AddressChoice>(input.choice(3));
   const std::string rest = input.rest();
   const std::size_t cut = rest.find('\n');
+  static const BruteFilters stock = [] {
+    BruteFilters filters;
+    filters.addStock();
+    return filters;
+  }();
   BruteFilters filters;
-  filters.addStock();
   std::string line = rest;
   if (cut != std::string::npos) {
     ConfigFile own(nullptr);
@@ -74,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   }
   std::vector<const BruteFilter*> all;
   for (const BruteFilter& filter : filters.all()) all.push_back(&filter);
+  for (const BruteFilter& filter : stock.all()) all.push_back(&filter);
   AddressTable addresses;
   BruteMatch match;
   const bool matches = parseLine(all, BruteLine(line), choice, addresses, match) != 0;

@@ -153,6 +153,12 @@ int cannotAppend(const char* path, int error) {
   return 0;
 }
 
+/// Whether the file ends in the middle of a line.
+bool endsTorn(int fd, off_t size) {
+  char last = '\n';
+  return size > 0 && ::pread(fd, &last, 1, size - 1) == 1 && last != '\n';
+}
+
 /// Under the lock and as the panel's user.
 int appendToList(const char* path, const SpooledEntries& entries, const std::vector<std::string>& filters,
                  long long time, bool resume) {
@@ -163,7 +169,8 @@ int appendToList(const char* path, const SpooledEntries& entries, const std::vec
   if (!S_ISREG(before.st_mode)) return cannotAppend(path, EINVAL);
   const long long there = resume ? countThere(list.get(), std::to_string(time)) : 0;
   if (there < 0 || sys::fstat(list.get(), before) != 0) return cannotAppend(path, errno);
-  if (writeEntries(list.get(), entries, filters, time, there)) return 1;
+  const bool readied = !endsTorn(list.get(), before.st_size) || sys::writeAll(list.get(), "\n") == 1;
+  if (readied && writeEntries(list.get(), entries, filters, time, there)) return 1;
   const int error = errno;
   static_cast<void>(sys::ftruncate(list.get(), before.st_size));
   return cannotAppend(path, error);
