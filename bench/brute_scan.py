@@ -10,7 +10,7 @@ FILES = "/tmp/brute"
 LINES = 1_000_000
 PARSER = "/usr/libexec/sshguard/sshg-parser"
 # What one would type: the address is the fourth word from the end.
-COUNT = "/Failed password/ { failures[$(NF - 3)]++ } END { for (address in failures) print address, failures[address] }"
+COUNT = "/sshd.*Failed password/ { failures[$(NF - 3)]++ } END { for (address in failures) print address, failures[address] }"
 # The same look at 100,000 records that the monitor takes.
 PYTHON = """
 import sys, time, urllib.parse

@@ -97,10 +97,7 @@ int apply(const Config& conf, const BruteFindings& findings, const SpooledEntrie
   if (!writeState(state)) return 0;
   debug(100, "check_brute_force_logs: begin IP sorting");
   const auto merge = [&conf](const BruteNews& news) {
-    return [&conf, news](ConfigFile& counts) {
-      static_cast<void>(clear_old_brute_entries(conf, counts));
-      mergeBruteCounts(news, counts);
-    };
+    return [&conf, news](ConfigFile& counts) { mergeBruteCounts(conf, news, counts); };
   };
   if (!files.addresses.update(merge(findings.addressNews()))) return 0;
   debug(100, "check_brute_force_logs: done IP sorting. Begin User sorting");

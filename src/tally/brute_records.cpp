@@ -181,14 +181,22 @@ bool holdsOldBruteEntries(const Config& conf, const ConfigFile& counts) {
   return false;
 }
 
-void mergeBruteCounts(const BruteNews& news, ConfigFile& counts) {
+void mergeBruteCounts(const Config& conf, const BruteNews& news, ConfigFile& counts) {
+  const auto slotOf = [&](std::uint32_t name) { return counts.getIndex(std::string(news.names.at(name)).c_str()); };
+  // Looked for before stale records go, and before any gets another time for one that lay in the future.
+  std::vector<bool> isDone(news.counts.bound());
+  for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
+    const long long there = hasFailures(news, name) ? slotOf(name) : -1;
+    isDone[name] = there >= 0 && lastEntryIn(counts.getValueAt(there)) == news.time;
+  }
+  static_cast<void>(clear_old_brute_entries(conf, counts));
   std::vector<std::uint32_t> added;
   for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
-    if (!hasFailures(news, name)) continue;
-    const long long there = counts.getIndex(std::string(news.names.at(name)).c_str());
+    if (isDone[name] || !hasFailures(news, name)) continue;
+    const long long there = slotOf(name);
     if (there < 0) {
       added.push_back(name);
-    } else if (lastEntryIn(counts.getValueAt(there)) != news.time) {
+    } else {
       counts.setParam_in_place(there, newString(mergedRecord(news, name, counts.getValueAt(there))));
     }
   }

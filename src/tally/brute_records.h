@@ -69,9 +69,9 @@ struct BruteNews {
   /// Of the scan, in seconds since the epoch.
   long long time;
 };
-/// Adds the failures to the records. A record whose `last_entry` is the time of the scan has them already. Names beyond
-/// kMostBruteNames are left out with an error-log line.
-void mergeBruteCounts(const BruteNews& news, ConfigFile& counts);
+/// Drops stale records, then adds the failures. A record whose `last_entry` is the time of the scan had them already.
+/// Names beyond kMostBruteNames are left out with an error-log line.
+void mergeBruteCounts(const Config& conf, const BruteNews& news, ConfigFile& counts);
 /// The latest `last_entry` among the records of the names, of those that are not after `latest`; 0 for none.
 long long lastEntryOf(const BruteNews& news, const ConfigFile& counts, long long latest);
 

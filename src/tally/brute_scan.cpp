@@ -183,9 +183,10 @@ Descriptor openLog(const char* path) {
   return openRegularFile(path);
 }
 
+/// 0, or what errno was.
 int statLog(const char* path, struct stat& now) {
   const AsRoot root;
-  return ::stat(path, &now) == 0 ? 1 : 0;
+  return ::stat(path, &now) == 0 ? 0 : errno;
 }
 
 void readLog(const char* path, int fd, const BruteGroup& group, LogPosition& now, BruteScan& scan) {
@@ -213,8 +214,8 @@ int scan_log(const char* path, const BruteGroup& group, ConfigFile& state, Brute
   LogPosition last;
   static_cast<void>(get_last_scan_info(path, state, last));
   struct stat now {};
-  if (!statLog(path, now)) {
-    return group.number == kWebLogs && errno == ENOENT ? leaveEmpty(path, group, state, now) : cannotOpen(path, group);
+  if (const int error = statLog(path, now); error != 0) {
+    return group.number == kWebLogs && error == ENOENT ? leaveEmpty(path, group, state, now) : cannotOpen(path, group);
   }
   if (newsOf(path, last, now) == LogNews::nothing) return 0;
   const Descriptor log = openLog(path);

@@ -261,9 +261,10 @@ TEST_F(BruteMonitor, DropsWhatIsOldAndIsNotSilencedByTheFuture) {
                                "10.0.0.2=" + record(kNow - 86400, kNow - 80000) + "10.0.0.3=" + record(kNow + 9000, 0) +
                                "10.0.0.4=" + record(kNow - 9, kNow + 9000) +
                                "10.0.0.5=%66irst_entry=1&last_entry=" + std::to_string(kNow) + "&x=%35\n");
+  write(failure("bob", "10.0.0.3"));
   pass();
   const std::string stamp = std::to_string(kNow);
-  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"10.0.0.2", 5}, {"10.0.0.3", 5}, {"10.0.0.4", 5}, {"10.0.0.5", 5}}));
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"10.0.0.2", 5}, {"10.0.0.3", 6}, {"10.0.0.4", 5}, {"10.0.0.5", 5}}));
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(sent[0].find("Brute-Force Attack detected in service log from IP(s) 10.0.0.3, 10.0.0.4, 10.0.0.5\n"), 0U)
       << sent[0];
