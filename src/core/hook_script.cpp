@@ -20,8 +20,6 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr std::size_t kLongestAnswer = 64UL * 1024;
-
 /// Whether only root and the panel's user can change it. In a folder with the sticky bit others may make things, but
 /// not touch what is not theirs.
 bool isTrusted(const struct stat& what) {
@@ -56,12 +54,12 @@ std::string refusal(const char* path, const struct stat& script) {
   return joined(path, ": ", std::strerror(errno));
 }
 
-HookAnswer runScript(const char* path, const std::vector<Variable>& variables, int timeLimit) {
+HookAnswer runScript(const char* path, const std::vector<Variable>& variables, int timeLimit, std::size_t answerLimit) {
   ChildPlan plan = ChildPlan::program(path);
   plan.identity = kRootIds;
   plan.variables = variables;
   plan.errors = ChildPlan::Stream::collect;
-  plan.outputLimit = kLongestAnswer;
+  plan.outputLimit = answerLimit;
   plan.timeLimit = timeLimit;
   ChildResult child = runChild(plan);
   while (child.output.ends_with('\n') || child.output.ends_with('\r')) child.output.pop_back();
@@ -80,7 +78,8 @@ HookAnswer runScript(const char* path, const std::vector<Variable>& variables, i
 
 }  // namespace
 
-HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variables, int timeLimit) {
+HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variables, int timeLimit,
+                           std::size_t answerLimit) {
   HookAnswer answer;
   if (path == nullptr || *path == '\0') return answer;
   const KeepPrivileges keep;
@@ -95,7 +94,7 @@ HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variab
     securityLog("Refusing to run the script %s as root: %s", path, answer.error.c_str());
     return answer;
   }
-  return runScript(path, variables, timeLimit);
+  return runScript(path, variables, timeLimit, answerLimit);
 }
 
 std::vector<Variable> variablesOf(const ConfigFile* record) {

@@ -106,6 +106,43 @@ constexpr std::array<Escape, 256> makeEscapes() {
 constexpr std::array<Escape, 256> kEscapes = makeEscapes();
 static_assert(sizeof(Escape) == kEscapeSlack);
 
+constexpr bool mustBeEscaped(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < ' ' || byte >= 0x7f || c == '%' || c == '&' || c == '+' || c == '=';
+}
+
+#ifdef __SSE2__
+/// Writes sixteen bytes, spaces as "+", and returns a bit for each that must be escaped instead.
+inline unsigned copySixteen(char* to, const char* from) {
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+  const auto found = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+  // As signed numbers, bytes above 0x7F are below the space too.
+  const __m128i outside = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(' ')), found('\x7f'));
+  const __m128i marks = _mm_or_si128(_mm_or_si128(found('%'), found('&')), _mm_or_si128(found('+'), found('=')));
+  // By these bits a space and "+" differ.
+  const __m128i toPlus = _mm_and_si128(found(' '), _mm_set1_epi8(' ' ^ '+'));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm_xor_si128(bytes, toPlus));
+  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(outside, marks)));
+}
+#endif
+
+/// Writes what stands for itself at the beginning of `text`, spaces as "+", and returns how much that was. As many
+/// bytes as `text` has may be written to.
+std::size_t copySpared(char* to, std::string_view text) {
+  std::size_t done = 0;
+#ifdef __SSE2__
+  constexpr std::size_t together = sizeof(__m128i);
+  // The last sixteen bytes are taken together with some that were taken before.
+  for (std::size_t at = 0; text.size() >= together; at = std::min(at + together, text.size() - together)) {
+    const unsigned stops = copySixteen(to + at, text.data() + at);
+    if (stops != 0) return at + static_cast<std::size_t>(std::countr_zero(stops));
+    if (at == text.size() - together) return text.size();
+  }
+#endif
+  for (; done < text.size() && !mustBeEscaped(text[done]); ++done) to[done] = text[done] == ' ' ? '+' : text[done];
+  return done;
+}
+
 }  // namespace
 
 char getCharFromHex(const char* p) {
@@ -174,6 +211,21 @@ char* writeEscaped(char* to, std::string_view text) {
     to += escape.length;
   }
   return to;
+}
+
+char* writeSparingly(char* to, std::string_view text) {
+  constexpr char digits[] = "0123456789ABCDEF";
+  for (;;) {
+    const std::size_t spared = copySpared(to, text);
+    to += spared;
+    text.remove_prefix(spared);
+    if (text.empty()) return to;
+    const auto byte = static_cast<unsigned char>(text.front());
+    *to++ = '%';
+    *to++ = digits[byte >> 4];
+    *to++ = digits[byte & 15];
+    text.remove_prefix(1);
+  }
 }
 
 }  // namespace zvtaskq

@@ -53,5 +53,8 @@ inline constexpr std::size_t kEscapeSlack = 4;
 /// Writes `text` at `to`, every byte escaped that is not an ASCII letter, a control character other than TAB, LF
 /// and CR, or above 0x7F. Digits are escaped too. Returns the end of what was written, which has no terminator.
 char* writeEscaped(char* to, std::string_view text);
+/// The same as short as a reader can still decode it, for texts of which there are very many: a space becomes "+", and
+/// only "%", "&", "+", "=", control characters and what is not ASCII are escaped.
+char* writeSparingly(char* to, std::string_view text);
 
 }  // namespace zvtaskq

@@ -7,8 +7,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
+#include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "core/config.h"
 #include "core/line_reader.h"
@@ -25,6 +28,8 @@ constexpr int kResolveTime = 15;
 constexpr int kListingTime = 10;
 constexpr const char* kListingCommand = "/usr/bin/top -b -n 1 -w 160";
 constexpr std::size_t kLongestHostName = 512;
+constexpr std::size_t kLongestNameAnswer = 64UL * 1024;
+constexpr std::size_t kMostNames = 16;
 
 bool isHostName(std::string_view host) {
   const auto fits = [](char c) {
@@ -33,6 +38,27 @@ bool isHostName(std::string_view host) {
   };
   return !host.empty() && host.size() <= 253 && host.front() != '-' && host.front() != '.' &&
          std::all_of(host.begin(), host.end(), fits);
+}
+
+/// What the name service answers, in words. The C library's own look-up cannot be given up half way; a program that
+/// does it can.
+std::vector<std::string> askNameService(const char* database, const char* key, int seconds) {
+  ChildPlan plan = ChildPlan::program("/usr/bin/getent", {database, key});
+  plan.outputLimit = kLongestNameAnswer;
+  plan.timeLimit = seconds;
+  std::istringstream answer(runChild(plan).output);
+  return {std::istream_iterator<std::string>(answer), std::istream_iterator<std::string>()};
+}
+
+/// Two written forms of one address are equal by it; an IPv6 address that stands for an IPv4 one equals that.
+std::string addressKey(const char* text) {
+  in6_addr six{};
+  if (::inet_pton(AF_INET, text, six.s6_addr + 12) == 1) {
+    six.s6_addr[10] = six.s6_addr[11] = 0xFF;
+  } else if (::inet_pton(AF_INET6, text, &six) != 1) {
+    return "";
+  }
+  return {reinterpret_cast<const char*>(six.s6_addr), sizeof six.s6_addr};
 }
 
 }  // namespace
@@ -47,12 +73,30 @@ std::string getHostName() {
 
 std::string resolveIPv4(const char* host) {
   if (host == nullptr || !isHostName(host)) return "";
-  // The C library's own look-up cannot be given up half way; a program that does it can.
-  ChildPlan plan = ChildPlan::program("/usr/bin/getent", {"ahostsv4", host});
-  plan.timeLimit = kResolveTime;
-  const std::string output = runChild(plan).output;
-  const std::string address = output.substr(0, output.find(' '));
-  return isValidIPv4(address.c_str()) ? address : "";
+  const std::vector<std::string> words = askNameService("ahostsv4", host, kResolveTime);
+  return !words.empty() && isValidIPv4(words.front().c_str()) ? words.front() : "";
+}
+
+std::vector<std::string> resolveAddress(const char* address, int seconds) {
+  std::vector<std::string> names;
+  if (!isValidIP(address)) return names;
+  for (std::string& word : askNameService("hosts", address, seconds)) {
+    if (names.size() == kMostNames) break;
+    std::transform(word.begin(), word.end(), word.begin(),
+                   [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c); });
+    if (isValidDomain(word.c_str())) names.push_back(std::move(word));
+  }
+  return names;
+}
+
+bool resolvesTo(const char* host, const char* address, int seconds) {
+  if (host == nullptr || !isHostName(host) || !isValidIP(address)) return false;
+  // "hosts" holds the IPv6 addresses alone when there are both; "ahostsv6" leaves them out on a machine without any.
+  const char* database = isValidIPv4(address) ? "ahostsv4" : "hosts";
+  const std::vector<std::string> words = askNameService(database, host, seconds);
+  const std::string wanted = addressKey(address);
+  return std::any_of(words.begin(), words.end(),
+                     [&](const std::string& word) { return addressKey(word.c_str()) == wanted; });
 }
 
 std::string getDeviceAddress(const char* device) {

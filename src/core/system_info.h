@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace zvtaskq {
 
@@ -16,6 +17,14 @@ std::string getHostName();
 /// The first IPv4 address that `host` resolves to, empty when it resolves to none within 15 seconds. Anything but a
 /// host name or an address is not asked for.
 std::string resolveIPv4(const char* host);
+
+/// The host names that the name service holds for an IPv4 or IPv6 address, as the owner of the address wishes them:
+/// only valid domain names, in lower case, at most 16. Empty when it is no address, and when there is no answer within
+/// `seconds`.
+std::vector<std::string> resolveAddress(const char* address, int seconds);
+
+/// Whether the name service says within `seconds` that `host` has that very address, in whatever form it is written.
+bool resolvesTo(const char* host, const char* address, int seconds);
 
 /// The IPv4 address of a network device such as "eth0"; empty for null, an unknown device, and one without address.
 std::string getDeviceAddress(const char* device);

@@ -13,6 +13,10 @@ int notifyAdmins(const char* service, const char* subject, const char* message, 
   return Ticket().notifyAdmins(service, subject, message, isGeneral);
 }
 
+int mailAdmins(const char* service, const char* subject, const char* message, int isGeneral) {
+  return Ticket().notifyAdmins(service, subject, message, isGeneral, 1);
+}
+
 int messageUsers(const char* subject, const char* message, ListFile* users) {
   return Ticket().messageUsers(subject, message, users);
 }
@@ -26,6 +30,7 @@ int sendSystemMessage(ConfigFile* message, ListFile* recipients) {
 void provideNotices() {
   NotifyOperations& operations = notifyOperations();
   operations.notifyAdmins.provide(notifyAdmins);
+  operations.mailAdmins.provide(mailAdmins);
   operations.messageUsers.provide(messageUsers);
   operations.sendSystemMessage.provide(sendSystemMessage);
 }

@@ -14,6 +14,9 @@ struct NotifyOperations {
   /// `isGeneral` 0 marks such a notice, of which there is one an hour.
   Operation<const char* /*service*/, const char* /*subject*/, const char* /*message*/, int /*isGeneral*/> notifyAdmins{
       "notices to administrators"};
+  /// The same by e-mail alone.
+  Operation<const char* /*service*/, const char* /*subject*/, const char* /*message*/, int /*isGeneral*/> mailAdmins{
+      "e-mails to administrators"};
   /// A message to the users of the list.
   Operation<const char* /*subject*/, const char* /*message*/, ListFile* /*users*/> messageUsers{"messages to users"};
   /// A message made of the record (subject, message, user, priority) to the users of the list.

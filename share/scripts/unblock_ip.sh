@@ -1,0 +1,20 @@
+#!/bin/sh
+# Lifts the blocks on addresses, all of them at once.
+#
+#   unblock_ip.sh [ADDRESS...]
+#
+# Without arguments the addresses are those of the variable `ip`, separated by commas or blanks. One that is not blocked
+# is left out. When one of them is no address, nothing is unblocked.
+set -eu
+# shellcheck source=block_lib.sh
+. "$(dirname "$0")/block_lib.sh"
+
+wanted=$(wantedAddresses "$@")
+[ -n "$wanted" ] || fail 'no address given'
+old=$(elements "$wanted")
+# Only what is there can be deleted: each is added before, as one step with the deletion.
+{
+    layTable
+    printf '%s\n' "$old" | sed 's/^/add element /'
+    printf '%s\n' "$old" | sed 's/^/delete element /'
+} | nft -f -
