@@ -97,6 +97,11 @@ int fsync(int fd) {
   return retried([&] { return ::fsync(fd); });
 }
 
+int syncfs(int fd) {
+  if (failPoint("fsync")) return -1;
+  return ::syncfs(fd);
+}
+
 int ftruncate(int fd, off_t length) {
   if (failPoint("ftruncate")) return -1;
   return retried([&] { return ::ftruncate(fd, length); });

@@ -70,12 +70,12 @@ class FtpReading {
   /// Without the table nothing can be billed: the traffic of all domains would be nobody's.
   int readOwners() {
     owners_.set_caller_location("FtpReading", 0);
-    if (!readDomainOwners(owners_) && pathExists(domainOwnersFile().c_str())) {
-      errorLog("Can't read %s", owners_.getFilename());
-      return 0;
-    }
+    const int good = readDomainOwners(owners_);
     owners_.trimValueFront();
-    return 1;
+    const AsRoot root;
+    if (good || !pathExists(domainOwnersFile().c_str())) return 1;
+    errorLog("Can't read %s", owners_.getFilename());
+    return 0;
   }
 
   int readLog(const std::string& log) {

@@ -13,8 +13,9 @@ class Config;
 ///   "ftp.bytes", for getFtpTotal.
 /// - Pure-FTPd (`pureftp`): parse_pure_ftp_log.
 ///
-/// With `incremental_ftp` a log is read from where the last reading ended, and stays: whoever rotates logs (logrotate)
-/// rotates it, and what a log "<name>.1" holds beyond that place is read first. Otherwise a log is moved aside, to
+/// With `incremental_ftp` a log is read from where the last reading ended, and stays: whoever rotates logs (logrotate,
+/// with "delaycompress") rotates it, and what a log "<name>.1" holds beyond that place is read first. Otherwise a log
+/// is moved aside, to
 /// "<name>.temp" (Pure-FTPd: "<name>.copy"), and deleted when no server writes to it any more; until then it is read on
 /// there. A working copy that a killed run left is finished first. In either way nothing is billed twice or left out,
 /// whatever is killed when (TrafficLedger).

@@ -1,6 +1,7 @@
 #include "tally/traffic_ledger.h"
 
 #include <sys/file.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,13 +11,16 @@
 
 #include "account/account_record.h"
 #include "core/append_file.h"
+#include "core/config.h"
 #include "core/fail_point.h"
 #include "core/line_reader.h"
+#include "core/lock_file.h"
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/private_folder.h"
 #include "core/privileges.h"
-#include "core/safe_file.h"
+#include "core/safe_walk.h"
+#include "core/system_layer.h"
 
 namespace zvtaskq {
 
@@ -33,13 +37,21 @@ std::string noteFile(const char* name) {
   return joined(adminFile(kFolder), "/", name);
 }
 
-/// Whether the file has that very line.
+/// Whether the file has that very line. The beginning of it at the file's end, which a power cut left, is cut off:
+/// ended by the next line it would count.
 bool hasLine(const std::string& path, std::string_view wanted) {
-  const Descriptor file = openRegularFile(path.c_str());
+  FileLock lock;
+  static_cast<void>(lock.take(path.c_str(), kLockMaximumAge, "TrafficLedger", nullptr));
+  const Descriptor file(sys::open(path.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW));
   if (!file) return false;
   LineReader reader(file.get());
   for (std::string_view line; reader.next(line);) {
     if (line == wanted) return true;
+  }
+  std::string tail(static_cast<std::size_t>(std::min<long long>(reader.unfinished(), 1024)), '\0');
+  const ssize_t got = ::pread(file.get(), tail.data(), tail.size(), reader.consumed());
+  if (got == static_cast<ssize_t>(tail.size()) && !tail.empty() && wanted.starts_with(tail)) {
+    static_cast<void>(sys::ftruncate(file.get(), reader.consumed()));
   }
   return false;
 }
@@ -125,8 +137,13 @@ int TrafficLedger::writeNote() {
 }
 
 void TrafficLedger::enterSums(bool afterCrash) {
-  std::erase_if(sums_, [&](const auto& sum) { return enterLine(sum.first, sum.second, afterCrash); });
   note_.setParam(kEntering, 0);
+  if (sums_.empty()) return;
+  std::erase_if(sums_, [&](const auto& sum) { return enterLine(sum.first, sum.second, afterCrash); });
+  // The note must not outlive a power cut that the lines do not.
+  const Descriptor users = openFolder(sys_conf->userdata);
+  if (!users || sys::syncfs(users.get()) != 0)
+    errorLog("Unable to flush %s: %s", sys_conf->userdata.orEmpty(), std::strerror(errno));
 }
 
 /// True when there is nothing left to do about the line.

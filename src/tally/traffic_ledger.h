@@ -13,8 +13,9 @@ namespace zvtaskq {
 /// What of one kind of log has been billed, kept so that a crash at any moment bills nothing twice and loses nothing.
 ///
 /// The sums of an accounting and how far the logs were read for them are first written to one note, then entered line
-/// by line, then the note is written again without the sums. A run that finds sums in the note enters those whose line
-/// is not there yet: no two lines of a ledger carry the same second. Notes stand in the folder "traffic" of `admindir`.
+/// by line and flushed to the disk, then the note is written again without the sums. A run that finds sums in the note
+/// enters those whose line is not there yet: no two lines of a ledger carry the same second. Notes stand in the folder
+/// "traffic" of `admindir`.
 ///
 /// Works as root, whose identity the caller has taken. An open ledger keeps those of other processes shut, and a crash
 /// opens them again.

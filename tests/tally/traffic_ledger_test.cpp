@@ -58,6 +58,19 @@ TEST_F(Ledger, WhatCannotBeEnteredStays) {
   EXPECT_FALSE(exists(panel_.path("users/gone")));
 }
 
+TEST_F(Ledger, HalfALineOfAPowerCutIsReplaced) {
+  const char* const others = "1=type=tally\n";
+  for (const std::string half : {"", "2", "23=type=ft", "9=type", "23=type=ftp&time=5\n"}) {
+    panel_.makeFolder("admin/traffic");
+    writeText(panel_.path("admin/traffic/test"), "bytes_bob=23\nentering=1\ntime=5\n");
+    writeText(panel_.path("users/bob/bandwidth.tally"), others + half);
+    TrafficLedger ledger("test", "bandwidth.tally", "ftp");
+    ASSERT_TRUE(ledger.open() && ledger.enter()) << panel_.logs.errors();
+    const std::string between = half == "9=type" ? half + "\n" : "";
+    EXPECT_EQ(tally("bob"), others + between + "23=type=ftp&time=5\n") << half;
+  }
+}
+
 TEST_F(Ledger, OneAtATimeAndNoLinks) {
   TrafficLedger first("test", "bandwidth.tally", "ftp"), second("other", "bandwidth.tally", "ftp");
   EXPECT_TRUE(first.open());
