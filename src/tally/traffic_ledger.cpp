@@ -19,7 +19,6 @@
 #include "core/paths.h"
 #include "core/private_folder.h"
 #include "core/privileges.h"
-#include "core/safe_walk.h"
 #include "core/system_layer.h"
 
 namespace zvtaskq {
@@ -141,7 +140,7 @@ void TrafficLedger::enterSums(bool afterCrash) {
   if (sums_.empty()) return;
   std::erase_if(sums_, [&](const auto& sum) { return enterLine(sum.first, sum.second, afterCrash); });
   // The note must not outlive a power cut that the lines do not.
-  const Descriptor users = openFolder(sys_conf->userdata);
+  const Descriptor users(sys::open(sys_conf->userdata, O_RDONLY | O_DIRECTORY));
   if (!users || sys::syncfs(users.get()) != 0)
     errorLog("Unable to flush %s: %s", sys_conf->userdata.orEmpty(), std::strerror(errno));
 }
