@@ -19,7 +19,7 @@ writeQuietLines() {
 
 startSshd() {
     printf '%s\n' 'module(load="imuxsock")' \
-        "authpriv.* action(type=\"omfile\" file=\"$secureLog\" template=\"RSYSLOG_TraditionalFileFormat\")" >/etc/rsyslog.conf
+        "auth,authpriv.* action(type=\"omfile\" file=\"$secureLog\" template=\"RSYSLOG_TraditionalFileFormat\")" >/etc/rsyslog.conf
     rsyslogd
     waitUntil test -S /dev/log
     mkdir -p /run/sshd
@@ -51,6 +51,7 @@ prepareAttack() {
     setSetting brute_force_log_scanner 1
     setSetting ip_brutecount 5
     setSetting user_brutecount 5
+    writeRecord "$adminFolder/services.status" nginx=ON proftpd=OFF ghost=OFF
     writeQuietLines "$quietLines"
     startSshd
     attack

@@ -119,13 +119,15 @@ int check_count_for(BruteNotices& notices, ConfigFile& counts, long long index, 
   }
   const BruteFigures figures = figuresOf(counts.getValueAt(index));
   debug(kCountDebug, "%s has %d attempts", key, static_cast<int>(figures.failures));
-  if (figures.failures < limit || !isDue(notices, key, figures)) return 0;
+  const bool isNotice = isDue(notices, key, figures) && figures.failures >= limit;
+  // Only a pre-hook wants to hear of the others.
+  if (!isNotice && notices.preHook().empty()) return 0;
   const std::string name = decoded(key), record(text_detail::part(counts.getValueAt(index)));
   if (skips.contains(name.c_str())) {
     debug(kNoticeDebug, "%s is in the skip list. Skipping", name.c_str());
     return 0;
   }
-  if (preHookObjects(notices, kind, name)) return 0;
+  if (preHookObjects(notices, kind, name) || !isNotice) return 0;
 
   const std::string shown = printable(name);
   const std::string count = std::to_string(figures.failures);

@@ -50,7 +50,8 @@ class BruteNotices {
 /// hour ago and there have been failures since, it is not on the skip list and no hook objects, then it joins the
 /// notices, its `last_notify` is now, and the kind's hook runs. 1 when it did.
 ///
-/// The cheap questions come first: hooks are run, and names looked up, only for what would be a notice otherwise.
+/// A pre-hook hears of every entry that is not on the skip list. Where there is none, the cheap questions come first,
+/// and names are looked up only for what would be a notice otherwise.
 int check_count_for(BruteNotices& notices, ConfigFile& counts, long long index, const BruteKind& kind, long long limit,
                     SkipList& skips);
 
