@@ -1,6 +1,7 @@
 #include "tally/brute_records.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <ctime>
 
@@ -19,53 +20,77 @@ constexpr std::string_view kFirstEntry = "first_entry";
 constexpr std::string_view kLastEntry = "last_entry";
 constexpr std::string_view kLastNotify = "last_notify";
 
-long long numberIn(std::string_view text) {
-  long long number = 0;
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number < 0 ? 0 : number;
+/// Digits that are sure to fit.
+constexpr std::ptrdiff_t kSureDigits = 18;
+
+/// The bytes of names that need no decoding.
+constexpr std::array<bool, 256> kNameBytes = [] {
+  std::array<bool, 256> plain{};
+  for (unsigned char c = '!'; c < 0x7F; ++c) plain[c] = c != '=' && c != '&' && c != '%' && c != '+';
+  return plain;
+}();
+
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
 }
 
-/// One pair of a record, as it stands there; false behind the last.
-bool nextPair(std::string_view& record, std::string_view& name, std::string_view& value) {
-  if (record.empty()) return false;
-  // Pairs are short: a plain loop is done before a search has begun.
-  std::size_t end = 0, equals = std::string_view::npos;
-  for (; end < record.size() && record[end] != '&'; ++end) {
-    if (record[end] == '=' && equals == std::string_view::npos) equals = end;
+/// Calls `visit(name, number)` for every pair of a record in the form that this program writes: "name=digits&..." with
+/// nothing escaped. `visit` returns whether to go on. False when the record turns out to be of another form. A minute's
+/// pass over all records is this loop.
+template <class Visit>
+bool eachPlainPair(const char* record, Visit visit) {
+  while (*record != '\0') {
+    const char* const begin = record;
+    while (kNameBytes[static_cast<unsigned char>(*record)]) ++record;
+    if (*record != '=') return false;
+    const std::string_view name(begin, static_cast<std::size_t>(record - begin));
+    const char* const digits = ++record;
+    long long number = 0;
+    for (; isDigit(*record); ++record) {
+      if (record - digits == kSureDigits) return false;
+      number = number * 10 + (*record - '0');
+    }
+    if (record == digits || (*record != '&' && *record != '\0')) return false;
+    if (!visit(name, number)) return true;
+    if (*record == '&') ++record;
   }
-  name = record.substr(0, std::min(equals, end));
-  value = equals == std::string_view::npos ? std::string_view() : record.substr(equals + 1, end - equals - 1);
-  record.remove_prefix(std::min(end + 1, record.size()));
   return true;
 }
 
-BruteFigures plainFigures(std::string_view record) {
+void addFigure(std::string_view name, long long number, BruteFigures& figures) {
+  if (name == kLastEntry) {
+    figures.lastEntry = number;
+  } else if (name == kFirstEntry) {
+    figures.firstEntry = number;
+  } else if (name == kLastNotify) {
+    figures.lastNotify = number;
+  } else {
+    figures.failures = addedUp(figures.failures, number);
+  }
+}
+
+/// A record in any form. What is no number, negative or too large counts as 0.
+BruteFigures oddFigures(const char* record) {
   BruteFigures figures;
-  std::string_view name, value;
-  while (nextPair(record, name, value)) {
-    const long long number = numberIn(value);
-    if (name == kLastEntry) {
-      figures.lastEntry = number;
-    } else if (name == kFirstEntry) {
-      figures.firstEntry = number;
-    } else if (name == kLastNotify) {
-      figures.lastNotify = number;
-    } else {
-      figures.failures = addedUp(figures.failures, number);
-    }
+  ConfigFile pairs(nullptr);
+  pairs.fillFromPost(record);
+  for (long long i = 0; i < pairs.size(); ++i) {
+    const std::string_view value = pairs.getValueAt(i);
+    long long number = 0;
+    std::from_chars(value.data(), value.data() + value.size(), number);
+    addFigure(pairs.getNameAt(i), std::max(number, 0LL), figures);
   }
   return figures;
 }
 
 /// The time of the last failure alone, which stands near the beginning; 0 for none.
 long long lastEntryIn(const char* record) {
-  const std::string_view text = record == nullptr ? std::string_view() : std::string_view(record);
-  if (text.find('%') != std::string_view::npos) return figuresOf(record).lastEntry;
-  std::string_view rest = text, name, value;
-  while (nextPair(rest, name, value)) {
-    if (name == kLastEntry) return numberIn(value);
-  }
-  return 0;
+  long long last = 0;
+  const auto look = [&last](std::string_view name, long long number) {
+    if (name == kLastEntry) last = number;
+    return name != kLastEntry;
+  };
+  return record == nullptr || eachPlainPair(record, look) ? last : oddFigures(record).lastEntry;
 }
 
 /// Adds a scan's counts of a name to its record, which is null when there is none.
@@ -104,12 +129,12 @@ void addNew(const BruteNews& news, const std::vector<std::uint32_t>& added, Conf
 }  // namespace
 
 BruteFigures figuresOf(const char* record) {
-  const std::string_view text = record == nullptr ? std::string_view() : std::string_view(record);
-  if (text.find('%') == std::string_view::npos && text.find('+') == std::string_view::npos) return plainFigures(text);
-  ConfigFile pairs(nullptr);
-  pairs.fillFromPost(text);
-  const Text plain = pairs.createPostString(0);
-  return plainFigures(plain.view());
+  BruteFigures figures;
+  const auto add = [&figures](std::string_view name, long long number) {
+    addFigure(name, number, figures);
+    return true;
+  };
+  return record == nullptr || eachPlainPair(record, add) ? figures : oddFigures(record);
 }
 
 BruteRecords::BruteRecords(std::string path) : path_(std::move(path)) {

@@ -74,7 +74,9 @@ TEST(BruteFixtures, StockFilters) {
        "1 proftpd2 127.0.0.1 1 alice\n"
        "1 proftpd2 ::1 1 alice\n"
        "1 proftpd3 127.0.0.1 3 \n"
-       "1 proftpd3 ::1 3 \n"},
+       "1 proftpd3 ::1 3 \n"
+       "1 proftpd4 127.0.0.1 1 \n"
+       "1 proftpd4 ::1 1 \n"},
       {"proftpd", {"proftpd-own.log"}, ""},
       {"dovecot",
        {"dovecot-classic.log", "dovecot-iso.log"},
@@ -93,7 +95,12 @@ TEST(BruteFixtures, StockFilters) {
        "2 exim1 192.0.2.9? 1 alice\n"
        "1 exim1 ::1 1 alice\n"
        "1 exim1 ::1 1 bob@client.example\n"
-       "1 exim1 ::1? 1 x\n"},
+       "1 exim1 ::1? 1 x\n"
+       "3 exim2 127.0.0.1 1 alice\n"
+       "3 exim2 127.0.0.1? 1 x\n"
+       "6 exim2 192.0.2.9? 1 alice\n"
+       "3 exim2 ::1 1 alice\n"
+       "3 exim2 ::1? 1 x\n"},
       {"pure-ftpd",
        {"pure-ftpd-classic.log", "pure-ftpd-iso.log"},
        "1 pure-ftpd1 127.0.0.1 1 alice\n"
