@@ -170,9 +170,11 @@ int fail_match(const BruteFilter& filter, const BruteLine& line, AddressChoice c
 }
 
 int parseLine(const std::vector<const BruteFilter*>& filters, const BruteLine& line, AddressChoice choice,
-              AddressTable& addresses, BruteMatch& out) {
-  for (const BruteFilter* filter : filters) {
-    if (fail_match(*filter, line, choice, addresses, out)) return 1;
+              AddressTable& addresses, BruteMatch& out, std::uint64_t worthwhile) {
+  constexpr std::size_t kBits = 64;
+  for (std::size_t i = 0; i < filters.size(); ++i) {
+    if (i < kBits && (worthwhile >> i & 1) == 0) continue;
+    if (fail_match(*filters[i], line, choice, addresses, out)) return 1;
   }
   return 0;
 }

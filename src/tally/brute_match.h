@@ -69,8 +69,9 @@ struct BruteMatch {
 /// himself; when a different one follows, `choice` decides.
 int fail_match(const BruteFilter& filter, const BruteLine& line, AddressChoice choice, AddressTable& addresses,
                BruteMatch& out);
-/// Tries the filters in order until one recognises the line.
+/// Tries the filters in order until one recognises the line. Of the first 64, those without their bit in `worthwhile`
+/// are known not to, and left out.
 int parseLine(const std::vector<const BruteFilter*>& filters, const BruteLine& line, AddressChoice choice,
-              AddressTable& addresses, BruteMatch& out);
+              AddressTable& addresses, BruteMatch& out, std::uint64_t worthwhile = ~std::uint64_t{0});
 
 }  // namespace zvtaskq

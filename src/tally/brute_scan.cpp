@@ -90,14 +90,14 @@ void BruteScan::takeLines(const BruteGroup& group, std::string_view lines, long 
     std::string_view rest(start, static_cast<std::size_t>(end - start)), line;
     if (!nextLine(rest, line)) return;
     ++lineCount;
-    takeLine(filters, line);
+    takeLine(filters, line, filters.search.textsIn(line, found, end));
     at = rest.data();
   }
 }
 
-void BruteScan::takeLine(const Compiled& group, std::string_view text) {
+void BruteScan::takeLine(const Compiled& group, std::string_view text, std::uint64_t texts) {
   BruteMatch match;
-  if (!parseLine(group.filters, BruteLine(text), choice_, findings.addresses, match)) return;
+  if (!parseLine(group.filters, BruteLine(text), choice_, findings.addresses, match, texts)) return;
   const auto filter = static_cast<std::uint32_t>(match.filter - filters_.data());
   const bool hasAddress = match.address != NameTable::kNone;
   if (match.isMisplaced || match.isAmbiguous) tellDoubt(match, text);

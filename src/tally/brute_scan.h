@@ -49,7 +49,8 @@ class BruteScan {
     bool hasLearned = false;
   };
   Compiled& compiled(const BruteGroup& group);
-  void takeLine(const Compiled& group, std::string_view text);
+  /// `texts` says which of the group's texts stand in the line.
+  void takeLine(const Compiled& group, std::string_view text, std::uint64_t texts);
   void tellDoubt(const BruteMatch& match, std::string_view line);
   bool countUser(const BruteMatch& match, std::uint32_t filter);
 

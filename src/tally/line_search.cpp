@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
 namespace zvtaskq {
@@ -18,6 +19,8 @@ constexpr std::ptrdiff_t kTogether = 16;
 constexpr std::ptrdiff_t kMostInByte = 255;
 /// What a place that turns out to be none costs, in places looked at together.
 constexpr std::size_t kFalseFindCost = 8;
+/// Texts that can be told apart.
+constexpr std::uint32_t kMostBits = 64;
 
 unsigned pairAt(const char* at) {
   return static_cast<unsigned>(static_cast<unsigned char>(at[0])) << 8 | static_cast<unsigned char>(at[1]);
@@ -120,41 +123,61 @@ bool LineSearch::addProbe(const std::vector<std::uint32_t>& frequency, std::size
 
 /// Whether one of the texts stands around the pair of bytes at `at`, within `begin`..`end`.
 bool LineSearch::confirms(const char* begin, const char* at, const char* end) const {
+  return textsAround({begin, static_cast<std::size_t>(end - begin)}, at) != 0;
+}
+
+/// The texts that stand around the pair of bytes at `at`, within the line. Those from the 64th on share one bit.
+std::uint64_t LineSearch::textsAround(std::string_view line, const char* at) const {
+  const auto before = static_cast<std::size_t>(at - line.data());
+  std::uint64_t found = 0;
   for (const Probe& probe : probes_) {
     if (at[0] != probe.first || at[1] != probe.second) continue;
     for (const Place& place : probe.places) {
       const std::string& text = texts_[place.text];
-      if (at - begin < place.offset || static_cast<std::size_t>(end - at) < text.size() - place.offset) continue;
-      if (std::memcmp(at - place.offset, text.data(), text.size()) == 0) return true;
+      if (before < place.offset || line.size() - before < text.size() - place.offset) continue;
+      if (std::memcmp(at - place.offset, text.data(), text.size()) != 0) continue;
+      found |= std::uint64_t{1} << std::min(place.text, kMostBits - 1);
     }
   }
-  return false;
+  return found;
 }
+
+#ifdef __SSE2__
+/// The pairs that are looked for, each byte sixteen times.
+template <std::size_t probes>
+struct LineSearch::Wanted {
+  explicit Wanted(const std::vector<Probe>& from) {
+    for (std::size_t i = 0; i < probes; ++i) {
+      first[i] = _mm_set1_epi8(from[i].first);
+      second[i] = _mm_set1_epi8(from[i].second);
+    }
+  }
+  /// A bit for each of the sixteen places where one of them begins.
+  unsigned hits(__m128i bytes, __m128i next) const {
+    __m128i found = _mm_setzero_si128();
+    for (std::size_t i = 0; i < probes; ++i) {
+      found = _mm_or_si128(found, _mm_and_si128(_mm_cmpeq_epi8(bytes, first[i]), _mm_cmpeq_epi8(next, second[i])));
+    }
+    return bitsOf(found);
+  }
+  __m128i first[probes], second[probes];
+};
+#endif
 
 template <std::size_t probes>
 const char* LineSearch::findProbe(const char* from, const char* end, long long& lines) const {
   const char* at = from;
 #ifdef __SSE2__
-  struct {
-    __m128i first, second;
-  } wanted[probes];
-  for (std::size_t i = 0; i < probes; ++i) {
-    wanted[i] = {_mm_set1_epi8(probes_[i].first), _mm_set1_epi8(probes_[i].second)};
-  }
+  const Wanted<probes> wanted(probes_);
   const __m128i feed = _mm_set1_epi8('\n');
   while (end - at > kTogether) {
     // The line feeds are counted in bytes, which hold so many of them.
     __m128i feeds = _mm_setzero_si128();
     const char* const stop = at + std::min((end - at - 1) / kTogether, kMostInByte) * kTogether;
     for (; at != stop; at += kTogether) {
-      const __m128i bytes = bytesAt(at), next = bytesAt(at + 1);
-      __m128i found = _mm_setzero_si128();
-      for (std::size_t i = 0; i < probes; ++i) {
-        found = _mm_or_si128(
-            found, _mm_and_si128(_mm_cmpeq_epi8(bytes, wanted[i].first), _mm_cmpeq_epi8(next, wanted[i].second)));
-      }
+      const __m128i bytes = bytesAt(at);
       const __m128i isFeed = _mm_cmpeq_epi8(bytes, feed);
-      for (unsigned hits = bitsOf(found); hits != 0; hits &= hits - 1) {
+      for (unsigned hits = wanted.hits(bytes, bytesAt(at + 1)); hits != 0; hits &= hits - 1) {
         const int place = std::countr_zero(hits);
         if (!confirms(from, at + place, end)) continue;
         lines += total(feeds) + std::popcount(bitsOf(isFeed) & ((1U << place) - 1));
@@ -173,28 +196,58 @@ const char* LineSearch::findProbe(const char* from, const char* end, long long& 
   return end;
 }
 
+template <std::size_t probes>
+std::uint64_t LineSearch::textsInLine(std::string_view line, const char* found, const char* end) const {
+  const char* const lineEnd = line.data() + line.size();
+  const char* at = found;
+  std::uint64_t texts = 0;
+#ifdef __SSE2__
+  const Wanted<probes> wanted(probes_);
+  for (; at < lineEnd && end - at > kTogether; at += kTogether) {
+    for (unsigned hits = wanted.hits(bytesAt(at), bytesAt(at + 1)); hits != 0; hits &= hits - 1) {
+      const char* const place = at + std::countr_zero(hits);
+      if (lineEnd - place < 2) return texts;
+      texts |= textsAround(line, place);
+    }
+  }
+#endif
+  for (; lineEnd - at > 1; ++at) texts |= textsAround(line, at);
+  return texts;
+}
+
+/// Calls `work` with the number of probes as a constant, of which loops can be unrolled.
+template <class Work>
+auto LineSearch::withProbes(Work work) const {
+  using std::integral_constant;
+  switch (probes_.size()) {
+    case 1:
+      return work(integral_constant<std::size_t, 1>());
+    case 2:
+      return work(integral_constant<std::size_t, 2>());
+    case 3:
+      return work(integral_constant<std::size_t, 3>());
+    case 4:
+      return work(integral_constant<std::size_t, 4>());
+    case 5:
+      return work(integral_constant<std::size_t, 5>());
+    case 6:
+      return work(integral_constant<std::size_t, 6>());
+    case 7:
+      return work(integral_constant<std::size_t, 7>());
+    default:
+      return work(integral_constant<std::size_t, kMostProbes>());
+  }
+}
+
 const char* LineSearch::find(const char* from, const char* end, long long& lines) const {
   if (findsAll_) return from;
-  switch (probes_.size()) {
-    case 0:
-      return end;
-    case 1:
-      return findProbe<1>(from, end, lines);
-    case 2:
-      return findProbe<2>(from, end, lines);
-    case 3:
-      return findProbe<3>(from, end, lines);
-    case 4:
-      return findProbe<4>(from, end, lines);
-    case 5:
-      return findProbe<5>(from, end, lines);
-    case 6:
-      return findProbe<6>(from, end, lines);
-    case 7:
-      return findProbe<7>(from, end, lines);
-    default:
-      return findProbe<kMostProbes>(from, end, lines);
-  }
+  if (probes_.empty()) return end;
+  return withProbes([&](auto probes) { return findProbe<probes()>(from, end, lines); });
+}
+
+std::uint64_t LineSearch::textsIn(std::string_view line, const char* found, const char* end) const {
+  if (findsAll_ || probes_.empty() || texts_.size() > kMostBits) return ~std::uint64_t{0};
+  return withProbes([&](auto probes) { return textsInLine<probes()>(line, found, end); });
 }
 
 }  // namespace zvtaskq

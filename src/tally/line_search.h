@@ -24,6 +24,10 @@ class LineSearch {
   /// The first place in `from`..`end` that lies within one of the texts, `end` when none does. `lines` is increased by
   /// the line feeds before that place.
   const char* find(const char* from, const char* end, long long& lines) const;
+  /// Which of the texts stand in a line: a bit for each of the first 64, by their numbers, and all bits when that
+  /// cannot be told so fast. `found` is what `find` gave for the line; up to `end`, which is behind the line, may be
+  /// read.
+  std::uint64_t textsIn(std::string_view line, const char* found, const char* end) const;
 
  private:
   static constexpr std::size_t kMostProbes = 8;
@@ -40,6 +44,13 @@ class LineSearch {
 
   bool addProbe(const std::vector<std::uint32_t>& frequency, std::size_t sampled, std::vector<bool>& covered);
   bool confirms(const char* begin, const char* at, const char* end) const;
+  std::uint64_t textsAround(std::string_view line, const char* at) const;
+  template <std::size_t probes>
+  std::uint64_t textsInLine(std::string_view line, const char* found, const char* end) const;
+  template <std::size_t probes>
+  struct Wanted;
+  template <class Work>
+  auto withProbes(Work work) const;
   template <std::size_t probes>
   const char* findProbe(const char* from, const char* end, long long& lines) const;
 

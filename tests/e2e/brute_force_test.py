@@ -20,8 +20,8 @@ ENTRIES, SKIPPED = ADMIN + "/brute_log_entries.list", ADMIN + "/brute_skip.list"
 SUBJECT = "Brute-Force Attack detected in service log"
 SEEN = "/tmp/brute.seen"
 # What the fixtures hold of failures from 127.0.0.1, and as many from ::1.
-FROM_EACH = {"dovecot1": 10, "exim1": 3, "proftpd1": 3, "proftpd2": 1, "proftpd3": 3, "pure-ftpd1": 5, "sshd3": 3, "sshd4": 3,
-             "sshd5": 2}
+FROM_EACH = {"dovecot1": 10, "exim1": 3, "exim2": 6, "proftpd1": 3, "proftpd2": 1, "proftpd3": 3, "proftpd4": 1, "pure-ftpd1": 5,
+             "sshd3": 3, "sshd4": 3, "sshd5": 2}
 
 
 def failure(address, user="bob", end="\n"):
@@ -294,13 +294,10 @@ class RealSshd(BruteForceTest):
         receiver.bind("/dev/log")
         os.chmod("/dev/log", 0o666)
         self.addCleanup(os.unlink, "/dev/log")
-        self.addCleanup(receiver.close)
 
         def write_lines():
             while True:
                 message = receiver.recv(8192).decode("latin-1")
-                if not message:
-                    return
                 stamp, rest = re.match(r"<\d+>(\w+ +\d+ [\d:]+) (.*)", message, re.S).groups()
                 append(SECURE, "%s panel %s\n" % (stamp, rest.rstrip("\n\0")))
         threading.Thread(target=write_lines, daemon=True).start()
