@@ -35,20 +35,23 @@ void checkMatch(const BruteMatch& match, std::string_view line, const AddressTab
 
 void checkSearch(const std::vector<const BruteFilter*>& filters, std::string_view line, bool matches) {
   std::vector<std::string> texts;
-  bool stands = false;
+  std::uint64_t stand = 0;
   for (const BruteFilter* filter : filters) {
-    texts.push_back(filter->text);
     const std::size_t place = line.find(filter->text);
     require(findText(line, filter->text) == place, "findText", filter->text);
-    stands = stands || place != std::string_view::npos;
+    if (place != std::string_view::npos) stand |= std::uint64_t{1} << texts.size();
+    texts.push_back(filter->text);
   }
   LineSearch search(texts);
   search.learn(line);
   long long lines = 0;
   const char* const end = line.data() + line.size();
-  const bool found = search.find(line.data(), end, lines) != end;
-  require(found || !stands, "a text was not found");
-  require(found || !matches, "a line that matches was not found");
+  const char* const found = search.find(line.data(), end, lines);
+  require(found != end || (stand == 0 && !matches), "a text was not found");
+  if (found == end) return;
+  const std::uint64_t told = search.textsIn(line, found, end);
+  require((told & stand) == stand, "a text was left out");
+  require(told == stand || told == ~std::uint64_t{0}, "a text was told that is not there");
 }
 
 }  // namespace
