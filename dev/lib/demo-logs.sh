@@ -52,6 +52,8 @@ prepareAttack() {
     setSetting ip_brutecount 5
     setSetting user_brutecount 5
     writeRecord "$adminFolder/services.status" nginx=ON proftpd=OFF ghost=OFF
+    # An account whose password is locked counts as suspended, and failures against it for nobody.
+    printf '%s\n' admin:secret anna:secret | chpasswd
     writeQuietLines "$quietLines"
     startSshd
     attack

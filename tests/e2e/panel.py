@@ -38,6 +38,8 @@ def text(path):
 
 
 def write(path, content, user=None, mode=None):
+    if os.path.islink(path):  # the mail server's program stands behind sendmail
+        os.unlink(path)
     with open(path, "w", encoding="latin-1") as file:
         file.write(content)
     if user:
