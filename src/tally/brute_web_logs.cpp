@@ -16,6 +16,7 @@
 #include "core/log.h"
 #include "core/paths.h"
 #include "core/privileges.h"
+#include "tally/web_logs.h"
 
 namespace zvtaskq {
 
@@ -27,7 +28,7 @@ constexpr const char* kLastRefresh = "last_refresh";
 
 /// With the slash at its end.
 std::string webLogFolder(const Config& conf) {
-  std::string folder(conf.nginx != 0 ? conf.nginxlogdir.view() : conf.apachelogdir.view());
+  std::string folder = mainLogFolder(conf);
   while (folder.ends_with('/')) folder.pop_back();
   return folder + '/';
 }
