@@ -73,8 +73,7 @@ void logDupError(const char* name, const ChildReport& what) {
 }  // namespace
 
 void killGroup(pid_t pid) {
-  const KeepPrivileges keep;
-  setRootPriv();
+  const AsRoot root;
   ::kill(-pid, SIGKILL);
   ::kill(pid, SIGKILL);
 }

@@ -238,8 +238,7 @@ void DataFile::giveToOwner(int fd) const {
     return;
   }
   // Only root may give a file to a group that its owner is not in.
-  const KeepPrivileges keep;
-  setRootPriv();
+  const AsRoot root;
   const unsigned user = ownerUser_.isNull() ? static_cast<unsigned>(-1) : getUID(ownerUser_);
   const unsigned group = getGID(ownerGroup_, 0);
   if (user == kUnknownId || group == kUnknownId || sys::fchown(fd, user, group) != 0) {

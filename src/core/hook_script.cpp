@@ -82,8 +82,7 @@ HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variab
                            std::size_t answerLimit) {
   HookAnswer answer;
   if (path == nullptr || *path == '\0') return answer;
-  const KeepPrivileges keep;
-  setRootPriv();
+  const AsRoot root;
   struct stat script {};
   if (sys::lstat(path, script) != 0) {
     if (errno != ENOENT && errno != ENOTDIR) answer.error = joined(path, ": ", std::strerror(errno));

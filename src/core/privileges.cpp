@@ -72,18 +72,18 @@ int setUGPriv(unsigned uid, unsigned gid) {
   return switchOrDrop({uid, gid});
 }
 
-AsUser::AsUser(const char* user) : taken_(setUserPriv(user, 1) != 0) {
+IdentityGuard::~IdentityGuard() {
+  switchOrDrop(found_);
+}
+
+void IdentityGuard::took(int outcome) {
+  taken_ = outcome != 0;
   if (!taken_) setNoPriv();
 }
 
-AsOwner::AsOwner(const char* user, const char* group) : switches_(user != nullptr) {
-  if (!switches_) return;
-  const int taken = group == nullptr ? setUserPriv(user, 1) : setUGPriv(user, group);
-  if (!taken) setNoPriv();
-}
-
-KeepPrivileges::~KeepPrivileges() {
-  switchOrDrop(before_);
+AsOwner::AsOwner(const char* user, const char* group) {
+  if (user == nullptr) return;
+  took(group == nullptr ? setUserPriv(user, 1) : setUGPriv(user, group));
 }
 
 }  // namespace zvtaskq

@@ -1,9 +1,10 @@
 // Taking on an identity, and the guards that do it for the length of a block.
 //
 // The process is root; between operations its effective identity is "nobody". A guard takes an identity when it is
-// made and leaves the process at nobody when it goes (`KeepPrivileges`: at what it was). A switch that fails ends at
-// nobody too, never at root by accident, and is logged; a process that cannot even drop root leaves. In a process that
-// was not started by root nothing can be switched: the guards then do nothing.
+// made and gives back the one it found when it goes, so guards nest: what runs inside a guarded block may take any
+// identity of its own. A step that starts at nobody therefore ends there. A switch that fails ends at nobody, on the
+// way in and on the way out, never at root by accident, and is logged; a process that cannot even drop root leaves. In
+// a process that was not started by root nothing can be switched: the guards then do nothing.
 #pragma once
 
 #include "core/identity.h"
@@ -23,58 +24,43 @@ int setUGPriv(const char* user, const char* group);
 /// By number. 1 on success.
 int setUGPriv(unsigned uid, unsigned gid);
 
-/// Root, for the one access that needs it.
-class AsRoot {
+/// What all guards share: the identity they found, which they give back.
+class IdentityGuard {
  public:
-  AsRoot() : taken_(setRootPriv() != 0) {}
-  ~AsRoot() { setNoPriv(); }
-  AsRoot(const AsRoot&) = delete;
-  AsRoot& operator=(const AsRoot&) = delete;
-  /// Whether the process now really is root.
+  IdentityGuard(const IdentityGuard&) = delete;
+  IdentityGuard& operator=(const IdentityGuard&) = delete;
+  /// Whether the process really took the identity; when not, it is nobody for the length of the block.
   bool taken() const { return taken_; }
 
+ protected:
+  IdentityGuard() : found_(effectiveIds()) {}
+  ~IdentityGuard();
+  /// Notes how the switch went, and drops to nobody when it failed.
+  void took(int outcome);
+
  private:
-  bool taken_;
+  Ids found_;
+  bool taken_ = true;
 };
 
-/// A user by name, with its own primary group.
-class AsUser {
+/// Root, for the one access that needs it.
+class AsRoot : public IdentityGuard {
  public:
-  explicit AsUser(const char* user);
-  ~AsUser() { setNoPriv(); }
-  AsUser(const AsUser&) = delete;
-  AsUser& operator=(const AsUser&) = delete;
-  bool taken() const { return taken_; }
+  AsRoot() { took(setRootPriv()); }
+};
 
- private:
-  bool taken_;
+/// A user by name, with its own primary group (null or unknown: not taken, as `setUserPriv` says), or any ids.
+class AsUser : public IdentityGuard {
+ public:
+  explicit AsUser(const char* user) { took(setUserPriv(user, 1)); }
+  explicit AsUser(Ids ids) { took(setUGPriv(ids.user, ids.group)); }
 };
 
 /// The owner of a data file: `user`, with the primary group of the account named `group` when one is given. A null
-/// user means that no identity is taken, neither now nor at the end.
-class AsOwner {
+/// user means that the identity stays as it is.
+class AsOwner : public IdentityGuard {
  public:
   AsOwner(const char* user, const char* group);
-  ~AsOwner() {
-    if (switches_) setNoPriv();
-  }
-  AsOwner(const AsOwner&) = delete;
-  AsOwner& operator=(const AsOwner&) = delete;
-
- private:
-  bool switches_;
-};
-
-/// Remembers the effective identity and puts it back at the end, whatever the block switched to.
-class KeepPrivileges {
- public:
-  KeepPrivileges() : before_(effectiveIds()) {}
-  ~KeepPrivileges();
-  KeepPrivileges(const KeepPrivileges&) = delete;
-  KeepPrivileges& operator=(const KeepPrivileges&) = delete;
-
- private:
-  Ids before_;
 };
 
 }  // namespace zvtaskq

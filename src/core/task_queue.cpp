@@ -49,7 +49,6 @@ void rewriteForWebServer(ConfigFile& line) {
     forProxy.setParam("action", "nginx");
     softenRestart(forProxy, true);
     static_cast<void>(pushOnTaskQueue("nginx", forProxy.getValue("value"), nullptr, &forProxy));
-    setRootPriv();
   }
   if (sys_conf->litespeed && is(line, "action", "httpd")) {
     debug(1000, "pushOnTaskQueue: Swapping httpd to be litespeed for %s", valueOf(line));

@@ -103,8 +103,8 @@ ScriptOutcome runScriptText(const ScriptPlan& plan) {
              plan.user == nullptr ? "nobody" : plan.user);
     return outcome;
   }
-  const KeepPrivileges keep;
-  if (!(ids == effectiveIds()) && !setUGPriv(ids.user, ids.group)) return outcome;
+  const AsUser user(ids);
+  if (!user.taken()) return outcome;
   const ScriptFile file(plan.text);
   if (file.path().empty()) return outcome;
   ChildResult child = runChild(childFor(plan, file.path(), ids));

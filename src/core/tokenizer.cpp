@@ -48,8 +48,7 @@ int giveTo(int file, const char* owner, const char* group) {
     errno = EINVAL;
     return 0;
   }
-  const KeepPrivileges keep;
-  setRootPriv();
+  const AsRoot root;
   return sys::fchown(file, user, members) == 0 ? 1 : 0;
 }
 
@@ -162,7 +161,6 @@ Text Tokenizer::runScript(const char* script, const char* asUser, const ConfigFi
 
 void Tokenizer::add_footer_token(ConfigFile& tokens, const Config* conf) {
   if (tokens.existsParam(kFooter) || conf == nullptr) return;
-  const KeepPrivileges keep;
   const AsUser panel(kPanelUser);
   for (const char* name : kFooterFiles) {
     std::string text;

@@ -38,16 +38,13 @@ QueueFile::QueueFile(const char* path) : path_(path == nullptr ? "" : path), tem
 
 QueueFile::Taken QueueFile::take() {
   const FailScope scope("queue");
-  setRootPriv();
   if (path_.empty()) return Taken::absent;
+  const AsRoot root;
   revisitRetired(path_);
   struct stat what {};
   if (sys::lstat(path_.c_str(), what) != 0) return Taken::absent;
-  const bool taken = moveAside();
-  const int error = errno;
-  setNoPriv();
-  if (taken) return Taken::yes;
-  errorLog("Error renaming Q file to tmp Q file: %s", std::strerror(error));
+  if (moveAside()) return Taken::yes;
+  errorLog("Error renaming Q file to tmp Q file: %s", std::strerror(errno));
   return Taken::failed;
 }
 

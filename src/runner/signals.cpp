@@ -86,7 +86,6 @@ void installSignalHandlers() {
 }
 
 void handleSignal(int number) {
-  const KeepPrivileges keep;
   const int pid = static_cast<int>(::getpid());
   switch (number) {
     case SIGUSR1:

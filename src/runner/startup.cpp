@@ -147,7 +147,7 @@ int runProgram(int argumentCount, char** arguments, Config& conf) {
   doQueue(conf);
   debug(20, "done queue");
 
-  setRootPriv();
+  const AsRoot root;
   pidFile.remove();
   useConfiguration(nullptr);
   return 0;

@@ -100,7 +100,6 @@ int send(const Server& server, const char* pidFile, std::string& why) {
 }
 
 int tell(const Server& server, const Config& conf, Text* result) {
-  const KeepPrivileges before;
   std::string why;
   if (send(server, (conf.*(server.pidFile)).orEmpty(), why)) return 1;
   errorLog("Unable to reload %s: %s", server.name, why.c_str());
@@ -109,7 +108,6 @@ int tell(const Server& server, const Config& conf, Text* result) {
 }
 
 int queueReload(const char* service) {
-  const KeepPrivileges before;
   return pushOnTaskQueue(service, "reload");
 }
 

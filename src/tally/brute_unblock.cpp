@@ -29,8 +29,7 @@ constexpr std::size_t kMostAtOnce = 1000;
 using Block = std::pair<long long, std::string>;
 
 std::string scriptPath(const Config& conf, const char* name) {
-  const KeepPrivileges keep;
-  setRootPriv();
+  const AsRoot root;
   std::string own = joined(conf.serverpath, "/scripts/custom/", name);
   return pathExists(own.c_str()) ? own : joined(conf.serverpath, "/scripts/", name);
 }

@@ -245,8 +245,6 @@ double getFtpTotal(const char* account) {
     errorLog("Can't get lock on %s for tally of %s", path.c_str(), account);
     return 0;
   }
-  // The lock is root's to free.
-  const KeepPrivileges staysRoot;
   return getTallyTotal(path.c_str());
 }
 

@@ -96,7 +96,6 @@ void check_system_load(const Config* conf) {
   const HookAnswer before = executeIfExists(joined(conf->serverpath, kPreScript).c_str(), &tokens, kScriptTime);
   if (before.failed()) {
     errorLog("Tally::check_system_load: Pre script output: %s", before.error.c_str());
-    setNoPriv();
     return;
   }
   putListing(tokens);

@@ -169,7 +169,6 @@ int rotate_log_up(const char* path, const Config* conf, int depth, bool copyAndT
     return 0;
   }
   if (tooDeep(whole, depth)) return 0;
-  const KeepPrivileges before;
   const AsRoot root;
   const FailScope scope("log_rotation");
   const std::size_t name = whole.rfind('/') + 1;

@@ -70,7 +70,6 @@ int rotate_apache_logs(const Config* conf, bool proxyPass, Text& result) {
   // A server that was not told goes on writing to the renamed files, of which nothing is lost: it is in the logs.
   static_cast<void>(web_server::hup(*conf, &result));
   runScript(*conf, result);
-  setNoPriv();
   return 1;
 }
 

@@ -94,34 +94,3 @@ TEST(Text, OrdersAndEdits) {
   Text owner = std::move(moved);
   EXPECT_STREQ(owner, "ab");
 }
-
-#ifdef ZVTASKQ_FAIL_POINTS
-// Needs root: only a process of root's can take on another identity.
-TEST(Privileges, AFailedSwitchEndsAtNobody) {
-  if (realIds().user != 0) GTEST_SKIP() << "needs root";
-  LogCapture capture;
-  const KeepPrivileges keep;
-  const Ids nobody = nobodyIds();
-  {
-    const AsRoot root;
-    EXPECT_TRUE(root.taken() && effectiveIds() == kRootIds);
-  }
-  EXPECT_TRUE(effectiveIds() == nobody);
-  setRootPriv();
-  {
-    const AsUser unknown("no-such-user");
-    EXPECT_FALSE(unknown.taken());
-    EXPECT_TRUE(effectiveIds() == nobody);
-  }
-  setRootPriv();
-  EXPECT_EXIT(
-      {
-        setFailPlan("identity.seteuid:EPERM");
-        setUserPriv("daemon", 1);
-        ::_exit(0);
-      },
-      testing::ExitedWithCode(1), "");
-  EXPECT_NE(capture.errors().find("Sys:setUserPriv(no-such-user):uid==9999"), std::string::npos);
-  EXPECT_NE(capture.errors().find("Unable to switch to uid "), std::string::npos);
-}
-#endif

@@ -273,10 +273,7 @@ class Scripts : public ::testing::Test {
   void SetUp() override {
     if (realIds().user != 0) GTEST_SKIP() << "needs root";
   }
-  void TearDown() override {
-    setRootPriv();
-    useConfiguration(nullptr);
-  }
+  void TearDown() override { useConfiguration(nullptr); }
 
   Tokenizer tokenizer_;
 };
@@ -315,11 +312,9 @@ TEST_F(Scripts, Run) {
     fillFrom(tokens, "NAME=World\nEVIL=x; id\nOUTER=|EVIL|\nLD_PRELOAD=/tmp/x.so\n");
     tokens.setParam("BLOCK", "|$id\nDONE|");
     tokenizer_.scriptTimeLimit = *c.name == 'h' ? 1 : 20;
-    setNoPriv();
     EXPECT_EQ(tokenizer_.runTokenizer(c.text, tokens, 0), c.outcome) << c.name;
     EXPECT_STREQ(tokenizer_.output(), c.want) << c.name;
-    EXPECT_TRUE(effectiveIds() == nobodyIds()) << c.name;
-    setRootPriv();
+    EXPECT_TRUE(effectiveIds() == kRootIds) << c.name;
     if (c.outcome == 0) {
       EXPECT_NE(logs.errors(), "") << c.name;
     }
@@ -332,14 +327,12 @@ TEST_F(Scripts, Run) {
 
 TEST_F(Scripts, SettingsAndUsers) {
   const Folder folder;
-  setRootPriv();
   const std::string file = folder.path("zorvane.conf");
   writeText(file, joined("tokenize_script_output=1\ntmpdir=", folder.path(), "\n"));
   ::chmod(file.c_str(), 0644);
   Config conf(file.c_str());
   if (conf.error) GTEST_SKIP() << "needs the panel's user";
   useConfiguration(&conf);
-  setRootPriv();
   ConfigFile tokens(nullptr);
   fillFrom(tokens, "NAME=World\n");
   tokenizer_.user = "daemon";

@@ -51,7 +51,6 @@ class Vacations : public ::testing::Test {
   void run() const {
     const FixedClock clock(1'774'958'400);  // 2026-03-31 12:00
     const VacationWatch watch(&panel_.conf, nullptr);
-    PanelFolder::backToRoot();
   }
   std::string texts(const std::string& mailbox) const {
     const std::string base = "one.example/reply/" + mailbox;

@@ -28,7 +28,6 @@ class Messages : public ::testing::Test {
  protected:
   void SetUp() override {
     if (realIds().user != 0 || getUID(kPanelUser) == kUnknownId) GTEST_SKIP() << "needs root and the panel's user";
-    setRootPriv();
     ::chmod(folder_.path().c_str(), 0711);
     for (const char* name : {"tickets", "users", "admin", "conf"}) make(name, 0711);
     // As on a server: what is kept as nobody lives beside what nobody may not touch.
@@ -43,10 +42,8 @@ class Messages : public ::testing::Test {
     conf_.setFilename(folder_.path("zorvane.conf").c_str());
     ASSERT_EQ(conf_.readFile(), 1) << conf_.result.orEmpty();
     useConfiguration(&conf_);
-    setRootPriv();
   }
   void TearDown() override {
-    setRootPriv();
     setFailPlan(nullptr);
     useConfiguration(nullptr);
   }
@@ -67,7 +64,7 @@ class Messages : public ::testing::Test {
     put("users/" + name + "/tickets.list", "");
   }
   std::string content(const std::string& name) const { return contentOf(folder_.path(name)); }
-  /// Sends a message and returns to root.
+  /// Sends a message.
   int send(const ListFile& recipients, bool includeAdmins = false) {
     ConfigFile record(nullptr);
     record.setParam("subject", "Two\nlines");
@@ -77,8 +74,7 @@ class Messages : public ::testing::Test {
     Ticket ticket;
     const int sent = ticket.sendSystemMessage(record, &recipients, 0, includeAdmins);
     result_ = ticket.result.orEmpty();
-    EXPECT_TRUE(effectiveIds() == nobodyIds());
-    setRootPriv();
+    EXPECT_TRUE(effectiveIds() == kRootIds);
     return sent;
   }
 
@@ -244,8 +240,7 @@ TEST_F(Messages, ServiceNoticesAreLimited) {
     const LogCapture logs;
     put("admin/admin.conf", c.settings, "nobody");
     EXPECT_EQ(mayNotifyOfService(), c.want) << c.name;
-    EXPECT_TRUE(effectiveIds() == nobodyIds());
-    setRootPriv();
+    EXPECT_TRUE(effectiveIds() == kRootIds);
     const std::string settings = content("admin/admin.conf");
     const std::size_t stamp = settings.find("last_sent=");
     const long long last = stamp == std::string::npos ? 0 : std::atoll(settings.c_str() + stamp + 10);
@@ -254,18 +249,15 @@ TEST_F(Messages, ServiceNoticesAreLimited) {
     if (c.want == 1) {
       EXPECT_EQ(mayNotifyOfService(), 0) << c.name;
     }
-    setRootPriv();
   }
   const LogCapture logs;
   put("admin/admin.conf", cases[0].settings, "nobody");
   setFailPlan("safe_write.rename:ENOSPC");
   EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0), 1);
   setFailPlan(nullptr);
-  setRootPriv();
   EXPECT_NE(logs.errors().find("Unable to write " + folder_.path("admin/admin.conf") + ": "), std::string::npos);
   ::unlink(folder_.path("admin/admin.conf").c_str());
   EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0), 1);
-  setRootPriv();
   EXPECT_NE(logs.errors().find("Unable to read: " + folder_.path("admin/admin.conf") + ": "), std::string::npos);
   EXPECT_FALSE(exists(folder_.path("tickets/000")));
 }

@@ -21,12 +21,6 @@ std::string ago(long long seconds) {
   return std::to_string(kNow - seconds);
 }
 
-/// As root again afterwards.
-void run(void (*pass)()) {
-  pass();
-  PanelFolder::backToRoot();
-}
-
 class Cleanups : public ::testing::Test {
  protected:
   Cleanups() {
@@ -72,7 +66,7 @@ TEST_F(Cleanups, KeepAndDropToTheSecond) {
   for (const auto& c : cases) {
     writeText(c.file, c.before);
     ::chmod(c.file.c_str(), 0666);
-    run(c.pass);
+    c.pass();
     EXPECT_EQ(contentOf(c.file), c.after) << c.name;
     EXPECT_FALSE(exists(c.file + ".lock")) << c.name;
     ::unlink(c.file.c_str());
@@ -96,8 +90,8 @@ TEST_F(Cleanups, SwitchedOff) {
     panel_.conf.clear_blacklist_ip_time = 10;
     off();
     for (const auto& file : {blacklist_, requests_}) writeText(file, "192.0.2.1=1\n");
-    run(clear_old_blacklisted_ips);
-    run(clearOldPasswordResetRequests);
+    clear_old_blacklisted_ips();
+    clearOldPasswordResetRequests();
     EXPECT_EQ(contentOf(blacklist_) + contentOf(requests_), "192.0.2.1=1\n192.0.2.1=1\n");
   }
 }

@@ -53,15 +53,11 @@ class Tracker : public testing::Test {
   void SetUp() override {
     if (realIds().user != 0 || getUID(kPanelUser) == kUnknownId) GTEST_SKIP() << "needs root and the panel's user";
     ASSERT_EQ(conf_.set_defaults(), 1);
-    setRootPriv();
     ASSERT_EQ(::chown(folder_.path().c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
     conf_.admindir = folder_.path().c_str();
     useConfiguration(&conf_);
   }
-  void TearDown() override {
-    useConfiguration(nullptr);
-    setRootPriv();
-  }
+  void TearDown() override { useConfiguration(nullptr); }
   std::string own(const char* file) const {
     return folder_.path("task_queue_processes/" + std::to_string(::getpid()) + "/" + file);
   }
@@ -82,7 +78,6 @@ TEST_F(Tracker, MakesItsFolderAnew) {
   task_.fillFromPost("action=backup&value=bob&ftp_password=secret");
   {
     const TaskTracking tracking(task_);
-    setRootPriv();
     EXPECT_FALSE(exists(own("instructions")));
     EXPECT_EQ(modeOf(folder_.path("task_queue_processes")), 0700U);
     track_process("Backup User %s", "bob\nforged");
@@ -92,7 +87,6 @@ TEST_F(Tracker, MakesItsFolderAnew) {
     EXPECT_NE(contentOf(own("level_tracker")).find(": Backup User bob\\x0Aforged\n"), std::string::npos);
     EXPECT_EQ(contentOf(own("process_location")), "somewhere\n");
   }
-  setRootPriv();
   EXPECT_FALSE(exists(own("")));
 }
 
@@ -100,7 +94,6 @@ TEST_F(Tracker, RefusesASquattedFolder) {
   LogCapture log;
   ASSERT_EQ(::symlink("/tmp", folder_.path("task_queue_processes").c_str()), 0);
   EXPECT_EQ(set_task_queue_tracking(task_), 0);
-  setRootPriv();
   EXPECT_NE(log.errors().find("set_task_queue_tracking: unable to create directory (" +
                               folder_.path("task_queue_processes") + "): "),
             std::string::npos);

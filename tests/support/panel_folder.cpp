@@ -4,22 +4,15 @@
 
 #include <filesystem>
 
-#include "core/identity.h"
-
 namespace zvtaskq::test {
 
 PanelFolder::PanelFolder() {
-  backToRoot();
   for (const char* name : {"admin", "virtual", "templates", "scripts/custom"}) makeFolder(name);
   conf.serverpath = folder_.path().c_str();
   conf.admindir = path("admin").c_str();
   conf.emailvirtual = path("virtual").c_str();
   conf.templates = path("templates").c_str();
   useConfiguration(&conf);
-}
-
-void PanelFolder::backToRoot() {
-  if (realIds().user == 0) static_cast<void>(switchEffective(kRootIds));
 }
 
 void PanelFolder::makeFolder(const std::string& name) const {

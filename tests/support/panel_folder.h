@@ -12,16 +12,11 @@ namespace zvtaskq::test {
 class PanelFolder {
  public:
   PanelFolder();
-  ~PanelFolder() {
-    useConfiguration(nullptr);
-    backToRoot();
-  }
+  ~PanelFolder() { useConfiguration(nullptr); }
   PanelFolder(const PanelFolder&) = delete;
   PanelFolder& operator=(const PanelFolder&) = delete;
 
   std::string path(const std::string& name) const { return folder_.path(name); }
-  /// What runs as root otherwise is root again, which may read everybody's files, after work that ended at nobody.
-  static void backToRoot();
   /// Makes a folder below the panel's, with those on the way.
   void makeFolder(const std::string& name) const;
 

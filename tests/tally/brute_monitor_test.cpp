@@ -63,7 +63,6 @@ class BruteMonitor : public ::testing::Test {
   void pass(long long now = kNow) {
     const FixedClock clock(now);
     check_brute_force_logs(&panel_.conf);
-    PanelFolder::backToRoot();
   }
   std::string data(const std::string& file) { return contentOf(panel_.path("admin/" + file)); }
   void setData(const std::string& file, const std::string& text) {
@@ -288,7 +287,6 @@ TEST_F(BruteMonitor, DoesNothingWhenItMayNot) {
   setData("check_brute_force_logs.lock", "");
   // The clock that locks go by is the file system's.
   check_brute_force_logs(&panel_.conf);
-  PanelFolder::backToRoot();
   ::unlink(panel_.path("admin/check_brute_force_logs.lock").c_str());
   writeText(panel_.path("templates/brute_filter.list"), "");
   ::unlink(panel_.path("templates/brute_filter.list").c_str());

@@ -76,7 +76,6 @@ TEST_F(BruteUpkeep, WebLogs) {
     panel_.conf.brute_force_scan_apache_logs = c.mode;
     ListFile logs(nullptr);
     EXPECT_EQ(get_apache_logs_from_brute_conf(&panel_.conf, state, logs), c.want) << c.name;
-    PanelFolder::backToRoot();
     std::string list;
     for (int i = 0; i < logs.size(); ++i) list += std::string(logs.getElementAt(i)).substr(folder.size()) + ",";
     EXPECT_EQ(list, c.list) << c.name;
@@ -100,7 +99,6 @@ TEST_F(BruteUpkeep, TrimsTheEntryLog) {
   };
   const auto clear = [&] {
     const int cleared = clear_brute_log_entries(&panel_.conf);
-    PanelFolder::backToRoot();
     return cleared;
   };
   EXPECT_EQ(clear(), 1);

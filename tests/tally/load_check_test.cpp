@@ -48,7 +48,6 @@ class LoadCheck : public ::testing::Test {
   void check() {
     const FixedClock clock(kNow);
     check_system_load(&panel_.conf);
-    PanelFolder::backToRoot();
   }
 
   PanelFolder panel_;

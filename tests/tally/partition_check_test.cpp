@@ -39,7 +39,6 @@ class PartitionCheck : public ::testing::Test {
     ::chmod(path.c_str(), 0666);
     const FixedClock clock(kNow);
     check_partition_usage(&panel_.conf);
-    PanelFolder::backToRoot();
   }
   PanelFolder panel_;
 };

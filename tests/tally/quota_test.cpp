@@ -44,10 +44,7 @@ class Quotas : public ::testing::Test {
     script(panel_.path("repquota"),
            "echo \"$@\" > " + panel_.path("called") + "\ncat " + panel_.path("report") + "\nexit 1\n");
   }
-  void read() {
-    static_cast<void>(getAllQuotas(&panel_.conf, quotas_, inodes_));
-    PanelFolder::backToRoot();
-  }
+  void read() { static_cast<void>(getAllQuotas(&panel_.conf, quotas_, inodes_)); }
   double blocks(const char* name) const { return getDiskUsage(&quotas_, name) / 1024; }
   PanelFolder panel_;
   ConfigFile quotas_{nullptr};

@@ -25,7 +25,6 @@ class Suspended : public ::testing::Test {
   }
   bool isSuspended(const char* name, const char* service) {
     const bool answer = user_is_suspended(&panel_.conf, name, service) != 0;
-    PanelFolder::backToRoot();
     return answer;
   }
   long long errorsWith(const std::string& text) const {
@@ -94,14 +93,12 @@ TEST_F(Suspended, ByServiceAndFile) {
 TEST_F(Suspended, RemembersWithinAScanAndSaysLittle) {
   SuspendedAccounts accounts(panel_.conf);
   EXPECT_TRUE(accounts.isSuspended("bob@site.example", "proftpd"));
-  PanelFolder::backToRoot();
   writeText(panel_.path("ftp"), "");
   EXPECT_TRUE(accounts.isSuspended("bob@site.example", "pure-ftpd"));
   for (int i = 0; i < 1500; ++i) {
     EXPECT_FALSE(accounts.isSuspended(joined("bob@d", std::to_string(i), ".example").c_str(), "exim"));
     EXPECT_FALSE(accounts.isSuspended("bob", "wordpress"));
   }
-  PanelFolder::backToRoot();
   EXPECT_EQ(errorsWith("Cannot open file"), 20);
   EXPECT_EQ(errorsWith("Unknown BFM service"), 1);
 }
@@ -111,7 +108,6 @@ TEST_F(Suspended, NoFileThatOthersPlanted) {
   ASSERT_EQ(::symlink(panel_.path("virtual/site.example/passwd").c_str(), panel_.path("ftp").c_str()), 0);
   ASSERT_EQ(::lchown(panel_.path("ftp").c_str(), 65534, 65534), 0);
   EXPECT_EQ(user_is_suspended_in_file("bob", panel_.path("ftp").c_str()), 0);
-  PanelFolder::backToRoot();
   ::unlink(panel_.path("ftp").c_str());
   ASSERT_EQ(::mkfifo(panel_.path("ftp").c_str(), 0600), 0);
   EXPECT_FALSE(isSuspended("bob", "proftpd"));

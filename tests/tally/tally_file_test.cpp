@@ -21,7 +21,6 @@ constexpr const char* kNextMonth = "1796126400";
 double totalOf(const PanelFolder& panel, const std::string& text) {
   writeText(panel.path("tally"), text);
   const double total = getTallyTotal(panel.path("tally").c_str());
-  PanelFolder::backToRoot();
   return total;
 }
 
@@ -86,7 +85,6 @@ TEST(TallyFile, MonthByKindAndDay) {
   writeText(panel.path("tally"), text);
   ConfigFile month(nullptr);
   ASSERT_TRUE(get_bandwidth_breakdown(panel.path("tally").c_str(), month));
-  PanelFolder::backToRoot();
   EXPECT_EQ(valueIn(month, "simpletotal"), "1118");
   const struct {
     const char* pair;
@@ -104,11 +102,9 @@ TEST(TallyFile, MonthByKindAndDay) {
     EXPECT_EQ(valueIn(month, c.pair, c.inner), c.want) << c.pair << " " << (c.inner ? c.inner : "");
   EXPECT_EQ(panel.logs.errors(), "");
 
-  PanelFolder::backToRoot();
   text += "9=type=ftp" + at(kNextMonth) + "\n1=type=ftp" + at(kSixth) + "\n";
   writeText(panel.path("tally"), text);
   ASSERT_TRUE(get_bandwidth_breakdown(panel.path("tally").c_str(), month));
-  PanelFolder::backToRoot();
   EXPECT_EQ(valueIn(month, "simpletotal"), "10");
   EXPECT_EQ(valueIn(month, "2026 12 01", "ftp"), "9");
   EXPECT_EQ(valueIn(month, "2026 11 05"), "none");

@@ -112,7 +112,6 @@ TEST_F(Ledger, DiskBreakdownHoldsAnyName) {
   items.du_detail(123, "/home/bob/a&b=c\nd", true);
   items.du_detail(5, "databases", false);
   ASSERT_TRUE(items.write()) << panel_.logs.errors();
-  PanelFolder::backToRoot();
   ListFile list(panel_.path("users/bob/du_breakdown.list").c_str());
   list.setUser(nullptr);
   list.keepOrder = true;
@@ -195,11 +194,9 @@ TEST(MailCounting, RotationScripts) {
     writeText(script, "#!/bin/sh\necho $(id -u) " + std::string(folder) + " >> " + panel.path("ran") + "\n");
     std::filesystem::permissions(script, std::filesystem::perms(0755));
     rotate_email_usage(&panel.conf);
-    PanelFolder::backToRoot();
   }
   EXPECT_EQ(contentOf(panel.path("ran")), "0 scripts\n0 scripts/custom\n") << panel.logs.errors();
   writeText(panel.path("scripts/custom/rotate_email_usage.sh"), "#!/bin/sh\necho broken; exit 3\n");
   rotate_email_usage(&panel.conf);
-  PanelFolder::backToRoot();
   EXPECT_NE(panel.logs.errors().find("/rotate_email_usage.sh : broken\n"), std::string::npos);
 }

@@ -37,7 +37,6 @@ TEST(WebTraffic, LinesAreReadAsNumbers) {
     double upload = 1000;
     EXPECT_EQ(getHttpTotal(path.c_str(), upload), c.total) << c.name;
     EXPECT_EQ(upload, 1000 + c.upload) << c.name;
-    PanelFolder::backToRoot();
   }
   double upload = 3;
   EXPECT_EQ(getHttpTotal(panel.path("none").c_str(), upload), 0);
