@@ -7,6 +7,7 @@
 #include "core/config.h"
 #include "core/list_file.h"
 #include "core/names.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 #include "core/system_layer.h"
 
@@ -26,15 +27,6 @@ constexpr TypeName kTypes[] = {
     {"user", AccountType::user}, {"reseller", AccountType::reseller}, {"admin", AccountType::admin}};
 
 }  // namespace
-
-std::string accountFile(const char* account, const char* file) {
-  return file == nullptr ? joined(sys_conf->userdata, "/", account)
-                         : joined(sys_conf->userdata, "/", account, "/", file);
-}
-
-std::string adminFile(const char* file) {
-  return joined(sys_conf->admindir, "/", file);
-}
 
 int readAccount(const char* account, ConfigFile& record) {
   if (!isValidUsername(account)) return fail(record.result, "Invalid user name");
@@ -58,10 +50,6 @@ int listAccounts(ListFile& names) {
     if (isValidUsername(entry->d_name)) names.addElement(entry->d_name);
   }
   return 1;
-}
-
-std::string domainOwnersFile() {
-  return joined(sys_conf->emailvirtual, "/domainowners");
 }
 
 int readDomainOwners(ConfigFile& owners) {

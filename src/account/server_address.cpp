@@ -1,10 +1,11 @@
 #include "account/server_address.h"
 
-#include "account/account_record.h"
 #include "core/config.h"
+#include "core/config_file.h"
 #include "core/identity.h"
 #include "core/list_file.h"
 #include "core/names.h"
+#include "core/panel_paths.h"
 #include "core/system_info.h"
 #include "core/system_layer.h"
 

@@ -9,10 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "account/account_record.h"
 #include "core/config.h"
+#include "core/config_file.h"
 #include "core/dates.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 #include "mail/email.h"
 #include "mail/mail_files.h"

@@ -6,6 +6,7 @@
 #include "core/identity.h"
 #include "core/log.h"
 #include "core/names.h"
+#include "core/panel_paths.h"
 #include "notify/mail_copies.h"
 #include "notify/message_list.h"
 

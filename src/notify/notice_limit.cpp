@@ -3,9 +3,9 @@
 #include <ctime>
 #include <string>
 
-#include "account/account_record.h"
 #include "core/config_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/record_lock.h"
 
 namespace zvtaskq {

@@ -8,6 +8,7 @@
 #include "core/config.h"
 #include "core/fail_point.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 #include "core/sys.h"
 #include "core/system_layer.h"

@@ -8,11 +8,12 @@
 #include <cstring>
 #include <string>
 
-#include "account/account_record.h"
 #include "core/config.h"
+#include "core/config_file.h"
 #include "core/fail_point.h"
 #include "core/lock_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 #include "core/safe_file.h"
 #include "core/system_layer.h"

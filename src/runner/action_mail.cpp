@@ -1,12 +1,13 @@
 // Rows of the mail accounts, and the one-off conversions.
 #include <string>
 
-#include "account/account_record.h"
 #include "backup/operations.h"
+#include "core/config_file.h"
 #include "core/identity.h"
 #include "core/list_file.h"
 #include "core/log.h"
 #include "core/names.h"
+#include "core/panel_paths.h"
 #include "mail/operations.h"
 #include "runner/action_rows.h"
 #include "runner/task.h"

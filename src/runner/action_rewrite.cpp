@@ -9,6 +9,7 @@
 #include "core/list_file.h"
 #include "core/log.h"
 #include "core/names.h"
+#include "core/panel_paths.h"
 #include "core/system_layer.h"
 #include "mail/operations.h"
 #include "runner/action_rows.h"

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "account/account_record.h"
 #include "core/fail_point.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/private_folder.h"
 #include "core/sys.h"
 #include "core/text.h"

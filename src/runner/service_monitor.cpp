@@ -6,10 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "account/account_record.h"
 #include "core/config.h"
+#include "core/config_file.h"
 #include "core/list_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 #include "core/process.h"
 #include "core/safe_point.h"

@@ -7,9 +7,10 @@
 #include <ctime>
 #include <string>
 
-#include "account/account_record.h"
 #include "backup/operations.h"
+#include "core/config_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 #include "core/safe_point.h"
 

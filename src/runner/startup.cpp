@@ -23,7 +23,6 @@
 #include "runner/run_flags.h"
 #include "runner/services_table.h"
 #include "runner/signals.h"
-#include "tally/brute_monitor.h"
 #include "tally/server_checks.h"
 #include "tally/usage_sources.h"
 
@@ -66,7 +65,6 @@ void wireRooms() {
   provideNotices();
   provideServerChecks();
   provideUsageSources();
-  provideBruteForceMonitor();
   provideMailUpkeep();
 }
 

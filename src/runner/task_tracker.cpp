@@ -11,9 +11,10 @@
 #include <memory>
 #include <string>
 
-#include "account/account_record.h"
 #include "core/config.h"
+#include "core/config_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/private_folder.h"
 #include "core/privileges.h"
 #include "core/system_layer.h"

@@ -4,11 +4,12 @@
 #include <cstring>
 #include <string>
 
-#include "account/account_record.h"
+#include "core/config_file.h"
 #include "core/identity.h"
 #include "core/list_file.h"
 #include "core/lock_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 #include "core/system_layer.h"
 #include "tally/brute_entry_log.h"
@@ -18,7 +19,6 @@
 #include "tally/brute_scan.h"
 #include "tally/brute_unblock.h"
 #include "tally/brute_web_logs.h"
-#include "tally/operations.h"
 
 namespace zvtaskq {
 
@@ -120,14 +120,6 @@ void check_brute_force_logs(const Config* conf) {
   scanAndTell(*conf);
   const AsUser panel(kPanelUser);
   lock.release();
-}
-
-void provideBruteForceMonitor() {
-  tallyOperations().scanBruteForceLogs.provide([] {
-    check_brute_force_logs(sys_conf);
-    return 1;
-  });
-  tallyOperations().clearBruteForceEntries.provide([] { return clear_brute_log_entries(sys_conf); });
 }
 
 }  // namespace zvtaskq

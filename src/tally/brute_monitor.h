@@ -11,8 +11,4 @@ class Config;
 /// log. Leaves the process at nobody.
 void check_brute_force_logs(const Config* conf);
 
-/// From now on this build holds the scan of the logs and the clearing of their entries, which go by the process's
-/// configuration.
-void provideBruteForceMonitor();
-
 }  // namespace zvtaskq

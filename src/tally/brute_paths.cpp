@@ -1,7 +1,7 @@
 #include "tally/brute_paths.h"
 
-#include "account/account_record.h"
 #include "core/identity.h"
+#include "core/panel_paths.h"
 #include "core/paths.h"
 #include "core/privileges.h"
 #include "tally/notice.h"

@@ -1,8 +1,8 @@
 #include "tally/disk_breakdown.h"
 
-#include "account/account_record.h"
 #include "core/config_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/privileges.h"
 
 namespace zvtaskq {

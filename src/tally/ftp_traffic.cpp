@@ -18,6 +18,7 @@
 #include "core/lock_file.h"
 #include "core/log.h"
 #include "core/names.h"
+#include "core/panel_paths.h"
 #include "core/paths.h"
 #include "core/privileges.h"
 #include "core/safe_file.h"

@@ -2,9 +2,10 @@
 
 #include <ctime>
 
-#include "account/account_record.h"
 #include "core/config.h"
+#include "core/config_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/paths.h"
 #include "core/privileges.h"
 #include "core/record_lock.h"

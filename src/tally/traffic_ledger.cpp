@@ -9,13 +9,13 @@
 #include <cstring>
 #include <ctime>
 
-#include "account/account_record.h"
 #include "core/append_file.h"
 #include "core/config.h"
 #include "core/fail_point.h"
 #include "core/line_reader.h"
 #include "core/lock_file.h"
 #include "core/log.h"
+#include "core/panel_paths.h"
 #include "core/paths.h"
 #include "core/private_folder.h"
 #include "core/privileges.h"

@@ -11,8 +11,10 @@
 
 #include "core/fail_point.h"
 #include "core/identity.h"
+#include "core/list_file.h"
 #include "core/names.h"
 #include "core/ownership.h"
+#include "core/path_lists.h"
 #include "core/paths.h"
 #include "core/random.h"
 #include "core/safe_walk.h"
