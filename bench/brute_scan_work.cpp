@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "core/config.h"
-#include "core/system_layer.h"
-#include "tally/brute_monitor.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "tally/bruteforce/watch/check.h"
 
 using namespace zvtaskq;
 

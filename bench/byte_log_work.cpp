@@ -1,7 +1,7 @@
 // byte_log_work FILE: sums a web byte log, as the tally does.
 #include <cstdio>
 
-#include "tally/web_traffic.h"
+#include "tally/traffic/web_traffic.h"
 
 int main(int count, char** arguments) {
   if (count != 2) return 2;

@@ -1,7 +1,7 @@
 // disk_walk_work FOLDER: measures a folder, as the tally does a mail store.
 #include <cstdio>
 
-#include "tally/tree_size.h"
+#include "core/tree/tree_size.h"
 
 int main(int count, char** arguments) {
   if (count != 2) return 2;

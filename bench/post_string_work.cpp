@@ -2,9 +2,9 @@
 // with "build" makes the line again. Prints how much there was, so that nothing of it can be left out.
 #include <cstdio>
 
-#include "core/config_file.h"
-#include "core/line_reader.h"
-#include "core/sys.h"
+#include "core/read/line_reader.h"
+#include "core/record/config_file.h"
+#include "core/sys/sys.h"
 
 using namespace zvtaskq;
 

@@ -1,7 +1,7 @@
 // record_work FROM TO: reads a record, sorts it and writes it safely, as any part of the panel does.
 #include <cstdio>
 
-#include "core/config_file.h"
+#include "core/record/config_file.h"
 
 using namespace zvtaskq;
 

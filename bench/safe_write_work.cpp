@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/config_file.h"
+#include "core/record/config_file.h"
 
 using namespace zvtaskq;
 

@@ -1,7 +1,7 @@
 // tally_file_work FILE: sums a tally file, e-mails counted once, as the tally does.
 #include <cstdio>
 
-#include "tally/tally_file.h"
+#include "tally/traffic/tally_file.h"
 
 int main(int count, char** arguments) {
   if (count != 2) return 2;

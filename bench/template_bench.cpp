@@ -1,8 +1,8 @@
 // template_bench TEMPLATE TOKENS: fills the template from the record and prints it, for bench/template.py.
 #include <cstdio>
 
-#include "core/config_file.h"
-#include "core/tokenizer.h"
+#include "core/record/config_file.h"
+#include "core/template/tokenizer.h"
 
 using namespace zvtaskq;
 

@@ -3,7 +3,7 @@
 // The result is kept in share/templates; the build target update_filter_list writes it anew.
 #include <cstdio>
 
-#include "core/config_file.h"
+#include "core/record/config_file.h"
 
 using namespace zvtaskq;
 
@@ -25,5 +25,5 @@ void print(const char* name, std::initializer_list<const char*> values) {
 
 int main() {
 #define FILTER(name, ...) print(name, {__VA_ARGS__});
-#include "tally/brute_filters.def"
+#include "tally/bruteforce/lines/filters.def"
 }

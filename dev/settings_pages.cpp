@@ -29,7 +29,7 @@ constexpr Row kRows[] = {
 #define GROUP(title) {.group = title},
 #define SETTING(kind, key, field, value, text, layer, example, unit, meaning) \
   {nullptr, #kind, #key, #field, text, #layer, example, unit, meaning},
-#include "core/settings.def"
+#include "core/config/settings.def"
 };
 
 struct KindName {
@@ -97,7 +97,7 @@ void printSetting(const Row& row) {
 
 void printManualPage() {
   std::fputs(
-      ".\\\" Made from src/core/settings.def by dev/settings_pages.cpp.\n"
+      ".\\\" Made from src/core/config/settings.def by dev/settings_pages.cpp.\n"
       ".TH ZORVANE.CONF 5 \"\" \"Zorvane\" \"Zorvane panel\"\n"
       ".SH NAME\n"
       "zorvane.conf \\- main configuration of the panel\n"

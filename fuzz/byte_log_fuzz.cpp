@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "support.h"
-#include "tally/web_traffic.h"
+#include "tally/traffic/web_traffic.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::fuzz;

@@ -2,8 +2,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "core/settings.h"
-#include "core/settings_checks.h"
+#include "core/config/settings.h"
+#include "core/config/settings_checks.h"
 #include "support.h"
 
 using namespace zvtaskq;

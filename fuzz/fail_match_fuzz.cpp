@@ -2,12 +2,12 @@
 // the line, the same answer in a whole scan's search, and keys that a record can hold.
 #include <cstdint>
 
-#include "core/names.h"
+#include "core/text/line_search.h"
+#include "core/text/names.h"
 #include "support.h"
-#include "tally/brute_address.h"
-#include "tally/brute_counts.h"
-#include "tally/brute_match.h"
-#include "tally/line_search.h"
+#include "tally/bruteforce/lines/address.h"
+#include "tally/bruteforce/lines/match.h"
+#include "tally/bruteforce/records/counts.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::fuzz;

@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "core/line_reader.h"
-#include "core/sys.h"
+#include "core/read/line_reader.h"
+#include "core/sys/sys.h"
 #include "support.h"
 
 using namespace zvtaskq;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "core/list_file.h"
+#include "core/record/list_file.h"
 #include "support.h"
 
 using namespace zvtaskq;

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/lock_file.h"
-#include "core/sys.h"
+#include "core/files/lock_file.h"
+#include "core/sys/sys.h"
 #include "support.h"
 
 using namespace zvtaskq;

@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "core/config_file.h"
-#include "core/list_file.h"
-#include "core/partitions.h"
-#include "tally/partition_check.h"
+#include "core/panel/partitions.h"
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
+#include "tally/checks/partition_check.h"
 
 using namespace zvtaskq;
 

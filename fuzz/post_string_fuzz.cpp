@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/post_string.h"
+#include "core/text/post_string.h"
 #include "support.h"
 
 using namespace zvtaskq;

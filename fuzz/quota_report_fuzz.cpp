@@ -1,7 +1,7 @@
 // The reports of both quota tools: a row has a user and numbers that stand in the line.
-#include "core/line_reader.h"
+#include "core/read/line_reader.h"
 #include "support.h"
-#include "tally/quota_report.h"
+#include "tally/disk/quota_report.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::fuzz;

@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/config_file.h"
-#include "core/text.h"
+#include "core/record/config_file.h"
+#include "core/text/text.h"
 
 namespace zvtaskq::fuzz {
 

@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <set>
 
-#include "core/config_file.h"
-#include "core/privileges.h"
+#include "core/record/config_file.h"
+#include "core/sys/privileges.h"
 #include "support.h"
-#include "tally/bandwidth_breakdown.h"
-#include "tally/tally_file.h"
+#include "tally/traffic/bandwidth_breakdown.h"
+#include "tally/traffic/tally_file.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::fuzz;

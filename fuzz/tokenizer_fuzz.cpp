@@ -1,6 +1,6 @@
 // Whatever stands in a template and in its values: filling ends, stays within bounds, and keeps what it promises. Until
 // its first NUL the input is the template, behind it the record, a "name=value" a line.
-#include "core/tokenizer.h"
+#include "core/template/tokenizer.h"
 
 #include <cstring>
 

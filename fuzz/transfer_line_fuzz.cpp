@@ -1,8 +1,8 @@
 // The transfer logs of both FTP servers: what is taken of a line stands in it, and is whole.
-#include "core/line_reader.h"
+#include "core/read/line_reader.h"
 #include "support.h"
-#include "tally/home_traffic.h"
-#include "tally/transfer_line.h"
+#include "tally/traffic/home_traffic.h"
+#include "tally/traffic/transfer_line.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::fuzz;

@@ -17,15 +17,15 @@ LONGEST_FILE = 500
 # Which objects alone may refer to which functions of the C library; a "*" stands for any ending. The log opens its
 # files itself, so that a planned failure of "open" is still logged; a child about to start a program may do little else.
 ONE_OBJECT = (
-    ("identity.cpp", "seteuid setegid setuid setgid setreuid setregid setresuid setresgid setgroups initgroups setfsuid "
+    ("core/sys/identity", "seteuid setegid setuid setgid setreuid setregid setresuid setresgid setgroups initgroups setfsuid "
                      "setfsgid"),
-    ("sys.cpp", "rename renameat renameat2 chmod fchmod fchmodat lchmod chown fchown fchownat lchown unlink unlinkat "
+    ("core/sys/sys", "rename renameat renameat2 chmod fchmod fchmodat lchmod chown fchown fchownat lchown unlink unlinkat "
                 "remove rmdir mkdir mkdirat mkfifo mkfifoat mknod mknodat link linkat symlink symlinkat truncate truncate64 "
                 "ftruncate ftruncate64 creat creat64 mkstemp* mkostemp* mkdtemp tmpfile* utime utimes utimensat futimens "
                 "setxattr lsetxattr fsetxattr"),
-    ("sys.cpp log.cpp process.cpp", "open open64 openat openat64 __open* fopen fopen64 freopen freopen64"),
-    ("process.cpp", "fork vfork _Fork clone exec* fexecve posix_spawn* system popen"),
-    ("identity.cpp sys.cpp process.cpp child_talk.cpp", "syscall"),
+    ("core/sys/sys core/sys/log core/process/launch", "open open64 openat openat64 __open* fopen fopen64 freopen freopen64"),
+    ("core/process/launch", "fork vfork _Fork clone exec* fexecve posix_spawn* system popen"),
+    ("core/sys/identity core/sys/sys core/process/launch core/process/talk", "syscall"),
 )
 # The standard library's ways to do the same: nowhere.
 NOWHERE = re.compile(r"^_ZNSt10filesystem.*(remove|rename|permissions|create_|copy|resize_file|last_write_time)|"
@@ -71,17 +71,9 @@ def joined_texts(path):
         yield current
 
 
-def visible_rooms():
-    """Room -> the rooms whose files it may include, itself among them, as CMakeLists.txt says."""
-    sees = {}
-    for line in (ROOT / "CMakeLists.txt").read_text().splitlines():
-        match = re.match(r"zv_room\((\w+)(?: SEES ([\w ]+))?\)", line)
-        if match:
-            sees[match[1]] = (match[2] or "").split()
-
-    def reach(room):
-        return {room}.union(*(reach(lower) for lower in sees[room]))
-    return {room: reach(room) for room in sees}
+def rooms():
+    """The folders of src/ that are a room of their own, as CMakeLists.txt says."""
+    return set(re.findall(r"^zv_room\(([\w/]+)", (ROOT / "CMakeLists.txt").read_text(), re.M))
 
 
 def includes(path):
@@ -108,21 +100,19 @@ def rings(edges):
 
 
 def layers():
-    """A room includes itself and the rooms it sees; the headers of a room form no ring."""
-    visible = visible_rooms()
+    """Every include names a room and a file, and the headers form no ring; who sees whom the build itself enforces."""
+    known = rooms()
     edges = {}
     for path in sources("src"):
-        room = named(path).parts[1]
-        own = f"{room}/{path.stem}"
+        own = path.relative_to(ROOT / "src")
+        if own.parent.as_posix() not in known:
+            yield f"{named(path)} stands in no room"
         for number, included in includes(path):
-            target = included.split("/")[0]
-            if target not in visible:
+            if pathlib.PurePath(included).parent.as_posix() not in known:
                 yield f"{named(path)}:{number}: \"{included}\" is not written as \"<room>/<file>\""
-            elif target not in visible[room]:
-                yield f"{named(path)}:{number}: {room} must not see {target}: \"{included}\""
-            other = included.rsplit(".", 1)[0]
-            if path.suffix == ".h" and other != own:
-                edges.setdefault(own, set()).add(other)
+            other, stem = included.rsplit(".", 1)[0], own.with_suffix("").as_posix()
+            if path.suffix == ".h" and other != stem:
+                edges.setdefault(stem, set()).add(other)
     for ring in rings(edges):
         yield "headers include each other in a ring: " + ", ".join(ring)
 
@@ -142,7 +132,7 @@ def messages():
 def texts():
     """delString frees what Text owns; only core/text calls it."""
     for path in sources("src"):
-        if named(path).as_posix() in ("src/core/text.h", "src/core/text.cpp"):
+        if named(path).as_posix() in ("src/core/text/text.h", "src/core/text/text.cpp"):
             continue
         for kind, match, line in tokens(path):
             if kind == "word" and match.group() == "delString":
@@ -191,21 +181,27 @@ def homes_of(symbol):
     return []
 
 
+def symbols(path, *options):
+    listing = subprocess.run(["nm", *options, path], stdout=subprocess.PIPE, check=True).stdout.decode()
+    return {line.split()[-1].split("@")[0] for line in listing.splitlines() if line.strip() and not line.endswith(":")}
+
+
 def objects(build):
     """Identity is changed in one object, files in one, processes made in one."""
-    found = sorted(path for folder in pathlib.Path(build).glob("CMakeFiles/zv*.dir") for path in folder.rglob("*.cpp.o"))
+    found = 0
+    for path in sources("src", kinds={".cpp"}):
+        source = path.relative_to(ROOT / "src").with_suffix("").as_posix()
+        # What a build folder holds of sources that are gone is nobody's concern.
+        for built in pathlib.Path(build).glob(f"CMakeFiles/zv*.dir/src/{source}.cpp.o"):
+            found += 1
+            for symbol in sorted(symbols(built, "--undefined-only")):
+                homes = homes_of(symbol)
+                if homes and source not in homes:
+                    yield f"{source} refers to {symbol}, which only {' and '.join(homes)} may"
+                elif NOWHERE.match(symbol):
+                    yield f"{source} refers to {symbol}, which nothing may"
     if not found:
         yield f"no objects below {build}"
-    for path in found:
-        listing = subprocess.run(["nm", "--undefined-only", path], stdout=subprocess.PIPE, check=True).stdout.decode()
-        source = path.name[:-2]
-        for line in listing.splitlines():
-            symbol = line.split()[-1].split("@")[0]
-            homes = homes_of(symbol)
-            if homes and source not in homes:
-                yield f"{source} refers to {symbol}, which only {' and '.join(homes)} may"
-            elif NOWHERE.match(symbol):
-                yield f"{source} refers to {symbol}, which nothing may"
 
 
 RULES = {"layers": layers, "messages": messages, "texts": texts, "lengths": lengths, "words": words, "objects": objects}

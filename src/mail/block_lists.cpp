@@ -4,10 +4,10 @@
 #include <ctime>
 #include <iterator>
 
-#include "core/config.h"
-#include "core/log.h"
-#include "core/record_lock.h"
-#include "core/system_layer.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "core/record/record_lock.h"
+#include "core/sys/log.h"
 #include "mail/email.h"
 #include "mail/mail_files.h"
 

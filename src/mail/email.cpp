@@ -3,12 +3,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include "core/fail_point.h"
-#include "core/list_file.h"
-#include "core/log.h"
-#include "core/privileges.h"
-#include "core/record_lock.h"
-#include "core/system_layer.h"
+#include "core/panel/run_state.h"
+#include "core/record/list_file.h"
+#include "core/record/record_lock.h"
+#include "core/sys/fail_point.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
 #include "mail/mail_files.h"
 
 namespace zvtaskq {

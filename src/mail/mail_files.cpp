@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <string_view>
 
-#include "core/config.h"
-#include "core/privileges.h"
-#include "core/safe_walk.h"
-#include "core/system_layer.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "core/sys/privileges.h"
+#include "core/tree/safe_walk.h"
 
 namespace zvtaskq {
 

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "core/config_file.h"
-#include "core/sys.h"
+#include "core/record/config_file.h"
+#include "core/sys/sys.h"
 
 namespace zvtaskq {
 

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "core/config.h"
-#include "core/config_file.h"
-#include "core/dates.h"
-#include "core/log.h"
-#include "core/panel_paths.h"
-#include "core/privileges.h"
+#include "core/config/config.h"
+#include "core/panel/panel_paths.h"
+#include "core/record/config_file.h"
+#include "core/sys/dates.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
 #include "mail/email.h"
 #include "mail/mail_files.h"
 

@@ -1,7 +1,7 @@
 // Switches vacation messages on and off as their windows open and close.
 #pragma once
 
-#include "core/list_file.h"
+#include "core/record/list_file.h"
 
 namespace zvtaskq {
 

@@ -2,11 +2,11 @@
 
 #include <string>
 
-#include "account/account_record.h"
-#include "core/identity.h"
-#include "core/log.h"
-#include "core/names.h"
-#include "core/panel_paths.h"
+#include "account/model/account_record.h"
+#include "core/panel/panel_paths.h"
+#include "core/sys/identity.h"
+#include "core/sys/log.h"
+#include "core/text/names.h"
 #include "notify/mail_copies.h"
 #include "notify/message_list.h"
 

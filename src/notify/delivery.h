@@ -1,8 +1,8 @@
 // Telling the recipients of one ticket.
 #pragma once
 
-#include "core/list_file.h"
-#include "core/text.h"
+#include "core/record/list_file.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

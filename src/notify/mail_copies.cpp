@@ -4,13 +4,13 @@
 #include <ctime>
 #include <string_view>
 
-#include "core/config.h"
-#include "core/identity.h"
-#include "core/log.h"
-#include "core/names.h"
-#include "core/process.h"
-#include "core/system_info.h"
-#include "core/system_layer.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "core/panel/system_info.h"
+#include "core/process/child.h"
+#include "core/sys/identity.h"
+#include "core/sys/log.h"
+#include "core/text/names.h"
 #include "notify/mail_text.h"
 
 namespace zvtaskq {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "core/config_file.h"
+#include "core/record/config_file.h"
 
 namespace zvtaskq {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "core/names.h"
-#include "core/random.h"
-#include "core/text.h"
+#include "core/sys/random.h"
+#include "core/text/names.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/config_file.h"
-#include "core/log.h"
-#include "core/paths.h"
-#include "core/privileges.h"
-#include "core/record_lock.h"
+#include "core/files/paths.h"
+#include "core/record/config_file.h"
+#include "core/record/record_lock.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
 
 namespace zvtaskq {
 

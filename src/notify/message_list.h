@@ -1,7 +1,7 @@
 // What an account is told of: its "tickets.list", a pair for every ticket.
 #pragma once
 
-#include "core/text.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

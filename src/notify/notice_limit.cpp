@@ -3,10 +3,10 @@
 #include <ctime>
 #include <string>
 
-#include "core/config_file.h"
-#include "core/log.h"
-#include "core/panel_paths.h"
-#include "core/record_lock.h"
+#include "core/panel/panel_paths.h"
+#include "core/record/config_file.h"
+#include "core/record/record_lock.h"
+#include "core/sys/log.h"
 
 namespace zvtaskq {
 

@@ -1,7 +1,7 @@
 #include "notify/notices.h"
 
-#include "core/config_file.h"
-#include "core/list_file.h"
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
 #include "notify/operations.h"
 #include "notify/ticket.h"
 

@@ -1,8 +1,8 @@
 // Telling people. A build that holds the messages provides it.
 #pragma once
 
-#include "core/operation.h"
-#include "core/text.h"
+#include "core/sys/operation.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

@@ -4,14 +4,14 @@
 #include <cstring>
 #include <string>
 
-#include "account/account_record.h"
-#include "core/config.h"
-#include "core/fail_point.h"
-#include "core/log.h"
-#include "core/panel_paths.h"
-#include "core/privileges.h"
-#include "core/sys.h"
-#include "core/system_layer.h"
+#include "account/model/account_record.h"
+#include "core/config/config.h"
+#include "core/panel/panel_paths.h"
+#include "core/panel/run_state.h"
+#include "core/sys/fail_point.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/sys.h"
 #include "notify/delivery.h"
 #include "notify/mail_copies.h"
 #include "notify/mail_text.h"

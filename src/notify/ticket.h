@@ -1,9 +1,9 @@
 // System messages: stored once as a numbered ticket, and announced to each recipient.
 #pragma once
 
-#include "core/config_file.h"
-#include "core/identity.h"
-#include "core/list_file.h"
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
+#include "core/sys/identity.h"
 
 namespace zvtaskq {
 

@@ -10,10 +10,10 @@
 #include <memory>
 #include <vector>
 
-#include "core/config.h"
-#include "core/private_folder.h"
-#include "core/safe_walk.h"
-#include "core/system_layer.h"
+#include "core/config/config.h"
+#include "core/files/private_folder.h"
+#include "core/panel/run_state.h"
+#include "core/tree/safe_walk.h"
 
 namespace zvtaskq {
 

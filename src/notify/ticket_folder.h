@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "core/sys.h"
+#include "core/sys/sys.h"
 
 namespace zvtaskq {
 

@@ -8,15 +8,15 @@
 #include <cstring>
 #include <string>
 
-#include "core/config.h"
-#include "core/config_file.h"
-#include "core/fail_point.h"
-#include "core/lock_file.h"
-#include "core/log.h"
-#include "core/panel_paths.h"
-#include "core/privileges.h"
-#include "core/safe_file.h"
-#include "core/system_layer.h"
+#include "core/config/config.h"
+#include "core/files/lock_file.h"
+#include "core/files/safe_file.h"
+#include "core/panel/panel_paths.h"
+#include "core/panel/run_state.h"
+#include "core/record/config_file.h"
+#include "core/sys/fail_point.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
 #include "notify/ticket_folder.h"
 
 namespace zvtaskq {

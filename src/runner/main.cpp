@@ -1,6 +1,6 @@
 // The task-queue runner: one start, one run of the queues, one exit.
-#include "core/config.h"
-#include "core/log.h"
+#include "core/config/config.h"
+#include "core/sys/log.h"
 #include "runner/startup.h"
 
 namespace {

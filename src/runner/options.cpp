@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "core/config.h"
-#include "core/log.h"
+#include "core/config/config.h"
+#include "core/sys/log.h"
 
 namespace zvtaskq {
 

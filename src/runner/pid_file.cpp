@@ -7,9 +7,9 @@
 #include <cstring>
 #include <ctime>
 
-#include "core/identity.h"
-#include "core/log.h"
-#include "core/sys.h"
+#include "core/sys/identity.h"
+#include "core/sys/log.h"
+#include "core/sys/sys.h"
 
 namespace zvtaskq {
 

@@ -3,17 +3,17 @@
 #include <exception>
 #include <string_view>
 
-#include "core/config_file.h"
-#include "core/list_file.h"
-#include "core/log.h"
-#include "core/privileges.h"
-#include "core/safe_point.h"
-#include "runner/actions.h"
-#include "runner/mail_queue.h"
-#include "runner/queue_file.h"
-#include "runner/run_flags.h"
-#include "runner/service_actions.h"
-#include "runner/services_table.h"
+#include "core/panel/run_flags.h"
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/safe_point.h"
+#include "runner/actions/action_table.h"
+#include "runner/actions/mail_queue.h"
+#include "runner/monitor/service_verbs.h"
+#include "runner/monitor/services_table.h"
+#include "runner/queue/queue_file.h"
 
 namespace zvtaskq {
 

@@ -1,12 +1,12 @@
 #include "runner/run.h"
 
-#include "core/config.h"
-#include "core/log.h"
-#include "mail/operations.h"
-#include "runner/cleanups.h"
+#include "core/config/config.h"
+#include "core/sys/log.h"
+#include "runner/actions/mail_operations.h"
+#include "runner/actions/tally_operations.h"
+#include "runner/monitor/service_watch.h"
 #include "runner/process_queue.h"
-#include "runner/service_monitor.h"
-#include "tally/operations.h"
+#include "runner/upkeep/panel_logins.h"
 
 namespace zvtaskq {
 

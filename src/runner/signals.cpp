@@ -7,12 +7,12 @@
 #include <ctime>
 #include <string>
 
-#include "backup/operations.h"
-#include "core/config_file.h"
-#include "core/log.h"
-#include "core/panel_paths.h"
-#include "core/privileges.h"
-#include "core/safe_point.h"
+#include "core/panel/panel_paths.h"
+#include "core/record/config_file.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/safe_point.h"
+#include "runner/actions/backup_operations.h"
 
 namespace zvtaskq {
 

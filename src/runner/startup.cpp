@@ -9,22 +9,22 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/config.h"
-#include "core/environment.h"
-#include "core/log.h"
-#include "core/privileges.h"
-#include "core/sys.h"
-#include "core/system_layer.h"
-#include "mail/mail_upkeep.h"
+#include "core/config/config.h"
+#include "core/panel/run_flags.h"
+#include "core/panel/run_state.h"
+#include "core/sys/environment.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/sys.h"
 #include "notify/notices.h"
+#include "runner/actions/mail_upkeep.h"
+#include "runner/actions/server_checks.h"
+#include "runner/actions/usage_sources.h"
+#include "runner/monitor/services_table.h"
 #include "runner/options.h"
 #include "runner/pid_file.h"
 #include "runner/run.h"
-#include "runner/run_flags.h"
-#include "runner/services_table.h"
 #include "runner/signals.h"
-#include "tally/server_checks.h"
-#include "tally/usage_sources.h"
 
 namespace zvtaskq {
 

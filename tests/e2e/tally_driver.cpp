@@ -7,18 +7,18 @@
 #include <cstring>
 #include <string>
 
-#include "core/config.h"
-#include "core/environment.h"
-#include "core/identity.h"
-#include "core/log.h"
-#include "core/privileges.h"
-#include "core/system_layer.h"
-#include "tally/domain_log_rotation.h"
-#include "tally/ftp_traffic.h"
-#include "tally/home_traffic.h"
-#include "tally/log_rotation.h"
-#include "tally/web_log_rotation.h"
-#include "tally/web_statistics.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "core/sys/environment.h"
+#include "core/sys/identity.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "tally/logs/domain_rotation.h"
+#include "tally/logs/rotation.h"
+#include "tally/logs/web_rotation.h"
+#include "tally/logs/web_statistics.h"
+#include "tally/traffic/ftp_traffic.h"
+#include "tally/traffic/home_traffic.h"
 
 using namespace zvtaskq;
 

@@ -10,7 +10,7 @@ import subprocess
 import panel
 from panel import ADMIN, PanelTest, settings, text, write
 
-SAMPLES = os.path.join(panel.ROOT, "tests/tally/samples")
+SAMPLES = os.path.join(panel.ROOT, "tests/fixtures/traffic")
 HOME_LOG = "/var/log/httpd/homedir.log"
 PRO_LOG = "/var/log/proftpd/192.0.2.1.bytes"
 PURE_LOG = "/var/log/pureftpd.log"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/config_file.h"
+#include "core/record/config_file.h"
 #include "mail/email.h"
 #include "support/fixed_clock.h"
 #include "support/panel_folder.h"

@@ -4,8 +4,8 @@
 
 #include <ctime>
 
-#include "core/fail_point.h"
-#include "core/list_file.h"
+#include "core/record/list_file.h"
+#include "core/sys/fail_point.h"
 #include "mail/email.h"
 #include "mail/mail_files.h"
 #include "mail/vacation_watch.h"

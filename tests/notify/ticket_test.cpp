@@ -10,11 +10,11 @@
 #include <ctime>
 #include <filesystem>
 
-#include "core/config.h"
-#include "core/fail_point.h"
-#include "core/privileges.h"
-#include "core/sys.h"
-#include "core/system_layer.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "core/sys/fail_point.h"
+#include "core/sys/privileges.h"
+#include "core/sys/sys.h"
 #include "notify/notice_limit.h"
 #include "support/fixtures.h"
 

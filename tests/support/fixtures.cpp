@@ -28,6 +28,10 @@ std::string contentOf(const std::string& path) {
   return all.str();
 }
 
+std::string fixture(const std::string& name) {
+  return contentOf(ZVTASKQ_FIXTURES "/" + name);
+}
+
 void writeText(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << text;

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "core/log.h"
+#include "core/sys/log.h"
 
 namespace zvtaskq::test {
 
@@ -26,6 +26,8 @@ class Folder {
 };
 
 std::string contentOf(const std::string& path);
+/// What stands in a file of tests/fixtures.
+std::string fixture(const std::string& name);
 void writeText(const std::string& path, const std::string& text);
 bool exists(const std::string& path);
 /// The permission bits of a file, 0 when there is none.

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "core/config.h"
-#include "core/system_layer.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
 #include "support/fixtures.h"
 
 namespace zvtaskq::test {

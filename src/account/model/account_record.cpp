@@ -1,0 +1,73 @@
+#include "account/model/account_record.h"
+
+#include <dirent.h>
+
+#include <memory>
+
+#include "core/config/config.h"
+#include "core/panel/panel_paths.h"
+#include "core/panel/run_state.h"
+#include "core/record/list_file.h"
+#include "core/sys/privileges.h"
+#include "core/text/names.h"
+
+namespace zvtaskq {
+
+namespace {
+
+struct CloseFolder {
+  void operator()(DIR* folder) const { ::closedir(folder); }
+};
+
+struct TypeName {
+  const char* name;
+  AccountType type;
+};
+constexpr TypeName kTypes[] = {
+    {"user", AccountType::user}, {"reseller", AccountType::reseller}, {"admin", AccountType::admin}};
+
+}  // namespace
+
+int readAccount(const char* account, ConfigFile& record) {
+  if (!isValidUsername(account)) return fail(record.result, "Invalid user name");
+  record.setFilename(accountFile(account, "user.conf").c_str());
+  record.setUser(kPanelUser);
+  return record.readFile();
+}
+
+AccountType accountTypeOf(const ConfigFile& record) {
+  for (const TypeName& row : kTypes) {
+    if (record.isValue("usertype", row.name)) return row.type;
+  }
+  return AccountType::unknown;
+}
+
+int listAccounts(ListFile& names) {
+  const AsUser panel(kPanelUser);
+  const std::unique_ptr<DIR, CloseFolder> folder(::opendir(sys_conf->userdata));
+  if (!folder) return 0;
+  while (const dirent* entry = ::readdir(folder.get())) {
+    if (isValidUsername(entry->d_name)) names.addElement(entry->d_name);
+  }
+  return 1;
+}
+
+int readDomainOwners(ConfigFile& owners) {
+  owners.setFilename(domainOwnersFile().c_str());
+  owners.setUser(nullptr);
+  const AsRoot root;
+  // The table belongs to the mail server, and is written there as "domain: owner".
+  owners.separator = ':';
+  if (!owners.readFile()) return 0;
+  owners.trimValueFront();
+  return 1;
+}
+
+int readDomain(const char* account, const char* domain, ConfigFile& record) {
+  if (!isValidUsername(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
+  record.setFilename(accountFile(account, joined("domains/", domain, ".conf").c_str()).c_str());
+  record.setUser(kPanelUser);
+  return record.readFile();
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,22 @@
+// Reading the data files of accounts.
+#pragma once
+
+#include "core/record/config_file.h"
+
+namespace zvtaskq {
+
+enum class AccountType { unknown, user, reseller, admin };
+
+/// Reads "user.conf" of an account into `record`. 0 when the name cannot be an account's or the record cannot be read;
+/// the record's result says why.
+[[nodiscard]] int readAccount(const char* account, ConfigFile& record);
+/// The account's type by its record's `usertype`.
+AccountType accountTypeOf(const ConfigFile& record);
+/// The names of all accounts: of the folders of `userdata` that can be one. 0 when the folder cannot be read.
+[[nodiscard]] int listAccounts(ListFile& names);
+/// Reads the table of domain owners (`domainOwnersFile`): a pair a domain.
+[[nodiscard]] int readDomainOwners(ConfigFile& owners);
+/// Reads the record of a domain of an account into `record`.
+[[nodiscard]] int readDomain(const char* account, const char* domain, ConfigFile& record);
+
+}  // namespace zvtaskq

@@ -1,0 +1,39 @@
+#include "account/model/server_address.h"
+
+#include "core/config/config.h"
+#include "core/panel/panel_paths.h"
+#include "core/panel/run_state.h"
+#include "core/panel/system_info.h"
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
+#include "core/sys/identity.h"
+#include "core/text/names.h"
+
+namespace zvtaskq {
+
+namespace {
+
+bool isServerAddress(const char* address) {
+  if (!isValidIPv4(address)) return false;
+  const std::string path = adminFile(joined("ips/", address).c_str());
+  ConfigFile record(path.c_str());
+  record.setUser(kPanelUser);
+  return record.readFile() && record.isValue("status", "server");
+}
+
+}  // namespace
+
+std::string mainServerAddress() {
+  const std::string path = adminFile("ip.list");
+  ListFile addresses(path.c_str());
+  addresses.setUser(kPanelUser);
+  if (addresses.readFile()) {
+    for (int i = 0; i < addresses.size(); ++i) {
+      const char* address = addresses.getElementAt(i);
+      if (isServerAddress(address)) return address;
+    }
+  }
+  return getDeviceAddress(sys_conf->ethernet_dev);
+}
+
+}  // namespace zvtaskq

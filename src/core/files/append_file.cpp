@@ -1,0 +1,60 @@
+#include "core/files/append_file.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "core/files/lock_file.h"
+#include "core/sys/identity.h"
+#include "core/sys/log.h"
+#include "core/sys/sys.h"
+
+namespace zvtaskq {
+
+namespace {
+
+/// Whether the file ends in the middle of a line, left there by a writer that died: what is appended must not
+/// become a part of it.
+bool endsInsideLine(int fd, off_t size) {
+  char last = '\n';
+  return size > 0 && ::pread(fd, &last, 1, size - 1) == 1 && last != '\n';
+}
+
+/// Appends with one write. A write that falls short is taken back.
+bool appendWhole(int fd, std::string_view lines) {
+  std::string text(lines);
+  struct stat before {};
+  if (sys::fstat(fd, before) != 0) return false;
+  if (!S_ISREG(before.st_mode)) {
+    errno = EINVAL;
+    return false;
+  }
+  if (endsInsideLine(fd, before.st_size)) text.insert(0, 1, '\n');
+  if (sys::writeAll(fd, text) == text.size()) return true;
+  const int error = errno;
+  static_cast<void>(sys::ftruncate(fd, before.st_size));
+  errno = error;
+  return false;
+}
+
+}  // namespace
+
+Appended appendLines(const char* path, std::string_view lines, const char* caller) {
+  FileLock lock;
+  if (!lock.take(path, kLockMaximumAge, caller, nullptr)) return Appended::locked;
+  const Descriptor file(sys::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOFOLLOW, 0600));
+  if (!file || !appendWhole(file.get(), lines)) {
+    const int error = errno;
+    errorLog("Unable to append to %s: %s", path, std::strerror(error));
+    errno = error;
+    return Appended::failed;
+  }
+  if (sys::fchmod(file.get(), 0600) != 0 || sys::fchown(file.get(), getUID(kPanelUser), getGID(kPanelUser, 0)) != 0) {
+    errorLog("Unable to give %s to %s: %s", path, kPanelUser, std::strerror(errno));
+  }
+  return Appended::done;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,166 @@
+#include "core/files/lock_file.h"
+
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "core/sys/fail_point.h"
+#include "core/sys/log.h"
+#include "core/sys/sys.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kTries = 200;
+constexpr useconds_t kPause = 10'000;
+constexpr std::size_t kLongestCaller = 700;
+bool lockDebug = false;
+
+[[gnu::format(printf, 2, 3)]] void setReason(char* reason, const char* format, ...) {
+  if (reason == nullptr) return;
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(reason, kLockReasonSize, format, arguments);
+  va_end(arguments);
+}
+
+/// What a person needs to know of a lock that could not be made.
+std::string describe(const std::string& path) {
+  struct stat what {};
+  if (sys::lstat(path.c_str(), what) != 0) {
+    return joined(path, ": ", std::strerror(errno), ", euid:", std::to_string(::geteuid()),
+                  " egid:", std::to_string(::getegid()));
+  }
+  char mode[16];
+  std::snprintf(mode, sizeof mode, "%o", what.st_mode);
+  return joined(path, ": uid:", std::to_string(what.st_uid), " gid:", std::to_string(what.st_gid), " mode:", mode,
+                ", euid:", std::to_string(::geteuid()), " egid:", std::to_string(::getegid()));
+}
+
+/// A lock stamped that far in the future was left behind before the clock was put back.
+bool isStale(const struct stat& lock, int maximumAge, long long& age) {
+  age = static_cast<long long>(std::time(nullptr)) - lock.st_ctim.tv_sec;
+  return age > maximumAge || age < -static_cast<long long>(maximumAge);
+}
+
+/// Deletes a stale lock. Several waiters find it at once; the one that holds a `flock` on the very file it found
+/// stale may delete it, and only while it still is the file of that name, so nobody deletes a fresh lock.
+void breakIfStale(const std::string& path, int maximumAge) {
+  struct stat seen {};
+  long long age = 0;
+  if (sys::lstat(path.c_str(), seen) != 0 || !isStale(seen, maximumAge, age)) return;
+
+  const Descriptor opened(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  if (opened && sys::flockNow(opened.get(), LOCK_EX) != 0) return;
+  struct stat mine {};
+  struct stat now {};
+  if (opened && sys::fstat(opened.get(), mine) != 0) return;
+  if (sys::lstat(path.c_str(), now) != 0 || !isStale(now, maximumAge, age)) return;
+  if (opened && !sameFile(mine, now)) return;
+
+  errorLog("removing old lock: %s (age: %d seconds)", path.c_str(), static_cast<int>(age));
+  static_cast<void>(sys::unlink(path.c_str()));
+}
+
+/// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
+void writeCaller(int fd, const char* path, const char* caller) {
+  const std::string who = printable(text_detail::part(caller)).substr(0, kLongestCaller);
+  char line[kLongestCaller + 128];
+  const int length = std::snprintf(line, sizeof line, "%d=time=%lld&caller_location=%s\n", static_cast<int>(::getpid()),
+                                   static_cast<long long>(std::time(nullptr)), who.c_str());
+  const std::string_view text(line, static_cast<std::size_t>(length));
+  if (sys::writeAll(fd, text) == text.size()) return;
+  errorLog("getLock debug: cannot fdopen %s.lock for code '%s': %s", path, caller == nullptr ? "" : caller,
+           std::strerror(errno));
+}
+
+/// Tells a crash report that the attempt is on, or over.
+void markAttempt(const char* path, const char* caller, bool started) {
+  if (caller == nullptr) {
+    set_program_location(started ? "getlock(%s) : start" : "getlock(%s) : finished", path);
+  } else {
+    set_program_location(started ? "getlock(%s, '%s') : start" : "getlock(%s, '%s') : finished", path, caller);
+  }
+}
+
+/// The descriptor of the lock file made, or none with the reason set.
+Descriptor makeLock(const std::string& lockPath, const char* path, int maximumAge, const char* caller, char* reason) {
+  const FailScope scope("lock");
+  for (int i = 0; i < kTries; ++i) {
+    Descriptor lock(sys::open(lockPath.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0700));
+    if (lock) {
+      if (lockDebug) writeCaller(lock.get(), path, caller);
+      return lock;
+    }
+    if (errno != EEXIST) {
+      const std::string why = std::strerror(errno);
+      setReason(reason, "open error for %s: %s<br>\n%s", lockPath.c_str(), why.c_str(), describe(lockPath).c_str());
+      return {};
+    }
+    breakIfStale(lockPath, maximumAge);
+    ::usleep(kPause);
+  }
+  setReason(reason, "file is locked by another process");
+  return {};
+}
+
+Descriptor attempt(const char* path, int maximumAge, const char* caller, char* reason) {
+  if (path == nullptr || *path == '\0') {
+    setReason(reason, "empty file_name");
+    return {};
+  }
+  if (std::strlen(path) < 2) {
+    setReason(reason, "short file_name");
+    return {};
+  }
+  markAttempt(path, caller, true);
+  Descriptor lock = makeLock(joined(path, ".lock"), path, maximumAge, caller, reason);
+  markAttempt(path, caller, false);
+  return lock;
+}
+
+}  // namespace
+
+void setLockDebug(bool on) {
+  lockDebug = on;
+}
+
+int getLock(const char* path, int maximumAge, const char* caller, char* reason) {
+  return attempt(path, maximumAge, caller, reason) ? 1 : 0;
+}
+
+int getLock(const char* path, const char* caller) {
+  return getLock(path, kLockMaximumAge, caller, nullptr);
+}
+
+void freeLock(const char* path) {
+  static_cast<void>(sys::unlink(joined(path, ".lock").c_str()));
+}
+
+int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
+  release();
+  file_ = attempt(path, maximumAge, caller, reason);
+  if (!file_) return 0;
+  lockPath_ = Text::copyOf(std::string_view(joined(path, ".lock")));
+  return 1;
+}
+
+void FileLock::release() {
+  if (!held()) return;
+  struct stat mine {};
+  struct stat now {};
+  if (sys::fstat(file_.get(), mine) == 0 && sys::lstat(lockPath_, now) == 0 && sameFile(mine, now)) {
+    static_cast<void>(sys::unlink(lockPath_));
+  }
+  file_.reset();
+  lockPath_.clear();
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,50 @@
+// Lock files: the lock on a file is "<path>.lock", made by exclusive create. Other programs of the panel keep to the
+// same protocol.
+#pragma once
+
+#include <cstddef>
+
+#include "core/sys/sys.h"
+#include "core/text/text.h"
+
+namespace zvtaskq {
+
+/// Seconds after which a lock on a data file counts as left behind.
+inline constexpr int kLockMaximumAge = 60;
+/// The size of the buffer that a reason is written into.
+inline constexpr std::size_t kLockReasonSize = 512;
+
+/// Writes the caller's name into every lock file made from now on.
+void setLockDebug(bool on);
+
+/// Takes the lock on `path`, waiting about two seconds for another holder and breaking a lock older than
+/// `maximumAge` seconds. `caller` (null for none) names the operation. 1 when the lock is held; 0 with the reason
+/// ("empty file_name", "short file_name", "file is locked by another process", or "open error for ...") in `reason`,
+/// a buffer of kLockReasonSize bytes or null. Runs under the identity it finds.
+[[nodiscard]] int getLock(const char* path, int maximumAge, const char* caller, char* reason);
+/// The short form, with the maximum age of a data file's lock and no reason.
+[[nodiscard]] int getLock(const char* path, const char* caller);
+/// Deletes "<path>.lock", whether or not this process made it.
+void freeLock(const char* path);
+
+/// Holds a lock and frees it, but only while the lock file still is the one that was made: a holder so slow that
+/// its lock was broken must not delete its successor's.
+class FileLock {
+ public:
+  FileLock() = default;
+  ~FileLock() { release(); }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+  /// As `getLock`.
+  [[nodiscard]] int take(const char* path, int maximumAge, const char* caller, char* reason);
+  bool held() const { return !lockPath_.isNull(); }
+  void release();
+
+ private:
+  Text lockPath_;
+  /// Open as long as the lock is held: a file that is gone would leave its number to its successor.
+  Descriptor file_;
+};
+
+}  // namespace zvtaskq

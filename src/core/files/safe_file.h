@@ -1,0 +1,60 @@
+// Opening a file that somebody else may have tampered with, and replacing one in a way that cannot lose the old.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <string_view>
+
+#include "core/sys/sys.h"
+#include "core/text/text.h"
+
+namespace zvtaskq {
+
+/// Opens a regular file for reading without following a link at its end, waiting on a FIFO, or touching a device:
+/// what was opened is checked afterwards. A link that root made is followed, since an administrator may have moved
+/// the file. Not open (errno says why; EINVAL for what is no regular file) on failure.
+Descriptor openRegularFile(const char* path);
+
+/// The new content of a file, on its way: written to "<path>.temp", which replaces `path` when everything is safe on
+/// the disk. Runs under the identity it finds. A ".temp" that is never put in place stays where it is.
+class SafeFile {
+ public:
+  explicit SafeFile(const char* path);
+  SafeFile(const SafeFile&) = delete;
+  SafeFile& operator=(const SafeFile&) = delete;
+
+  /// Makes the temporary file anew, mode 0600, never through a link. 0 with errno.
+  [[nodiscard]] int open();
+  /// Adds to the content. Errors are kept for `finish`.
+  void write(std::string_view text) {
+    if (text.size() > buffer_.capacity() - buffer_.size()) drain();
+    if (text.size() > buffer_.capacity()) return writeThrough(text);
+    buffer_.append(text);
+  }
+  void write(char c) { write(std::string_view(&c, 1)); }
+  /// Writes out and flushes to the disk. 0 with errno when any of it failed; `written` says how far it came.
+  [[nodiscard]] int finish();
+  /// The bytes that reached the temporary file.
+  long long written() const { return written_; }
+  /// The size of the temporary file as the system sees it, -1 when it cannot tell.
+  long long sizeOnDisk() const;
+  /// Closes the file, with its outcome checked, and renames it onto the path. 0 with errno.
+  [[nodiscard]] int putInPlace();
+  /// The file, wherever it stands by now, for its owner and mode to be set.
+  int descriptor() const { return file_.get(); }
+  const char* temporaryPath() const { return temporary_.c_str(); }
+
+ private:
+  void drain();
+  void writeThrough(std::string_view text);
+
+  std::string path_;
+  std::string temporary_;
+  std::string buffer_;
+  Descriptor file_;
+  long long written_ = 0;
+  int error_ = 0;
+};
+
+}  // namespace zvtaskq

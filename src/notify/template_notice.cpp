@@ -1,0 +1,74 @@
+#include "notify/template_notice.h"
+
+#include <ctime>
+
+#include "core/config/config.h"
+#include "core/files/paths.h"
+#include "core/panel/panel_paths.h"
+#include "core/record/config_file.h"
+#include "core/record/record_lock.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/template/tokenizer.h"
+#include "notify/operations.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kGeneral = 1;
+
+/// The settings are read anew: since the check began, hooks have run and others may have written there.
+void keepStamp(const char* stamp) {
+  const std::string path = adminSettingsFile();
+  ConfigFile settings(path.c_str());
+  const RecordLock lock(settings);
+  if (!settings.readFile()) {
+    errorLog("Unable to read %s : %s", path.c_str(), settings.result.orEmpty());
+    return;
+  }
+  settings.setParam(stamp, static_cast<long long>(std::time(nullptr)));
+  if (!settings.writeFile()) errorLog("Unable to write %s : %s", path.c_str(), settings.result.orEmpty());
+}
+
+void fill(const Notice& notice, const Config& conf, ConfigFile& tokens, Tokenizer& text) {
+  const std::string path = templatePath(conf, notice.templateFile);
+  Tokenizer::add_footer_token(tokens, &conf);
+  const AsRoot root;
+  if (!text.runFromFile(path.c_str(), tokens)) notice.tellFillError(text.result.orEmpty());
+}
+
+}  // namespace
+
+std::string templatePath(const Config& conf, const char* file) {
+  const AsRoot root;
+  std::string own = joined(conf.templates, "/custom/", file);
+  return pathExists(own.c_str()) ? own : joined(conf.templates, "/", file);
+}
+
+std::string adminSettingsFile() {
+  return adminFile("admin.conf");
+}
+
+long long secondsSinceLast(const Notice& notice, const ConfigFile& settings) {
+  const long long now = std::time(nullptr);
+  long long last = 0;
+  static_cast<void>(settings.getValue(notice.stamp, &last));
+  if (last >= 0 && last <= now) return now - last;
+  errorLog("%s: %s is %lld, which is not in the past. Taking it for unset.", settings.getFilename(), notice.stamp,
+           last);
+  return now;
+}
+
+void sendNotice(const Notice& notice, ConfigFile& tokens, const Config& conf) {
+  Tokenizer text;
+  fill(notice, conf, tokens, text);
+  const auto& send = notifyOperations().notifyAdmins;
+  if (send.missing()) return;
+  const char* subject = tokens.getValue("SUBJECT");
+  // Handed over is enough: one administrator who cannot be reached must not bring the others a notice a minute.
+  send("", subject == nullptr ? notice.subject : subject, text.output(), kGeneral);
+  keepStamp(notice.stamp);
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,10 @@
+#include "runner/actions/tally_operations.h"
+
+namespace zvtaskq {
+
+TallyOperations& tallyOperations() {
+  static TallyOperations operations;
+  return operations;
+}
+
+}  // namespace zvtaskq

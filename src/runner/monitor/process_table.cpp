@@ -1,0 +1,96 @@
+#include "runner/monitor/process_table.h"
+
+#include <dirent.h>
+
+#include <cctype>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/sys.h"
+#include "core/text/text.h"
+
+namespace zvtaskq {
+
+namespace {
+
+/// Enough of a process's status for its first line.
+constexpr std::size_t kStatusRead = 256;
+constexpr std::string_view kNameLabel = "Name:\t";
+
+bool isProcess(const dirent& entry) {
+  const bool folder = entry.d_type == DT_DIR || entry.d_type == DT_UNKNOWN;
+  return folder && std::isdigit(static_cast<unsigned char>(entry.d_name[0])) != 0;
+}
+
+std::string_view firstWord(std::string_view text) {
+  const std::size_t start = text.find_first_not_of(" \t");
+  if (start == std::string_view::npos) return {};
+  text.remove_prefix(start);
+  return text.substr(0, text.find_first_of(" \t\n"));
+}
+
+std::string_view contentOf(int proc, const char* pid, const char* file, char (&buffer)[kStatusRead]) {
+  const Descriptor opened(sys::openat(proc, joined(pid, file).c_str(), O_RDONLY));
+  const ssize_t got = opened ? sys::read(opened.get(), buffer, sizeof buffer) : 0;
+  return {buffer, got > 0 ? static_cast<std::size_t>(got) : 0};
+}
+
+/// The name in the first line of a process's status: its first word, as it always was read. Empty when the process is
+/// gone.
+std::string_view nameInStatus(int proc, const char* pid, char (&buffer)[kStatusRead]) {
+  std::string_view text = contentOf(proc, pid, "/status", buffer);
+  if (!text.starts_with(kNameLabel)) return {};
+  text.remove_prefix(kNameLabel.size());
+  return firstWord(text);
+}
+
+/// The same name. The kernel tells it alone at a third of the cost of the whole status, but writes a backslash or a
+/// line feed in it in another way.
+std::string_view nameOf(int proc, const char* pid, char (&buffer)[kStatusRead]) {
+  std::string_view text = contentOf(proc, pid, "/comm", buffer);
+  if (!text.ends_with('\n')) return nameInStatus(proc, pid, buffer);
+  text.remove_suffix(1);
+  if (text.find_first_of("\\\n") != std::string_view::npos) return nameInStatus(proc, pid, buffer);
+  return firstWord(text);
+}
+
+}  // namespace
+
+int getProcessList(ConfigFile& record) {
+  const AsRoot root;
+  const std::unique_ptr<DIR, int (*)(DIR*)> proc(::opendir("/proc"), ::closedir);
+  if (!proc) {
+    errorLog("Running: Error opening /proc directory");
+    return 1;
+  }
+  char buffer[kStatusRead];
+  std::string name, pids;
+  while (const dirent* entry = ::readdir(proc.get())) {
+    if (!isProcess(*entry)) continue;
+    name = nameOf(::dirfd(proc.get()), entry->d_name, buffer);
+    if (name.empty()) continue;
+    const char* before = record.getValue(name.c_str());
+    pids = joined(before, entry->d_name, " ");
+    record.setParam(name.c_str(), pids.c_str());
+  }
+  return 1;
+}
+
+int getRunningList(ListFile& list) {
+  ConfigFile processes(nullptr);
+  if (!getProcessList(processes)) return 0;
+  list.fill_name(&processes);
+  return 1;
+}
+
+int running(const char* service) {
+  ListFile list(nullptr);
+  return getRunningList(list) && list.existElement(service) ? 1 : 0;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,66 @@
+#include "tally/bruteforce/lines/log_position.h"
+
+#include <cstring>
+
+#include "core/record/config_file.h"
+#include "core/sys/log.h"
+
+namespace zvtaskq {
+
+namespace {
+constexpr int kStateDebug = 1000;
+}
+
+int get_last_scan_info(const char* path, const ConfigFile& state, LogPosition& last) {
+  last = LogPosition{};
+  const char* kept = state.getValue(path);
+  if (kept == nullptr) return 0;
+  ConfigFile record(nullptr);
+  record.fillFromPost(kept);
+  LogPosition found;
+  if (!record.getValue("size", &found.size) || !record.getValue("position", &found.position)) return 0;
+  static_cast<void>(record.getValue("inode", &found.inode));
+  if (found.size < 0 || found.position < 0 || found.position > found.size) return 0;
+  last = found;
+  return 1;
+}
+
+int canKeepTrackOf(const char* path) {
+  if (std::strpbrk(path, "=\r\n") == nullptr && !commentLine(path)) return 1;
+  errorLog("Tally::scan_log: %s: a log of that name cannot be kept track of", path);
+  return 0;
+}
+
+int set_last_scan_info(const char* path, ConfigFile& state, const LogPosition& now) {
+  ConfigFile record(nullptr);
+  record.setParam("size", now.size);
+  record.setParam("position", now.position);
+  record.setParam("inode", now.inode);
+  const Text text = record.createPostString(0);
+  return state.setParam(path, text);
+}
+
+LogNews newsOf(const char* path, const LogPosition& last, const struct stat& now) {
+  const auto size = static_cast<long long>(now.st_size);
+  const bool isAnother = last.inode != 0 && last.inode != now.st_ino;
+  if (size == last.size && !isAnother) {
+    debug(kStateDebug,
+          "Tally::scan_log: %s:   cur_size (%lld) == last_size (%lld). Assuming nothing changed. Skipping.", path, size,
+          last.size);
+    return LogNews::nothing;
+  }
+  if (size == 0) return LogNews::empty;
+  if (size < last.size) {
+    debug(kStateDebug,
+          "Tally::scan_log: %s:   cur_size (%lld) < last_size (%lld). Assuming log was rotated. Starting from "
+          "beginning.",
+          path, size, last.size);
+    return LogNews::anew;
+  }
+  if (!isAnother) return LogNews::more;
+  debug(kStateDebug, "Tally::scan_log: %s: another file stands there than the one last read. Starting from beginning.",
+        path);
+  return LogNews::anew;
+}
+
+}  // namespace zvtaskq

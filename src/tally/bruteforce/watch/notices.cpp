@@ -1,0 +1,219 @@
+#include "tally/bruteforce/watch/notices.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "core/config/config.h"
+#include "core/files/paths.h"
+#include "core/panel/hook_script.h"
+#include "core/record/config_file.h"
+#include "core/sys/identity.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/text/post_string.h"
+#include "notify/operations.h"
+#include "tally/bruteforce/lines/data_paths.h"
+#include "tally/bruteforce/records/journal.h"
+#include "tally/bruteforce/watch/skip_list.h"
+
+namespace zvtaskq {
+
+const BruteKind kBruteAddress{"IP", " from IP(s) ", "brute_force_notice_ip.sh"};
+const BruteKind kBruteUser{"User", " on User(s) ", "brute_force_notice_user.sh"};
+
+namespace {
+
+constexpr int kCountDebug = 2000;
+constexpr int kNoticeDebug = 100;
+constexpr long long kHour = 3600;
+constexpr int kHookTime = 60;
+constexpr const char* kLastNotify = "last_notify";
+constexpr int kGeneral = 1;
+
+/// The script's path, empty when it is not there.
+std::string hookPath(const Config& conf, const char* name) {
+  std::string path = joined(conf.serverpath, "/scripts/custom/", name);
+  const AsRoot root;
+  return pathExists(path.c_str()) ? path : std::string();
+}
+
+/// A name as it was before it became the key of a record.
+std::string decoded(const char* key) {
+  std::string name = key;
+  name.resize(fixPostString(name.data(), 0));
+  return name;
+}
+
+std::string spacedOut(std::string_view record) {
+  std::string text;
+  for (const char c : record) {
+    if (c == '&') {
+      text += " & ";
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
+bool preHookObjects(const BruteNotices& notices, const BruteKind& kind, const std::string& name) {
+  if (notices.preHook().empty()) return false;
+  const HookAnswer answer =
+      executeIfExists(notices.preHook().c_str(), {{"type", kind.name}, {"value", name}}, kHookTime);
+  if (answer.failed()) errorLog("Tally::check_count_for: Pre script output: %s", answer.error.c_str());
+  return answer.failed();
+}
+
+void runHook(const BruteNotices& notices, const BruteKind& kind, const std::string& name, const std::string& record,
+             long long count) {
+  const std::string& path = notices.hookOf(kind);
+  if (path.empty()) return;
+  const HookAnswer answer =
+      executeIfExists(path.c_str(), {{"value", name}, {"data", record}, {"count", std::to_string(count)}}, kHookTime);
+  if (answer.failed()) {
+    errorLog("Brute Force error (%s, '%s'): Script output: %s", kind.name, name.c_str(), answer.error.c_str());
+  } else if (!answer.result.empty()) {
+    systemLog("Brute Force (%s, '%s'): Script output: %s", kind.name, name.c_str(), answer.result.c_str());
+  }
+}
+
+/// Whether the administrators may be told of it again.
+bool isDue(BruteNotices& notices, const char* key, const BruteFigures& figures) {
+  const long long now = std::time(nullptr);
+  if (figures.lastNotify == 0) return true;
+  if (figures.lastNotify > now && figures.lastNotify != figures.lastEntry) {
+    ++notices.ahead;
+    return true;
+  }
+  if (now - figures.lastNotify < kHour) {
+    debug(kCountDebug, "Last notify for %s was less than an hour ago, skipping check", key);
+    return false;
+  }
+  // A notice covers the failures of its own second.
+  if (figures.lastNotify < figures.lastEntry) return true;
+  debug(kCountDebug, "Last entry for %s was before the last notification, skipping check", key);
+  return false;
+}
+
+std::string stamped(const char* record, long long now) {
+  ConfigFile pairs(nullptr);
+  pairs.fillFromPost(record);
+  pairs.setParam(kLastNotify, now);
+  return pairs.createPostString(0).orEmpty();
+}
+
+}  // namespace
+
+BruteNotices::BruteNotices(const Config& conf)
+    : conf_(conf),
+      preHook_(hookPath(conf, "brute_force_notify_pre.sh")),
+      addressHook_(hookPath(conf, kBruteAddress.hook)),
+      userHook_(hookPath(conf, kBruteUser.hook)) {}
+
+int check_count_for(BruteNotices& notices, ConfigFile& counts, long long index, const BruteKind& kind, long long limit,
+                    SkipList& skips) {
+  const char* key = counts.getNameAt(index);
+  if (limit == 0) {
+    debug(kCountDebug, "Limit for %s is %d. Skipping", key, 0);
+    return 0;
+  }
+  const BruteFigures figures = figuresOf(counts.getValueAt(index));
+  debug(kCountDebug, "%s has %d attempts", key, static_cast<int>(figures.failures));
+  const bool isNotice = isDue(notices, key, figures) && figures.failures >= limit;
+  // Only a pre-hook wants to hear of the others.
+  if (!isNotice && notices.preHook().empty()) return 0;
+  const std::string name = decoded(key), record(text_detail::part(counts.getValueAt(index)));
+  if (skips.contains(name.c_str())) {
+    debug(kNoticeDebug, "%s is in the skip list. Skipping", name.c_str());
+    return 0;
+  }
+  if (preHookObjects(notices, kind, name) || !isNotice) return 0;
+
+  const std::string shown = printable(name);
+  const std::string count = std::to_string(figures.failures);
+  notices.summary +=
+      joined(kind.name, " ", shown, " has ", count, " failed login attempts: ", spacedOut(printable(record)), "\n");
+  debug(kNoticeDebug, "*** %s %s has %d failed login attempts. Limit=%d data='%s'", kind.name, shown.c_str(),
+        static_cast<int>(figures.failures), static_cast<int>(limit), record.c_str());
+  const bool isFirst = notices.subjectList.find(kind.beforeFirst) == std::string::npos;
+  notices.subjectList += joined(isFirst ? kind.beforeFirst : ", ", shown);
+  const long long now = std::max<long long>(std::time(nullptr), figures.lastEntry);
+  counts.setParam_in_place(index, newString(stamped(record.c_str(), now)));
+  ++notices.notices;
+  runHook(notices, kind, name, record, figures.failures);
+  return 1;
+}
+
+namespace {
+
+/// The names of a file that were told of.
+std::vector<std::string> checkAll(BruteNotices& notices, ConfigFile& counts, const BruteKind& kind, long long limit,
+                                  SkipList& skips) {
+  std::vector<std::string> told;
+  notices.ahead = 0;
+  for (long long i = 0; i < counts.size(); ++i) {
+    if (check_count_for(notices, counts, i, kind, limit, skips)) told.emplace_back(counts.getNameAt(i));
+  }
+  if (notices.ahead > 0) {
+    errorLog("%s: the last_notify of %lld records is not in the past. Taking it for unset.", counts.getFilename(),
+             notices.ahead);
+  }
+  return told;
+}
+
+/// The file is read anew: hooks have run, and others may have written there.
+int keepStamps(BruteRecords& records, const std::vector<std::string>& told) {
+  if (told.empty()) return 1;
+  const long long now = std::time(nullptr);
+  return records.update([&](ConfigFile& counts) {
+    for (const std::string& key : told) {
+      const long long index = counts.getIndex(key.c_str());
+      if (index < 0) continue;
+      const char* record = counts.getValueAt(index);
+      const long long stamp = std::max(now, figuresOf(record).lastEntry);
+      counts.setParam_in_place(index, newString(stamped(record, stamp)));
+    }
+  });
+}
+
+std::string messageOf(const BruteNotices& notices) {
+  const Config& conf = notices.conf();
+  const std::string host = conf.servername.isEmpty() ? std::string("localhost") : std::string(conf.servername.view());
+  return joined("A brute force attack has been detected in one of your service logs.\n\n", notices.summary,
+                "\nCheck 'Admin Level -> Brute Force Monitor' for more information\n",
+                "\n\nView your Brute Force Monitor:\n", conf.SSL ? "https" : "http", "://", host, ":",
+                std::to_string(conf.port), "/CMD_BRUTE_FORCE_MONITOR", "?sort1=-1\n");
+}
+
+void send(const BruteNotices& notices) {
+  const Config& conf = notices.conf();
+  if (notices.notices == 0 || conf.hide_brute_force_notifications) return;
+  const std::string subject = "Brute-Force Attack detected in service log" + notices.subjectList;
+  const auto& tell =
+      conf.brute_force_notifications_email_only ? notifyOperations().mailAdmins : notifyOperations().notifyAdmins;
+  if (tell.missing()) return;
+  if (!tell("", subject.c_str(), messageOf(notices).c_str(), kGeneral)) {
+    errorLog("Error while sending the notice of a brute-force attack");
+  }
+}
+
+}  // namespace
+
+int tellBruteForce(const Config& conf, BruteFiles& files) {
+  if (conf.ip_brutecount == 0 && conf.user_brutecount == 0) return 1;
+  ConfigFile list(bruteSkipFile().c_str());
+  list.setUser(kPanelUser);
+  // A list that cannot be read skips nobody: better one notice too many.
+  if (list.exists() && !list.readFile(1)) {
+    errorLog("Error reading %s: %s.", list.getFilename(), list.result.orEmpty());
+  }
+  SkipList skips(list);
+  BruteNotices notices(conf);
+  const auto addresses = checkAll(notices, files.addresses.counts(), kBruteAddress, conf.ip_brutecount, skips);
+  const auto users = checkAll(notices, files.users.counts(), kBruteUser, conf.user_brutecount, skips);
+  send(notices);
+  const int keptAddresses = keepStamps(files.addresses, addresses);
+  return keepStamps(files.users, users) && keptAddresses ? 1 : 0;
+}
+
+}  // namespace zvtaskq

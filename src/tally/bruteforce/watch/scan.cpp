@@ -1,0 +1,234 @@
+#include "tally/bruteforce/watch/scan.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "core/files/safe_file.h"
+#include "core/read/line_reader.h"
+#include "core/read/log_blocks.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/safe_point.h"
+#include "tally/bruteforce/lines/data_paths.h"
+#include "tally/bruteforce/lines/log_position.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kWebLogs = 8;
+constexpr int kScanDebug = 1000;
+constexpr long long kMarkEvery = 1000;
+/// How many doubtful lines one scan tells of one by one: whoever makes them must not fill our logs.
+constexpr long long kDoubtsTold = 5;
+constexpr int kLongestShown = 1024;
+/// What one scan keeps in memory: then it is committed, and the next one goes on.
+constexpr std::size_t kMostNames = 250'000;
+constexpr std::size_t kMostNameBytes = std::size_t{16} << 20;
+
+std::vector<std::string> textsOf(const std::vector<const BruteFilter*>& filters) {
+  std::vector<std::string> texts;
+  for (const BruteFilter* filter : filters) texts.push_back(filter->text);
+  return texts;
+}
+
+const char* programOf(const BruteGroup& group, const BruteFilter& filter) {
+  for (const char* const* program = group.programs; *program != nullptr; ++program) {
+    if (filter.name.starts_with(*program)) return *program;
+  }
+  return nullptr;
+}
+
+/// Lines of a log may be as long as their writer likes.
+int shownLength(std::string_view line) {
+  return std::min(static_cast<int>(line.size()), kLongestShown);
+}
+
+}  // namespace
+
+// --- Lines -----------------------------------------------------------------------------------------------------
+
+BruteScan::BruteScan(const Config& conf, const std::vector<BruteFilter>& filters)
+    : findings(filters),
+      spool(bruteEntriesSpoolFile()),
+      conf_(conf),
+      filters_(filters),
+      services_(filters.size(), ""),
+      choice_(addressChoiceOf(conf.brute_force_ambiguous_ip)),
+      suspended_(conf) {}
+
+BruteScan::Compiled& BruteScan::compiled(const BruteGroup& group) {
+  for (const auto& known : compiled_) {
+    if (known->group == group.number) return *known;
+  }
+  std::vector<const BruteFilter*> chosen;
+  for (std::size_t i = 0; i < filters_.size(); ++i) {
+    const char* program = programOf(group, filters_[i]);
+    if (program == nullptr) continue;
+    chosen.push_back(&filters_[i]);
+    services_[i] = program;
+  }
+  compiled_.push_back(std::make_unique<Compiled>(Compiled{group.number, chosen, LineSearch(textsOf(chosen))}));
+  return *compiled_.back();
+}
+
+void BruteScan::takeLines(const BruteGroup& group, std::string_view lines, long long& lineCount) {
+  constexpr std::size_t kSample = std::size_t{16} * 1024;
+  Compiled& filters = compiled(group);
+  if (!filters.hasLearned) filters.search.learn(lines.substr(0, kSample));
+  filters.hasLearned = true;
+  const char* at = lines.data();
+  const char* const end = at + lines.size();
+  for (;;) {
+    const char* found = filters.search.find(at, end, lineCount);
+    if (found == end) return;
+    const auto* feed = static_cast<const char*>(::memrchr(at, '\n', static_cast<std::size_t>(found - at)));
+    const char* const start = feed == nullptr ? at : feed + 1;
+    std::string_view rest(start, static_cast<std::size_t>(end - start)), line;
+    if (!nextLine(rest, line)) return;
+    ++lineCount;
+    takeLine(filters, line, filters.search.textsIn(line, found, end));
+    at = rest.data();
+  }
+}
+
+void BruteScan::takeLine(const Compiled& group, std::string_view text, std::uint64_t texts) {
+  BruteMatch match;
+  if (!parseLine(group.filters, BruteLine(text), choice_, findings.addresses, match, texts)) return;
+  const auto filter = static_cast<std::uint32_t>(match.filter - filters_.data());
+  const bool hasAddress = match.address != NameTable::kNone;
+  if (match.isMisplaced || match.isAmbiguous) tellDoubt(match, text);
+  spool.add({match.attempts, filter, hasAddress ? findings.addresses.clean().at(match.address) : std::string_view(),
+             match.user, text});
+  if (!countUser(match, filter) || !hasAddress) return;
+  bool isNew = false;
+  BruteCounts::Count& count = findings.addressCounts.of(match.address, filter, isNew);
+  count.failures = addedUp(count.failures, match.attempts);
+}
+
+/// False when the failure counts for nobody, because the account is suspended.
+bool BruteScan::countUser(const BruteMatch& match, std::uint32_t filter) {
+  if (match.user.empty()) return true;
+  const std::uint32_t user = findings.users.add(bruteUserKey(match.user, keyRoom_));
+  if (user == NameTable::kNone) return true;
+  bool isNew = false;
+  BruteCounts::Count& count = findings.userCounts.of(user, filter, isNew);
+  if (isNew && conf_.brute_force_ignore_attempts_on_suspended) {
+    count.isExempt = suspended_.isSuspended(std::string(match.user).c_str(), services_[filter]);
+  }
+  if (count.isExempt) {
+    debug(kScanDebug, "Failed login attempt on '%.*s' but this account is suspended.  Ignoring failed attempt.",
+          shownLength(match.user), match.user.data());
+    return false;
+  }
+  count.failures = addedUp(count.failures, match.attempts);
+  return true;
+}
+
+void BruteScan::tellDoubt(const BruteMatch& match, std::string_view line) {
+  if (++doubts_ > kDoubtsTold) return;
+  const int length = shownLength(line);
+  if (match.isMisplaced && match.address == NameTable::kNone) {
+    errorLog("Tally::scan_log: Unable to determine IP value from string: %.*s", shownLength(match.addressText),
+             match.addressText.data());
+    return;
+  }
+  const char* counted =
+      match.address == NameTable::kNone ? "none" : findings.addresses.clean().at(match.address).data();
+  const char* what = match.isMisplaced ? "no address where the address should be" : "more than one address";
+  securityLog("Tally::scan_log: a failed log-in with %s, counting %s: %.*s", what, counted, length, line.data());
+}
+
+void BruteScan::tellDoubts() const {
+  if (doubts_ <= kDoubtsTold) return;
+  securityLog("Tally::scan_log: %lld more failed log-ins with more than one address, or none where it should be",
+              doubts_ - kDoubtsTold);
+}
+
+bool BruteScan::isFull() const {
+  const NameTable& addresses = findings.addresses.clean();
+  return addresses.size() + findings.users.size() > kMostNames ||
+         addresses.textSize() + findings.users.textSize() > kMostNameBytes;
+}
+
+// --- Files -----------------------------------------------------------------------------------------------------
+
+namespace {
+
+int cannotOpen(const char* path, const BruteGroup& group) {
+  if (group.isExpected) {
+    errorLog("Unable to open %s for reading", path);
+  } else {
+    debug(kScanDebug, "Unable to open %s for reading", path);
+  }
+  return 0;
+}
+
+int leaveEmpty(const char* path, const BruteGroup& group, ConfigFile& state, const struct stat& now) {
+  if (group.number != kWebLogs) {
+    debug(kScanDebug, "Tally::scan_log: %s:   cur_size is 0 bytes. Ignoring.", path);
+    return set_last_scan_info(path, state, {0, 0, now.st_ino});
+  }
+  debug(kScanDebug,
+        "Tally::scan_log: %s:   cur_size is 0 bytes. Apache log: removing from brute.conf (it might be deleted).",
+        path);
+  return state.deleteParam(path);
+}
+
+Descriptor openLog(const char* path) {
+  const AsRoot root;
+  return openRegularFile(path);
+}
+
+/// 0, or what errno was.
+int statLog(const char* path, struct stat& now) {
+  const AsRoot root;
+  return ::stat(path, &now) == 0 ? 0 : errno;
+}
+
+void readLog(const char* path, int fd, const BruteGroup& group, LogPosition& now, BruteScan& scan) {
+  LogBlocks blocks(fd, now.position);
+  long long count = 0;
+  for (std::string_view lines; blocks.next(lines);) {
+    const long long before = count;
+    scan.takeLines(group, lines, count);
+    if (before / kMarkEvery != count / kMarkEvery) {
+      set_program_location("Tally::scan_log(%s) at line %lld", path, count / kMarkEvery * kMarkEvery);
+      atSafePoint();
+    }
+    if (scan.isFull()) break;
+  }
+  if (blocks.failed()) errorLog("Error reading %s: %s", path, std::strerror(errno));
+  now.position = blocks.position();
+  // Where the end was met, or where a full scan stopped, so that the next one does not find it unchanged.
+  now.size = scan.isFull() ? blocks.position() : blocks.seen();
+}
+
+}  // namespace
+
+int scan_log(const char* path, const BruteGroup& group, ConfigFile& state, BruteScan& scan) {
+  if (path == nullptr || *path == '\0' || !canKeepTrackOf(path)) return 0;
+  LogPosition last;
+  static_cast<void>(get_last_scan_info(path, state, last));
+  struct stat now {};
+  if (const int error = statLog(path, now); error != 0) {
+    return group.number == kWebLogs && error == ENOENT ? leaveEmpty(path, group, state, now) : cannotOpen(path, group);
+  }
+  if (newsOf(path, last, now) == LogNews::nothing) return 0;
+  const Descriptor log = openLog(path);
+  if (!log) return cannotOpen(path, group);
+  if (sys::fstat(log.get(), now) != 0) return cannotOpen(path, group);
+  const LogNews news = newsOf(path, last, now);
+  if (news == LogNews::nothing) return 0;
+  if (news == LogNews::empty) return leaveEmpty(path, group, state, now);
+  LogPosition reached{last.size, news == LogNews::anew ? 0 : last.position, now.st_ino};
+  if (::lseek(log.get(), reached.position, SEEK_SET) < 0) return cannotOpen(path, group);
+  readLog(path, log.get(), group, reached, scan);
+  debug(kScanDebug, "Tally::scan_log(conf, %s): DONE", path);
+  return set_last_scan_info(path, state, reached);
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,102 @@
+#include "tally/traffic/home_traffic.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <string>
+
+#include "core/config/config.h"
+#include "core/files/lock_file.h"
+#include "core/files/paths.h"
+#include "core/files/safe_file.h"
+#include "core/panel/run_state.h"
+#include "core/read/line_reader.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/text/names.h"
+#include "tally/logs/rotation.h"
+#include "tally/traffic/traffic_ledger.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr const char* kLog = "/var/log/httpd/homedir.log";
+constexpr const char* kMarkName = "log";
+constexpr std::size_t kLongestLine = 204800;
+constexpr std::string_view kBlanks = " \t", kNameEnds = " \t/\\";
+
+/// Adds the lines from a place on to the ledger. Returns the place behind the last whole one.
+long long addFrom(int fd, long long start, TrafficLedger& ledger) {
+  if (::lseek(fd, start, SEEK_SET) != start) return start;
+  LineReader reader(fd);
+  HomeTraffic traffic;
+  for (std::string_view line; reader.next(line);) {
+    if (readHomeTraffic(line, traffic)) ledger.add(traffic.account, traffic.bytes);
+  }
+  if (reader.failed()) errorLog("Unable to read %s: %s", kLog, std::strerror(errno));
+  return start + reader.consumed();
+}
+
+/// After the log was emptied: what it had got since it was read stands in the copy.
+int billTail(const LogMark& mark, TrafficLedger& ledger) {
+  const long long size = fileSize(kLog);
+  // Not emptied: what is new in it is for the next time.
+  if (size < 0 || size >= mark.offset) return 1;
+  ledger.setMark(kMarkName, {});
+  const Descriptor copy = openRegularFile(joined(kLog, ".1").c_str());
+  if (copy && mark.fits(copy.get())) static_cast<void>(addFrom(copy.get(), mark.offset, ledger));
+  return ledger.enter();
+}
+
+int billLog(int fd) {
+  TrafficLedger ledger("homedir", "bandwidth.tally", "homedir");
+  if (!ledger.open()) return 0;
+  const LogMark before = ledger.mark(kMarkName);
+  const long long end = addFrom(fd, before.isOf(fd) ? before.offset : 0, ledger);
+  const LogMark mark = LogMark::at(fd, end);
+  // What cannot be found again would be billed again.
+  if (mark.offset != end) return 0;
+  ledger.setMark(kMarkName, mark);
+  if (!ledger.enter()) return 0;
+  return rotate_log_up(kLog, sys_conf, 0, true) ? billTail(mark, ledger) : 1;
+}
+
+}  // namespace
+
+bool readHomeTraffic(std::string_view line, HomeTraffic& out) {
+  line = line.substr(0, kLongestLine);
+  const std::size_t blank = line.find_first_of(kBlanks);
+  if (line.starts_with('-') || blank == std::string_view::npos) return false;
+  const auto [end, error] = std::from_chars(line.data(), line.data() + blank, out.bytes);
+  if (error != std::errc() || end != line.data() + blank) return false;
+  const std::size_t tilde = line.find('~', blank);
+  if (tilde == std::string_view::npos) return false;
+  line.remove_prefix(tilde + 1);
+  out.account = line.substr(0, line.find_first_of(kNameEnds));
+  return isValidUsername(std::string(out.account).c_str(), 0,
+                         sys_conf != nullptr && sys_conf->allow_upper_case_username);
+}
+
+int parseHomeDirBandwidth() {
+  const AsRoot root;
+  if (!pathExists(kLog)) {
+    errorLog("%s doesn't exist for ~username bandwidth parsing.  See %s", kLog, sys_conf->zv_website.orEmpty());
+    return 0;
+  }
+  const Descriptor log = openRegularFile(kLog);
+  if (!log) {
+    errorLog("Unable to open %s for ~username bandwidth parsing", kLog);
+    return 0;
+  }
+  FileLock lock;
+  if (!lock.take(kLog, kLockMaximumAge, "parseHomeDirBandwidth", nullptr)) {
+    errorLog("Can't get lock on %s", kLog);
+    return 0;
+  }
+  return billLog(log.get());
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,58 @@
+// Entering traffic that was read from a shared log into the tally files of the accounts it belongs to.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "core/read/log_mark.h"
+#include "core/record/config_file.h"
+
+namespace zvtaskq {
+
+/// What of one kind of log has been billed, kept so that a crash at any moment bills nothing twice and loses nothing.
+///
+/// The sums of an accounting and how far the logs were read for them are first written to one note, then entered line
+/// by line and flushed to the disk, then the note is written again without the sums. A run that finds sums in the note
+/// enters those whose line is not there yet: no two lines of a ledger carry the same second. Notes stand in the folder
+/// "traffic" of `admindir`.
+///
+/// Works as root, whose identity the caller has taken. An open ledger keeps those of other processes shut, and a crash
+/// opens them again.
+class TrafficLedger {
+ public:
+  /// The note's name, the file in the accounts' folders that lines are appended to, and the `type` they carry.
+  TrafficLedger(const char* name, const char* file, const char* type);
+
+  /// Reads the note and finishes what it leaves to do. 0 with an error-log line when another process has a ledger open,
+  /// or the note cannot be read or written: nothing may be billed then.
+  [[nodiscard]] int open();
+
+  /// Adds to what `enter` bills the account.
+  void add(std::string_view account, unsigned long long bytes);
+
+  /// How far a log was read last; the log is known by any name of the caller's.
+  LogMark mark(const std::string& log) const;
+  /// How far it has been read now. An empty mark forgets it.
+  void setMark(const std::string& log, const LogMark& mark);
+
+  /// Bills what was added: a line "<bytes>=type=<type>&time=<seconds>" in each account's file. What cannot be entered
+  /// stays for the next time, what belongs to an account that is no more is dropped. 0 with an error-log line, and
+  /// nothing billed, when the note cannot be written.
+  [[nodiscard]] int enter();
+
+ private:
+  [[nodiscard]] int writeNote();
+  void enterSums(bool afterCrash);
+  bool enterLine(const std::string& account, unsigned long long bytes, bool afterCrash) const;
+
+  /// Holds the lock.
+  Descriptor folder_;
+  std::string file_;
+  std::string type_;
+  ConfigFile note_;
+  std::map<std::string, unsigned long long, std::less<>> sums_;
+  bool changed_ = false;
+};
+
+}  // namespace zvtaskq

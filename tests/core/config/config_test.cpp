@@ -1,0 +1,360 @@
+#include "core/config/config.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+
+#include "core/record/config_file.h"
+#include "core/sys/identity.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "support/fixtures.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+std::string have(const ConfigFile& settings, const char* key) {
+  const char* value = settings.getValue(key);
+  return value == nullptr ? "(absent)" : value;
+}
+
+class ConfigTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (getUID(kPanelUser) == kUnknownId) GTEST_SKIP() << "needs the user zvadmin, as in dev/sandbox";
+    ASSERT_EQ(setRootPriv(), 1) << "needs root, as in dev/sandbox";
+  }
+  void TearDown() override { setDebugLevel(0); }
+
+  std::string path(const char* name) const { return folder_.path(name); }
+  std::string logged(const char* name = "error.log") const { return contentOf(path(name)); }
+  /// The folder's file with these lines, and `logdir` set to the folder.
+  std::string fileWith(const std::string& lines, const char* name = "zorvane.conf") const {
+    writeText(path(name), "logdir=" + folder_.path() + "\n" + lines);
+    return path(name);
+  }
+
+ private:
+  Folder folder_;
+};
+
+using ConfigDeathTest = ConfigTest;
+
+/// For what a child process does to its machine before the test proper.
+void needs(bool done) {
+  if (!done) ::_exit(99);
+}
+
+/// Gives this process mounts of its own, so that it can change what the machine looks like.
+void takeOwnMounts() {
+  needs(setRootPriv() != 0);
+  needs(::unshare(CLONE_NEWNS) == 0);
+  needs(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
+}
+
+void hidePanelUser(const std::string& copy) {
+  takeOwnMounts();
+  std::ifstream accounts("/etc/passwd");
+  std::ofstream others(copy);
+  for (std::string line; std::getline(accounts, line);) {
+    if (!line.starts_with("zvadmin:")) others << line << "\n";
+  }
+  others.close();
+  needs(::mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0);
+}
+
+enum class Pigz { installed, missing };
+
+/// Reads the file on a machine with or without pigz, its words going to standard error, and exits with `pigz`.
+[[noreturn]] void exitWithPigz(Pigz pigz, const std::string& file) {
+  takeOwnMounts();
+  needs(::mount("none", "/usr/local/bin", "tmpfs", 0, nullptr) == 0);
+  if (pigz == Pigz::installed) writeText("/usr/local/bin/pigz", "");
+  needs(::dup2(STDERR_FILENO, STDOUT_FILENO) >= 0);
+  setDebugLevel(1000);
+  const Config config(file.c_str());
+  std::fflush(stdout);
+  ::_exit(config.pigz);
+}
+
+}  // namespace
+
+TEST_F(ConfigTest, TakesEachValueFromTheFileOrItsDefault) {
+  const struct {
+    const char* name;
+    const char* lines;
+    const char* key;
+    const char* want;
+  } cases[] = {
+      {"record layer", "", "brutecount", "100"},
+      {"record layer, text", "", "letsencrypt_list", "www:mail:ftp:pop:smtp"},
+      {"record layer, character", "", "ftpsep", "@"},
+      {"record layer, fraction", "", "hard_quota_multiplier", "1.1"},
+      {"field layer", "", "clear_brute_log_entry_time", "4"},
+      {"field layer, 64 bits", "", "max_read_to_memory_size", "524288000"},
+      {"both layers", "", "zip", "1"},
+      {"no layer, number", "", "unblock_brute_ip_time", "0"},
+      {"no layer, text", "", "taskqueue", ""},
+      {"fallback", "", "pure_pw", "/usr/bin/pure-pw"},
+      {"file over record layer", "brutecount=7\n", "brutecount", "7"},
+      {"file over field layer", "clear_brute_log_entry_time=0\n", "clear_brute_log_entry_time", "0"},
+      {"file over both layers", "zip=0\n", "zip", "0"},
+      {"file over fallback", "pure_pw=/opt/pure-pw\n", "pure_pw", "/opt/pure-pw"},
+      {"empty number, record layer", "brutecount=\n", "brutecount", "100"},
+      {"empty number, field layer", "clear_brute_log_entry_time=\n", "clear_brute_log_entry_time", "4"},
+      {"no number", "brutecount=many\n", "brutecount", "100"},
+      {"no finite number", "check_load=nan\n", "check_load", "10"},
+      {"empty fallback", "pipe_log=\n", "pipe_log", "/dev/null"},
+      {"empty web site", "zv_website=\n", "zv_website", "https://www.zorvane.example"},
+      {"empty text", "webmail_link=\n", "webmail_link", ""},
+      {"value with separator", "load_top_string=top -b=1\n", "load_top_string", "top -b=1"},
+      {"flag above one", "lock_debug=2\n", "lock_debug", "1"},
+      {"number where flags are near", "track_task_queue_processes=2\n", "track_task_queue_processes", "2"},
+      {"more than 32 bits", "hsts=63072000000\n", "hsts", "63072000000"},
+      {"old name", "connect_timeout=3\n", "request_timeout", "3"},
+      {"old name beside the new", "connect_timeout=3\nrequest_timeout=4\n", "request_timeout", "4"},
+      {"new name before the old", "request_timeout=4\nconnect_timeout=3\n", "request_timeout", "4"},
+      {"custom-build queue", "taskqueue=/x/task.queue\n", "taskqueuecb", "/usr/local/zorvane/data/task.queue.cb"},
+      {"mail queue", "taskqueue=/x/task.queue\n", "mailtaskqueue", "/etc/virtual/mail_task.queue"},
+      {"quota partition", "", "quota_partition", "/home"},
+      {"Apache of the 2.0 family", "apache_ver=2.4\n", "apache_ver", "2.0"},
+      {"Apache of no known family", "apache_ver=2.6\n", "apache_ver", "2.6"},
+      {"demonstration pages", "docsroot=/skin\n", "demodocsroot", "/skin"},
+      {"its own demonstration pages", "docsroot=/skin\ndemodocsroot=/demo\n", "demodocsroot", "/demo"},
+      {"handshake beyond timeout", "timeout=11\n", "handshake_timeout", "11"},
+      {"handshake within timeout", "timeout=30\n", "handshake_timeout", "12"},
+      {"longest session", "session_minutes=35791\n", "session_minutes", "35791"},
+      {"shortest name", "max_username_length=8\n", "max_username_length", "8"},
+      {"longest name", "max_username_length=14\n", "max_username_length", "14"},
+      {"method that passes", "crypt_method=3\n", "crypt_method", "3"},
+      {"other quota partition", "ext_quota_partitions=/var\n", "ext_quota_partitions", "/var"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const Config config(fileWith(c.lines).c_str());
+    EXPECT_FALSE(config.error);
+    EXPECT_TRUE(config.result.isNull());
+    ConfigFile settings(nullptr);
+    EXPECT_EQ(config.checkFile(&settings), 1);
+    EXPECT_EQ(have(settings, c.key), c.want);
+  }
+}
+
+TEST_F(ConfigTest, CorrectsAndTells) {
+  const std::string doubled =
+      "Your ext_quota_partitions value (/home) matches the quota_partition value (/home) which would return double the "
+      "quota values. Ignoring ext_quota_partitions";
+  const std::string bothServers = "nginx=1 and litespeed=1 are both set.  Please only select one for the zorvane.conf";
+  const std::string username = "You're trying to use a max_username_length value of ";
+  const std::string session = "You're trying to use a session_minutes value of ";
+  const struct {
+    const char* lines;
+    const char* key;
+    const char* want;
+    int level;
+    std::string printed;
+    const char* result;
+  } cases[] = {
+      {"timeout=20\nhandshake_timeout=21\n", "handshake_timeout", "20", 100,
+       "handshake_timeout(21) is larger than timeout(20). Lowering handshake_timeout to match timeout.\n", ""},
+      {"timeout=19\n", "request_timeout", "19", 100,
+       "request_timeout(20) is larger than timeout(19). Lowering request_timeout to match timeout.\n", ""},
+      {"timeout=19\n", "request_timeout", "19", 99, "", ""},
+      {"timeout=20\nsession_minutes=0\n", "session_minutes", "60", 0,
+       session + "0.  Ignoring you and using 60 instead.\n", ""},
+      {"timeout=20\nsession_minutes=35792\n", "session_minutes", "60", 0,
+       session + "35792.  Ignoring you and using 60 instead.\n", ""},
+      {"max_username_length=7\n", "max_username_length", "10", 0,
+       username + "7.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
+      {"max_username_length=20\n", "max_username_length", "10", 0,
+       username + "20.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
+      {"crypt_method=7\n", "crypt_method", "1", 0, "Please use a crypt_method of 1,5 or 6\nValue '7' is not allowed.\n",
+       ""},
+      {"timeout=20\next_quota_partitions=/home\n", "ext_quota_partitions", "", 1, doubled + "\n", doubled.c_str()},
+      {"ext_quota_partitions=/home\n", "ext_quota_partitions", "", 0, "", doubled.c_str()},
+      {"nginx=1\nnginx_proxy=1\n", "nginx", "1", 0,
+       "nginx=0 should be set when nginx_proxy=1 (httpd is the main server).  Please change nginx=1 to nginx=0\n", ""},
+      {"nginx=1\nlitespeed=1\n", "nginx", "1", 0, bothServers + "\n", bothServers.c_str()},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.lines);
+    const std::string file = fileWith(c.lines);
+    setDebugLevel(c.level);
+    Config config(nullptr);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(config.readFile(file.c_str(), 0, 0), 1); }), c.printed);
+    setDebugLevel(0);
+    EXPECT_FALSE(config.error);
+    EXPECT_EQ(std::string(config.result.view()), *c.result == '\0' ? "" : std::string(c.result) + "<br>\n");
+    ConfigFile settings(nullptr);
+    config.checkFile(&settings);
+    EXPECT_EQ(have(settings, c.key), c.want);
+  }
+}
+
+TEST_F(ConfigTest, TellsOfTheOldNameInTheErrorLogOfThatFile) {
+  const std::string file = fileWith("timeout=30\nconnect_timeout=25\n");
+  const std::string words =
+      "DEPRECATED: connect_timeout=25 has been replaced with request_timeout. Please change your zorvane.conf.";
+  setDebugLevel(1000);
+  Config config(nullptr);
+  EXPECT_NE(printed([&] { EXPECT_EQ(config.readFile(file.c_str(), 0, 0), 1); }).find(words), std::string::npos);
+  EXPECT_NE(logged().find(words), std::string::npos);
+  EXPECT_EQ(config.request_timeout, 25);
+}
+
+TEST_F(ConfigTest, DerivesLogFilesAndTheSecondQueue) {
+  const Config config(fileWith("logdir=/var/log/zv\ntaskqueue=/x/task.queue\n").c_str());
+  EXPECT_STREQ(config.errorLogFile, "/var/log/zv/error.log");
+  EXPECT_STREQ(config.systemLogFile, "/var/log/zv/system.log");
+  EXPECT_STREQ(config.securityLogFile, "/var/log/zv/security.log");
+  EXPECT_STREQ(config.loginLogFile, "/var/log/zv/login.log");
+  EXPECT_STREQ(config.secondTaskQueue, "/x/task.queue.zv");
+
+  const Config none(fileWith("logdir=\n").c_str());
+  EXPECT_TRUE(none.taskqueue.isNull());
+  EXPECT_TRUE(none.secondTaskQueue.isNull());
+  EXPECT_TRUE(none.errorLogFile.isNull());
+}
+
+TEST_F(ConfigTest, DirectsTheLogsForAsLongAsItIsLoaded) {
+  const auto told = [](const char* message) { return printed([=] { errorLog("%s", message); }); };
+  {
+    Config config(fileWith("").c_str());
+    EXPECT_EQ(told("loaded"), "");
+    EXPECT_NE(logged().find("loaded"), std::string::npos);
+    config.setErrLog(path("errortaskq.log").c_str());
+    EXPECT_EQ(told("overridden"), "");
+    EXPECT_NE(logged("errortaskq.log").find("overridden"), std::string::npos);
+    EXPECT_EQ(config.readFile(), 1);
+    EXPECT_EQ(told("read again"), "");
+    EXPECT_NE(logged().find("read again"), std::string::npos);
+    EXPECT_EQ(config.readFile("/nonexistent", 0, 0), 0);
+    EXPECT_EQ(told("failed"), "failed\n");
+    EXPECT_EQ(config.readFile(), 1);
+  }
+  EXPECT_EQ(told("gone"), "gone\n");
+}
+
+TEST_F(ConfigTest, AnotherFileReplacesEverythingAndClearsTheFailure) {
+  Config config(path("absent.conf").c_str());
+  config.customBuild = true;
+  EXPECT_TRUE(config.error);
+  EXPECT_EQ(config.result.view().find(joined("Unable to open ", path("absent.conf"), " for reading.<br>\n")), 0U);
+
+  config.setFilename(fileWith("servername=one\nbrutecount=3\ntaskqueue=/q\n", "one.conf").c_str());
+  EXPECT_EQ(config.readFile(), 1);
+  EXPECT_FALSE(config.error);
+  EXPECT_TRUE(config.result.isNull());
+  EXPECT_STREQ(config.servername, "one");
+  config.setUserLanguage("de");
+
+  config.setFilename(fileWith("ns1=two\n", "two.conf").c_str());
+  EXPECT_EQ(config.readFile(), 1);
+  EXPECT_TRUE(config.servername.isNull());
+  EXPECT_TRUE(config.userLanguage.isNull());
+  EXPECT_TRUE(config.secondTaskQueue.isNull());
+  EXPECT_EQ(config.brutecount, 100);
+  EXPECT_TRUE(config.customBuild);
+
+  EXPECT_EQ(config.readFile(nullptr, 0, 0), 0);
+  EXPECT_TRUE(config.error);
+  EXPECT_EQ(config.result.view(), "Filename is null<br>\n");
+}
+
+TEST_F(ConfigTest, DefaultsAloneNeedNoFile) {
+  Config config("/nonexistent/zorvane.conf");
+  EXPECT_EQ(config.set_defaults(), 1);
+  EXPECT_FALSE(config.error);
+  ConfigFile settings(nullptr);
+  config.checkFile(&settings);
+  const std::pair<const char*, const char*> want[] = {{"docsroot", "./data/skins/enhanced"},
+                                                      {"demodocsroot", "./data/skins/enhanced"},
+                                                      {"ns2", "ns2.zorvane.example"},
+                                                      {"reseller_can_set_email_limit", "1"},
+                                                      {"max_user_send_limit", "400"},
+                                                      {"max_per_email_send_limit", "200"},
+                                                      {"systemd", "0"},
+                                                      {"brutecount", "100"}};
+  for (const auto& [key, value] : want) EXPECT_EQ(have(settings, key), value) << key;
+  EXPECT_STREQ(config.getFilename(), "/nonexistent/zorvane.conf");
+}
+
+TEST_F(ConfigTest, EffectiveSettingsReadBackAsTheyAre) {
+  const Config config(
+      fileWith("ftpsep=%\nhsts=-5\ncheck_load=0.25\nfm_hour_offset=-1.5\nSSL=1\nmaxfilesize=18446744073709551615\n")
+          .c_str());
+  ConfigFile first(path("effective.conf").c_str());
+  first.setUser(kPanelUser);
+  config.checkFile(&first);
+  ASSERT_EQ(first.writeFile(), 1) << first.result.orEmpty();
+  const Config again(path("effective.conf").c_str());
+  ConfigFile second(nullptr);
+  again.checkFile(&second);
+  ASSERT_EQ(second.size(), first.size());
+  std::string sorted;
+  for (long long i = 0; i < first.size(); ++i) {
+    EXPECT_STREQ(second.getNameAt(i), first.getNameAt(i));
+    EXPECT_STREQ(second.getValueAt(i), first.getValueAt(i)) << first.getNameAt(i);
+    sorted += joined(first.getNameAt(i), "=", first.getValueAt(i), "\n");
+  }
+  EXPECT_EQ(printed([&] { EXPECT_EQ(config.checkFile(nullptr), 1); }), sorted);
+  EXPECT_EQ(sorted.find("SSL=1\n"), 0U) << "capitals sort first";
+}
+
+TEST_F(ConfigTest, AnswersWhatOthersAskOf) {
+  const Config unnamed;
+  EXPECT_STREQ(unnamed.getFilename(), "./conf/zorvane.conf");
+  Config config(fileWith("").c_str());
+  int major = 0, minor = 0, patch = 0;
+  config.get_version_nums(major, minor, patch);
+  EXPECT_EQ(major * 10000 + minor * 100 + patch, 15001);
+  EXPECT_EQ(config.get_backup_nice_string(), "/bin/nice -n 19 ");
+  config.ionice_string = "/usr/bin/ionice -c3";
+  config.backup_nice = 5;
+  EXPECT_EQ(config.get_backup_nice_string(), "/bin/nice -n 5 /usr/bin/ionice -c3 ");
+  config.setLanguage("de");
+  config.setLanguage(config.language);
+  EXPECT_STREQ(config.language, "de");
+}
+
+TEST_F(ConfigDeathTest, PigzNeedsItsProgramAndCompression) {
+  const std::string both = fileWith("pigz=4\nbackup_gzip=1\n", "both.conf");
+  const std::string alone = fileWith("pigz=4\n", "alone.conf");
+  using Exits = testing::ExitedWithCode;
+  EXPECT_EXIT(exitWithPigz(Pigz::installed, both), Exits(4), "");
+  EXPECT_EXIT(exitWithPigz(Pigz::installed, alone), Exits(0),
+              "backup_gzip is disabled, but pigz is enabled.  Disabling pigz support.");
+  EXPECT_EXIT(exitWithPigz(Pigz::missing, both), Exits(0),
+              "Cannot find /usr/local/bin/pigz.  Disabling pigz support. .uid=[0-9]+");
+}
+
+TEST_F(ConfigDeathTest, WithoutThePanelUserNothingIsRead) {
+  const std::string file = fileWith("brutecount=3\n");
+  const std::string accounts = path("passwd");
+  EXPECT_EXIT(
+      {
+        hidePanelUser(accounts);
+        Config config(file.c_str());
+        std::fputs(config.result.orEmpty(), stderr);
+        ::_exit(config.error && config.brutecount == 100 && config.set_defaults() == 0 ? 7 : 8);
+      },
+      testing::ExitedWithCode(7),
+      "^Cannot find the zvadmin user.  Make sure the zvadmin user exists in your system.<br>\n$");
+}
+
+TEST_F(ConfigDeathTest, EndsTheProcessWhenAskedTo) {
+  Config config(fileWith("").c_str());
+  const std::string conflict = fileWith("nginx=1\nlitespeed=1\n", "conflict.conf");
+  const std::string accounts = path("passwd");
+  const auto exitsWithOne = testing::ExitedWithCode(1);
+  EXPECT_EXIT(config.readFile("/nonexistent", 1, 0), exitsWithOne, "");
+  EXPECT_EXIT(config.readFile(conflict.c_str(), 1, 0), exitsWithOne, "");
+  EXPECT_EXIT((hidePanelUser(accounts), config.readFile("", 1, 1)), exitsWithOne, "");
+  EXPECT_EQ(config.readFile(conflict.c_str(), 0, 0), 1);
+}

@@ -1,0 +1,241 @@
+#include "core/files/file_tools.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "core/files/paths.h"
+#include "core/sys/fail_point.h"
+#include "core/sys/identity.h"
+#include "core/tree/ownership.h"
+#include "support/fixtures.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+unsigned ownerOf(const std::string& path) {
+  struct stat what {};
+  return ::lstat(path.c_str(), &what) == 0 ? what.st_uid : kUnknownId;
+}
+
+void makeLink(const std::string& to, const std::string& at) {
+  ASSERT_EQ(::symlink(to.c_str(), at.c_str()), 0);
+}
+void makeHardLink(const std::string& to, const std::string& at) {
+  ASSERT_EQ(::link(to.c_str(), at.c_str()), 0);
+}
+
+constexpr unsigned kSomebody = 12345;
+constexpr const char* kNobody = "nobody";
+
+class AsRootTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (realIds().user != 0) GTEST_SKIP() << "needs root";
+    ASSERT_TRUE(switchEffective(kRootIds));
+  }
+  Folder folder_;
+  LogCapture logs_;
+};
+using Ownership = AsRootTest;
+using Rename = AsRootTest;
+
+}  // namespace
+
+TEST_F(Rename, SaysHowItWent) {
+  const std::string a = folder_.path("a"), b = folder_.path("b"), dir = folder_.path("dir");
+  writeText(a, "a");
+  EXPECT_EQ(renameFile("", b.c_str(), 0), 0);
+  EXPECT_STREQ(getSysResult(), "One of the paths was empty or null<br>\n");
+  EXPECT_EQ(renameFile(a.c_str(), nullptr, 0), 0);
+  EXPECT_EQ(renameFile(a.c_str(), b.c_str(), 1), 1);
+  EXPECT_STREQ(getSysResult(), "File successfully renamed<br>\n");
+  EXPECT_EQ(contentOf(b), "a");
+
+  ASSERT_EQ(::mkdir(dir.c_str(), 0755), 0);
+  writeText(dir + "/x", "");
+  const struct {
+    std::string from, to;
+    const char* sentence;
+  } cases[] = {
+      {b, "/dev/shm/zvtaskq-test", "oldpath and newpath are not on the same filesystem."},
+      {b, dir, "newpath is an existing directory, but oldpath is not a directory."},
+      {dir, dir + "/y",
+       "The new pathname contained a path prefix of the old, or, more generally, an attempt was made to make a "
+       "directory "
+       "a subdirectory of itself."},
+      {folder_.path("none"), a,
+       "The link named by oldpath does not exist; or, a directory component in newpath does not exist; or, oldpath or "
+       "newpath is an empty string."},
+      {b, folder_.path(std::string(300, 'n')), "oldpath or newpath was too long."}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(renameFile(c.from.c_str(), c.to.c_str(), 0), 0);
+    EXPECT_EQ(std::string(getSysResult()), "Unable to move " + c.from + " to " + c.to + ": " + c.sentence + "<br>\n");
+  }
+  setFailPlan(".rename:EIO");
+  EXPECT_EQ(renameFile(b.c_str(), a.c_str(), 0), 0);
+  setFailPlan(nullptr);
+  EXPECT_EQ(std::string(getSysResult()), "Unable to move " + b + " to " + a + ": <br>\n");
+
+  const std::string h = folder_.path("h");
+  makeHardLink(b, h);
+  EXPECT_EQ(renameFile(b.c_str(), a.c_str(), 1), 0);
+  EXPECT_EQ(std::string(getSysResult()), b + " is a hard link.  Will not rename to " + a + "<br>\n" + a +
+                                             " is a hard link. Will not rename from " + b + "<br>\n");
+  EXPECT_EQ(renameFile(dir.c_str(), h.c_str(), 1), 0);
+  EXPECT_EQ(std::string(getSysResult()), h + " is a hard link. Will not rename from " + dir + "<br>\n");
+  EXPECT_NE(logs_.security().find("HardLink found on " + b + " (2 links) or " + a +
+                                  " (0 links).  Was attempting to rename.\n"),
+            std::string::npos);
+  EXPECT_EQ(renameFile(b.c_str(), a.c_str(), 0), 1);
+}
+
+TEST(Copy, CopiesBytesModeAndHoles) {
+  const Folder folder;
+  const std::string from = folder.path("from"), to = folder.path("to"), link = folder.path("link");
+  const std::string bytes = std::string("\0\r\n\xff", 4) + std::string(400000, 'x') + "end";
+  writeText(from, bytes);
+  ::chmod(from.c_str(), 0640);
+  writeText(link + ".target", "canary");
+  makeLink(link + ".target", link);
+  for (const std::string& target : {to, link}) {
+    ASSERT_EQ(copyFile(from.c_str(), target.c_str()), 1);
+    EXPECT_EQ(contentOf(target), bytes);
+    EXPECT_EQ(modeOf(target), 0640U);
+  }
+  EXPECT_EQ(contentOf(link + ".target"), "canary");
+  ASSERT_EQ(::truncate(from.c_str(), 1LL << 40), 0);
+  ASSERT_EQ(copyFile(from.c_str(), to.c_str(), 0600), 1);
+  struct stat what {};
+  ::stat(to.c_str(), &what);
+  EXPECT_EQ(what.st_size, 1LL << 40);
+  EXPECT_LT(what.st_blocks, 10000);
+  EXPECT_EQ(modeOf(to), 0600U);
+
+  ASSERT_EQ(::truncate(from.c_str(), 1000), 0);
+  writeText(to, "old");
+  for (const char* plan : {".open:ENOSPC:1", ".read:EIO", ".write:short", ".write:ENOSPC", ".ftruncate:EIO",
+                           ".chmod:EPERM", ".fsync:EIO", ".close:EDQUOT", ".rename:EROFS"}) {
+    setFailPlan(plan);
+    errno = 0;
+    EXPECT_EQ(copyFile(from.c_str(), to.c_str()), 0) << plan;
+    EXPECT_NE(errno, 0) << plan;
+    setFailPlan(nullptr);
+    EXPECT_EQ(contentOf(to), "old") << plan;
+  }
+  makeLink(from, folder.path("source"));
+  EXPECT_EQ(copyFile(folder.path("source").c_str(), to.c_str()), 0);
+  ::mkfifo(folder.path("fifo").c_str(), 0600);
+  EXPECT_EQ(copyFile(folder.path("fifo").c_str(), to.c_str()), 0);
+  // No half-made copy is left behind.
+  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with("to.")) << entry.path();
+  }
+}
+
+TEST_F(Ownership, KeepsToItsConditions) {
+  const std::string file = folder_.path("f"), link = folder_.path("l"), hard = folder_.path("h");
+  writeText(file, "x");
+  makeLink(file, link);
+  EXPECT_EQ(setOwner(link.c_str(), kSomebody, 1), 1);
+  EXPECT_EQ(ownerOf(link), kSomebody);
+  EXPECT_EQ(ownerOf(file), 0U);
+  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 0, 77, 78), 0);
+  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 0, 77, 0), 1);
+  EXPECT_EQ(setOwner(file.c_str(), 0U, 0U, 1, 1, kSomebody, -1), 1);
+  EXPECT_EQ(ownerOf(file), 0U);
+  EXPECT_EQ(logs_.errors(), "");
+
+  setFailPlan(".rename:EROFS");
+  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
+  EXPECT_NE(logs_.errors().find("setOwner(secure_chown): error renaming " + file + " to " + folder_.path(".")),
+            std::string::npos);
+  setFailPlan(".rename:EROFS:1");
+  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
+  setFailPlan(nullptr);
+  EXPECT_NE(logs_.errors().find(" back to " + file + ": Read-only file system"), std::string::npos) << logs_.errors();
+
+  writeText(file, "x");
+  makeHardLink(file, hard);
+  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 0), 1);
+  EXPECT_EQ(setOwner(hard.c_str(), 7U, 8U, 1), 0);
+  EXPECT_EQ(ownerOf(file), kSomebody);
+  const std::string line =
+      "HardLink found on " + hard + " (2 links).  Was attempting to be reset to owner UID(7) GID(8)\n";
+  EXPECT_NE(logs_.security().find(line), std::string::npos);
+  EXPECT_NE(logs_.errors().find(line), std::string::npos);
+  EXPECT_EQ(setOwner(file.c_str(), "nosuchuser", kNobody), 0);
+  EXPECT_EQ(setOwner(file.c_str(), kNobody, "nosuchgroup"), 0);
+  EXPECT_EQ(ownerOf(file), kSomebody);
+  EXPECT_EQ(setOwner(file.c_str(), kNobody, "nogroup"), 1);
+  EXPECT_EQ(ownerOf(file), nobodyIds().user);
+  EXPECT_EQ(setOwner("/no/such", 1U, 1U), 0);
+  EXPECT_EQ(setOwner(nullptr, 1U, 1U, 1, 1), 0);
+}
+
+TEST_F(Ownership, GivesWholeTreesWithoutLeavingThem) {
+  const std::string tree = folder_.path("tree"), canary = folder_.path("canary"), outside = folder_.path("outside");
+  writeText(canary, "c");
+  ASSERT_EQ(::mkdir(outside.c_str(), 0755), 0);
+  writeText(outside + "/file", "o");
+  std::filesystem::create_directories(tree + "/a/b");
+  writeText(tree + "/a/b/file", "");
+  makeLink(outside, tree + "/a/out");
+  makeLink(canary, tree + "/a/b/canary");
+  EXPECT_EQ(setOwnerRecursive_secure(tree.c_str(), kNobody, kNobody), 1);
+  for (const char* name : {"", "/a", "/a/b", "/a/b/file", "/a/out", "/a/b/canary"}) {
+    EXPECT_EQ(ownerOf(tree + name), nobodyIds().user) << name;
+  }
+  makeHardLink(canary, tree + "/a/hard");
+  writeText(tree + "/z", "");
+  EXPECT_EQ(setOwnerRecursive_secure(tree.c_str(), kNobody, kNobody), 0);
+  EXPECT_EQ(ownerOf(tree + "/z"), nobodyIds().user);
+  EXPECT_NE(logs_.security().find("HardLink found on " + tree + "/a/hard (2 links)"), std::string::npos);
+  for (const std::string& spared : {canary, outside, outside + "/file"}) EXPECT_EQ(ownerOf(spared), 0U) << spared;
+  EXPECT_EQ(setOwnerRecursive((outside).c_str(), kSomebody, 1U), 1);
+  EXPECT_EQ(ownerOf(outside + "/file"), kSomebody);
+  EXPECT_EQ(setOwnerRecursive("/no/such", 1U, 1U), 0);
+
+  ::chmod(outside.c_str(), 02751);
+  EXPECT_EQ(copy_dir_permission(outside.c_str(), tree.c_str()), 1);
+  EXPECT_EQ(modeOf(tree), 02751U);
+  EXPECT_EQ(ownerOf(tree), kSomebody);
+  makeLink(outside, folder_.path("dirlink"));
+  EXPECT_EQ(copy_dir_permission(tree.c_str(), folder_.path("dirlink").c_str()), 0);
+}
+
+TEST(Look, TailAndGrep) {
+  const Folder folder;
+  const std::string file = folder.path("log");
+  std::string all;
+  for (int i = 0; i < 50000; ++i) all += "line " + std::to_string(i) + "\n";
+  writeText(file, all + "Unfinished");
+  std::string out;
+  const struct {
+    int lines;
+    std::string want;
+  } cases[] = {{1, "Unfinished"}, {2, "line 49999\nUnfinished"}, {0, ""}, {90000, all + "Unfinished"}};
+  for (const auto& c : cases) {
+    ASSERT_EQ(tail(file.c_str(), c.lines, out), 1);
+    EXPECT_TRUE(out == c.want) << c.lines;
+  }
+  ASSERT_EQ(tail(file.c_str(), 49000, out), 1);
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 48999);
+  writeText(file, all);
+  ASSERT_EQ(tail(file.c_str(), 2, out), 1);
+  EXPECT_EQ(out, "line 49998\nline 49999\n");
+  EXPECT_EQ(grep(file.c_str(), "line 4999", out), 11);
+  EXPECT_EQ(out.substr(0, 20), "line 4999\nline 49990");
+  EXPECT_EQ(grep(file.c_str(), "LINE 49998", out), 0);
+  EXPECT_EQ(grep(file.c_str(), "LINE 49998", out, 1), 1);
+  EXPECT_EQ(grep(file.c_str(), "", out, 0, 100), 50000);
+  EXPECT_LE(out.size(), 100U);
+  EXPECT_EQ(grep("/no/such", "x", out), -1);
+  EXPECT_EQ(tail(folder.path().c_str(), 2, out), 0);
+}

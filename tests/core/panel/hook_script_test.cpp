@@ -1,0 +1,144 @@
+#include "core/panel/hook_script.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <sstream>
+
+#include "core/record/config_file.h"
+#include "core/sys/identity.h"
+#include "support/fixtures.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+class Hook : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (realIds().user != 0) GTEST_SKIP() << "needs root";
+    ASSERT_TRUE(switchEffective(kRootIds));
+    ::chmod(folder_.path().c_str(), 0755);
+  }
+  HookAnswer run(const std::string& text, const std::vector<Variable>& variables = {}, int timeLimit = 20) {
+    writeText(script_, text);
+    ::chmod(script_.c_str(), 0700);
+    return executeIfExists(script_.c_str(), variables, timeLimit);
+  }
+
+  Folder folder_;
+  std::string script_ = folder_.path("hook.sh");
+};
+
+}  // namespace
+
+TEST_F(Hook, AnswersByStatusAndOutput) {
+  const struct {
+    const char* name;
+    const char* script;
+    const char* result;
+    const char* error;
+  } cases[] = {{"result", "#!/bin/sh\necho one; echo two\n", "one\ntwo", ""},
+               {"nothing", "#!/bin/sh\n", "", ""},
+               {"error", "#!/bin/sh\necho 'not today'; exit 1\n", "", "not today"},
+               {"error on standard error", "#!/bin/sh\necho 'not today' >&2; exit 1\n", "", "not today"},
+               {"silent error", "#!/bin/sh\nexit 3\n", "", "exit status 3"},
+               {"hangs", "#!/bin/sh\nsleep 60\n", "", "no answer within 1 seconds"},
+               {"no interpreter", "#!/no/such\n", "", "exit status 127"}};
+  const LogCapture logs;
+  for (const auto& c : cases) {
+    const HookAnswer answer = run(c.script, {}, *c.name == 'h' ? 1 : 20);
+    EXPECT_TRUE(answer.ran) << c.name;
+    EXPECT_EQ(answer.result, c.result) << c.name;
+    EXPECT_EQ(answer.error, c.error) << c.name;
+  }
+  const HookAnswer none = executeIfExists(folder_.path("none").c_str(), std::vector<Variable>{});
+  EXPECT_FALSE(none.ran);
+  EXPECT_FALSE(none.failed());
+}
+
+TEST_F(Hook, RunsAsRootWithItsVariables) {
+  ASSERT_TRUE(switchEffective(nobodyIds()));
+  ASSERT_TRUE(switchEffective(kRootIds));
+  ConfigFile request(nullptr);
+  request.setParam("username", "bob");
+  request.setParam("file", "/home/bob's \"x\"\t$(id)");
+  request.setParam("LD_PRELOAD", "/tmp/evil.so");
+  request.setParam("select-0", "odd");
+  writeText(script_, "#!/bin/sh\nid -u; echo \"$username,$file,$LD_PRELOAD\"; env | grep -c -e select -e LD_\n");
+  ::chmod(script_.c_str(), 0700);
+  ASSERT_TRUE(switchEffective(nobodyIds()));
+  const HookAnswer answer = executeIfExists(script_.c_str(), &request);
+  EXPECT_TRUE(effectiveIds() == nobodyIds());
+  ASSERT_TRUE(switchEffective(kRootIds));
+  // The count of 0 makes grep fail.
+  EXPECT_EQ(answer.error, "0\nbob,/home/bob's \"x\"\t$(id),\n0");
+}
+
+TEST(HookVariables, OnlyHarmlessNamesAreExported) {
+  std::istringstream harmless("username reseller file error_result select0 _x ONE LOAD action A1");
+  for (std::string name; harmless >> name;) EXPECT_TRUE(isExportableName(name)) << name;
+  std::istringstream obeyed(
+      "PATH HOME LANG LD_PRELOAD LD_ BASH_ENV BASH_FUNC_ls ENV IFS SHELLOPTS PS4 GCONV_PATH PYTHONPATH PERL5LIB "
+      "PERLLIB "
+      "TAR_OPTIONS GZIP MALLOC_CHECK_ GLIBC_TUNABLES http_proxy GIT_SSH_COMMAND RSYNC_RSH TMPDIR 1a a-b a=b \xc3\xa4");
+  for (std::string name; obeyed >> name;) EXPECT_FALSE(isExportableName(name)) << name;
+  for (const char* name : {"", "a b", "a\n", " a"}) EXPECT_FALSE(isExportableName(name)) << name;
+  EXPECT_FALSE(isExportableName(std::string(200, 'a')));
+  EXPECT_FALSE(isExportableName(std::string_view("a\0b", 3)));
+
+  std::vector<std::string> environment;
+  addVariables(environment, {{"cut", std::string("a\0b", 3)}, {"big", std::string(300000, 'x')}, {"PATH", "x"}});
+  ASSERT_EQ(environment.size(), 2U);
+  EXPECT_EQ(environment[0], "cut=a");
+  EXPECT_EQ(environment[1].size(), 128U * 1024 - 1);
+  const LogCapture logs;
+  std::vector<Variable> many;
+  for (int i = 0; i < 20; ++i) many.emplace_back("v" + std::to_string(i), std::string(100000, 'x'));
+  environment.clear();
+  addVariables(environment, many);
+  EXPECT_EQ(environment.size(), 10U);
+  EXPECT_NE(logs.errors().find("leaving out v10 and all after it"), std::string::npos);
+}
+
+TEST_F(Hook, RefusesWhatOthersCouldHavePlanted) {
+  const std::string mark = folder_.path("mark");
+  const std::string body = "#!/bin/sh\ntouch " + mark + "\n";
+  const auto plain = [&] {
+    std::filesystem::remove(script_);
+    writeText(script_, body);
+    ::chmod(script_.c_str(), 0700);
+  };
+  const std::string real = folder_.path("real");
+  const struct {
+    const char* name;
+    std::function<bool()> change;
+  } cases[] = {
+      {"another's", [&] { return ::chown(script_.c_str(), 65534, 0) == 0; }},
+      {"writable by all", [&] { return ::chmod(script_.c_str(), 0777) == 0; }},
+      {"writable by a group",
+       [&] { return ::chown(script_.c_str(), 0, 65534) == 0 && ::chmod(script_.c_str(), 0770) == 0; }},
+      {"a link",
+       [&] { return ::rename(script_.c_str(), real.c_str()) == 0 && ::symlink(real.c_str(), script_.c_str()) == 0; }},
+      {"a folder", [&] { return ::unlink(script_.c_str()) == 0 && ::mkdir(script_.c_str(), 0755) == 0; }},
+      {"in a folder of all", [&] { return ::chmod(folder_.path().c_str(), 0777) == 0; }}};
+  for (const auto& c : cases) {
+    const LogCapture logs;
+    plain();
+    ASSERT_TRUE(c.change()) << c.name;
+    const HookAnswer answer = executeIfExists(script_.c_str(), std::vector<Variable>{});
+    EXPECT_TRUE(answer.failed()) << c.name;
+    EXPECT_FALSE(answer.ran) << c.name;
+    EXPECT_FALSE(exists(mark)) << c.name;
+    EXPECT_NE(logs.security().find("Refusing to run the script"), std::string::npos) << c.name;
+  }
+  ::chmod(folder_.path().c_str(), 0755);
+  plain();
+  EXPECT_TRUE(executeIfExists(script_.c_str(), std::vector<Variable>{}).ran);
+  EXPECT_TRUE(exists(mark));
+}

@@ -1,0 +1,370 @@
+#include "core/process/child.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+
+#include "core/process/execute.h"
+#include "core/sys/fail_point.h"
+#include "core/sys/privileges.h"
+#include "support/fixtures.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+bool isRoot() {
+  return realIds().user == 0;
+}
+
+int openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<int>(std::distance(begin(all), end(all)));
+}
+
+bool hasChildren() {
+  return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD;
+}
+
+std::string outputOf(const char* command, std::optional<Ids> identity = std::nullopt) {
+  ChildPlan plan = ChildPlan::shell(command);
+  plan.identity = identity;
+  plan.timeLimit = 20;
+  return runChild(plan).output;
+}
+
+/// The numbers of a line of /proc/self/status.
+std::string statusLine(const std::string& status, const std::string& name) {
+  std::istringstream lines(status);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(name + ":")) return line.substr(name.size() + 1 + (line[name.size() + 1] == '\t' ? 1 : 0));
+  }
+  return "(none)";
+}
+
+}  // namespace
+
+TEST(Execute, ReturnsStatusAndOutput) {
+  const struct {
+    const char* name;
+    const char* command;
+    int maxOutput, fd, direct;
+    int status;
+    const char* text;
+    const char* logged;
+  } cases[] = {{"status", "exit 3", 0, 1, 0, 3, "exit 3", ""},
+               {"signal", "kill -9 $$", 0, 1, 0, 9, "kill -9 $$", "killed by signal 9 (kill -9 $$)"},
+               {"output", "echo a; echo b >&2", 16, 1, 0, 0, "a\n", ""},
+               {"errors", "echo a >/dev/null; echo b >&2", 16, 2, 0, 0, "b\n", ""},
+               {"both, in order", "echo a; echo b >&2; echo c", 16, 3, 0, 0, "a\nb\nc\n", ""},
+               {"nothing said", "exit 1", 16, 1, 0, 1, "", ""},
+               {"direct", "/bin/true", 16, 1, 1, 0, "", ""},
+               {"direct is no shell", "/bin/echo a", 16, 1, 1, 127, "", "(1)Execl error on /bin/echo a : No such file"},
+               {"direct, missing", "/no/such", 0, 1, 1, 127, "/no/such", "(1)Execl error on /no/such : No such file"},
+               {"shell, missing", "/no/such 2>/dev/null", 16, 1, 0, 127, "", ""},
+               {"unread flood does not block", "yes | head -c 3000000; exit 4", 0, 1, 0, 4, nullptr, ""}};
+  for (const auto& c : cases) {
+    const LogCapture logs;
+    char* command = newString(c.command);
+    EXPECT_EQ(execute(command, c.maxOutput, c.fd, c.direct), c.status) << c.name;
+    EXPECT_TRUE(c.text == nullptr || std::string(c.text) == command) << c.name << ": " << command;
+    EXPECT_NE(logs.errors().find(c.logged), std::string::npos) << c.name << ": " << logs.errors();
+    EXPECT_EQ(logs.errors().empty(), *c.logged == '\0') << c.name;
+    delString(command);
+  }
+  EXPECT_FALSE(hasChildren());
+}
+
+TEST(Execute, GrowsPastTheFirstBufferAndTellsInDebug) {
+  Text command = Text::copyOf("head -c 1000000 /dev/zero | tr '\\0' x");
+  setDebugLevel(2500);
+  const std::string said = printed([&] { EXPECT_EQ(execute(command, 512, 1, 0), 0); });
+  setDebugLevel(0);
+  EXPECT_EQ(command.view().size(), 1000000U);
+  EXPECT_EQ(said, "execute('head -c 1000000 /dev/zero | tr '\\0' x', maxsize=512, fd=1, env=0)\n");
+}
+
+TEST(Execute, DirectSeesItsNameAndTheCurrentEnvironment) {
+  const Folder folder;
+  const std::string program = folder.path("show");
+  std::filesystem::create_symlink("/usr/bin/env", program);
+  ::setenv("ZV_OF_OURS", "1", 1);
+  Text direct = Text::copyOf(program.c_str());
+  EXPECT_EQ(execute(direct, 16, 1, 1), 0);
+  EXPECT_NE(direct.view().find("ZV_OF_OURS=1\n"), std::string::npos);
+  Text shell = Text::copyOf("env");
+  EXPECT_EQ(execute(shell, 16, 1, 0), 0);
+  EXPECT_EQ(shell.view().find("ZV_OF_OURS"), std::string::npos);
+  ::unsetenv("ZV_OF_OURS");
+  std::filesystem::remove(program);
+  // A program that cannot do what it is called says by which name it was called.
+  std::filesystem::create_symlink("/bin/cp", program);
+  direct = program.c_str();
+  EXPECT_EQ(execute(direct, 16, 2, 1), 1);
+  EXPECT_EQ(direct.view().substr(0, 6), "/show:");
+}
+
+TEST(Execute, FeedsAnswers) {
+  Text command = Text::copyOf("cat");
+  EXPECT_EQ(executestdin(command, "as it is", 16, 1, 0), 0);
+  EXPECT_STREQ(command, "as it is");
+  command = "read a; read b; echo \"$b,$a\"";
+  EXPECT_EQ(executeDBLstdin(command, "one", "two\n", 16, 1, 0), 0);
+  EXPECT_STREQ(command, "two,one\n");
+  command = "read a; read b; read c; echo \"$c$b$a\"; exit 5";
+  EXPECT_EQ(executeTRPLstdin(command, "1", "2", "3", 16, 1, 0), 5);
+  EXPECT_STREQ(command, "321\n");
+  // Three inputs larger than any pipe, to a child that floods before it listens.
+  const std::string big(2000000, 'i');
+  command = "head -c 3000000 /dev/zero | tr '\\0' o; cat";
+  EXPECT_EQ(executeTRPLstdin(command, big.c_str(), big.c_str(), big.c_str(), 512, 1, 0), 0);
+  EXPECT_EQ(command.view().size(), 3000000U + 3 * 2000001U);
+  // A child that does not listen at all: no signal reaches us, no error counts.
+  command = "exec 0<&-; echo done";
+  EXPECT_EQ(executestdin(command, big.c_str(), 16, 1, 0), 0);
+  EXPECT_STREQ(command, "done\n");
+}
+
+TEST(Child, IsReallyTheUser) {
+  if (!isRoot()) GTEST_SKIP() << "needs root";
+  const Ids nobody = nobodyIds();
+  const std::string ids = std::to_string(nobody.user);
+  const std::string groups = std::to_string(nobody.group);
+  const struct {
+    const char* name;
+    Ids effective;
+    std::optional<Ids> wanted;
+    Ids want;
+  } cases[] = {{"the identity of the moment", nobody, std::nullopt, nobody},
+               {"one that is named", kRootIds, nobody, nobody},
+               {"root from nobody", nobody, kRootIds, kRootIds},
+               {"another from nobody", nobody, Ids{1, 1}, Ids{1, 1}}};
+  for (const auto& c : cases) {
+    ASSERT_TRUE(switchEffective(c.effective));
+    const std::string status = outputOf("cat /proc/self/status", c.wanted);
+    EXPECT_TRUE(effectiveIds() == c.effective) << c.name;
+    ASSERT_TRUE(switchEffective(kRootIds));
+    const std::string uid = std::to_string(c.want.user), gid = std::to_string(c.want.group);
+    EXPECT_EQ(statusLine(status, "Uid"), uid + "\t" + uid + "\t" + uid + "\t" + uid) << c.name;
+    EXPECT_EQ(statusLine(status, "Gid"), gid + "\t" + gid + "\t" + gid + "\t" + gid) << c.name;
+    EXPECT_EQ(statusLine(status, "Groups").find_first_not_of(' '), std::string::npos) << c.name;
+  }
+  Text command = Text::copyOf("id -un");
+  EXPECT_EQ(executeAsUser("nobody", command, 16, 1, 0), 0);
+  EXPECT_STREQ(command, "nobody\n");
+  const LogCapture logs;
+  command = "id";
+  EXPECT_EQ(executeAsUser("nosuchuser", command, 16, 1, 0), -1);
+  EXPECT_NE(logs.errors().find("nosuchuser"), std::string::npos);
+}
+
+TEST(Child, DoesNotRunAsAnybodyElse) {
+  if (!isRoot()) GTEST_SKIP() << "needs root";
+  const Folder folder;
+  const std::string mark = folder.path("mark");
+  // In a process that cannot become what is wanted.
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    const bool dropped = becomeForGood(nobodyIds());
+    ChildPlan plan = ChildPlan::shell("touch " + mark);
+    plan.identity = kRootIds;
+    ::_exit(dropped && runChild(plan).status == 127 ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(do_waitpid(pid, status, "test"), 0);
+  EXPECT_FALSE(exists(mark));
+}
+
+TEST(Child, InheritsNothing) {
+  const LogCapture logs;
+  const int left = ::open("/dev/null", O_RDONLY);
+  ::signal(SIGPIPE, SIG_IGN);
+  ::signal(SIGUSR1, SIG_IGN);
+  sigset_t blocked, before;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGTERM);
+  ::sigprocmask(SIG_BLOCK, &blocked, &before);
+  ::setenv("LD_LIBRARY_PATH", "/tmp", 1);
+  ::setenv("BASH_ENV", "/tmp/x", 1);
+  const std::string status = outputOf("cat /proc/self/status");
+  const std::string descriptors = outputOf("ls /proc/self/fd; umask; test $(ps -o sid= -p $$) = $$ && echo leads");
+  const std::string environment = outputOf("exec env");
+  const std::string sleepy = outputOf("kill -TERM $$; echo still here");
+  ::unsetenv("LD_LIBRARY_PATH");
+  ::unsetenv("BASH_ENV");
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  ::signal(SIGUSR1, SIG_DFL);
+  ::close(left);
+
+  EXPECT_EQ(statusLine(status, "SigIgn"), "0000000000000000");
+  EXPECT_EQ(statusLine(status, "SigBlk"), "0000000000000000");
+  EXPECT_EQ(sleepy, "");
+  // Number 3 is the folder that ls reads.
+  EXPECT_EQ(descriptors, "0\n1\n2\n3\n0077\nleads\n");
+  std::vector<std::string> lines;
+  std::istringstream text(environment);
+  for (std::string line; std::getline(text, line);) lines.push_back(line.substr(0, line.find('=')));
+  std::sort(lines.begin(), lines.end());
+  // The shell itself adds PWD.
+  EXPECT_EQ(lines, (std::vector<std::string>{"HOME", "LANG", "LOGNAME", "PATH", "PWD", "SHELL", "USER"}));
+  EXPECT_NE(environment.find("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n"), std::string::npos);
+}
+
+TEST(Child, OfACleanedProcessIsClean) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::setenv("TAR_OPTIONS", "--checkpoint=1", 1);
+    ::setenv("PATH", "/tmp", 1);
+    useCleanEnvironment();
+    Text command = Text::copyOf("/usr/bin/env");
+    const bool ran = execute(command, 512, 1, 1) == 0;
+    const bool clean = command.view().find("TAR_OPTIONS") == std::string::npos;
+    ::_exit(ran && clean && command.view().starts_with("PATH=/usr/local/sbin:") ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(do_waitpid(pid, status, "test"), 0);
+}
+
+TEST(Child, StopsAtItsTimeLimit) {
+  const LogCapture logs;
+  ChildPlan plan = ChildPlan::shell("sleep 60 & echo $!; trap '' TERM; sleep 60");
+  plan.timeLimit = 1;
+  const auto start = std::chrono::steady_clock::now();
+  const ChildResult result = runChild(plan);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_TRUE(result.timedOut);
+  EXPECT_EQ(result.status, SIGKILL);
+  // The whole group goes, if not at the same moment.
+  const std::string other = "/proc/" + std::to_string(std::stoi("0" + result.output)) + "/stat";
+  const auto runs = [&] {
+    const std::string stat = contentOf(other);
+    return !stat.empty() && stat.find(") Z ") == std::string::npos;
+  };
+  for (int i = 0; i < 100 && runs(); ++i) nap(20);
+  EXPECT_FALSE(runs());
+  EXPECT_NE(logs.errors().find("Time limit of 1 seconds is over: killing pid"), std::string::npos);
+  // Not read and not fed, it is watched all the same.
+  plan = ChildPlan::program("/bin/sleep", {"60"});
+  plan.output = ChildPlan::Stream::inherit;
+  plan.timeLimit = 1;
+  EXPECT_TRUE(runChild(plan).timedOut);
+  // What ended by itself did not time out, even when something holds its output open.
+  plan = ChildPlan::shell("sleep 20 & echo over; exit 2");
+  plan.timeLimit = 1;
+  const ChildResult held = runChild(plan);
+  EXPECT_FALSE(held.timedOut);
+  EXPECT_EQ(held.status, 2);
+  EXPECT_EQ(held.output, "over\n");
+  EXPECT_NE(logs.errors().find("holds its output open"), std::string::npos);
+}
+
+TEST(Child, KeepsToItsLimits) {
+  const LogCapture logs;
+  ChildPlan plan = ChildPlan::shell("yes | head -c 500000; exit 7");
+  plan.outputLimit = 1000;
+  const ChildResult result = runChild(plan);
+  EXPECT_EQ(result.output.size(), 1000U);
+  EXPECT_EQ(result.status, 7);
+  EXPECT_NE(logs.errors().find("longer than 1000 bytes. Chopping the rest."), std::string::npos);
+  plan = ChildPlan::shell("pwd");
+  plan.workingDirectory = "/usr";
+  EXPECT_EQ(runChild(plan).output, "/usr\n");
+  plan.workingDirectory = "/no/such";
+  EXPECT_EQ(runChild(plan).status, 127);
+}
+
+TEST(Child, JoinsAPipeline) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  ChildPlan from = ChildPlan::shell("echo through; exit 6");
+  from.outputDescriptor = ends[1];
+  ChildPlan to = ChildPlan::program("/usr/bin/tr", {"a-z", "A-Z"});
+  to.inputDescriptor = ends[0];
+  Child writer = Child::start(from);
+  Child reader = Child::start(to);
+  ::close(ends[0]);
+  ::close(ends[1]);
+  EXPECT_EQ(reader.finish().output, "THROUGH\n");
+  EXPECT_EQ(writer.finish().status, 6);
+  { const Child dropped = Child::start(ChildPlan::program("/bin/sleep", {"60"})); }
+  EXPECT_FALSE(hasChildren());
+}
+
+TEST(Child, FailsCleanly) {
+  const int before = openDescriptors();
+  const LogCapture logs;
+  for (const char* plan :
+       {"process.pipe:EMFILE", "process.pipe:EMFILE:1", "process.pipe:EMFILE:2", "process.fork:EAGAIN"}) {
+    setFailPlan(plan);
+    Text command = Text::copyOf("echo no");
+    EXPECT_EQ(execute(command, 16, 1, 0), -1) << plan;
+    setFailPlan(nullptr);
+    EXPECT_STREQ(command, "") << plan;
+  }
+  EXPECT_NE(logs.errors().find("Too many open files"), std::string::npos);
+  EXPECT_NE(logs.errors().find("Unable to start a process for echo no: Resource temporarily unavailable"),
+            std::string::npos);
+  // A descriptor that cannot be put in place is told, and the child goes on.
+  setFailPlan("process.dup:EMFILE");
+  EXPECT_EQ(outputOf("cat; echo goes on"), "goes on\n");
+  setFailPlan(nullptr);
+  EXPECT_NE(logs.errors().find("Dup Error on cat; echo goes on : Too many open files"), std::string::npos);
+  EXPECT_NE(logs.errors().find("already has the maximum number of file descriptors open"), std::string::npos);
+  setFailPlan("process.dup:EIO");
+  EXPECT_EQ(outputOf("echo goes on"), "goes on\n");
+  setFailPlan(nullptr);
+  EXPECT_NE(logs.errors().find("close must have caused the dup error: 5"), std::string::npos);
+  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_FALSE(hasChildren());
+}
+
+TEST(Wait, TellsWhatHappened) {
+  const LogCapture logs;
+  int status = 0;
+  EXPECT_EQ(do_waitpid(999999, status, "nobody there"), -1);
+  EXPECT_NE(logs.errors().find("wait error on nobody there: No child processes"), std::string::npos);
+  setDebugLevel(1000);
+  const std::string said = printed([&] {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::raise(SIGSTOP);
+      ::usleep(300000);
+      ::_exit(8);
+    }
+    const pid_t waker = ::fork();
+    if (waker == 0) {
+      ::usleep(300000);
+      ::kill(pid, SIGCONT);
+      ::_exit(0);
+    }
+    EXPECT_EQ(do_waitpid(pid, status, "sleeper"), 8);
+    ::waitpid(waker, nullptr, 0);
+    nap(-5);
+  });
+  setDebugLevel(0);
+  EXPECT_NE(said.find(" stopped by signal 19 (sleeper)\n"), std::string::npos);
+  EXPECT_NE(said.find(" continued (sleeper)\n"), std::string::npos);
+  EXPECT_NE(said.find("nap(-5 ms): nanosleep error: Invalid argument\n"), std::string::npos);
+}
+
+TEST(Detached, WorksOnItsOwn) {
+  const Folder folder;
+  std::string path = folder.path("done");
+  ASSERT_TRUE(runDetached(
+      [](void* where) {
+        writeText(*static_cast<std::string*>(where), ::getsid(0) == ::getpid() ? "own" : "shared");
+        return 0;
+      },
+      &path));
+  int status = 0;
+  EXPECT_EQ(do_waitpid(-1, status, "detached"), 0);
+  EXPECT_EQ(contentOf(path), "own");
+}

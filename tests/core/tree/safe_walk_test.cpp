@@ -1,0 +1,60 @@
+#include "core/tree/safe_walk.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+#include <filesystem>
+
+#include "core/sys/fail_point.h"
+#include "core/sys/sys.h"
+#include "support/fixtures.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+TEST(Walk, GoesAsDeepAsItGets) {
+  constexpr int kDepth = 20000;
+  const Folder folder;
+  Descriptor here(::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY));
+  for (int i = 0; i < kDepth; ++i) {
+    ASSERT_EQ(::mkdirat(here.get(), "d", 0755), 0);
+    here = Descriptor(::openat(here.get(), "d", O_RDONLY | O_DIRECTORY));
+  }
+  here.reset();
+  int met = 0, removed = 0;
+  const int whole = walkTree(folder.path("d").c_str(), [&](const TreeEntry& entry) {
+    ++met;
+    if (entry.leaving && ::unlinkat(entry.folder, entry.name, AT_REMOVEDIR) == 0) ++removed;
+    return 1;
+  });
+  EXPECT_EQ(whole, 1);
+  EXPECT_EQ(met, 2 * kDepth);
+  EXPECT_EQ(removed, kDepth);
+  EXPECT_FALSE(exists(folder.path("d")));
+}
+
+TEST(Walk, OpensOnlyBeneath) {
+  const Folder folder;
+  std::filesystem::create_directories(folder.path("a/b"));
+  writeText(folder.path("a/b/file"), "in");
+  std::filesystem::create_symlink("b", folder.path("a/link"));
+  std::filesystem::create_symlink("file", folder.path("a/b/end"));
+  const Descriptor root = openFolder(folder.path().c_str());
+  for (const bool steps : {false, true}) {
+    const auto open = [&](const char* path, int flags) {
+      setFailPlan(steps ? ".openat2:ENOSYS" : nullptr);
+      Descriptor opened = openBeneath(root.get(), path, flags, 0600);
+      setFailPlan(nullptr);
+      return opened;
+    };
+    for (const char* path : {"a/b/file", "a//b/file", "a/./b/file"}) {
+      EXPECT_TRUE(open(path, O_RDONLY)) << path << steps;
+    }
+    for (const char* path : {"a/link/file", "a/b/end", "../etc", "a/../a/b/file", "/etc/passwd", "", "a/none"}) {
+      EXPECT_FALSE(open(path, O_RDONLY)) << path << steps;
+    }
+    EXPECT_TRUE(open("a/b/new", O_WRONLY | O_CREAT | O_EXCL)) << steps;
+    EXPECT_EQ(modeOf(folder.path("a/b/new")), 0600U);
+    ::unlink(folder.path("a/b/new").c_str());
+  }
+}

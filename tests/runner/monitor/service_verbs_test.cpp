@@ -1,0 +1,41 @@
+#include "runner/monitor/service_verbs.h"
+
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "core/record/config_file.h"
+
+using namespace zvtaskq;
+
+TEST(ServiceActions, StrongestVerbWins) {
+  const struct {
+    const char* name;
+    std::vector<const char*> verbs;
+    const char* want;
+  } cases[] = {
+      {"weakest to strongest", {"reload", "graceful", "reread", "restart", "start", "stop"}, "stop"},
+      {"strongest first", {"stop", "restart", "start"}, "stop"},
+      {"unknown verb comes first", {"bogus", "reload"}, "reload"},
+      {"unknown verb replaces nothing", {"reload", "bogus"}, "reload"},
+      {"unknown verb alone", {"bogus"}, "bogus"},
+  };
+  for (const auto& c : cases) {
+    ConfigFile pending(nullptr);
+    for (const char* verb : c.verbs) {
+      ConfigFile line(nullptr);
+      line.setParam("action", "httpd");
+      line.setParam("value", verb);
+      setHardest(pending, line);
+    }
+    ConfigFile kept(nullptr);
+    kept.fillFromPost(pending.getValue("httpd"));
+    EXPECT_STREQ(kept.getValue("value"), c.want) << c.name;
+    EXPECT_EQ(pending.size(), 1);
+  }
+  ConfigFile first(nullptr), second(nullptr), pending(nullptr);
+  first.fillFromPost("action=exim&value=restart&by=first");
+  second.fillFromPost("action=exim&value=restart&by=second");
+  setHardest(pending, first);
+  setHardest(pending, second);
+  EXPECT_STREQ(pending.getValue("exim"), "action=exim&by=first&value=restart");
+}

@@ -1,0 +1,17 @@
+#include "runner/signals.h"
+
+#include <gtest/gtest.h>
+#include <csignal>
+
+#include "support/fixtures.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+TEST(Signals, AnswersEachInItsWords) {
+  LogCapture log;
+  handleSignal(SIGHUP);
+  EXPECT_NE(log.errors().find("] Bad Signal 1\n"), std::string::npos);
+  EXPECT_EXIT(handleSignal(SIGSEGV), testing::ExitedWithCode(666 & 0xff), "");
+  EXPECT_NE(log.errors().find("*** Segfault!!! *** "), std::string::npos);
+}

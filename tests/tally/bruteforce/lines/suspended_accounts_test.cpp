@@ -1,0 +1,115 @@
+#include "tally/bruteforce/lines/suspended_accounts.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "core/config/config.h"
+#include "support/panel_folder.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+class Suspended : public ::testing::Test {
+ protected:
+  Suspended() {
+    panel_.makeFolder("virtual/site.example");
+    writeText(panel_.path("virtual/site.example/passwd"), "bob:!$6$x:1:2\nann:$6$!x:1:2\nlone:!\nhalf\n:!\n../x:!a\n");
+    writeText(panel_.path("virtual/passwd"), "bob:!x\n");
+    writeText(panel_.path("ftp"), "bob@site.example:!$6$x:1:2:\nann:$6$x:1\n");
+    panel_.conf.ftppasswd = panel_.path("ftp").c_str();
+  }
+  bool isSuspended(const char* name, const char* service) {
+    const bool answer = user_is_suspended(&panel_.conf, name, service) != 0;
+    return answer;
+  }
+  long long errorsWith(const std::string& text) const {
+    const std::string errors = panel_.logs.errors();
+    long long count = 0;
+    for (std::size_t at = errors.find(text); at != std::string::npos; at = errors.find(text, at + 1)) ++count;
+    return count;
+  }
+
+  PanelFolder panel_;
+};
+
+}  // namespace
+
+TEST_F(Suspended, ByServiceAndFile) {
+  const std::string huge(1'000'000, 'x'), hugeMailbox = huge + "@site.example";
+  const struct {
+    const char* name;
+    const char* service;
+    bool want;
+  } cases[] = {
+      {"bob@site.example", "exim", true},
+      {"bob@site.example", "dovecot", true},
+      {"ann@site.example", "roundcube", false},
+      {"lone@site.example", "squirrelmail", true},
+      {"half@site.example", "dovecot", false},
+      {"@site.example", "dovecot", true},
+      {"../x@site.example", "dovecot", true},
+      {"bob@other.example", "dovecot", false},
+      {"bob@../site.example", "dovecot", false},
+      {"bob@site.example/../site.example", "dovecot", false},
+      {"bob@.", "dovecot", false},
+      {"bob@", "dovecot", false},
+      {"x@bob@site.example", "dovecot", false},
+      {"bob\n@site.example", "dovecot", false},
+      {"bob@site.example", "proftpd", true},
+      {"bob@site.example", "pure-ftpd", true},
+      {"ann", "pure-ftpd", false},
+      {"bob", "proftpd", false},
+      {"bob@site.example", "wordpress", false},
+      {"root", "sshd", false},
+      {"no-such-account", "sshd", false},
+      {"", "dovecot", false},
+      {nullptr, "dovecot", false},
+      {"bob@site.example", "", false},
+      {"bob@site.example", nullptr, false},
+      {huge.c_str(), "sshd", false},
+      {huge.c_str(), "proftpd", false},
+      {hugeMailbox.c_str(), "dovecot", false},
+  };
+  for (const auto& c : cases) {
+    const std::string name = c.name == nullptr ? "null" : std::string(c.name).substr(0, 60);
+    EXPECT_EQ(isSuspended(c.name, c.service), c.want) << name;
+  }
+  EXPECT_EQ(user_is_suspended(nullptr, "bob@site.example", "exim"), 0);
+  EXPECT_LT(panel_.logs.errors().size(), 20'000U);
+  EXPECT_EQ(errorsWith("Unknown BFM service for suspend skip check: 'wordpress'"), 1);
+  EXPECT_EQ(errorsWith("/virtual/other.example/passwd): Cannot open file: No such file or directory"), 1);
+  EXPECT_EQ(errorsWith("The lenght of the User (1000000) is greater than the size of the buffer (512)"), 2);
+  EXPECT_NE(panel_.logs.security().find("Tally::user_is_suspended_in_file(bob, " +
+                                        panel_.path("virtual/site.example/passwd") +
+                                        "): User is suspended.  Exempt from brute force count."),
+            std::string::npos);
+}
+
+TEST_F(Suspended, RemembersWithinAScanAndSaysLittle) {
+  SuspendedAccounts accounts(panel_.conf);
+  EXPECT_TRUE(accounts.isSuspended("bob@site.example", "proftpd"));
+  writeText(panel_.path("ftp"), "");
+  EXPECT_TRUE(accounts.isSuspended("bob@site.example", "pure-ftpd"));
+  for (int i = 0; i < 1500; ++i) {
+    EXPECT_FALSE(accounts.isSuspended(joined("bob@d", std::to_string(i), ".example").c_str(), "exim"));
+    EXPECT_FALSE(accounts.isSuspended("bob", "wordpress"));
+  }
+  EXPECT_EQ(errorsWith("Cannot open file"), 20);
+  EXPECT_EQ(errorsWith("Unknown BFM service"), 1);
+}
+
+TEST_F(Suspended, NoFileThatOthersPlanted) {
+  ::unlink(panel_.path("ftp").c_str());
+  ASSERT_EQ(::symlink(panel_.path("virtual/site.example/passwd").c_str(), panel_.path("ftp").c_str()), 0);
+  ASSERT_EQ(::lchown(panel_.path("ftp").c_str(), 65534, 65534), 0);
+  EXPECT_EQ(user_is_suspended_in_file("bob", panel_.path("ftp").c_str()), 0);
+  ::unlink(panel_.path("ftp").c_str());
+  ASSERT_EQ(::mkfifo(panel_.path("ftp").c_str(), 0600), 0);
+  EXPECT_FALSE(isSuspended("bob", "proftpd"));
+  EXPECT_EQ(errorsWith("Cannot open file"), 2);
+}

@@ -1,0 +1,379 @@
+#include "tally/bruteforce/watch/check.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+#include <vector>
+
+#include "core/record/config_file.h"
+#include "core/sys/fail_point.h"
+#include "notify/operations.h"
+#include "support/fixed_clock.h"
+#include "support/panel_folder.h"
+#include "tally/bruteforce/records/records.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+constexpr long long kNow = 1'800'000'000;
+std::vector<std::string> sent;
+
+int recordNotice(const char*, const char* subject, const char* message, int) {
+  sent.push_back(std::string(subject) + "\n" + message);
+  return 1;
+}
+int recordMail(const char*, const char* subject, const char*, int) {
+  sent.push_back(std::string("mail: ") + subject);
+  return 1;
+}
+
+std::string failure(const std::string& user, const std::string& address) {
+  return "Nov  3 04:05:06 server sshd[1]: Failed password for " + user + " from " + address + " port 22 ssh2\n";
+}
+
+class BruteMonitor : public ::testing::Test {
+ protected:
+  BruteMonitor() {
+    sent.clear();
+    notifyOperations().notifyAdmins.provide(recordNotice);
+    notifyOperations().mailAdmins.provide(recordMail);
+    Config& conf = panel_.conf;
+    conf.brute_force_log_scanner = 1;
+    conf.brute_force_secure_log = log_.c_str();
+    conf.servername = "server.example";
+    conf.clear_brute_log_time = 24;
+    conf.ip_brutecount = conf.user_brutecount = 1'000'000;
+    conf.brute_force_ignore_attempts_on_suspended = false;
+    write("", std::ios::trunc);
+  }
+  void write(const std::string& text, std::ios::openmode mode = std::ios::app) {
+    std::ofstream(log_, mode | std::ios::binary) << text;
+  }
+  void pass(long long now = kNow) {
+    const FixedClock clock(now);
+    check_brute_force_logs(&panel_.conf);
+  }
+  std::string data(const std::string& file) { return contentOf(panel_.path("admin/" + file)); }
+  void setData(const std::string& file, const std::string& text) {
+    writeText(panel_.path("admin/" + file), text);
+    ::chmod(panel_.path("admin/" + file).c_str(), 0666);
+  }
+  /// Failures by name, of one of the files of counts.
+  std::map<std::string, long long> counts(const std::string& file) {
+    ConfigFile record(nullptr);
+    record.readFromString(data(file).c_str());
+    std::map<std::string, long long> all;
+    for (long long i = 0; i < record.size(); ++i) all[record.getNameAt(i)] = figuresOf(record.getValueAt(i)).failures;
+    return all;
+  }
+  std::vector<std::string> keys() {
+    ConfigFile entries(nullptr);
+    entries.keepUnsorted = true;
+    entries.readFromString(data("brute_log_entries.list").c_str());
+    std::vector<std::string> all;
+    std::istringstream lines(data("brute_log_entries.list"));
+    for (std::string line; std::getline(lines, line);) all.push_back(line.substr(0, line.find('=')));
+    return all;
+  }
+
+  PanelFolder panel_;
+  std::string log_ = panel_.path("secure");
+};
+
+using Counts = std::map<std::string, long long>;
+
+}  // namespace
+
+TEST_F(BruteMonitor, CountsEachFailureOnce) {
+  write(failure("bob", "192.0.2.1") + "nothing\n" + failure("<b>", "192.0.2.1") + failure("eve", "::1"));
+  pass();
+  pass(kNow + 60);
+  write(failure("bob", "192.0.2.1"));
+  pass(kNow + 120);
+  EXPECT_EQ(data("brute_ip.data"),
+            "192.0.2.1=first_entry=1800000000&last_entry=1800000120&sshd5=3\n"
+            "::1=first_entry=1800000000&last_entry=1800000000&sshd5=1\n");
+  EXPECT_EQ(counts("brute_user.data"), (Counts{{"bob", 2}, {"eve", 1}, {"&lt;b&gt;", 1}}));
+  EXPECT_EQ(keys(), (std::vector<std::string>{"18000000000001", "18000000000002", "18000000000003", "18000001200001"}));
+  ConfigFile entries(nullptr), entry(nullptr);
+  entries.readFromString(data("brute_log_entries.list").c_str());
+  entry.fillFromPost(entries.getValue("18000000000002"));
+  EXPECT_STREQ(std::string(entry.createPostString(0).view()).c_str(),
+               "attempts=1&filter=sshd5&ip=192.0.2.1&log=Nov  3 04:05:06 server sshd[1]: Failed password for <b> from "
+               "192.0.2.1 port 22 ssh2&time=1800000000&user=<b>");
+  EXPECT_EQ(modeOf(panel_.path("admin/brute_log_entries.list")), 0600U);
+  EXPECT_FALSE(exists(panel_.path("admin/brute_journal")) || exists(panel_.path("admin/brute_journal.entries")));
+}
+
+TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
+  const std::string whole = failure("bob", "192.0.2.1");
+  const struct {
+    const char* name;
+    std::function<void()> happens;
+    long long counted;
+  } steps[] = {
+      {"half a line", [&] { write(whole + whole.substr(0, 60)); }, 1},
+      {"nothing new", [] {}, 1},
+      {"the other half", [&] { write(whole.substr(60)); }, 2},
+      {"shrunk", [&] { write(whole, std::ios::trunc); }, 3},
+      {"emptied", [&] { write("", std::ios::trunc); }, 3},
+      {"refilled", [&] { write(whole + whole); }, 5},
+      {"rotated and grown past it",
+       [&] {
+         ::rename(log_.c_str(), (log_ + ".1").c_str());
+         write(whole + whole + whole);
+       },
+       8},
+      {"rotated to the same size",
+       [&] {
+         ::rename(log_.c_str(), (log_ + ".2").c_str());
+         write(whole + whole + whole);
+       },
+       11},
+      {"NUL and CR",
+       [&] {
+         write(std::string("x\0", 2) + whole);
+         write(whole.substr(0, whole.size() - 1) + "\r\n");
+       },
+       12},
+      {"a very long line", [&] { write(std::string(3'000'000, 'x') + whole + whole); }, 13},
+      {"a very long line, unfinished", [&] { write(std::string(3'000'000, 'x')); }, 13},
+      {"and its end", [&] { write("\n" + whole); }, 14},
+      {"gone", [&] { ::unlink(log_.c_str()); }, 14},
+  };
+  long long now = kNow;
+  for (const auto& step : steps) {
+    step.happens();
+    pass(now += 60);
+    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", step.counted}})) << step.name << panel_.logs.errors();
+    EXPECT_EQ(keys().size(), static_cast<std::size_t>(step.counted)) << step.name;
+  }
+  EXPECT_NE(panel_.logs.errors().find("Unable to open " + log_ + " for reading"), std::string::npos);
+}
+
+TEST_F(BruteMonitor, AppendsSortedByKeyAndGoesOnInSteps) {
+  std::string text;
+  for (int i = 0; i < 12'345; ++i) text += failure("u" + std::to_string(i % 50), "192.0.2.1");
+  write(text);
+  pass();
+  const auto found = keys();
+  ASSERT_EQ(found.size(), 12'345U);
+  EXPECT_TRUE(std::is_sorted(found.begin(), found.end()));
+  EXPECT_EQ(found[999], "18000000001000");
+  EXPECT_EQ(found[1000], "180000000010000");
+
+  text.clear();
+  for (int i = 0; i < 300'000; ++i) text += failure("v" + std::to_string(i), "192.0.2.1");
+  write(text);
+  pass();
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 312'345}}));
+  EXPECT_EQ(counts("brute_user.data").size(), 300'050U);
+  EXPECT_NE(panel_.logs.errors().find("counted in several steps"), std::string::npos);
+  const auto all = keys();
+  EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), 312'345U);
+}
+
+TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
+  panel_.conf.ip_brutecount = 2;
+  panel_.conf.user_brutecount = 3;
+  setData("brute_skip.list", "192.0.2.9=\n");
+  const std::string hooks = panel_.path("scripts/custom/");
+  ::chmod(panel_.path("scripts/custom").c_str(), 0755);
+  ::chmod(panel_.path("scripts").c_str(), 0755);
+  ::chmod(panel_.path("").c_str(), 0755);
+  const auto hook = [&](const std::string& name, const std::string& body) {
+    writeText(hooks + name, "#!/bin/sh\n" + body);
+    ::chmod((hooks + name).c_str(), 0755);
+  };
+  hook("brute_force_notify_pre.sh", "[ \"$type $value\" != 'IP 192.0.2.8' ] || { echo mine; exit 1; }\n");
+  hook("brute_force_notice_ip.sh", "echo \"$value $count $data\"\n");
+  hook("brute_force_notice_user.sh", "echo no; exit 3\n");
+  for (const char* address : {"192.0.2.1", "192.0.2.8", "192.0.2.9"})
+    write(failure("bob", address) + failure("eve", address));
+  pass();
+  ASSERT_EQ(sent.size(), 1U) << panel_.logs.errors();
+  EXPECT_EQ(sent[0],
+            "Brute-Force Attack detected in service log from IP(s) 192.0.2.1 on User(s) bob, eve\n"
+            "A brute force attack has been detected in one of your service logs.\n\n"
+            "IP 192.0.2.1 has 2 failed login attempts: first_entry=1800000000 & last_entry=1800000000 & sshd5=2\n"
+            "User bob has 3 failed login attempts: first_entry=1800000000 & last_entry=1800000000 & sshd5=3\n"
+            "User eve has 3 failed login attempts: first_entry=1800000000 & last_entry=1800000000 & sshd5=3\n"
+            "\nCheck 'Admin Level -> Brute Force Monitor' for more information\n"
+            "\n\nView your Brute Force Monitor:\nhttp://server.example:2222/CMD_BRUTE_FORCE_MONITOR?sort1=-1\n");
+  EXPECT_NE(panel_.logs.errors().find("Tally::check_count_for: Pre script output: mine"), std::string::npos);
+  EXPECT_NE(panel_.logs.errors().find("Brute Force error (User, 'bob'): Script output: no"), std::string::npos);
+  EXPECT_NE(panel_.logs.system().find("Brute Force (IP, '192.0.2.1'): Script output: 192.0.2.1 2 first_entry="),
+            std::string::npos);
+
+  const struct {
+    const char* name;
+    long long after;
+    bool fails;
+    std::size_t told;
+  } steps[] = {
+      {"nothing new", 60, false, 0},         {"within the hour", 120, true, 0},  {"an hour later", 3600, false, 1},
+      {"no failures since", 7300, false, 0}, {"another failure", 7360, true, 1},
+  };
+  for (const auto& step : steps) {
+    sent.clear();
+    if (step.fails) write(failure("bob", "192.0.2.1"));
+    pass(kNow + step.after);
+    EXPECT_EQ(sent.size(), step.told) << step.name << data("brute_ip.data");
+  }
+}
+
+TEST_F(BruteMonitor, TellsAsTheAdministratorWishes) {
+  panel_.conf.ip_brutecount = 1;
+  const struct {
+    bool hidden, mailOnly;
+    std::vector<std::string> want;
+  } cases[] = {{true, false, {}},
+               {false, true, {"mail: Brute-Force Attack detected in service log from IP(s) 192.0.2.1"}}};
+  long long now = kNow;
+  for (const auto& c : cases) {
+    sent.clear();
+    panel_.conf.hide_brute_force_notifications = c.hidden;
+    panel_.conf.brute_force_notifications_email_only = c.mailOnly;
+    write(failure("bob", "192.0.2.1"));
+    pass(now += 4000);
+    EXPECT_EQ(sent, c.want);
+  }
+}
+
+TEST_F(BruteMonitor, DropsWhatIsOldAndIsNotSilencedByTheFuture) {
+  const auto record = [](long long last, long long notify) {
+    return "first_entry=1&last_entry=" + std::to_string(last) + "&last_notify=" + std::to_string(notify) + "&sshd5=5\n";
+  };
+  panel_.conf.ip_brutecount = 5;
+  setData("brute_ip.data", "10.0.0.1=" + record(kNow - 86401, kNow - 86401) +
+                               "10.0.0.2=" + record(kNow - 86400, kNow - 80000) + "10.0.0.3=" + record(kNow + 9000, 0) +
+                               "10.0.0.4=" + record(kNow - 9, kNow + 9000) +
+                               "10.0.0.5=%66irst_entry=1&last_entry=" + std::to_string(kNow) + "&x=%35\n");
+  write(failure("bob", "10.0.0.3"));
+  pass();
+  const std::string stamp = std::to_string(kNow);
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"10.0.0.2", 5}, {"10.0.0.3", 6}, {"10.0.0.4", 5}, {"10.0.0.5", 5}}));
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sent[0].find("Brute-Force Attack detected in service log from IP(s) 10.0.0.3, 10.0.0.4, 10.0.0.5\n"), 0U)
+      << sent[0];
+  EXPECT_NE(data("brute_ip.data")
+                .find("10.0.0.4=first_entry=1&last_entry=" + std::to_string(kNow - 9) + "&last_notify=" + stamp),
+            std::string::npos);
+  EXPECT_NE(panel_.logs.errors().find("the last_entry of 1 records is not in the past"), std::string::npos);
+  EXPECT_NE(panel_.logs.errors().find("the last_notify of 1 records is not in the past"), std::string::npos);
+  sent.clear();
+  const std::string before = data("brute_ip.data");
+  pass();
+  EXPECT_TRUE(sent.empty());
+  EXPECT_EQ(data("brute_ip.data"), before);
+}
+
+TEST_F(BruteMonitor, DoesNothingWhenItMayNot) {
+  write(failure("bob", "192.0.2.1"));
+  panel_.conf.brute_force_log_scanner = 0;
+  pass();
+  panel_.conf.brute_force_log_scanner = 1;
+  setData("check_brute_force_logs.lock", "");
+  // The clock that locks go by is the file system's.
+  check_brute_force_logs(&panel_.conf);
+  ::unlink(panel_.path("admin/check_brute_force_logs.lock").c_str());
+  writeText(panel_.path("templates/brute_filter.list"), "");
+  ::unlink(panel_.path("templates/brute_filter.list").c_str());
+  panel_.makeFolder("templates/brute_filter.list");
+  pass();
+  EXPECT_NE(panel_.logs.errors().find("Error reading " + panel_.path("templates/brute_filter.list") + ": "),
+            std::string::npos);
+  EXPECT_EQ(data("brute.conf") + data("brute_ip.data") + data("brute_log_entries.list"), "");
+  ::rmdir(panel_.path("templates/brute_filter.list").c_str());
+  panel_.conf.user_brutecount = 0;
+  pass();
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}}));
+  EXPECT_EQ(data("brute_user.data"), "");
+}
+
+TEST_F(BruteMonitor, FloodsNoLog) {
+  std::string text;
+  for (int i = 0; i < 50; ++i) text += failure("x from 192.0.2.2", "192.0.2.1") + failure("x", "nowhere");
+  write(text);
+  pass();
+  const std::string security = panel_.logs.security();
+  EXPECT_NE(security.find("with more than one address, counting 192.0.2.2: "), std::string::npos) << security;
+  EXPECT_NE(security.find("95 more failed log-ins"), std::string::npos) << security;
+  EXPECT_NE(panel_.logs.errors().find("Tally::scan_log: Unable to determine IP value from string: nowhere"),
+            std::string::npos);
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.2", 50}}));
+}
+
+/// Runs a pass in a child that dies, or meets an error, at the given step. Whether it got that far.
+class BruteCrash : public BruteMonitor {
+ protected:
+  bool crashAt(int step, const char* how, long long now) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      setFailPlan(("*:" + std::string(how) + ":" + std::to_string(step)).c_str());
+      pass(now);
+      ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFSIGNALED(status);
+  }
+};
+
+TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
+  long long now = kNow, failures = 0;
+  bool killed = true;
+  int step = 0;
+  for (; killed && step < 400; ++step) {
+    write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2"));
+    ++failures;
+    killed = crashAt(step, "kill", now += 60);
+    // The dead one's locks go stale in time.
+    ASSERT_EQ(std::system(("find " + panel_.path("admin") + " -name '*.lock' -delete").c_str()), 0);
+    if (step % 3 == 0) {
+      write(failure("bob", "192.0.2.1"));
+      write(failure("eve", "192.0.2.2"));
+      ++failures;
+    }
+    pass(now += step % 2);
+    ASSERT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", failures}, {"192.0.2.2", failures}})) << step;
+    ASSERT_EQ(counts("brute_user.data"), (Counts{{"bob", failures}, {"eve", failures}})) << step;
+    const auto all = keys();
+    ASSERT_EQ(all.size(), static_cast<std::size_t>(2 * failures)) << step;
+    ASSERT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size()) << step;
+    ASSERT_FALSE(exists(panel_.path("admin/brute_journal"))) << step;
+  }
+  EXPECT_FALSE(killed);
+  EXPECT_GT(step, 30);
+}
+
+TEST_F(BruteCrash, OutlivesAFullDisk) {
+  long long now = kNow, failures = 0;
+  for (const char* plan : {"safe_write.*:ENOSPC", "brute_spool.write:ENOSPC", "brute_spool.fsync:EIO",
+                           "brute_entries.write:short", "brute_entries.fsync:EIO", "brute_spool.open:EDQUOT",
+                           "safe_write.rename:EIO:1", "safe_write.rename:EIO:2", "safe_write.rename:EIO:3"}) {
+    write(failure("bob", "192.0.2.1") + failure("bob", "192.0.2.1"));
+    failures += 2;
+    for (int i = 0; i < 2; ++i) {
+      setFailPlan(plan);
+      pass(now += 60);
+      setFailPlan(nullptr);
+    }
+    const bool told = !panel_.logs.errors().empty();
+    pass(now += 60);
+    EXPECT_TRUE(told) << plan;
+    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", failures}})) << plan;
+    EXPECT_EQ(keys().size(), static_cast<std::size_t>(failures)) << plan;
+  }
+}

@@ -1,0 +1,117 @@
+#include "tally/checks/load.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <vector>
+
+#include "core/record/config_file.h"
+#include "core/sys/fail_point.h"
+#include "notify/operations.h"
+#include "support/fixed_clock.h"
+#include "support/panel_folder.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+constexpr long long kNow = 1'800'000'000;
+double averages[3];
+int averagesKnown = 3;
+std::vector<std::string> sent;
+
+int recordNotice(const char* service, const char* subject, const char* message, int general) {
+  sent.push_back(std::string(service) + "/" + subject + "/" + message + "/" + std::to_string(general));
+  return 1;
+}
+
+class LoadCheck : public ::testing::Test {
+ protected:
+  LoadCheck() {
+    averages[0] = 3;
+    averages[1] = 2;
+    averages[2] = 1;
+    averagesKnown = 3;
+    sent.clear();
+    notifyOperations().notifyAdmins.provide(recordNotice);
+    panel_.conf.check_load = 1.5;
+    panel_.conf.check_load_minute = 5;
+    panel_.conf.load_notice_interval = 10;
+    panel_.conf.load_top_string = "true";
+    writeText(panel_.path("templates/load_check_message.txt"), "|?SUBJECT=Load `LOAD`|");
+  }
+  void stamp(const std::string& pairs) {
+    writeText(settings_, pairs);
+    ::chmod(settings_.c_str(), 0666);
+  }
+  void check() {
+    const FixedClock clock(kNow);
+    check_system_load(&panel_.conf);
+  }
+
+  PanelFolder panel_;
+  std::string settings_ = panel_.path("admin/admin.conf");
+};
+
+}  // namespace
+
+/// The kernel's averages, as the test wants them.
+extern "C" int getloadavg(double* into, int count) noexcept {
+  for (int i = 0; i < count && i < averagesKnown; ++i) into[i] = averages[i];
+  return averagesKnown;
+}
+
+TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
+  const struct {
+    const char* name;
+    double limit;
+    int minute;
+    std::string stamp;
+    const char* subject;
+    const char* error;
+  } cases[] = {
+      {"first notice", 1.5, 5, "", "Load 2", ""},
+      {"equal load", 2, 5, "", nullptr, ""},
+      {"off", 0, 5, "", nullptr, ""},
+      {"one minute", 2.5, 1, "", "Load 3", ""},
+      {"fifteen minutes", 0.5, 15, "", "Load 1", ""},
+      {"no such minute", 0.5, 10, "", nullptr, "Tally::check_system_load: check_load_minute is not set to 1, 5 or 15."},
+      {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
+      {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2", ""},
+      {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2", "load_limit_last_sent is 1800000001"},
+      {"stamp that is no number", 1.5, 5, "soon", "Load 2", ""},
+  };
+  for (const auto& c : cases) {
+    sent.clear();
+    panel_.conf.check_load = c.limit;
+    panel_.conf.check_load_minute = c.minute;
+    const std::string before = "load_limit_last_sent=" + c.stamp + "\nother=1\n";
+    stamp(before);
+    const LogCapture logs;
+    check();
+    ASSERT_EQ(sent.size(), c.subject == nullptr ? 0U : 1U) << c.name;
+    if (c.subject != nullptr) {
+      EXPECT_EQ(sent[0].find(std::string("/") + c.subject + "/"), 0U) << sent[0];
+    }
+    EXPECT_EQ(contentOf(settings_), sent.empty() ? before : "load_limit_last_sent=1800000000\nother=1\n") << c.name;
+    EXPECT_NE(logs.errors().find(c.error), std::string::npos) << c.name << logs.errors();
+    EXPECT_EQ(logs.errors().empty(), *c.error == '\0') << c.name << logs.errors();
+  }
+}
+
+TEST_F(LoadCheck, SaysWhatGoesWrong) {
+  stamp("a=1\n");
+  setFailPlan("safe_write.*:ENOSPC");
+  check();
+  setFailPlan(nullptr);
+  EXPECT_EQ(sent.size(), 1U);
+  EXPECT_NE(panel_.logs.errors().find("Unable to write " + settings_ + " : "), std::string::npos);
+  EXPECT_EQ(contentOf(settings_), "a=1\n");
+
+  averagesKnown = -1;
+  setDebugLevel(10);
+  const std::string shown = printed([&] { check(); });
+  setDebugLevel(0);
+  EXPECT_NE(shown.find("Tally::check_system_load:  getLoadAverage returned 0. Aborting."), std::string::npos);
+}

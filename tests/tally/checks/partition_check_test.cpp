@@ -1,0 +1,108 @@
+#include "tally/checks/partition_check.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "core/panel/partitions.h"
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
+#include "notify/operations.h"
+#include "support/fixed_clock.h"
+#include "support/panel_folder.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+constexpr long long kNow = 1'800'000'000;
+int sentNotices = 0;
+std::string lastMessage;
+
+class PartitionCheck : public ::testing::Test {
+ protected:
+  PartitionCheck() {
+    sentNotices = 0;
+    notifyOperations().notifyAdmins.provide([](const char*, const char*, const char* message, int) {
+      ++sentNotices;
+      lastMessage = message;
+      return 1;
+    });
+    panel_.conf.check_partitions = 1;
+    panel_.conf.partition_usage_threshold = 0;
+    writeText(panel_.path("templates/partition_check.list"), "/\n/no/such/mount\n");
+    writeText(panel_.path("templates/partition_check_message.txt"), "|THRESHOLD|: |PARTITIONS|");
+  }
+  void check(const std::string& pairs) {
+    const std::string path = panel_.path("admin/admin.conf");
+    writeText(path, pairs);
+    ::chmod(path.c_str(), 0666);
+    const FixedClock clock(kNow);
+    check_partition_usage(&panel_.conf);
+  }
+  PanelFolder panel_;
+};
+
+std::string listOf(const ConfigFile& usage) {
+  std::string all;
+  for (long long i = 0; i < usage.size(); ++i) all += std::string(usage.getNameAt(i)) + " " + usage.getValueAt(i) + ";";
+  return all;
+}
+
+}  // namespace
+
+TEST(Partitions, TableIsRead) {
+  const struct {
+    const char* name;
+    const char* table;
+    const char* want;
+  } cases[] = {
+      {"plain", "Use% Mounted on\n 17% /\n100% /boot\n  0% /dev/shm\n", "/ Use=17;/boot Use=100;/dev/shm Use=0;"},
+      {"blanks and signs in a mount point", "Use% Mounted on\n 9% /mnt/a b  99% /home\n", "/mnt/a b  99% /home Use=9;"},
+      {"without data, or hidden", " 17% /\n   - /proc\n   - /\n", "/ Use=17;"},
+      {"what lies on top counts", " 17% /mnt\n 18% /mnt\n", "/mnt Use=18;"},
+      {"odd lines", "x\n%\n12\n12%\n12%/\n-1% /a\n99999999999% /b\n 5% c\n", ""},
+      {"unfinished line", " 17% /\n 18% /ho", "/ Use=17;"},
+  };
+  for (const auto& c : cases) {
+    ConfigFile usage(nullptr);
+    parsePartitionUsage(c.table, usage);
+    EXPECT_EQ(listOf(usage), c.want) << c.name;
+  }
+}
+
+TEST(Partitions, ThresholdAndOrder) {
+  ConfigFile usage(nullptr);
+  parsePartitionUsage(" 95% /home\n 94% /tmp\n 100% /\n 99% /unwatched\n", usage);
+  usage.setParam("/odd", "Free=1");
+  ListFile watched(nullptr);
+  for (const char* one : {"/tmp", "/odd", "/none", "/home", "/"}) watched.addElement(one);
+  EXPECT_EQ(fullPartitions(watched, usage, 95), "100% - /\n95% - /home\n");
+  EXPECT_EQ(fullPartitions(watched, usage, 101), "");
+}
+
+TEST_F(PartitionCheck, OnceADayOrEveryTime) {
+  const struct {
+    const char* name;
+    int mode;
+    int threshold;
+    long long age;
+    int sent;
+  } cases[] = {
+      {"off", 0, 0, kNow, 0},           {"first", 1, 0, kNow, 1},          {"none full", 1, 101, kNow, 0},
+      {"a day ago", 1, 0, 86400, 0},    {"a second more", 1, 0, 86401, 1}, {"with the tally", 2, 0, 1, 1},
+      {"from the future", 1, 0, -1, 1},
+  };
+  for (const auto& c : cases) {
+    sentNotices = 0;
+    panel_.conf.check_partitions = c.mode;
+    panel_.conf.partition_usage_threshold = c.threshold;
+    const std::string before = "quota_thresh_last_check=" + std::to_string(kNow - c.age) + "\n";
+    check(before);
+    EXPECT_EQ(sentNotices, c.sent) << c.name << panel_.logs.errors();
+    const std::string after = contentOf(panel_.path("admin/admin.conf"));
+    EXPECT_EQ(after, c.sent == 0 ? before : "quota_thresh_last_check=1800000000\n") << c.name;
+  }
+  EXPECT_NE(lastMessage.find("% - /\n"), std::string::npos) << lastMessage;
+  EXPECT_EQ(lastMessage.find("/no/such"), std::string::npos) << lastMessage;
+}

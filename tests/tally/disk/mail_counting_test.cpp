@@ -1,0 +1,76 @@
+#include "tally/disk/mail_counting.h"
+
+#include <gtest/gtest.h>
+#include <filesystem>
+
+#include "core/record/config_file.h"
+#include "core/record/list_file.h"
+#include "support/panel_folder.h"
+#include "tally/disk/disk_breakdown.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+TEST(DiskBreakdown, HoldsAnyName) {
+  PanelFolder panel;
+  panel.makeFolder("users/bob");
+  panel.conf.userdata = panel.path("users").c_str();
+  DiskBreakdown items("bob");
+  items.du_detail(123, "/home/bob/a&b=c\nd", true);
+  items.du_detail(5, "databases", false);
+  ASSERT_TRUE(items.write()) << panel.logs.errors();
+  ListFile list(panel.path("users/bob/du_breakdown.list").c_str());
+  list.setUser(nullptr);
+  list.keepOrder = true;
+  ASSERT_TRUE(list.readFile());
+  ASSERT_EQ(list.size(), 2);
+  ConfigFile item(nullptr);
+  item.fillFromPost(list.getElementAt(0));
+  EXPECT_STREQ(item.getValue("size"), "123");
+  EXPECT_STREQ(item.getValue("descriptor"), "/home/bob/a&b=c\nd");
+  EXPECT_STREQ(item.getValue("counted"), "yes");
+}
+
+TEST(MailCounting, ModesAndPartitions) {
+  PanelFolder panel;
+  constexpr const char* kOne = "/dev/sda1 / ext4 rw 0 0\nproc /proc proc rw 0 0\ntmpfs /run tmpfs rw 0 0\n";
+  const std::string bound = std::string(kOne) + "/dev/sda1 /var ext4 rw 0 0\n";
+  const std::string homes = std::string(kOne) + "server:/homes /home nfs4 rw 0 0\n";
+  const std::string var = std::string(kOne) + "/dev/sdb1 /var ext4 rw 0 0\n";
+  const struct {
+    const char* name;
+    int mode;
+    const char* partition;
+    std::string table;
+    int want;
+  } cases[] = {
+      {"on top", 1, "/", kOne, 1},
+      {"not on top", 2, "/home", homes, 0},
+      {"one partition", 0, "/home", kOne, 0},
+      {"bound twice", 0, "/home", bound, 0},
+      {"homes apart", 0, "/home", homes, 1},
+      {"no var", 0, "/", homes, 0},
+      {"var apart", 0, "/", var, 1},
+      {"no such mode", 3, "/home", var, 1},
+      {"no partition named", 0, nullptr, var, 1},
+  };
+  for (const auto& c : cases) EXPECT_EQ(countEmailFor(c.mode, c.partition, partitionsIn(c.table)), c.want) << c.name;
+  EXPECT_NE(panel.logs.errors().find("count is 3. Should either be one of 0,1,2\n"), std::string::npos);
+}
+
+TEST(MailCounting, RotationScripts) {
+  PanelFolder panel;
+  panel.makeFolder("scripts");
+  std::filesystem::permissions(panel.path(""), std::filesystem::perms(0755));
+  for (const char* folder : {"scripts", "scripts/custom"}) {
+    std::filesystem::permissions(panel.path(folder), std::filesystem::perms(0755));
+    const std::string script = panel.path(std::string(folder) + "/rotate_email_usage.sh");
+    writeText(script, "#!/bin/sh\necho $(id -u) " + std::string(folder) + " >> " + panel.path("ran") + "\n");
+    std::filesystem::permissions(script, std::filesystem::perms(0755));
+    rotate_email_usage(&panel.conf);
+  }
+  EXPECT_EQ(contentOf(panel.path("ran")), "0 scripts\n0 scripts/custom\n") << panel.logs.errors();
+  writeText(panel.path("scripts/custom/rotate_email_usage.sh"), "#!/bin/sh\necho broken; exit 3\n");
+  rotate_email_usage(&panel.conf);
+  EXPECT_NE(panel.logs.errors().find("/rotate_email_usage.sh : broken\n"), std::string::npos);
+}

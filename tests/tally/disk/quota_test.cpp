@@ -1,0 +1,163 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "support/panel_folder.h"
+#include "tally/disk/quota_report.h"
+#include "tally/disk/quota_tables.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kReport = R"(*** Report for user quotas on device /dev/sda3
+Block grace time: 7days; Inode grace time: 7days
+                        Block limits                File limits
+User            used    soft    hard  grace    used  soft  hard  grace
+----------------------------------------------------------------------
+root      --      20       0       0      0       2     0     0      0
+daemon    --       4       0       0      0       1     0     0      0
+bob       +-  102500  100000  110000 1795999999     120   500   600      0
+#1005     --       8       0       0      0       1     0     0      0
+
+)";
+
+void script(const std::string& path, const std::string& text) {
+  writeText(path, "#!/bin/sh\n" + text);
+  ::chmod(path.c_str(), 0755);
+}
+
+class Quotas : public ::testing::Test {
+ protected:
+  Quotas() {
+    fs::create_directories(panel_.path("tmp"));
+    ::chmod(panel_.path("tmp").c_str(), 01777);
+    panel_.makeFolder("part");
+    panel_.conf.tmpdir = panel_.path("tmp").c_str();
+    panel_.conf.repquota = panel_.path("repquota").c_str();
+    panel_.conf.xfs_quota = panel_.path("xfs_quota").c_str();
+    panel_.conf.quota_partition = panel_.path("part").c_str();
+    script(panel_.path("repquota"),
+           "echo \"$@\" > " + panel_.path("called") + "\ncat " + panel_.path("report") + "\nexit 1\n");
+  }
+  void read() { static_cast<void>(getAllQuotas(&panel_.conf, quotas_, inodes_)); }
+  double blocks(const char* name) const { return getDiskUsage(&quotas_, name) / 1024; }
+  PanelFolder panel_;
+  ConfigFile quotas_{nullptr};
+  ConfigFile inodes_{nullptr};
+};
+
+}  // namespace
+
+TEST(QuotaReport, Rows) {
+  const struct {
+    const char* line;
+    bool xfs;
+    const char* user;
+    unsigned long long blocks;
+    unsigned long long inodes;
+    bool over;
+  } cases[] = {
+      {"bob       --  102400       0       0              7     0     0       ", false, "bob", 102400, 7, false},
+      {"bob +- 11 5 10 6days 7 0 0", false, "bob", 11, 7, true},
+      {"bob -+ 4 5 10 7 5 10 none", false, "bob", 4, 7, true},
+      {"averylongusername ++ 11 5 10 6days 7 5 10 00:30", false, "averylongusername", 11, 7, true},
+      {"bob -- 4 0 0 0 7 0 0 0", false, "bob", 4, 7, false},
+      {"#1000 -- 4 0 0 0 7 0 0 0", false, "", 0, 0, false},
+      {"User used soft hard grace used soft hard grace", false, "", 0, 0, false},
+      {"bob -- 4k 0 0 0 7 0 0 0", false, "", 0, 0, false},
+      {"bob -- 4 0 0 0 7", false, "", 0, 0, false},
+      {"bob", false, "", 0, 0, false},
+      {"", false, "", 0, 0, false},
+      {"bob  102500  100000  110000  00 [6 days]  120  0  0  00 [--------]", true, "bob", 102500, 120, true},
+      {"bob  5  0  0  00 [--------]  120  100  150  00 [-none-]", true, "bob", 5, 120, true},
+      {"bob  5  10  0  00 [--------]  120  0  0  00 [--------]", true, "bob", 5, 120, false},
+      {"User ID Used Soft Hard Warn/Grace Used Soft Hard Warn/ Grace", true, "", 0, 0, false},
+      {"bob 5 0 0 00 [-----", true, "", 0, 0, false},
+  };
+  for (const auto& c : cases) {
+    QuotaRow row;
+    const bool found = c.xfs ? readXfsQuotaRow(c.line, row) : readQuotaRow(c.line, row);
+    ASSERT_EQ(found, *c.user != '\0') << c.line;
+    if (!found) continue;
+    EXPECT_EQ(row.user, c.user) << c.line;
+    EXPECT_TRUE(row.used.blocks == c.blocks && row.used.inodes == c.inodes && row.isOver == c.over) << c.line;
+  }
+}
+
+TEST_F(Quotas, ReportOfSeveralPartitions) {
+  const std::string second = "*** Report for user quotas on device /dev/sdb1\nbob -- 7 0 0 0 3 0 0 0\n";
+  writeText(panel_.path("report"), std::string(kReport) + second);
+  panel_.conf.ext_quota_partitions = "/mnt/a b:/mnt/c";
+  read();
+  EXPECT_EQ(contentOf(panel_.path("called")), "-u -p " + panel_.path("part") + " /mnt/a b /mnt/c\n");
+  EXPECT_EQ(getDiskUsage(&quotas_, "bob"), (102500.0 + 7) * 1024);
+  EXPECT_EQ(getInodes(&inodes_, "bob"), 123);
+  EXPECT_EQ(blocks("daemon"), 4);
+  EXPECT_EQ(getDiskUsage(&quotas_, "nobody"), 0);
+  EXPECT_EQ(getDiskUsage(nullptr, "bob"), 0);
+  EXPECT_EQ(getInodes(nullptr, "bob"), 0);
+  EXPECT_NE(panel_.logs.errors().find("Over quota detected for User bob\n"), std::string::npos);
+  EXPECT_EQ(panel_.logs.errors().find("User root"), std::string::npos);
+  EXPECT_TRUE(fs::is_empty(panel_.path("tmp")));
+}
+
+TEST_F(Quotas, XfsAsksForEachPartition) {
+  panel_.conf.use_xfs_quota = true;
+  panel_.conf.ext_quota_partitions = "/mnt/c";
+  script(
+      panel_.path("xfs_quota"),
+      "[ \"$*\" = \"-x -c report -u -b -i -N $4\" ] && echo 'bob  5  0  0  00 [--------]  2  0  0  00 [--------]'\n");
+  read();
+  EXPECT_EQ(blocks("bob"), 10);
+  EXPECT_EQ(getInodes(&inodes_, "bob"), 4);
+}
+
+TEST_F(Quotas, TemporaryFolder) {
+  writeText(panel_.path("report"), kReport);
+  const std::string complaint =
+      "*** Cannot find " + panel_.path("tmp") +
+      " to use for temp repquota dump (usually /home/tmp).  You must create it and chmod to 1777";
+  ::chmod(panel_.path("tmp").c_str(), 0755);
+  read();
+  EXPECT_NE(panel_.logs.errors().find(complaint), std::string::npos);
+  EXPECT_EQ(blocks("daemon"), 4);
+  // Without one the partition is counted instead.
+  fs::remove(panel_.path("tmp"));
+  read();
+  EXPECT_EQ(blocks("daemon"), 0);
+  EXPECT_GT(getInodes(&inodes_, "root"), 0);
+}
+
+TEST_F(Quotas, WithoutQuotasFilesAreCounted) {
+  fs::create_directories(panel_.path("part/home"));
+  writeText(panel_.path("part/home/one"), std::string(10'000, 'x'));
+  writeText(panel_.path("away"), std::string(100'000, 'x'));
+  fs::create_hard_link(panel_.path("part/home/one"), panel_.path("part/home/two"));
+  fs::create_symlink(panel_.path("away"), panel_.path("part/home/link"));
+  struct stat what {};
+  ASSERT_EQ(::stat(panel_.path("part/home/one").c_str(), &what), 0);
+  for (const char* name : {"part/home", "part/home/one", "part/home/link"}) {
+    ASSERT_EQ(::lchown(panel_.path(name).c_str(), 1, 1), 0);
+  }
+  const struct {
+    const char* name;
+    const char* tool;
+    bool disabled;
+  } cases[] = {{"switched off", "cat /dev/null", true},
+               {"says nothing", "exit 0", false},
+               {"fails", "echo 'bob -- 1 0 0 1 0 0'; exit 2", false}};
+  for (const auto& c : cases) {
+    script(panel_.path("repquota"), c.tool);
+    panel_.conf.disable_quota = c.disabled;
+    read();
+    EXPECT_EQ(getInodes(&inodes_, "daemon"), 3) << c.name;
+    EXPECT_GE(blocks("daemon"), static_cast<double>(what.st_blocks) / 2) << c.name;
+    EXPECT_LT(blocks("daemon"), static_cast<double>(what.st_blocks) / 2 + 20) << c.name;
+    EXPECT_EQ(quotas_.getValue("bob"), nullptr) << c.name;
+  }
+}

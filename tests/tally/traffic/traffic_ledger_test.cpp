@@ -1,0 +1,139 @@
+#include "tally/traffic/traffic_ledger.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "core/sys/fail_point.h"
+#include "support/fixed_clock.h"
+#include "support/panel_folder.h"
+#include "tally/traffic/home_traffic.h"
+
+using namespace zvtaskq;
+using namespace zvtaskq::test;
+
+namespace {
+
+class Ledger : public ::testing::Test {
+ protected:
+  Ledger() {
+    panel_.makeFolder("users/bob");
+    panel_.makeFolder("users/ann");
+    panel_.conf.userdata = panel_.path("users").c_str();
+  }
+  std::string tally(const char* account) const {
+    return contentOf(panel_.path(std::string("users/") + account + "/bandwidth.tally"));
+  }
+  PanelFolder panel_;
+};
+
+}  // namespace
+
+TEST_F(Ledger, WhatCannotBeEnteredStays) {
+  const FixedClock clock(1'800'000'000);
+  const auto bill = [](const char* plan, unsigned long long bytes) {
+    TrafficLedger ledger("test", "bandwidth.tally", "ftp");
+    EXPECT_TRUE(ledger.open());
+    setFailPlan(plan);
+    ledger.add("bob", bytes);
+    ledger.add("gone", 1);
+    const int good = ledger.enter();
+    setFailPlan(nullptr);
+    return good;
+  };
+  // The note cannot be written: nothing is billed, and nothing waits.
+  EXPECT_FALSE(bill("traffic_ledger.*:ENOSPC,safe_write.*:ENOSPC", 100));
+  EXPECT_EQ(tally("bob"), "");
+  // A line falls short: it is taken back, and billed with the next.
+  EXPECT_TRUE(bill("traffic_ledger.write:short", 20));
+  EXPECT_EQ(tally("bob"), "");
+  EXPECT_TRUE(bill(nullptr, 3));
+  EXPECT_EQ(tally("bob"), "23=type=ftp&time=1800000001\n");
+  EXPECT_TRUE(bill(nullptr, 4));
+  EXPECT_EQ(tally("bob"), "23=type=ftp&time=1800000001\n4=type=ftp&time=1800000002\n");
+  EXPECT_EQ(modeOf(panel_.path("users/bob/bandwidth.tally")), 0600U);
+  EXPECT_FALSE(exists(panel_.path("users/gone")));
+}
+
+TEST_F(Ledger, HalfALineOfAPowerCutIsReplaced) {
+  const char* const others = "1=type=tally\n";
+  for (const std::string half : {"", "2", "23=type=ft", "9=type", "23=type=ftp&time=5\n"}) {
+    panel_.makeFolder("admin/traffic");
+    writeText(panel_.path("admin/traffic/test"), "bytes_bob=23\nentering=1\ntime=5\n");
+    writeText(panel_.path("users/bob/bandwidth.tally"), others + half);
+    TrafficLedger ledger("test", "bandwidth.tally", "ftp");
+    ASSERT_TRUE(ledger.open() && ledger.enter()) << panel_.logs.errors();
+    const std::string between = half == "9=type" ? half + "\n" : "";
+    EXPECT_EQ(tally("bob"), others + between + "23=type=ftp&time=5\n") << half;
+  }
+}
+
+TEST_F(Ledger, OneAtATimeAndNoLinks) {
+  TrafficLedger first("test", "bandwidth.tally", "ftp"), second("other", "bandwidth.tally", "ftp");
+  EXPECT_TRUE(first.open());
+  EXPECT_FALSE(second.open());
+  std::filesystem::create_symlink(panel_.path("canary"), panel_.path("users/bob/bandwidth.tally"));
+  first.add("bob", 5);
+  EXPECT_TRUE(first.enter());
+  EXPECT_FALSE(exists(panel_.path("canary")));
+}
+
+TEST_F(Ledger, MarksKnowTheirLog) {
+  const std::string path = panel_.path("log");
+  const auto isMarked = [&](const LogMark& mark) {
+    const Descriptor file(sys::open(path.c_str(), O_RDONLY));
+    return mark.isOf(file.get());
+  };
+  writeText(path, "one\ntwo\nthree\n");
+  const Descriptor file(sys::open(path.c_str(), O_RDWR));
+  const LogMark mark = LogMark::fromText(LogMark::at(file.get(), 8).text().c_str());
+  EXPECT_EQ(mark.offset, 8);
+  EXPECT_TRUE(isMarked(mark));
+  // Emptied, and grown past the place with something else.
+  ASSERT_EQ(sys::ftruncate(file.get(), 4), 0);
+  EXPECT_FALSE(isMarked(mark));
+  writeText(path, "ONE\nTWO\nthree\nfour\n");
+  EXPECT_FALSE(isMarked(mark));
+  // The same text in another file.
+  writeText(panel_.path("new"), "one\ntwo\nthree\n");
+  std::filesystem::rename(panel_.path("new"), path);
+  EXPECT_FALSE(isMarked(mark));
+  const Descriptor copy(sys::open(path.c_str(), O_RDONLY));
+  EXPECT_TRUE(mark.fits(copy.get()));
+  EXPECT_EQ(LogMark::fromText("1:2:-3:4").offset, 0);
+  EXPECT_EQ(LogMark::fromText(nullptr).offset, 0);
+}
+
+TEST(HomeTraffic, Lines) {
+  const std::string far = "5 " + std::string(204'800, 'x') + "~bob/";
+  const struct {
+    std::string line;
+    const char* account;
+    unsigned long long bytes;
+  } cases[] = {
+      {"512 \"GET /~bob/index.html HTTP/1.1\"", "bob", 512},
+      {"512\t/~bob", "bob", 512},
+      {"0 /~bob\\x", "bob", 0},
+      {"5 /~bob\tx", "bob", 5},
+      {"5 ~ann ~bob", "ann", 5},
+      {"512 /bob/", "", 0},
+      {"512 /~", "", 0},
+      {"512", "", 0},
+      {"- /~bob/", "", 0},
+      {"-5 /~bob/", "", 0},
+      {"12x /~bob/", "", 0},
+      {"~bob 5", "", 0},
+      {"5 /~../../etc/", "", 0},
+      {"5 /~%62ob/", "", 0},
+      {"99999999999999999999 /~bob/", "", 0},
+      {far, "", 0},
+  };
+  for (const auto& c : cases) {
+    HomeTraffic traffic;
+    ASSERT_EQ(readHomeTraffic(c.line, traffic), *c.account != '\0') << c.line.substr(0, 80);
+    if (*c.account == '\0') continue;
+    EXPECT_EQ(traffic.account, c.account) << c.line;
+    EXPECT_EQ(traffic.bytes, c.bytes) << c.line;
+  }
+}
