@@ -10,7 +10,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/template/tokenizer.h"
-#include "notify/operations.h"
+#include "notify/ticket.h"
 
 namespace zvtaskq {
 
@@ -63,11 +63,9 @@ long long secondsSinceLast(const Notice& notice, const ConfigFile& settings) {
 void sendNotice(const Notice& notice, ConfigFile& tokens, const Config& conf) {
   Tokenizer text;
   fill(notice, conf, tokens, text);
-  const auto& send = notifyOperations().notifyAdmins;
-  if (send.missing()) return;
   const char* subject = tokens.getValue("SUBJECT");
   // Handed over is enough: one administrator who cannot be reached must not bring the others a notice a minute.
-  send("", subject == nullptr ? notice.subject : subject, text.output(), kGeneral);
+  static_cast<void>(Ticket().notifyAdmins("", subject == nullptr ? notice.subject : subject, text.output(), kGeneral));
   keepStamp(notice.stamp);
 }
 

@@ -8,11 +8,12 @@
 #include <string>
 
 #include "core/panel/panel_paths.h"
+#include "core/panel/run_state.h"
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
-#include "runner/actions/backup_operations.h"
+#include "runner/actions/not_built.h"
 
 namespace zvtaskq {
 
@@ -56,8 +57,8 @@ void process_new_instruction() {
   }
   if (instructions.readMtime < startedAt) return;
   if (!instructions.isValue("action", "stop") || !instructions.isValue("value", "backup")) return;
-  backupOperations().haltBackups();
-  reportUnavailable("USR2 signal");
+  runFlags.halt = true;
+  reportMissing("USR2 signal", "the halt of running backups");
 }
 
 [[noreturn]] void dieOfSegfault() {

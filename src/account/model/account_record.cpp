@@ -7,7 +7,9 @@
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/panel/task.h"
 #include "core/record/list_file.h"
+#include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
 
@@ -33,6 +35,14 @@ int readAccount(const char* account, ConfigFile& record) {
   record.setFilename(accountFile(account, "user.conf").c_str());
   record.setUser(kPanelUser);
   return record.readFile();
+}
+
+int readOwner(const Task& task, ConfigFile& record) {
+  const char* owner = task.get("owner");
+  if (readAccount(owner, record)) return 1;
+  errorLog(task.is("type", "admin") ? "Cannot read data for Admin %s : %s" : "Cannot read data for Reseller %s : %s",
+           owner, record.result.orEmpty());
+  return 0;
 }
 
 AccountType accountTypeOf(const ConfigFile& record) {

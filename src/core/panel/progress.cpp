@@ -88,6 +88,7 @@ Descriptor openTrackerFile(const char* name) {
 }  // namespace
 
 int set_task_queue_tracking(const ConfigFile& task) {
+  runFlags.halt = false;
   const int wanted = sys_conf->track_task_queue_processes;
   if (wanted == 0) return 0;
   {
@@ -120,6 +121,7 @@ void track_process(const char* format, ...) {
 }
 
 void end_task_queue_tracking() {
+  runFlags.halt = false;
   setLocationTracker(-1);
   const std::string folder = tracker.folder;
   tracker = Tracker();

@@ -15,7 +15,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
-#include "notify/operations.h"
+#include "notify/ticket.h"
 #include "runner/monitor/php_fpm.h"
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/services_table.h"
@@ -81,7 +81,7 @@ void bringUp(const char* name, const ListFile& list) {
   doservice(name, "restart");
   debug_processes(name, list);
   sleepSafely(kStartTime);
-  if (!running(name)) notifyOperations().notifyAdmins(name, nullptr, nullptr, 0);
+  if (!running(name)) Ticket().notifyAdmins(name, nullptr, nullptr, 0);
 }
 
 }  // namespace
@@ -90,7 +90,7 @@ void doservice(const char* service, const char* verb) {
   debug(3000, "doservice('%s', '%s')", service, verb);
   runVerb(service, verb);
   set_program_location("doservice(service='%s', action='%s'): done", service, verb);
-  if (existIn(service, kWebServers)) takePhpAlong(verb);
+  if (placeIn(service, kWebServers)) takePhpAlong(verb);
 }
 
 void checkServices() {

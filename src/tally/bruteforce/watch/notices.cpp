@@ -11,7 +11,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/post_string.h"
-#include "notify/operations.h"
+#include "notify/ticket.h"
 #include "tally/bruteforce/lines/data_paths.h"
 #include "tally/bruteforce/records/journal.h"
 #include "tally/bruteforce/watch/skip_list.h"
@@ -189,10 +189,8 @@ void send(const BruteNotices& notices) {
   const Config& conf = notices.conf();
   if (notices.notices == 0 || conf.hide_brute_force_notifications) return;
   const std::string subject = "Brute-Force Attack detected in service log" + notices.subjectList;
-  const auto& tell =
-      conf.brute_force_notifications_email_only ? notifyOperations().mailAdmins : notifyOperations().notifyAdmins;
-  if (tell.missing()) return;
-  if (!tell("", subject.c_str(), messageOf(notices).c_str(), kGeneral)) {
+  const int byEmail = conf.brute_force_notifications_email_only ? 1 : 0;
+  if (!Ticket().notifyAdmins("", subject.c_str(), messageOf(notices).c_str(), kGeneral, byEmail)) {
     errorLog("Error while sending the notice of a brute-force attack");
   }
 }
