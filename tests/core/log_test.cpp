@@ -95,7 +95,6 @@ TEST(Text, OrdersAndEdits) {
   EXPECT_STREQ(owner, "ab");
 }
 
-#ifdef ZVTASKQ_FAIL_POINTS
 // Needs root: only a process of root's can take on another identity.
 TEST(Privileges, AFailedSwitchEndsAtNobody) {
   if (realIds().user != 0) GTEST_SKIP() << "needs root";
@@ -124,4 +123,3 @@ TEST(Privileges, AFailedSwitchEndsAtNobody) {
   EXPECT_NE(capture.errors().find("Sys:setUserPriv(no-such-user):uid==9999"), std::string::npos);
   EXPECT_NE(capture.errors().find("Unable to switch to uid "), std::string::npos);
 }
-#endif
