@@ -14,6 +14,14 @@ buildPreset() {
     )
 }
 
+# buildPlain COMPILER [CMAKE-ARGUMENT...]: builds as one does who knows nothing of presets; below build/plain-COMPILER.
+buildPlain() {
+    local folder=$projectRoot/build/plain-$1
+    # What an earlier configuration chose would hide the defaults.
+    rm -f "$folder/CMakeCache.txt"
+    cmake -S "$projectRoot" -B "$folder" -DCMAKE_CXX_COMPILER="$1" "${@:2}" && cmake --build "$folder" --parallel "$(nproc)"
+}
+
 # packagesIn LIST: the packages that a packages.list names, joined with ",".
 packagesIn() {
     sed 's/#.*//' "$1" | xargs | tr ' ' ','
