@@ -84,7 +84,6 @@ TEST_F(Guards, AFailedSwitchIsNobodyForItsBlock) {
   EXPECT_NE(logs_.errors().find("Unable to switch to uid "), std::string::npos);
 }
 
-#ifdef ZVTASKQ_FAIL_POINTS
 TEST_F(Guards, AProcessThatCannotDropRootLeaves) {
   EXPECT_EXIT(
       {
@@ -95,6 +94,5 @@ TEST_F(Guards, AProcessThatCannotDropRootLeaves) {
       },
       testing::ExitedWithCode(1), "");
 }
-#endif
 
 }  // namespace zvtaskq
