@@ -1,12 +1,9 @@
 #include "tally/bruteforce/lines/web_log_list.h"
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -16,6 +13,7 @@
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "core/tree/folder_reader.h"
 #include "tally/logs/web_logs.h"
 
 namespace zvtaskq {
@@ -54,12 +52,12 @@ bool isDue(const Config& conf, const ConfigFile& scanState) {
 
 void addFolder(const std::string& folder, ConfigFile& scanState) {
   const AsRoot root;
-  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), ::closedir);
-  if (open == nullptr) {
+  FolderReader open(folder.c_str());
+  if (!open) {
     errorLog("Tally::get_apache_logs_from_brute_conf: Unable to read %s: %s", folder.c_str(), std::strerror(errno));
     return;
   }
-  while (const dirent* entry = ::readdir(open.get())) {
+  while (const dirent* entry = open.next()) {
     if (!isLogName(entry->d_name)) continue;
     const std::string path = folder + entry->d_name;
     if (!fitsRecord(path) || scanState.existsParam(path.c_str()) || !pathExists(path.c_str(), PathKind::file)) continue;
