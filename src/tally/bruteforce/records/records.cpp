@@ -143,7 +143,7 @@ BruteRecords::BruteRecords(std::string path) : path_(std::move(path)) {
 
 void BruteRecords::startAnew() {
   counts_ = std::make_unique<ConfigFile>(path_.c_str());
-  counts_->setUser(kPanelUser);
+  counts_->belongsTo(kPanelUser);
 }
 
 int BruteRecords::readThere() {

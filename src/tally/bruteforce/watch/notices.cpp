@@ -7,6 +7,7 @@
 #include "core/files/paths.h"
 #include "core/panel/hook_script.h"
 #include "core/record/config_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -199,8 +200,7 @@ void send(const BruteNotices& notices) {
 
 int tellBruteForce(const Config& conf, BruteFiles& files) {
   if (conf.ip_brutecount == 0 && conf.user_brutecount == 0) return 1;
-  ConfigFile list(bruteSkipFile().c_str());
-  list.setUser(kPanelUser);
+  PanelRecord list(bruteSkipFile());
   // A list that cannot be read skips nobody: better one notice too many.
   if (list.exists() && !list.readFile(1)) {
     errorLog("Error reading %s: %s.", list.getFilename(), list.result.orEmpty());
