@@ -13,6 +13,7 @@
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "core/sys/stamp.h"
 #include "core/tree/folder_reader.h"
 #include "tally/logs/web_logs.h"
 
@@ -43,11 +44,9 @@ bool fitsRecord(std::string_view path) {
 
 bool isDue(const Config& conf, const ConfigFile& scanState) {
   if (conf.brute_force_scan_apache_logs < kRefreshing) return false;
-  const long long now = std::time(nullptr);
   long long last = 0;
   static_cast<void>(scanState.getValue(kLastRefresh, &last));
-  // A clock that was put back must not stop the refreshing until it has caught up.
-  return last > now || now - last > conf.brute_force_apache_log_list_update_interval * 60LL;
+  return ageOf(last, std::time(nullptr)).seconds > conf.brute_force_apache_log_list_update_interval * 60LL;
 }
 
 void addFolder(const std::string& folder, ConfigFile& scanState) {
