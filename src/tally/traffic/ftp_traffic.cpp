@@ -103,8 +103,8 @@ class FtpReading {
   void readRotated(const std::string& log) {
     const LogMark mark = ledger_.mark(log);
     if (mark.offset == 0 || fitsNow(log, mark) || fitsNow(joined(log, server_.copyEnding), mark)) return;
-    const Descriptor rotated = openRegularFile(joined(log, ".1").c_str());
-    if (rotated && mark.fits(rotated.get())) readFrom(rotated.get(), mark.offset, log);
+    const Descriptor rotated = openRotated(log.c_str(), mark);
+    if (rotated) readFrom(rotated.get(), mark.offset, log);
     ledger_.setMark(log, {});
   }
 
