@@ -6,8 +6,8 @@
 #include "core/panel/panel_paths.h"
 #include "core/record/config_file.h"
 #include "core/record/record_lock.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
-#include "core/sys/stamp.h"
 
 namespace zvtaskq {
 

@@ -7,9 +7,9 @@
 #include "core/panel/panel_paths.h"
 #include "core/record/config_file.h"
 #include "core/record/record_lock.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
-#include "core/sys/stamp.h"
 #include "core/template/tokenizer.h"
 #include "notify/ticket.h"
 

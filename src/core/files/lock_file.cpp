@@ -10,9 +10,9 @@
 #include <ctime>
 #include <string>
 
+#include "core/sys/dates.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
-#include "core/sys/stamp.h"
 #include "core/sys/sys.h"
 
 namespace zvtaskq {

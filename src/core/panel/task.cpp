@@ -5,7 +5,7 @@
 #include "core/panel/task_queue.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
-#include "core/text/system_result.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

@@ -9,9 +9,9 @@
 #include <string_view>
 
 #include "core/record/config_file.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
-#include "core/sys/stamp.h"
 #include "core/tables/id_set.h"
 #include "tally/traffic/tally_file.h"
 

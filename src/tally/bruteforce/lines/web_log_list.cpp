@@ -11,9 +11,9 @@
 #include "core/files/paths.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
-#include "core/sys/stamp.h"
 #include "core/tree/folder_reader.h"
 #include "tally/logs/web_logs.h"
 

@@ -7,9 +7,9 @@
 
 #include "core/config/config.h"
 #include "core/record/record_lock.h"
+#include "core/sys/dates.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
-#include "core/sys/stamp.h"
 
 namespace zvtaskq {
 
