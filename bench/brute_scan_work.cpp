@@ -1,5 +1,5 @@
-// brute_scan_work make FILE KIND LINES PERCENT ADDRESSES: writes a log of KIND ("secure" or "mail") in which that share
-// of the lines are failed log-ins.
+// brute_scan_work make FILE KIND LINES PERCENT ADDRESSES USERS: writes a log of KIND ("secure" or "mail") in which that
+// share of the lines are failed log-ins, from as many addresses and with as many names.
 // brute_scan_work scan FOLDER LOG KIND: one pass of the brute-force monitor over the log, with its files in FOLDER.
 #include <cstdint>
 #include <cstdio>
@@ -28,10 +28,23 @@ class Numbers {
 
 constexpr const char* kUsers[] = {"root", "admin", "test", "oracle", "postgres", "ubuntu", "git", "bob"};
 
-void writeSecureLine(std::FILE* out, Numbers& numbers, const char* stamp, const std::string& address, bool failed) {
+/// One of so many names as attackers try: those above, then the same with numbers.
+std::string userName(unsigned which) {
+  const std::string name = kUsers[which % 8];
+  return which < 8 ? name : name + std::to_string(which / 8);
+}
+
+/// What a line tells of.
+struct LogIn {
+  const char* stamp;
+  const char* address;
+  const char* user;
+  bool failed;
+};
+
+void writeSecureLine(std::FILE* out, Numbers& numbers, const LogIn& logIn) {
   const unsigned id = 1000 + numbers.below(60000), port = 1024 + numbers.below(60000);
-  const char* user = kUsers[numbers.below(8)];
-  const char* at = address.c_str();
+  const auto& [stamp, at, user, failed] = logIn;
   if (failed && numbers.below(2) == 0) {
     std::fprintf(out, "%s server sshd[%u]: Failed password for invalid user %s from %s port %u ssh2\n", stamp, id, user,
                  at, port);
@@ -52,19 +65,19 @@ void writeSecureLine(std::FILE* out, Numbers& numbers, const char* stamp, const 
   }
 }
 
-void writeMailLine(std::FILE* out, Numbers& numbers, const char* stamp, const std::string& address, bool failed) {
-  const char* user = kUsers[numbers.below(8)];
+void writeMailLine(std::FILE* out, Numbers& numbers, const LogIn& logIn) {
+  const auto& [stamp, address, user, failed] = logIn;
   const unsigned session = numbers.below(1U << 30);
   if (failed) {
     std::fprintf(out,
                  "%s server dovecot: imap-login: Disconnected (auth failed, %u attempts): user=<%s@site.example>, "
                  "method=PLAIN, rip=%s, lip=198.51.100.1, TLS, session=<%08x>\n",
-                 stamp, 1 + numbers.below(3), user, address.c_str(), session);
+                 stamp, 1 + numbers.below(3), user, address, session);
   } else {
     std::fprintf(out,
                  "%s server dovecot: imap-login: Login: user=<%s@site.example>, method=PLAIN, rip=%s, "
                  "lip=198.51.100.1, mpid=%u, TLS, session=<%08x>\n",
-                 stamp, user, address.c_str(), numbers.below(60000), session);
+                 stamp, user, address, numbers.below(60000), session);
   }
 }
 
@@ -75,6 +88,7 @@ int make(char** arguments) {
   const long lines = std::atol(arguments[4]);
   const auto percent = static_cast<unsigned>(std::atoi(arguments[5]));
   const auto addresses = static_cast<unsigned>(std::atoi(arguments[6]));
+  const auto users = static_cast<unsigned>(std::atoi(arguments[7]));
   Numbers numbers;
   for (long i = 0; i < lines; ++i) {
     const long second = i / 50;
@@ -85,7 +99,8 @@ int make(char** arguments) {
     const std::string text = "10." + std::to_string(address >> 16) + "." + std::to_string(address >> 8 & 255) + "." +
                              std::to_string(address & 255);
     const bool failed = numbers.below(100) < percent;
-    (mail ? writeMailLine : writeSecureLine)(out, numbers, stamp, text, failed);
+    const std::string user = userName(numbers.below(users));
+    (mail ? writeMailLine : writeSecureLine)(out, numbers, {stamp, text.c_str(), user.c_str(), failed});
   }
   return std::fclose(out) == 0 ? 0 : 1;
 }
@@ -110,6 +125,6 @@ int scan(char** arguments) {
 
 int main(int count, char** arguments) {
   const std::string what = count > 1 ? arguments[1] : "";
-  if (what == "make" && count == 7) return make(arguments);
+  if (what == "make" && count == 8) return make(arguments);
   return what == "scan" && count == 5 ? scan(arguments) : 2;
 }
