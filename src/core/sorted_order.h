@@ -67,16 +67,14 @@ void insertionSort(Entry* from, Entry* to, Before before) {
   }
 }
 
-/// Sorts by key, then by the place they came from.
 inline void sortByKey(Entry* from, Entry* to) {
-  const auto before = [](const Entry& a, const Entry& b) { return a.key != b.key ? a.key < b.key : a.index < b.index; };
+  const auto before = [](const Entry& a, const Entry& b) { return a.key < b.key; };
   if (to - from > static_cast<std::ptrdiff_t>(kFewItems)) return std::sort(from, to, before);
   insertionSort(from, to, before);
 }
 
-/// Brings many entries into the order of their keys' leading bytes, as many as tell that many entries apart, and keeps
-/// the order of those in which they agree. Returns the lowest byte that was looked at. No comparison, so none that a
-/// processor could foresee wrongly.
+/// Brings many entries into the order of their keys' leading bytes, as many as tell that many entries apart. Returns
+/// the lowest byte that was looked at. No comparison, so none that a processor could foresee wrongly.
 inline std::size_t distribute(Entry* from, Entry* to) {
   const auto size = static_cast<std::size_t>(to - from);
   std::array<std::array<std::uint32_t, 256>, kKeyBytes> counts{};
@@ -102,7 +100,6 @@ inline std::size_t distribute(Entry* from, Entry* to) {
   return lowest;
 }
 
-/// Sorts by key, as `sortByKey`, entries that came in the order of their places.
 inline void sortManyByKey(Entry* from, Entry* to) {
   if (to - from < kManyItems) return sortByKey(from, to);
   const std::size_t shift = 8 * distribute(from, to);

@@ -32,11 +32,11 @@ TEST(SortByText, OrdersWhateverTheTextsShareAsComparingThemDoes) {
   const auto random = [&state](unsigned below) { return (state = state * 1103515245U + 12345U) / 65536U % below; };
   for (const unsigned count : {0U, 1U, 2U, 7U, 32U, 33U, 300U, 1024U, 5000U}) {
     for (int round = 0; round < 20; ++round) {
-      const unsigned kinds = 1 + random(5), longest = 1 + random(30);
+      const unsigned kinds = 1 + random(5), letters = 1 + random(6), longest = 1 + random(30);
       std::vector<Item> items;
       for (unsigned i = 0; i < count; ++i) {
         std::string text = pieces[random(kinds)] + pieces[random(kinds)];
-        for (unsigned more = random(longest); more > 0; --more) text += bytes[random(6)];
+        for (unsigned more = random(longest); more > 0; --more) text += bytes[random(letters)];
         items.push_back({round == 0 ? "" : text, random(3), i});
       }
       std::vector<Item> want = items;
