@@ -73,8 +73,9 @@ inline void sortByKey(Entry* from, Entry* to) {
   insertionSort(from, to, before);
 }
 
-/// Brings many entries into the order of their keys' leading bytes, as many as tell that many entries apart. Returns
-/// the lowest byte that was looked at. No comparison, so none that a processor could foresee wrongly.
+/// Brings many entries into the order of their keys' leading bytes, as many as tell that many entries apart. Those in
+/// which they agree stay in the order they came in, which is that of the memory they stand for. Returns the lowest byte
+/// that was looked at. No comparison, so none that a processor could foresee wrongly.
 inline std::size_t distribute(Entry* from, Entry* to) {
   const auto size = static_cast<std::size_t>(to - from);
   std::array<std::array<std::uint32_t, 256>, kKeyBytes> counts{};
@@ -103,6 +104,7 @@ inline std::size_t distribute(Entry* from, Entry* to) {
 inline void sortManyByKey(Entry* from, Entry* to) {
   if (to - from < kManyItems) return sortByKey(from, to);
   const std::size_t shift = 8 * distribute(from, to);
+  if (shift == 0) return;
   for (Entry* next = from; from < to; from = next) {
     while (next < to && next->key >> shift == from->key >> shift) ++next;
     if (next - from > 1) sortByKey(from, next);
