@@ -1,6 +1,7 @@
 // brute_scan_work make FILE KIND LINES PERCENT ADDRESSES USERS: writes a log of KIND ("secure" or "mail") in which that
 // share of the lines are failed log-ins, from as many addresses and with as many names.
-// brute_scan_work scan FOLDER LOG KIND: one pass of the brute-force monitor over the log, with its files in FOLDER.
+// brute_scan_work scan FOLDER LOG KIND [all]: one pass of the brute-force monitor over the log, with its files in
+// FOLDER; with "all" it counts what was tried on suspended accounts too.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -105,7 +106,7 @@ int make(char** arguments) {
   return std::fclose(out) == 0 ? 0 : 1;
 }
 
-int scan(char** arguments) {
+int scan(char** arguments, bool countsAll) {
   Config conf(nullptr);
   const std::string folder = arguments[2];
   conf.serverpath = folder.c_str();
@@ -113,6 +114,7 @@ int scan(char** arguments) {
   conf.templates = folder.c_str();
   conf.brute_force_log_scanner = 1;
   (std::string(arguments[4]) == "mail" ? conf.brute_force_mail_log : conf.brute_force_secure_log) = arguments[3];
+  conf.brute_force_ignore_attempts_on_suspended = !countsAll;
   // Whom to tell, and how, is not what is measured.
   conf.ip_brutecount = conf.user_brutecount = 2'000'000'000;
   useConfiguration(&conf);
@@ -126,5 +128,5 @@ int scan(char** arguments) {
 int main(int count, char** arguments) {
   const std::string what = count > 1 ? arguments[1] : "";
   if (what == "make" && count == 8) return make(arguments);
-  return what == "scan" && count == 5 ? scan(arguments) : 2;
+  return what == "scan" && (count == 5 || count == 6) ? scan(arguments, count == 6) : 2;
 }

@@ -25,11 +25,11 @@ class SuspendedNames {
 };
 
 /// Which system accounts are suspended, for many questions. The first few names are asked for one by one, as is
-/// cheapest on a server with many accounts in a quiet minute. Then all accounts are listed, once: names cost what
-/// attackers type, who can type many.
+/// cheapest on a server with many accounts in a quiet minute. Then all accounts that the name service lists are read,
+/// once: the names are what attackers type, and they can type many.
 class SuspendedSystemAccounts {
  public:
-  /// As `system_acount_is_suspended`; what it answered once it answers again.
+  /// As `system_acount_is_suspended`; what was answered once is answered again.
   bool contains(const char* name);
 
  private:
