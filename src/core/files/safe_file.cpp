@@ -10,7 +10,6 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr std::size_t kBuffer = std::size_t{64} * 1024;
 constexpr int kCareful = O_RDONLY | O_NONBLOCK;
 
 bool isLinkOfRoot(const char* path) {
@@ -36,14 +35,13 @@ Descriptor openRotated(const char* path, const LogMark& mark) {
   return rotated && mark.fits(rotated.get()) ? std::move(rotated) : Descriptor();
 }
 
-SafeFile::SafeFile(const char* path) : path_(path), temporary_(joined(path, ".temp")) {}
+SafeFile::SafeFile(const char* path) : path_(path), temporary_(joined(path, ".temp")), buffer_(new char[kBuffer]) {}
 
 int SafeFile::open() {
   const FailScope scope("safe_write");
   if (sys::unlink(temporary_.c_str()) != 0 && errno != ENOENT) return 0;
   file_ = Descriptor(sys::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600));
   if (!file_ || sys::fchmod(file_.get(), 0600) != 0) return 0;
-  buffer_.reserve(kBuffer);
   return 1;
 }
 
@@ -56,9 +54,9 @@ void SafeFile::writeThrough(std::string_view text) {
 }
 
 void SafeFile::drain() {
-  if (buffer_.empty()) return;
-  writeThrough(buffer_);
-  buffer_.clear();
+  if (used_ == 0) return;
+  writeThrough({buffer_.get(), used_});
+  used_ = 0;
 }
 
 int SafeFile::finish() {

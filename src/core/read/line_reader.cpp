@@ -109,7 +109,9 @@ bool LineReader::fill() {
   failed_ = got < 0;
   if (got <= 0) return false;
   // One look at a whole block is far cheaper than one at each of its lines.
-  holdsNul_ = holdsNul_ || std::memchr(buffer_.get() + end_, '\0', static_cast<std::size_t>(got)) != nullptr;
+  const std::string_view news(buffer_.get() + end_, static_cast<std::size_t>(got));
+  holdsNul_ = holdsNul_ || news.find('\0') != std::string_view::npos;
+  holdsCr_ = holdsCr_ || news.find('\r') != std::string_view::npos;
   end_ += static_cast<std::size_t>(got);
   return true;
 }

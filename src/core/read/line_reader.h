@@ -35,6 +35,8 @@ class LineReader {
   /// Bytes of an unfinished last line, once `next` has answered false.
   long long unfinished() const { return static_cast<long long>(end_ - start_); }
   bool failed() const { return failed_; }
+  /// Whether a CR has been read, wherever it stood.
+  bool holdsCr() const { return holdsCr_; }
 
  private:
   bool fill();
@@ -49,6 +51,7 @@ class LineReader {
   long long consumed_ = 0;
   /// A NUL has been read: lines have to be searched for one.
   bool holdsNul_ = false;
+  bool holdsCr_ = false;
   bool failed_ = false;
 };
 

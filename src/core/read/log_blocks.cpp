@@ -12,7 +12,7 @@ namespace zvtaskq {
 namespace {
 
 /// Small enough to be searched while it is still near the processor.
-constexpr std::size_t kBlock = std::size_t{128} * 1024;
+constexpr std::size_t kBlock = std::size_t{256} * 1024;
 
 }  // namespace
 

@@ -365,7 +365,6 @@ int ConfigFile::putLine(std::string_view line, std::size_t separatorAt) {
   char* room = tooLong(line) ? nullptr : pool_.copy(line);
   if (room == nullptr) return refuseGrowth();
   room[separatorAt] = '\0';
-  mayHoldBreak_ = mayHoldBreak_ || line.find('\r') != std::string_view::npos;
   return place(pairOf(room, separatorAt, room + separatorAt + 1, line.size() - separatorAt - 1));
 }
 

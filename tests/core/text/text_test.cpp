@@ -78,6 +78,8 @@ TEST(LineSearch, FindsWhatAPlainSearchFinds) {
   for (int round = 0; round < 400; ++round) {
     hay.clear();
     for (unsigned i = random(30); i > 0; --i) hay += pieces[random(10)];
+    // A long stretch that holds nothing, with more line feeds than a byte can count.
+    if (random(4) == 0) hay.insert(random(static_cast<unsigned>(hay.size() + 1)), random(30'000), "\nx"[random(2)]);
     std::vector<std::string> sought(texts.begin() + random(2), texts.begin() + 2 + random(3));
     LineSearch search(sought);
     search.learn(hay);
