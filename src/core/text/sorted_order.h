@@ -1,4 +1,4 @@
-// The sort under the containers: many items by `strcomp` of their texts, stable.
+// The sort under the containers, many items by `strcomp` of their texts, stable; and the search in what is sorted.
 #pragma once
 
 #include <algorithm>
@@ -223,6 +223,24 @@ bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
   const std::vector<Item> before(items, items + count);
   for (std::size_t i = 0; i < count; ++i) items[i] = before[order[i]];
   return repeats;
+}
+
+/// The place of an item among `count` sorted ones, or -1. `orderTo(i)` says how what is sought compares with item i:
+/// negative when it comes before.
+template <class Index, class OrderTo>
+Index searchSorted(Index count, OrderTo orderTo) {
+  Index low = 0, high = count - 1;
+  while (low <= high) {
+    const Index middle = low + (high - low) / 2;
+    const int order = orderTo(middle);
+    if (order == 0) return middle;
+    if (order < 0) {
+      high = middle - 1;
+    } else {
+      low = middle + 1;
+    }
+  }
+  return -1;
 }
 
 }  // namespace zvtaskq
