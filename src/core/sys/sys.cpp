@@ -78,6 +78,21 @@ ssize_t read(int fd, void* into, std::size_t room) {
   return retried([&] { return ::read(fd, into, room); });
 }
 
+int readAll(int fd, std::string& text, std::size_t most) {
+  constexpr std::size_t block = 64UL << 10;
+  text.clear();
+  for (;;) {
+    const std::size_t had = text.size();
+    text.resize(had + block);
+    const ssize_t got = read(fd, text.data() + had, block);
+    text.resize(had + static_cast<std::size_t>(got > 0 ? got : 0));
+    if (got <= 0) return got == 0 ? 1 : 0;
+    if (text.size() <= most) continue;
+    errno = EFBIG;
+    return 0;
+  }
+}
+
 std::size_t writeAll(int fd, std::string_view text) {
   const FailAction action = failAction("write");
   if (action == FailAction::error) return 0;

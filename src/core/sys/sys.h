@@ -43,6 +43,8 @@ int openat(int directory, const char* path, int flags, mode_t mode = 0);
 /// that have no such call.
 int openBeneath(int directory, const char* path, int flags, mode_t mode = 0);
 ssize_t read(int fd, void* into, std::size_t room);
+/// Replaces `text` by the rest of the file. 0 with errno; EFBIG when that is more than `most` bytes.
+[[nodiscard]] int readAll(int fd, std::string& text, std::size_t most);
 /// Writes all of `text`, however many calls it takes. Returns the bytes written, fewer than asked only on an error.
 std::size_t writeAll(int fd, std::string_view text);
 int fsync(int fd);
