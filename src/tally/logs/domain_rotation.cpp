@@ -41,11 +41,9 @@ std::string stampOf(const struct stat& what) {
 
 /// Whether no process has the log open for writing. Runs as root.
 bool isLeft(const Descriptor& log, const struct stat& what) {
-  if (sys::takeReadLease(log.get()) == 0) {
-    static_cast<void>(sys::dropLease(log.get()));
-    return true;
-  }
-  return errno != EAGAIN && static_cast<long long>(std::time(nullptr)) - what.st_mtim.tv_sec > kLongQuiet;
+  const ReadLease lease(log.get());
+  if (lease.granted()) return true;
+  return !lease.refused() && static_cast<long long>(std::time(nullptr)) - what.st_mtim.tv_sec > kLongQuiet;
 }
 
 /// The places of one log, and what waits in them.
@@ -78,9 +76,11 @@ class Waiting {
     struct stat what {};
     {
       const AsRoot root;
-      if (!look(place, what) || !isPlain(place, what)) return Outcome::failed;
       file = Descriptor(sys::openat(folder_, name(place).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-      if (!file) return tell(place, "open");
+      // A link cannot be opened: it is looked at for the words alone.
+      if (!file && errno == ELOOP && look(place, what) && !isPlain(place, what)) return Outcome::failed;
+      if (!file || sys::fstat(file.get(), what) != 0) return tell(place, "open");
+      if (!isPlain(place, what)) return Outcome::failed;
       if (!isLeft(file, what)) return Outcome::waits;
       // What came between the look and the lease counts.
       if (sys::fstat(file.get(), what) != 0) return tell(place, "fstat");
