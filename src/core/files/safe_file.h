@@ -12,8 +12,9 @@
 namespace zvtaskq {
 
 /// Opens a regular file for reading without following a link at its end, waiting on a FIFO, or touching a device:
-/// what was opened is checked afterwards. A link that root made is followed, since an administrator may have moved
-/// the file. Not open (errno says why; EINVAL for what is no regular file) on failure.
+/// what was opened is checked afterwards. A link that root made is followed, and one that it leads to by the same rule,
+/// since an administrator may have moved the file. Not open (errno says why; EINVAL for what is no regular file) on
+/// failure.
 Descriptor openRegularFile(const char* path);
 
 /// The new content of a file, on its way: written to "<path>.temp", which replaces `path` when everything is safe on
@@ -49,8 +50,11 @@ class SafeFile {
   void drain();
   void writeThrough(std::string_view text);
 
-  std::string path_;
+  PathParts place_;
   std::string temporary_;
+  std::string temporaryName_;
+  /// Opened once: a folder that is exchanged meanwhile does not get what was meant for another.
+  Descriptor folder_;
   std::string buffer_;
   Descriptor file_;
   long long written_ = 0;

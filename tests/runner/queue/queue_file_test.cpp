@@ -1,12 +1,9 @@
 #include "runner/queue/queue_file.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -280,17 +277,6 @@ TEST_F(QueueFiles, AcrossFileSystemsNothingGoesBeforeItsCopyIsSafe) {
   std::filesystem::remove_all(folder);
 }
 
-/// Exchanges two names of a folder, as the user who owns it, until it is killed.
-pid_t exchangeInLoop(const std::string& folder, const char* one, const char* other) {
-  const pid_t child = ::fork();
-  if (child != 0) return child;
-  const Descriptor opened(::open(folder.c_str(), O_PATH | O_DIRECTORY));
-  if (becomeForGood({8, 8})) {
-    for (;;) ::renameat2(opened.get(), one, opened.get(), other, RENAME_EXCHANGE);
-  }
-  ::_exit(1);
-}
-
 TEST_F(QueueFiles, TheFoldersOwnerCannotLeadElsewhere) {
   panel_.makeFolder("etc");
   const Texts names{panel_.path("etc/12.0"), panel_.path("etc/12.0.moving"), panel_.path("etc/passwd"),
@@ -303,15 +289,12 @@ TEST_F(QueueFiles, TheFoldersOwnerCannotLeadElsewhere) {
   std::filesystem::create_symlink(panel_.path("etc/passwd"), spool + "/file");
   writeText(queue(), "value=x\n");
   run(queue());
-  const pid_t folders = exchangeInLoop(spool, ".task.queue.done", "link");
-  const pid_t files = exchangeInLoop(spool, "task.queue.tmp", "file");
-  for (int i = 0; i < 1500; ++i) {
-    writeText(queue(), "value=x\n");
-    run(queue());
-  }
-  for (const pid_t child : {folders, files}) {
-    ::kill(child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
+  {
+    const Exchange folders(spool, ".task.queue.done", "link"), files(spool, "task.queue.tmp", "file");
+    for (int i = 0; i < 1500; ++i) {
+      writeText(queue(), "value=x\n");
+      run(queue());
+    }
   }
   EXPECT_EQ(filesIn(panel_.path("etc")), names);
   for (const std::string& name : names) {
