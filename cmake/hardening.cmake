@@ -1,6 +1,7 @@
-# zv_target(<target>): the warnings and the hardening that every target of the project is built with.
+# zv_target(<target>): the warnings and the hardening that every target of the project is built with. The presets make
+# errors of the warnings (CMAKE_COMPILE_WARNING_AS_ERROR): another compiler's new ones should stop nobody's installation.
 function(zv_target target)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror -fstack-protector-strong)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -fstack-protector-strong)
   target_compile_definitions(${target} PRIVATE _GLIBCXX_ASSERTIONS)
   if(ZVTASKQ_FAIL_POINTS)
     target_compile_definitions(${target} PRIVATE ZVTASKQ_FAIL_POINTS)
@@ -8,8 +9,8 @@ function(zv_target target)
   if(ZVTASKQ_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${ZVTASKQ_SANITIZE} -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     target_link_options(${target} PRIVATE -fsanitize=${ZVTASKQ_SANITIZE})
-  elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  else()
+    target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
   endif()
   get_target_property(kind ${target} TYPE)
   if(kind STREQUAL "EXECUTABLE")

@@ -2,15 +2,24 @@
 # Building a preset of CMakePresets.json, and running its tests in the sandbox.
 . "$projectRoot/dev/lib/packages.sh"
 
-# buildPreset PRESET [TARGET...]: configures when that was never done and builds; below build/PRESET.
+# buildPreset PRESET [TARGET...]: configures when that was not done since the presets changed, and builds; below
+# build/PRESET.
 buildPreset() {
     local preset=$1 folder=$projectRoot/build/$1
     shift
     (
         cd "$projectRoot" || exit 1
-        [[ -e $folder/build.ninja ]] || cmake --preset "$preset" >&2
+        [[ $folder/build.ninja -nt CMakePresets.json ]] || cmake --preset "$preset" >&2
         cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"} >&2
     )
+}
+
+# buildPlain COMPILER [CMAKE-ARGUMENT...]: builds as one does who knows nothing of presets; below build/plain-COMPILER.
+buildPlain() {
+    local folder=$projectRoot/build/plain-$1
+    # What an earlier configuration chose would hide the defaults.
+    rm -f "$folder/CMakeCache.txt"
+    cmake -S "$projectRoot" -B "$folder" -DCMAKE_CXX_COMPILER="$1" "${@:2}" && cmake --build "$folder" --parallel "$(nproc)"
 }
 
 # packagesIn LIST: the packages that a packages.list names, joined with ",".

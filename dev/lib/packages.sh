@@ -5,7 +5,7 @@
 
 buildPackages=(g++ cmake ninja-build libgtest-dev libbenchmark-dev python3)
 clangPackages=(clang libclang-rt-14-dev)
-checkPackages=(clang-format clang-tidy shellcheck)
+checkPackages=(clang-format clang-tidy make shellcheck)
 
 # missingPackages PACKAGE...: those that are not installed, one a line.
 missingPackages() {

@@ -4,6 +4,7 @@ there is one.
 
     rules.py RULE        layers | messages | texts | lengths | words
     rules.py objects BUILD-FOLDER
+    rules.py hooks PROGRAM
 """
 import pathlib
 import re
@@ -26,6 +27,7 @@ ONE_OBJECT = (
     ("core/sys/sys core/sys/log core/process/launch", "open open64 openat openat64 __open* fopen fopen64 freopen freopen64"),
     ("core/process/launch", "fork vfork _Fork clone exec* fexecve posix_spawn* system popen"),
     ("core/sys/identity core/sys/sys core/process/launch core/process/talk", "syscall"),
+    ("core/sys/fail_point", "getenv secure_getenv"),
 )
 # The standard library's ways to do the same: nowhere.
 NOWHERE = re.compile(r"^_ZNSt10filesystem.*(remove|rename|permissions|create_|copy|resize_file|last_write_time)|"
@@ -204,7 +206,29 @@ def objects(build):
         yield f"no objects below {build}"
 
 
-RULES = {"layers": layers, "messages": messages, "texts": texts, "lengths": lengths, "words": words, "objects": objects}
+HOOK = re.compile(r'\b(?:Fail(?:Scope|Later) \w+[({]|failPoint\(|failAction\(|getenv\()"([^"]+)"')
+HOOK_FUNCTIONS = "failAction setFailPlan FailScope FailLater ZVTASKQ_".split()
+
+
+def hooks(program):
+    """A program as it is installed holds no fail point and asks no variable of the tests."""
+    code = "\n".join(path.read_text(encoding="utf-8") for path in sources("src"))
+    found = HOOK.findall(code)
+    # A text that the code writes elsewhere too proves nothing, nor does the bare name of a system call.
+    names = {name for name in found if code.count(f'"{name}"') == found.count(name) and re.search(r"[._]|FAIL", name)}
+    if not names:
+        yield "no fail point in the sources"
+    content = pathlib.Path(program).read_bytes()
+    for name in sorted(names):
+        if re.search(rb"(?<![\w.])" + re.escape(name).encode() + rb"\0", content):
+            yield f"{program} holds the text {name}"
+    for name in HOOK_FUNCTIONS:
+        if name.encode() in content:
+            yield f"{program} holds {name}"
+
+
+RULES = {"layers": layers, "messages": messages, "texts": texts, "lengths": lengths, "words": words, "objects": objects,
+         "hooks": hooks}
 
 
 def main(arguments):

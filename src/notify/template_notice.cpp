@@ -3,14 +3,15 @@
 #include <ctime>
 
 #include "core/config/config.h"
-#include "core/files/paths.h"
+#include "core/panel/overrides.h"
 #include "core/panel/panel_paths.h"
 #include "core/record/config_file.h"
 #include "core/record/record_lock.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/template/tokenizer.h"
-#include "notify/operations.h"
+#include "notify/ticket.h"
 
 namespace zvtaskq {
 
@@ -40,34 +41,27 @@ void fill(const Notice& notice, const Config& conf, ConfigFile& tokens, Tokenize
 
 }  // namespace
 
-std::string templatePath(const Config& conf, const char* file) {
-  const AsRoot root;
-  std::string own = joined(conf.templates, "/custom/", file);
-  return pathExists(own.c_str()) ? own : joined(conf.templates, "/", file);
-}
-
 std::string adminSettingsFile() {
   return adminFile("admin.conf");
 }
 
 long long secondsSinceLast(const Notice& notice, const ConfigFile& settings) {
-  const long long now = std::time(nullptr);
   long long last = 0;
   static_cast<void>(settings.getValue(notice.stamp, &last));
-  if (last >= 0 && last <= now) return now - last;
-  errorLog("%s: %s is %lld, which is not in the past. Taking it for unset.", settings.getFilename(), notice.stamp,
-           last);
-  return now;
+  const StampAge age = ageOf(last, std::time(nullptr));
+  if (age.isAhead) {
+    errorLog("%s: %s is %lld, which is not in the past. Taking it for unset.", settings.getFilename(), notice.stamp,
+             last);
+  }
+  return age.seconds;
 }
 
 void sendNotice(const Notice& notice, ConfigFile& tokens, const Config& conf) {
   Tokenizer text;
   fill(notice, conf, tokens, text);
-  const auto& send = notifyOperations().notifyAdmins;
-  if (send.missing()) return;
   const char* subject = tokens.getValue("SUBJECT");
   // Handed over is enough: one administrator who cannot be reached must not bring the others a notice a minute.
-  send("", subject == nullptr ? notice.subject : subject, text.output(), kGeneral);
+  static_cast<void>(Ticket().notifyAdmins("", subject == nullptr ? notice.subject : subject, text.output(), kGeneral));
   keepStamp(notice.stamp);
 }
 

@@ -21,10 +21,6 @@ struct Notice {
   const char* stamp;
 };
 
-/// The file of that name among the templates: the administrator's own copy, in their folder "custom", when there is
-/// one.
-std::string templatePath(const Config& conf, const char* file);
-
 /// The file of the administrators' settings, which "nobody" reads and writes.
 std::string adminSettingsFile();
 
@@ -35,7 +31,7 @@ long long secondsSinceLast(const Notice& notice, const ConfigFile& settings);
 
 /// Fills the template with the tokens and the footer, and hands the message over for all administrators: what could be
 /// produced of it, when filling fails. Then the time is kept in the administrators' settings; a failure of that is told
-/// in the error log. Nothing is kept by a build that cannot send. Leaves the process at nobody.
+/// in the error log. Leaves the process at nobody.
 void sendNotice(const Notice& notice, ConfigFile& tokens, const Config& conf);
 
 }  // namespace zvtaskq

@@ -3,7 +3,7 @@
 #include <exception>
 #include <string_view>
 
-#include "core/panel/run_flags.h"
+#include "core/panel/run_state.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
@@ -75,21 +75,21 @@ void resetAllFirst(ListFile& lines) {
 
 void carryOutTasks(ListFile& lines) {
   resetAllFirst(lines);
-  ConfigFile pending(nullptr);
+  PendingServices pending;
   ConfigFile record(nullptr);
   for (int i = 0; i < lines.size(); ++i) {
     const char* line = lines.getElementAt(i);
     record.empty();
     record.fillFromPost(line);
-    if (existIn(record.getValue("action"), runFlags.services)) {
+    if (placeIn(record.getValue("action"), kSystemServices)) {
       setHardest(pending, record);
     } else {
       guarded(line, [&] { executeTask(line, record); });
     }
   }
-  for (long long i = 0; i < pending.size(); ++i) {
-    const char* line = pending.getValueAt(i);
-    guarded(line, [&] { executeCommand(line); });
+  for (auto& [service, task] : pending) {
+    const Text line = task.createPostString(1);
+    guarded(line, [&] { executeTask(line, task); });
   }
 }
 

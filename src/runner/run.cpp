@@ -1,12 +1,15 @@
 #include "runner/run.h"
 
 #include "core/config/config.h"
+#include "core/panel/run_state.h"
 #include "core/sys/log.h"
-#include "runner/actions/mail_operations.h"
-#include "runner/actions/tally_operations.h"
+#include "mail/email.h"
 #include "runner/monitor/service_watch.h"
 #include "runner/process_queue.h"
 #include "runner/upkeep/panel_logins.h"
+#include "tally/bruteforce/watch/check.h"
+#include "tally/checks/load.h"
+#include "tally/checks/partition_check.h"
 
 namespace zvtaskq {
 
@@ -15,11 +18,11 @@ namespace {
 constexpr int kPartitionsEveryRun = 1;
 
 void checkServer(const Config& conf) {
-  if (conf.check_partitions == kPartitionsEveryRun) tallyOperations().checkPartitions();
-  if (conf.check_load > 0) tallyOperations().checkLoad();
-  if (conf.brute_force_log_scanner != 0) tallyOperations().scanBruteForceLogs();
+  if (conf.check_partitions == kPartitionsEveryRun) check_partition_usage(&conf);
+  if (conf.check_load > 0) check_system_load(&conf);
+  if (conf.brute_force_log_scanner != 0) check_brute_force_logs(&conf);
   if (conf.block_cracking_unblock > 1) {
-    for (const int list : {0, 1}) mailOperations().unblockSenders(list);
+    for (const int list : {0, 1}) Email::check_block_cracking_auto_unblock(&conf, list);
   }
 }
 
@@ -33,14 +36,13 @@ void cleanUp() {
 
 void doQueue(const Config& conf) {
   processQueue(conf.taskqueuecb, 0);
-  if (conf.customBuild) return;
+  if (runFlags.customBuild) return;
   process_mail_queue(conf.mailtaskqueue);
   processQueue(conf.taskqueue, 0);
   processQueue(conf.secondTaskQueue, 0);
   checkServices();
   checkServer(conf);
   cleanUp();
-  reportUnavailable("upkeep");
 }
 
 }  // namespace zvtaskq

@@ -10,16 +10,11 @@
 #include <cstring>
 
 #include "core/config/config.h"
-#include "core/panel/run_flags.h"
 #include "core/panel/run_state.h"
 #include "core/sys/environment.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/sys.h"
-#include "notify/notices.h"
-#include "runner/actions/mail_upkeep.h"
-#include "runner/actions/server_checks.h"
-#include "runner/actions/usage_sources.h"
 #include "runner/monitor/services_table.h"
 #include "runner/options.h"
 #include "runner/pid_file.h"
@@ -56,16 +51,7 @@ void reportUnreadableConfiguration(const Config& conf) {
 
 void handOver(Config& conf) {
   useConfiguration(&conf);
-  runFlags.services = kSystemServices;
   if (!conf.logdir.isEmpty()) conf.setErrLog(joined(conf.logdir, "/errortaskq.log").c_str());
-}
-
-/// What each room of this build does for the others.
-void wireRooms() {
-  provideNotices();
-  provideServerChecks();
-  provideUsageSources();
-  provideMailUpkeep();
 }
 
 bool isRoot() {
@@ -129,7 +115,6 @@ int runProgram(int argumentCount, char** arguments, Config& conf) {
     return 0;
   }
   handOver(conf);
-  wireRooms();
   if (!isRoot()) return 1;
   enterPanel(conf);
   raiseFileLimit();

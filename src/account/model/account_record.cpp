@@ -1,23 +1,18 @@
 #include "account/model/account_record.h"
 
-#include <dirent.h>
-
-#include <memory>
-
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/panel/task.h"
 #include "core/record/list_file.h"
+#include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "core/tree/folder_reader.h"
 
 namespace zvtaskq {
 
 namespace {
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
 
 struct TypeName {
   const char* name;
@@ -31,8 +26,16 @@ constexpr TypeName kTypes[] = {
 int readAccount(const char* account, ConfigFile& record) {
   if (!isValidUsername(account)) return fail(record.result, "Invalid user name");
   record.setFilename(accountFile(account, "user.conf").c_str());
-  record.setUser(kPanelUser);
+  record.belongsTo(kPanelUser);
   return record.readFile();
+}
+
+int readOwner(const Task& task, ConfigFile& record) {
+  const char* owner = task.get("owner");
+  if (readAccount(owner, record)) return 1;
+  errorLog(task.is("type", "admin") ? "Cannot read data for Admin %s : %s" : "Cannot read data for Reseller %s : %s",
+           owner, record.result.orEmpty());
+  return 0;
 }
 
 AccountType accountTypeOf(const ConfigFile& record) {
@@ -44,9 +47,9 @@ AccountType accountTypeOf(const ConfigFile& record) {
 
 int listAccounts(ListFile& names) {
   const AsUser panel(kPanelUser);
-  const std::unique_ptr<DIR, CloseFolder> folder(::opendir(sys_conf->userdata));
+  FolderReader folder(sys_conf->userdata);
   if (!folder) return 0;
-  while (const dirent* entry = ::readdir(folder.get())) {
+  while (const dirent* entry = folder.next()) {
     if (isValidUsername(entry->d_name)) names.addElement(entry->d_name);
   }
   return 1;
@@ -66,7 +69,7 @@ int readDomainOwners(ConfigFile& owners) {
 int readDomain(const char* account, const char* domain, ConfigFile& record) {
   if (!isValidUsername(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
   record.setFilename(accountFile(account, joined("domains/", domain, ".conf").c_str()).c_str());
-  record.setUser(kPanelUser);
+  record.belongsTo(kPanelUser);
   return record.readFile();
 }
 

@@ -58,6 +58,11 @@ Descriptor openRegularFile(const char* path) {
   return file;
 }
 
+Descriptor openRotated(const char* path, const LogMark& mark) {
+  Descriptor rotated = openRegularFile(joined(path, ".1").c_str());
+  return rotated && mark.fits(rotated.get()) ? std::move(rotated) : Descriptor();
+}
+
 SafeFile::SafeFile(const char* path)
     : place_(path), temporary_(joined(path, ".temp")), temporaryName_(place_.name + ".temp") {}
 

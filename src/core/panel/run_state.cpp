@@ -7,6 +7,7 @@
 namespace zvtaskq {
 
 const Config* sys_conf = nullptr;
+RunFlags runFlags;
 
 namespace {
 bool demo = false;

@@ -1,4 +1,5 @@
-// What the whole process shares once it has started: the configuration, and whether this is a demonstration.
+// What the whole process shares once it has started: the configuration, whether this is a demonstration, and what the
+// parts of a run ask of each other.
 #pragma once
 
 namespace zvtaskq {
@@ -15,5 +16,17 @@ void useConfiguration(const Config* conf);
 /// Whether this panel is a public demonstration, where nothing may be queued, stored or changed: the file
 /// "conf/demo" stands in the panel's folder (`serverpath`). Looked up once, when the configuration is handed over.
 bool isDemo();
+
+struct RunFlags {
+  /// The run is to work through the custom-build queue alone.
+  bool customBuild = false;
+  /// A queue file is being processed.
+  int busy = 0;
+  /// An action wants another pass over the queues soon.
+  int checkqueue = 0;
+  /// Another program wants the tracked job of this run (progress.h) to stop; cleared when a job begins and ends.
+  bool halt = false;
+};
+extern RunFlags runFlags;
 
 }  // namespace zvtaskq

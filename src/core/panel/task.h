@@ -1,6 +1,7 @@
-// One task line, parsed, as the rows of the action table see it.
+// One task line, parsed, and the rows that say what is done for it.
 #pragma once
 
+#include <span>
 #include <string_view>
 
 #include "core/record/config_file.h"
@@ -18,7 +19,7 @@ struct Task {
     return value == nullptr ? "" : value;
   }
   /// The value of a key; null when the line does not have it or leaves it empty.
-  const char* given(const char* key) const {
+  const char* getOrNull(const char* key) const {
     const char* value = record.getValue(key);
     return value == nullptr || *value == '\0' ? nullptr : value;
   }
@@ -28,27 +29,26 @@ struct Task {
   const char* type() const { return get("type"); }
 };
 
-/// A word and what is done for it: a row of a table of variants.
-struct TaskRow {
+/// What is done for one kind of line. The room that does the work offers the row in its actions.h.
+struct ActionRow {
+  const char* action;
+  /// The key that tells the variants of the action apart, and its value for this one; null for an action without any.
+  const char* key;
   const char* word;
-  void (*run)(const Task&);
-};
+  /// Carries the line out. Runs as nobody and leaves it. 0 when the line was refused or failed; the logs or a notice
+  /// say so.
+  int (*run)(const Task& task);
+  /// What it does, for people who look at a queue: begins with a verb, no full stop.
+  const char* summary;
 
-/// Runs the row whose word is `word`. False when there is none.
-template <std::size_t N>
-bool runRow(const TaskRow (&rows)[N], std::string_view word, const Task& task) {
-  for (const TaskRow& row : rows) {
-    if (word != row.word) continue;
-    row.run(task);
-    return true;
-  }
-  return false;
-}
+  bool takes(const Task& task) const { return key == nullptr || task.is(key, word); }
+};
+using ActionRows = std::span<const ActionRow>;
 
 /// Fills `selected` with the line's select0, select1, ... up to the first that is missing, in their order.
 void selectedOf(const Task& task, ListFile& selected);
 
-/// Queues a line for later; a failure is logged.
+/// Queues a line for later (`pushOnTaskQueue`); a failure is logged.
 void queueTask(const char* action, const char* value, const char* type = nullptr);
 
 }  // namespace zvtaskq

@@ -103,7 +103,6 @@ pid_t launchProgram(const ChildPlan& plan, const Streams& streams, Ids identity)
   launch.streams[1] = streams.given[1] ? streams.given[1].get() : sourceOf(plan.output, streams);
   launch.streams[2] = sourceOf(plan.errors, streams);
   launch.report = streams.report.writer.get();
-  launch.failDup = failPoint("process.dup") ? errno : 0;
   std::fflush(stdout);
   return launchChild(launch);
 }

@@ -48,16 +48,13 @@ void unblockSignals() {
 }
 
 void placeStreams(const ChildLaunch& launch) {
-  int wanted = launch.failDup;
+  FailLater firstDup = launch.firstDup;
   for (int number = 0; number < 3; ++number) {
     const int source = launch.streams[number];
     if (source < 0) continue;
-    const int error = wanted != 0 ? wanted : ::dup2(source, number) == number ? 0 : errno;
-    if (error != 0) {
-      const int output = launch.streams[1] >= 0 ? 1 : 2;
-      tell(launch.report, {ChildReport::Step::dup, error, launch.streams[0], 0, launch.streams[output], output});
-    }
-    wanted = 0;
+    if (!firstDup.take() && ::dup2(source, number) == number) continue;
+    const int output = launch.streams[1] >= 0 ? 1 : 2;
+    tell(launch.report, {ChildReport::Step::dup, errno, launch.streams[0], 0, launch.streams[output], output});
   }
   // A program that finds one of the three closed would open its first file there.
   for (int number = 0; number < 3; ++number) {

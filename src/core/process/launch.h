@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include "core/sys/fail_point.h"
 #include "core/sys/identity.h"
 
 namespace zvtaskq {
@@ -20,8 +21,8 @@ struct ChildLaunch {
   int streams[3] = {-1, -1, -1};
   /// Takes `ChildReport`s; closes itself when the program starts. Above 2.
   int report = -1;
-  /// The error a test wants of the first dup; 0 for none.
-  int failDup = 0;
+  /// A planned failure of the first stream that is put in its place.
+  FailLater firstDup{"process.dup"};
 };
 
 /// What went wrong in the child before its program ran.

@@ -100,6 +100,15 @@ FailAction failAction(const char* call) {
   return FailAction::none;
 }
 
+FailLater::FailLater(const char* call) : error_(failPoint(call) ? errno : 0) {}
+
+bool FailLater::take() {
+  if (error_ == 0) return false;
+  errno = error_;
+  error_ = 0;
+  return true;
+}
+
 void setFailPlan(const char* plan) {
   rules() = parsePlan(plan == nullptr ? std::string_view() : plan);
 }

@@ -27,6 +27,18 @@ class FailScope {
 
 /// What the plan wants of this hit of the point; for `error` errno is set. Does not return when it is "kill".
 FailAction failAction(const char* call);
+
+/// A failure of a point that is met later, where the plan must not be looked at: in a child that may not allocate.
+class FailLater {
+ public:
+  explicit FailLater(const char* call);
+  /// True once when the call is to fail, with errno set.
+  bool take();
+
+ private:
+  int error_;
+};
+
 /// Replaces the plan; null or empty means that nothing fails.
 void setFailPlan(const char* plan);
 
@@ -35,6 +47,11 @@ void setFailPlan(const char* plan);
 class FailScope {
  public:
   explicit FailScope(const char*) {}
+};
+class FailLater {
+ public:
+  explicit FailLater(const char*) {}
+  bool take() { return false; }
 };
 inline FailAction failAction(const char*) {
   return FailAction::none;

@@ -1,49 +1,82 @@
 #include "runner/actions/action_table.h"
 
-#include <unistd.h>
+#include <algorithm>
 
-#include "core/panel/run_flags.h"
-#include "core/panel/task.h"
-#include "core/panel/task_queue.h"
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
+#include "account/lifecycle/actions.h"
+#include "backup/job/actions.h"
+#include "backup/restore/actions.h"
 #include "core/sys/log.h"
-#include "core/sys/operation.h"
-#include "core/text/system_result.h"
-#include "runner/actions/action_rows.h"
+#include "mail/actions.h"
+#include "notify/actions.h"
+#include "runner/actions/not_built.h"
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/service_watch.h"
 #include "runner/monitor/services_table.h"
+#include "services/dns/actions.h"
+#include "services/ftp/actions.h"
+#include "services/web/actions.h"
+#include "tally/run/actions.h"
 
 namespace zvtaskq {
 
 namespace {
 
-constexpr TaskRow kActions[] = {
-    {"tally", tallyAction},
-    {"quotatally", tallyAction},
-    {"bandwidthtally", tallyAction},
-    {"syscheck", systemCheckAction},
-    {"sync", syncAction},
-    {"cache", cacheAction},
-    {"bandwidth", bandwidthAction},
-    {"confirm", confirmAction},
-    {"confirm_removed", confirmRemovedAction},
-    {"backup", backupAction},
-    {"convert", convertAction},
-    {"delete", deleteAction},
-    {"addspam", addOptionsAction},
-    {"addoptions", addOptionsAction},
-    {"restore", restoreAction},
-    {"vacation", vacationAction},
-    {"reset", resetAction},
-    {"cleanreset", cleanResetAction},
-    {"notify", notifyAction},
-    {"rewrite", rewriteAction},
-    {"defaultspam", defaultSpamAction},
-    {"update", updateAction},
-    {"ipswap", ipSwapAction},
+/// What is said of a line whose variant no row takes.
+struct ActionWord {
+  const char* action;
+  /// The error log's words with their one "%s"; null for none.
+  const char* unknown = nullptr;
+  /// The key whose value stands there; null for the whole line.
+  const char* key = nullptr;
+  bool debugsToo = false;
 };
+constexpr const char* kUnknownTally = "executeCommand: can't figure out what to tally for '%s'";
+constexpr ActionWord kActions[] = {
+    {"tally", kUnknownTally},
+    {"quotatally", kUnknownTally},
+    {"bandwidthtally", kUnknownTally},
+    {"syscheck"},
+    {"sync"},
+    {"cache"},
+    {"bandwidth"},
+    {"confirm"},
+    {"confirm_removed"},
+    {"backup", "type='%s' is an unknown type for the backup action", "type"},
+    {"convert"},
+    {"delete"},
+    {"addspam"},
+    {"addoptions"},
+    {"restore", "type=%s is an unknown type for the restore action", "type"},
+    {"vacation", "executeCommand: can't figure out what vacation message to do %s"},
+    {"reset", "executeCommand: can't figure out what reset to do %s"},
+    {"cleanreset"},
+    {"notify"},
+    {"rewrite", "Unknown rewrite: %s", "value", true},
+    {"defaultspam"},
+    {"update", "executeCommand: can't figure out what update to do %s"},
+    {"ipswap"},
+};
+
+ActionRows (*const kRooms[])() = {tallyActions, dnsActions,     webActions,    accountActions, backupActions,
+                                  mailActions,  restoreActions, notifyActions, ftpActions};
+
+const ActionWord* wordOf(const Task& task) {
+  for (const ActionWord& word : kActions) {
+    if (task.is("action", word.action)) return &word;
+  }
+  return nullptr;
+}
+
+void reportUnknown(const ActionWord& word, const Task& task) {
+  const char* what = word.key == nullptr ? task.line : task.get(word.key);
+  if (task.is("action", "ipswap")) return debug(10, "Did you forget &value=%s ?", "linked_ips");
+  if (word.unknown == nullptr) return debug(10, "nothing to do for %s", task.line);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  errorLog(word.unknown, what);
+  if (word.debugsToo) debug(10, word.unknown, what);
+#pragma GCC diagnostic pop
+}
 
 void reportNoAction(const char* line, const ConfigFile& record) {
   errorLog("executeCommand:invalid action: %s", line);
@@ -56,7 +89,7 @@ void reportNoAction(const char* line, const ConfigFile& record) {
 void serviceAction(const Task& task) {
   const char* service = task.action();
   const char* verb = task.value();
-  if (!existIn(verb, kServiceVerbs)) {
+  if (!placeIn(verb, kServiceVerbs)) {
     errorLog("Invalid action in: %s", task.line);
     return;
   }
@@ -66,7 +99,38 @@ void serviceAction(const Task& task) {
   doservice(service, "restart");
 }
 
+/// A word that matches nothing is dropped on purpose: newer parts of the panel may queue what this one knows not.
+void tableAction(const Task& task) {
+  const ActionWord* word = wordOf(task);
+  if (word == nullptr) return;
+  const ActionRow* row = rowFor(task);
+  const char* missing = missingFor(task);
+  if (row == nullptr && missing == nullptr) return reportUnknown(*word, task);
+  if (row != nullptr) set_program_location("%s: %s", task.line, row->summary);
+  if (row == nullptr || row->run(task)) reportMissing(task.line, missing);
+}
+
 }  // namespace
+
+std::vector<const ActionRow*> allRows() {
+  std::vector<const ActionRow*> rows;
+  for (const ActionWord& word : kActions) {
+    for (const auto room : kRooms) {
+      for (const ActionRow& row : room()) {
+        if (std::string_view(row.action) == word.action) rows.push_back(&row);
+      }
+    }
+  }
+  return rows;
+}
+
+const ActionRow* rowFor(const Task& task) {
+  static const std::vector<const ActionRow*> rows = allRows();
+  const auto found = std::find_if(rows.begin(), rows.end(), [&](const ActionRow* row) {
+    return task.is("action", row->action) && row->takes(task);
+  });
+  return found == rows.end() ? nullptr : *found;
+}
 
 void executeTask(const char* line, ConfigFile& record) {
   const char* action = record.getValue("action");
@@ -76,33 +140,17 @@ void executeTask(const char* line, ConfigFile& record) {
   }
   debug(10, "zvtaskq: command: %s", line);
   const Task task{line, record};
-  if (existIn(action, kSystemServices) || is_other_service(action)) {
+  if (placeIn(action, kSystemServices) || is_other_service(action)) {
     serviceAction(task);
   } else {
-    // A word that matches nothing is dropped on purpose: newer parts of the panel may queue what this one knows not.
-    runRow(kActions, action, task);
+    tableAction(task);
   }
-  reportUnavailable(line);
 }
 
 void executeCommand(const char* line) {
   ConfigFile record(nullptr);
   record.fillFromPost(line);
   executeTask(line, record);
-}
-
-void selectedOf(const Task& task, ListFile& selected) {
-  selected.keepOrder = true;
-  for (int i = 0;; ++i) {
-    const char* name = task.given(joined("select", std::to_string(i)).c_str());
-    if (name == nullptr) return;
-    selected.addElement(name);
-  }
-}
-
-void queueTask(const char* action, const char* value, const char* type) {
-  if (pushOnTaskQueue(action, value, type)) return;
-  errorLog("Unable to queue action=%s&value=%s: %s", action, value, getSysResult());
 }
 
 }  // namespace zvtaskq

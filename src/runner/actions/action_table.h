@@ -1,9 +1,11 @@
-// The action words of queue lines, in the order in which they are tested.
+// The action words of queue lines, in the order in which they are tested, and the rows of all rooms.
 #pragma once
 
-namespace zvtaskq {
+#include <vector>
 
-class ConfigFile;
+#include "core/panel/task.h"
+
+namespace zvtaskq {
 
 /// Carries out one task line; every outcome goes to the logs or to notices. A line without an action is reported as
 /// "executeCommand:invalid action: %s"; an action word that nobody knows is dropped without a message. Finds and
@@ -11,5 +13,10 @@ class ConfigFile;
 void executeCommand(const char* line);
 /// The same for a line that is parsed already.
 void executeTask(const char* line, ConfigFile& record);
+
+/// Every row that a room of this build offers, in the order of the action words, within an action by its rooms.
+std::vector<const ActionRow*> allRows();
+/// The row that takes the line; null when there is none.
+const ActionRow* rowFor(const Task& task);
 
 }  // namespace zvtaskq

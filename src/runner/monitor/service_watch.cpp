@@ -12,10 +12,11 @@
 #include "core/process/child.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
-#include "notify/operations.h"
+#include "notify/ticket.h"
 #include "runner/monitor/php_fpm.h"
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/services_table.h"
@@ -81,7 +82,7 @@ void bringUp(const char* name, const ListFile& list) {
   doservice(name, "restart");
   debug_processes(name, list);
   sleepSafely(kStartTime);
-  if (!running(name)) notifyOperations().notifyAdmins(name, nullptr, nullptr, 0);
+  if (!running(name)) Ticket().notifyAdmins(name, nullptr, nullptr, 0);
 }
 
 }  // namespace
@@ -90,13 +91,12 @@ void doservice(const char* service, const char* verb) {
   debug(3000, "doservice('%s', '%s')", service, verb);
   runVerb(service, verb);
   set_program_location("doservice(service='%s', action='%s'): done", service, verb);
-  if (existIn(service, kWebServers)) takePhpAlong(verb);
+  if (placeIn(service, kWebServers)) takePhpAlong(verb);
 }
 
 void checkServices() {
   const std::string path = adminFile("services.status");
-  ConfigFile status(path.c_str());
-  status.setUser(kPanelUser);
+  PanelRecord status(path);
   if (!status.readFile()) errorLog("Unable to open %s", path.c_str());
   ListFile list(nullptr);
   if (!getRunningList(list)) return;

@@ -3,12 +3,9 @@
 #include <cstring>
 
 #include "core/config/config.h"
-#include "core/panel/run_flags.h"
 #include "core/panel/run_state.h"
 
 namespace zvtaskq {
-
-RunFlags runFlags;
 
 const char* const kSystemServices[] = {"httpd", "zorvane",  "exim",  "mysqld",    "named", "proftpd",
                                        "sshd",  "vm-pop3d", "nginx", "litespeed", nullptr};
@@ -21,7 +18,7 @@ constexpr const char* kPhpFpmVersions[] = {"php-fpm53", "php-fpm54", "php-fpm55"
                                            "php-fpm70", "php-fpm50", nullptr};
 }
 
-int existIn(const char* word, const char* const* list) {
+int placeIn(const char* word, const char* const* list) {
   if (word == nullptr || *word == '\0') return 0;
   for (int i = 0; list[i] != nullptr; ++i) {
     if (std::strcmp(word, list[i]) == 0) return i + 1;
@@ -30,7 +27,7 @@ int existIn(const char* word, const char* const* list) {
 }
 
 bool is_other_service(const char* name) {
-  if (existIn(name, kPhpFpmVersions)) return true;
+  if (placeIn(name, kPhpFpmVersions)) return true;
   const struct {
     const char* name;
     bool on;

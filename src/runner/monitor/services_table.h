@@ -10,7 +10,7 @@ extern const char* const kSystemServiceNames[];
 extern const char* const kServiceVerbs[];
 
 /// The place of `word` in a null-terminated list, counted from 1; 0 when it is not there, null or empty.
-int existIn(const char* word, const char* const* list);
+int placeIn(const char* word, const char* const* list);
 
 /// Whether the name is one of the other services: the PHP-FPM versions of the list always, "pure-ftpd" and "dovecot"
 /// when their settings are on.

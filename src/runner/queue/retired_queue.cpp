@@ -13,7 +13,7 @@
 #include "core/read/line_reader.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
-#include "core/text/system_result.h"
+#include "core/sys/sys.h"
 #include "core/text/text.h"
 #include "core/tree/guarded_folder.h"
 #include "runner/queue/handover_lock.h"

@@ -5,7 +5,7 @@
 #include "core/panel/run_state.h"
 #include "core/panel/system_info.h"
 #include "core/sys/privileges.h"
-#include "notify/operations.h"
+#include "notify/ticket.h"
 
 namespace zvtaskq {
 
@@ -67,7 +67,7 @@ void checkHostname() {
   facts.serverAddress = mainServerAddress;
   const std::string findings = hostNameFindings(facts);
   if (findings.empty()) return;
-  notifyOperations().notifyAdmins(
+  Ticket().notifyAdmins(
       "", "This is e-mail notification to warn you that your hostname is setup improperly on your system.",
       findings.c_str(), kGeneral);
 }

@@ -265,7 +265,6 @@ TEST(ConfigFile, LeavesUnchangedFilesAlone) {
   EXPECT_NE(log.errors().find("Timestamp from when it was read is different, overwriting anyway"), std::string::npos);
 }
 
-#ifdef ZVTASKQ_FAIL_POINTS
 TEST(ConfigFile, FailingDiskLeavesOldFileWhole) {
   const struct {
     const char* plan;
@@ -298,7 +297,6 @@ TEST(ConfigFile, FailingDiskLeavesOldFileWhole) {
     EXPECT_EQ(record.writeFile(), 1) << c.plan;
   }
 }
-#endif
 
 TEST(ConfigFile, NeverFollowsPlantedLinks) {
   Folder folder;

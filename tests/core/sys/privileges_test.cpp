@@ -11,10 +11,6 @@ namespace {
 
 using test::LogCapture;
 
-Ids idsOf(const char* user) {
-  return {getUID(user), getGID(user, 0)};
-}
-
 /// Needs root and the panel's user: only a process of root's can take on another identity. Starts, as a step does, at
 /// nobody.
 class Guards : public ::testing::Test {
@@ -84,7 +80,6 @@ TEST_F(Guards, AFailedSwitchIsNobodyForItsBlock) {
   EXPECT_NE(logs_.errors().find("Unable to switch to uid "), std::string::npos);
 }
 
-#ifdef ZVTASKQ_FAIL_POINTS
 TEST_F(Guards, AProcessThatCannotDropRootLeaves) {
   EXPECT_EXIT(
       {
@@ -95,6 +90,5 @@ TEST_F(Guards, AProcessThatCannotDropRootLeaves) {
       },
       testing::ExitedWithCode(1), "");
 }
-#endif
 
 }  // namespace zvtaskq

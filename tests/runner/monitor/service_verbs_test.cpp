@@ -20,22 +20,21 @@ TEST(ServiceActions, StrongestVerbWins) {
       {"unknown verb alone", {"bogus"}, "bogus"},
   };
   for (const auto& c : cases) {
-    ConfigFile pending(nullptr);
+    PendingServices pending;
     for (const char* verb : c.verbs) {
       ConfigFile line(nullptr);
       line.setParam("action", "httpd");
       line.setParam("value", verb);
       setHardest(pending, line);
     }
-    ConfigFile kept(nullptr);
-    kept.fillFromPost(pending.getValue("httpd"));
-    EXPECT_STREQ(kept.getValue("value"), c.want) << c.name;
-    EXPECT_EQ(pending.size(), 1);
+    ASSERT_EQ(pending.size(), 1U) << c.name;
+    EXPECT_STREQ(pending.begin()->second.getValue("value"), c.want) << c.name;
   }
-  ConfigFile first(nullptr), second(nullptr), pending(nullptr);
+  ConfigFile first(nullptr), second(nullptr);
+  PendingServices pending;
   first.fillFromPost("action=exim&value=restart&by=first");
   second.fillFromPost("action=exim&value=restart&by=second");
   setHardest(pending, first);
   setHardest(pending, second);
-  EXPECT_STREQ(pending.getValue("exim"), "action=exim&by=first&value=restart");
+  EXPECT_STREQ(pending.at("exim").getValue("by"), "first");
 }

@@ -7,8 +7,8 @@
 
 #include "core/record/config_file.h"
 #include "core/sys/fail_point.h"
-#include "notify/operations.h"
 #include "support/fixed_clock.h"
+#include "support/notice_recorder.h"
 #include "support/panel_folder.h"
 
 using namespace zvtaskq;
@@ -19,12 +19,6 @@ namespace {
 constexpr long long kNow = 1'800'000'000;
 double averages[3];
 int averagesKnown = 3;
-std::vector<std::string> sent;
-
-int recordNotice(const char* service, const char* subject, const char* message, int general) {
-  sent.push_back(std::string(service) + "/" + subject + "/" + message + "/" + std::to_string(general));
-  return 1;
-}
 
 class LoadCheck : public ::testing::Test {
  protected:
@@ -33,8 +27,7 @@ class LoadCheck : public ::testing::Test {
     averages[1] = 2;
     averages[2] = 1;
     averagesKnown = 3;
-    sent.clear();
-    notifyOperations().notifyAdmins.provide(recordNotice);
+    sentNotices().clear();
     panel_.conf.check_load = 1.5;
     panel_.conf.check_load_minute = 5;
     panel_.conf.load_notice_interval = 10;
@@ -83,18 +76,19 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
       {"stamp that is no number", 1.5, 5, "soon", "Load 2", ""},
   };
   for (const auto& c : cases) {
-    sent.clear();
+    sentNotices().clear();
     panel_.conf.check_load = c.limit;
     panel_.conf.check_load_minute = c.minute;
     const std::string before = "load_limit_last_sent=" + c.stamp + "\nother=1\n";
     stamp(before);
     const LogCapture logs;
     check();
-    ASSERT_EQ(sent.size(), c.subject == nullptr ? 0U : 1U) << c.name;
+    ASSERT_EQ(sentNotices().size(), c.subject == nullptr ? 0U : 1U) << c.name;
     if (c.subject != nullptr) {
-      EXPECT_EQ(sent[0].find(std::string("/") + c.subject + "/"), 0U) << sent[0];
+      EXPECT_EQ(sentNotices()[0].subject, c.subject);
     }
-    EXPECT_EQ(contentOf(settings_), sent.empty() ? before : "load_limit_last_sent=1800000000\nother=1\n") << c.name;
+    EXPECT_EQ(contentOf(settings_), sentNotices().empty() ? before : "load_limit_last_sent=1800000000\nother=1\n")
+        << c.name;
     EXPECT_NE(logs.errors().find(c.error), std::string::npos) << c.name << logs.errors();
     EXPECT_EQ(logs.errors().empty(), *c.error == '\0') << c.name << logs.errors();
   }
@@ -105,7 +99,7 @@ TEST_F(LoadCheck, SaysWhatGoesWrong) {
   setFailPlan("safe_write.*:ENOSPC");
   check();
   setFailPlan(nullptr);
-  EXPECT_EQ(sent.size(), 1U);
+  EXPECT_EQ(sentNotices().size(), 1U);
   EXPECT_NE(panel_.logs.errors().find("Unable to write " + settings_ + " : "), std::string::npos);
   EXPECT_EQ(contentOf(settings_), "a=1\n");
 

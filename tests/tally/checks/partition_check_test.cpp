@@ -6,8 +6,8 @@
 #include "core/panel/partitions.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
-#include "notify/operations.h"
 #include "support/fixed_clock.h"
+#include "support/notice_recorder.h"
 #include "support/panel_folder.h"
 
 using namespace zvtaskq;
@@ -16,18 +16,10 @@ using namespace zvtaskq::test;
 namespace {
 
 constexpr long long kNow = 1'800'000'000;
-int sentNotices = 0;
-std::string lastMessage;
 
 class PartitionCheck : public ::testing::Test {
  protected:
   PartitionCheck() {
-    sentNotices = 0;
-    notifyOperations().notifyAdmins.provide([](const char*, const char*, const char* message, int) {
-      ++sentNotices;
-      lastMessage = message;
-      return 1;
-    });
     panel_.conf.check_partitions = 1;
     panel_.conf.partition_usage_threshold = 0;
     writeText(panel_.path("templates/partition_check.list"), "/\n/no/such/mount\n");
@@ -87,22 +79,23 @@ TEST_F(PartitionCheck, OnceADayOrEveryTime) {
     int mode;
     int threshold;
     long long age;
-    int sent;
+    std::size_t sent;
   } cases[] = {
       {"off", 0, 0, kNow, 0},           {"first", 1, 0, kNow, 1},          {"none full", 1, 101, kNow, 0},
       {"a day ago", 1, 0, 86400, 0},    {"a second more", 1, 0, 86401, 1}, {"with the tally", 2, 0, 1, 1},
       {"from the future", 1, 0, -1, 1},
   };
   for (const auto& c : cases) {
-    sentNotices = 0;
+    const std::size_t before = sentNotices().size();
     panel_.conf.check_partitions = c.mode;
     panel_.conf.partition_usage_threshold = c.threshold;
-    const std::string before = "quota_thresh_last_check=" + std::to_string(kNow - c.age) + "\n";
-    check(before);
-    EXPECT_EQ(sentNotices, c.sent) << c.name << panel_.logs.errors();
+    const std::string stamp = "quota_thresh_last_check=" + std::to_string(kNow - c.age) + "\n";
+    check(stamp);
+    EXPECT_EQ(sentNotices().size() - before, c.sent) << c.name << panel_.logs.errors();
     const std::string after = contentOf(panel_.path("admin/admin.conf"));
-    EXPECT_EQ(after, c.sent == 0 ? before : "quota_thresh_last_check=1800000000\n") << c.name;
+    EXPECT_EQ(after, c.sent == 0 ? stamp : "quota_thresh_last_check=1800000000\n") << c.name;
   }
+  const std::string lastMessage = sentNotices().back().message;
   EXPECT_NE(lastMessage.find("% - /\n"), std::string::npos) << lastMessage;
   EXPECT_EQ(lastMessage.find("/no/such"), std::string::npos) << lastMessage;
 }

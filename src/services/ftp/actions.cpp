@@ -1,0 +1,29 @@
+#include "services/ftp/actions.h"
+
+#include "core/sys/log.h"
+
+namespace zvtaskq {
+
+namespace {
+
+int convertToUnifiedFile(const Task& task) {
+  const bool simulate =
+      task.getOrNull("simulate") != nullptr && !task.is("simulate", "0") && !task.is("simulate", "no");
+  const char* what =
+      simulate ? "Simulating conversion to unified ftp password file" : "Converting to unified ftp password file";
+  systemLog("%s", what);
+  debug(10, "%s.  Only accounts with owned IPs are used.", what);
+  return 1;
+}
+
+constexpr ActionRow kRows[] = {
+    {"convert", "value", "unifiedftp", convertToUnifiedFile, "converts to one FTP password file"},
+};
+
+}  // namespace
+
+ActionRows ftpActions() {
+  return kRows;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,88 @@
+#include "tally/run/actions.h"
+
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "core/sys/log.h"
+#include "tally/bruteforce/records/entry_log.h"
+#include "tally/checks/hostname.h"
+#include "tally/checks/partition_check.h"
+#include "tally/disk/quota_tables.h"
+#include "tally/traffic/home_traffic.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kPartitionsWithTally = 2;
+
+void readAllQuotas() {
+  static_cast<void>(getAllQuotas(sys_conf, quotaTables().quotas, quotaTables().inodes));
+}
+
+int afterTally() {
+  if (sys_conf->restart_apache_after_tally) queueTask("httpd", "restart");
+  runFlags.checkqueue = 1;
+  return 1;
+}
+
+int tallyAll(const Task&) {
+  readAllQuotas();
+  checkHostname();
+  if (sys_conf->check_partitions == kPartitionsWithTally) check_partition_usage(sys_conf);
+  static_cast<void>(clear_brute_log_entries(sys_conf));
+  return afterTally();
+}
+
+int tallyOne(const Task&) {
+  readAllQuotas();
+  return afterTally();
+}
+
+int tallyHomeDirectories(const Task&) {
+  return parseHomeDirBandwidth();
+}
+
+int resetAll(const Task&) {
+  errorLog("Reset All has started");
+  queueTask("tally", "all");
+  runFlags.checkqueue = 1;
+  errorLog("Reset All has finished");
+  return 1;
+}
+
+int resetUser(const Task& task) {
+  queueTask("tally", task.value(), "user");
+  runFlags.checkqueue = 1;
+  return 1;
+}
+
+int cleanResetAll(const Task&) {
+  errorLog("Clean Reset All has started");
+  runFlags.checkqueue = 1;
+  errorLog("Clean Reset All has finished");
+  return 1;
+}
+
+constexpr ActionRow kRows[] = {
+    {"tally", "value", "all", tallyAll, "tallies all accounts"},
+    {"tally", "type", "user", tallyOne, "tallies a user"},
+    {"tally", "type", "reseller", tallyOne, "tallies a reseller and its users"},
+    {"quotatally", "value", "all", tallyAll, "tallies the disk usage of all accounts"},
+    {"quotatally", "type", "user", tallyOne, "tallies the disk usage of a user"},
+    {"quotatally", "type", "reseller", tallyOne, "tallies the disk usage of a reseller and its users"},
+    {"bandwidthtally", "value", "all", tallyAll, "tallies the bandwidth of all accounts"},
+    {"bandwidthtally", "type", "user", tallyOne, "tallies the bandwidth of a user"},
+    {"bandwidthtally", "type", "reseller", tallyOne, "tallies the bandwidth of a reseller and its users"},
+    {"bandwidth", "value", "homedir", tallyHomeDirectories, "tallies the bandwidth noted in home directories"},
+    {"reset", "value", "all", resetAll, "sets all usage counters back and tallies anew"},
+    {"reset", "type", "user", resetUser, "sets a user's usage counters back and tallies anew"},
+    {"cleanreset", "value", "all", cleanResetAll, "sets all usage counters back"},
+};
+
+}  // namespace
+
+ActionRows tallyActions() {
+  return kRows;
+}
+
+}  // namespace zvtaskq
