@@ -14,8 +14,9 @@
 namespace zvtaskq {
 
 /// Opens a regular file for reading without following a link at its end, waiting on a FIFO, or touching a device:
-/// what was opened is checked afterwards. A link that root made is followed, since an administrator may have moved
-/// the file. Not open (errno says why; EINVAL for what is no regular file) on failure.
+/// what was opened is checked afterwards. A link that root made is followed, and one that it leads to by the same rule,
+/// since an administrator may have moved the file. Not open (errno says why; EINVAL for what is no regular file) on
+/// failure.
 Descriptor openRegularFile(const char* path);
 
 /// Opens "<path>.1", the log at `path` as it was before it was put aside or emptied, when it holds what the mark
@@ -60,8 +61,11 @@ class SafeFile {
   void drain();
   void writeThrough(std::string_view text);
 
-  std::string path_;
+  PathParts place_;
   std::string temporary_;
+  std::string temporaryName_;
+  /// Opened once: a folder that is exchanged meanwhile does not get what was meant for another.
+  Descriptor folder_;
   std::unique_ptr<char[]> buffer_;
   std::size_t used_ = 0;
   Descriptor file_;

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
@@ -48,7 +49,8 @@ bool tooLong(std::size_t used, std::size_t size, int maxLength) {
 }  // namespace
 
 // The buffer is left uninitialised: clearing a quarter of a megabyte for a file of one line costs more than reading it.
-LineReader::LineReader(int fd) : fd_(fd), buffer_(new char[kBlock]), size_(kBlock) {}
+LineReader::LineReader(int fd, long long longest)
+    : fd_(fd), longest_(longest), buffer_(new char[kBlock]), size_(kBlock) {}
 
 LineReader::~LineReader() = default;
 
@@ -59,7 +61,7 @@ bool LineReader::next(std::string_view& line) {
     if (feed != nullptr) {
       const std::size_t at = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get());
       line = trimmedLine({buffer_.get() + start_, at - start_}, holdsNul_);
-      consumed_ += static_cast<long long>(at + 1 - start_);
+      consumed_ += static_cast<long long>(at + 1 - start_) + std::exchange(dropped_, 0);
       start_ = scanned_ = at + 1;
       return true;
     }
@@ -74,7 +76,7 @@ bool LineReader::nextBlock(std::string_view& lines) {
     if (feed != nullptr) {
       const std::size_t end = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get()) + 1;
       lines = {buffer_.get() + start_, end - start_};
-      consumed_ += static_cast<long long>(lines.size());
+      consumed_ += static_cast<long long>(lines.size()) + std::exchange(dropped_, 0);
       start_ = scanned_ = end;
       return true;
     }
@@ -104,7 +106,12 @@ bool LineReader::fill() {
     scanned_ -= start_;
     start_ = 0;
   }
-  if (end_ == size_ && !grow()) return false;
+  if (unfinished() >= longest_) {
+    errno = EFBIG;
+    failed_ = true;
+    return false;
+  }
+  if (end_ == size_ && !makeRoom()) return false;
   const ssize_t got = sys::read(fd_, buffer_.get() + end_, size_ - end_);
   failed_ = got < 0;
   if (got <= 0) return false;
@@ -113,6 +120,17 @@ bool LineReader::fill() {
   holdsNul_ = holdsNul_ || news.find('\0') != std::string_view::npos;
   holdsCr_ = holdsCr_ || news.find('\r') != std::string_view::npos;
   end_ += static_cast<std::size_t>(got);
+  return true;
+}
+
+/// The buffer is full of the beginning of one line.
+bool LineReader::makeRoom() {
+  const void* nul = holdsNul_ ? std::memchr(buffer_.get(), '\0', end_) : nullptr;
+  if (nul == nullptr) return grow();
+  const std::size_t kept = static_cast<std::size_t>(static_cast<const char*>(nul) - buffer_.get()) + 1;
+  if (kept == size_) return grow();
+  dropped_ += static_cast<long long>(end_ - kept);
+  end_ = scanned_ = kept;
   return true;
 }
 

@@ -13,11 +13,16 @@
 
 namespace zvtaskq {
 
-/// Reads a file in large blocks and hands out its lines.
+/// No line of a file that is read as a whole may be longer: a hole in a file costs nothing, and must not cost memory.
+inline constexpr long long kLongestFileLine = 128LL << 20;
+
+/// Reads a file in large blocks and hands out its lines. Holds one line at most, and of a line that fills a block only
+/// what stands before its first NUL.
 class LineReader {
  public:
-  /// Reads from where the descriptor stands. The descriptor stays the caller's.
-  explicit LineReader(int fd);
+  /// Reads from where the descriptor stands. The descriptor stays the caller's. A line of more than `longest` bytes is
+  /// a read error, EFBIG.
+  explicit LineReader(int fd, long long longest = kLongestFileLine);
   ~LineReader();
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
@@ -26,29 +31,33 @@ class LineReader {
   /// `failed`) and when only an unfinished line is left.
   bool next(std::string_view& line);
   /// All whole lines that are at hand, as they stand in the file, with their line feeds; valid until the next call.
-  /// For whoever reads millions of short lines. False as `next`.
+  /// For whoever reads millions of short lines. What follows a NUL in a very long line is left out. False as `next`.
   bool nextBlock(std::string_view& lines);
   /// Discards bytes up to and including the next LF, CR or byte 0xFF.
   void skipToBoundary();
   /// Bytes of whole lines handed out or discarded so far.
   long long consumed() const { return consumed_; }
   /// Bytes of an unfinished last line, once `next` has answered false.
-  long long unfinished() const { return static_cast<long long>(end_ - start_); }
+  long long unfinished() const { return static_cast<long long>(end_ - start_) + dropped_; }
   bool failed() const { return failed_; }
   /// Whether a CR has been read, wherever it stood.
   bool holdsCr() const { return holdsCr_; }
 
  private:
   bool fill();
+  bool makeRoom();
   bool grow();
 
   int fd_;
+  long long longest_;
   std::unique_ptr<char[]> buffer_;
   std::size_t size_;
   std::size_t start_ = 0;
   std::size_t scanned_ = 0;
   std::size_t end_ = 0;
   long long consumed_ = 0;
+  /// Bytes behind a NUL of the line at `start_` that are not kept.
+  long long dropped_ = 0;
   /// A NUL has been read: lines have to be searched for one.
   bool holdsNul_ = false;
   bool holdsCr_ = false;
