@@ -7,6 +7,7 @@
 
 #include "core/text/line_search.h"
 #include "core/text/names.h"
+#include "core/text/post_string.h"
 
 using namespace zvtaskq;
 
@@ -97,5 +98,22 @@ TEST(LineSearch, FindsWhatAPlainSearchFinds) {
     EXPECT_EQ(at == hay.size(), want == hay.size()) << hay;
     EXPECT_EQ(hay.find('\n', want), hay.find('\n', at)) << hay;
     EXPECT_EQ(lines, std::count(hay.begin(), hay.begin() + static_cast<std::ptrdiff_t>(at), '\n')) << hay;
+  }
+}
+
+TEST(PostString, WhatIsEscapedReadsBackWhereverItStands) {
+  for (int byte = 1; byte < 256; ++byte) {
+    for (const std::size_t length : {1U, 15U, 16U, 40U}) {
+      std::string text(length, 'x');
+      text[length * 2 / 3] = static_cast<char>(byte);
+      for (const auto write : {writeEscaped, writeSparingly}) {
+        std::string escaped(3 * length + kEscapeSlack, '\0');
+        escaped.resize(static_cast<std::size_t>(write(escaped.data(), text) - escaped.data()));
+        std::string back = escaped;
+        back.resize(fixPostString(back.data(), 0));
+        EXPECT_EQ(back, text) << escaped;
+        EXPECT_EQ(escaped.find_first_of("&=\n"), std::string::npos) << escaped;
+      }
+    }
   }
 }
