@@ -132,6 +132,20 @@ class Queue(PanelTest):
         self.assertNotIn("nobody", self.log())
         self.assertFalse(os.path.exists(panel.MAIL_QUEUE))
 
+    def test_no_message_shows_a_password(self):
+        panel.panel_do("addAccount", "boss", "admin", "root", "boss.example")
+        settings(track_task_queue_processes=2, pipe_log=panel.LOGS + "/pipe.log")
+        secret = "&ftp_password=hunter2&ftp%5Fpassword=hunter2"
+        rows = ["", "action=tally", "action=update", "action=backup&type=admin&owner=boss", "action=restore&type=x", "action=sync",
+                "action=named&value=x", "action=ipswap", "action=vacation", "action=reset", "action=restore&type=admin&owner=boss"]
+        self.queue(*[row + secret for row in rows])
+        self.queue(secret, "action=limit" + secret, path=panel.MAIL_QUEUE)
+        shown = self.run_program("d4000")
+        self.assertIn("zvtaskq: command: action=update&ftp_password=&ftp%5Fpassword=\n", shown)
+        self.assertIn("Program Location: action=backup&type=admin&owner=boss&ftp_password=", shown)
+        self.assertLogged("not available in this build", times=3)
+        self.assertNotIn("hunter2", shown + "".join(self.log(name) for name in ("errortaskq", "error", "system", "security")))
+
     def test_nothing_in_a_line_forges_a_log_line(self):
         self.queue("action=rewrite&value=x%0A2026:01:01-00:00:00: forged%1B%5B31m")
         self.run_program()

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "core/record/config_file.h"
@@ -9,7 +10,7 @@
 namespace zvtaskq {
 
 struct Task {
-  /// The line as it was queued.
+  /// The line as it was queued, for `printableLine` alone: it may hold a password.
   const char* line;
   ConfigFile& record;
 
@@ -44,6 +45,14 @@ struct ActionRow {
   bool takes(const Task& task) const { return key == nullptr || task.is(key, word); }
 };
 using ActionRows = std::span<const ActionRow>;
+
+/// A queue line as logs, debug output and the program location may show it: without the values of passwords, however
+/// their keys or a record within a value are encoded. A password's key is one that says so in its name.
+std::string printableLine(const char* line);
+/// Empties what `printableLine` leaves out in a parsed line that others may see.
+void hidePasswords(ConfigFile& record);
+/// Prints the pairs of a parsed line on standard output, as far as they may be shown.
+void printContents(const Task& task);
 
 /// Fills `selected` with the line's select0, select1, ... up to the first that is missing, in their order.
 void selectedOf(const Task& task, ListFile& selected);
