@@ -11,6 +11,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
+#include "core/process/child.h"
 #include "core/sys/environment.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -30,9 +31,13 @@ constexpr rlim_t kOpenFiles = 65535;
 /// Nothing of what the caller left behind may matter, and nothing of a root process may be left behind in turn.
 void shutOutside() {
   useCleanEnvironment();
+  keepLimitsForChildren();
   ::umask(077);
-  const rlimit noCore{0, 0};
-  ::setrlimit(RLIMIT_CORE, &noCore);
+  // The hard limit stays, so that a service started from here can have its core files.
+  rlimit core{};
+  if (::getrlimit(RLIMIT_CORE, &core) != 0) core = {};
+  core.rlim_cur = 0;
+  ::setrlimit(RLIMIT_CORE, &core);
   ::prctl(PR_SET_DUMPABLE, 0);
 }
 

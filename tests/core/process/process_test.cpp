@@ -208,7 +208,7 @@ TEST(Child, InheritsNothing) {
   EXPECT_EQ(statusLine(status, "SigBlk"), "0000000000000000");
   EXPECT_EQ(sleepy, "");
   // Number 3 is the folder that ls reads.
-  EXPECT_EQ(descriptors, "0\n1\n2\n3\n0077\nleads\n");
+  EXPECT_EQ(descriptors, "0\n1\n2\n3\n0022\nleads\n");
   std::vector<std::string> lines;
   std::istringstream text(environment);
   for (std::string line; std::getline(text, line);) lines.push_back(line.substr(0, line.find('=')));
@@ -264,6 +264,40 @@ TEST(Child, StopsAtItsTimeLimit) {
   EXPECT_EQ(held.status, 2);
   EXPECT_EQ(held.output, "over\n");
   EXPECT_NE(logs.errors().find("holds its output open"), std::string::npos);
+}
+
+TEST(Child, HasTheLimitsOfTheStart) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    const rlimit start{200, 300}, ours{250, 300}, core{4096, 8192}, noCore{0, 8192};
+    ::setrlimit(RLIMIT_NOFILE, &start);
+    ::setrlimit(RLIMIT_CORE, &core);
+    keepLimitsForChildren();
+    ::setrlimit(RLIMIT_NOFILE, &ours);
+    ::setrlimit(RLIMIT_CORE, &noCore);
+    const std::string limits = outputOf("ulimit -Sn; ulimit -Hn; cat /proc/self/limits");
+    const bool whole = limits.find("Max core file size        4096                 8192") != std::string::npos;
+    ::_exit(limits.starts_with("200\n300\n") && whole ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(do_waitpid(pid, status, "test"), 0);
+}
+
+TEST(Child, IsLeftAloneAtItsTimeLimit) {
+  const LogCapture logs;
+  const Folder folder;
+  const std::string mark = folder.path("mark");
+  ChildPlan plan = ChildPlan::shell("sleep 2; echo lives >" + mark);
+  plan.output = ChildPlan::Stream::discard;
+  plan.timeLimit = 1;
+  plan.atLimit = ChildPlan::AtLimit::leave;
+  const ChildResult result = runChild(plan);
+  EXPECT_TRUE(result.timedOut);
+  EXPECT_EQ(result.status, -1);
+  EXPECT_NE(logs.errors().find("Time limit of 1 seconds is over: not waiting for pid "), std::string::npos);
+  int status = 0;
+  EXPECT_EQ(do_waitpid(-1, status, "left behind"), 0);
+  EXPECT_EQ(contentOf(mark), "lives\n");
 }
 
 TEST(Child, KeepsToItsLimits) {
