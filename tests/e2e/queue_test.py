@@ -53,6 +53,17 @@ class Queue(PanelTest):
         self.run_program()
         self.assertEqual(self.service_calls(), ["httpd restart", "php-fpm74 graceful", "httpd stop", "php-fpm74 stop"])
 
+    def test_a_service_script_that_hangs(self):
+        """It is waited for no longer, and lives on with what it started."""
+        write("/etc/init.d/sshd", "#!/bin/sh\nsleep 4; echo over >> %s\n" % self.calls, mode=0o755)
+        self.addCleanup(os.unlink, "/etc/init.d/sshd")
+        self.queue("action=sshd&value=stop", "action=rewrite&value=z")
+        self.run_program(env={"ZVTASKQ_FAIL": "service.patience:EIO"})
+        self.assertLogged("Time limit of 2 seconds is over: not waiting for pid ", times=1)
+        self.assertLogged("Error stoping service sshd : uid 0 gid 0 : /sbin/service sshd stop ", times=1)
+        self.assertEqual(self.service_calls(), [])
+        panel.shell("for i in $(seq 100); do grep -q over %s && exit 0; sleep 0.1; done; exit 1" % self.calls)
+
     def test_under_systemd(self):
         panel.panel_do("recordSystemctl", self.calls)
         settings(systemd=1)
