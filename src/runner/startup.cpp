@@ -92,9 +92,18 @@ int redirectInput() {
   return 0;
 }
 
+Descriptor openPipeLog(const char* path) {
+  constexpr mode_t mode = 0640;
+  constexpr int flags = O_RDWR | O_APPEND | O_NONBLOCK;
+  Descriptor made(sys::open(path, flags | O_CREAT | O_EXCL, mode));
+  // What the umask of this process took away. One that is there keeps its mode.
+  if (made) return sys::fchmod(made.get(), mode) == 0 ? std::move(made) : Descriptor();
+  return Descriptor(sys::open(path, flags | O_CREAT, mode));
+}
+
 int redirectOutput(const Config& conf) {
   std::fflush(stdout);
-  const Descriptor pipeLog(sys::open(conf.pipe_log, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK, 0640));
+  const Descriptor pipeLog = openPipeLog(conf.pipe_log);
   if (!pipeLog) {
     errorLogAndDebug(100, "failed to open pipe log %s: %s", conf.pipe_log.orEmpty(), std::strerror(errno));
     return 0;
