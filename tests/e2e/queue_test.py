@@ -105,7 +105,7 @@ class Queue(PanelTest):
             ("action=backup&type=reseller&owner=ghost", "Cannot read data for Reseller ghost : "),
             ("action=restore&type=admin&owner=ghost", "Cannot read data for Admin ghost : "),
             ("action=backup&type=sitebackup&value=odd", "SiteBackup: User odd has unknown user type! : "),
-            ("action=backup&type=sitebackup&value=bob&select0=database",
+            ("action=backup&type=sitebackup&value=bob&select0=database&database_data_aware=0",
              "*** WARNING:  A backup cron was created, that does not contain database_aware=yes"),
             ("action=delete&value=account&requestedby=bob", "Account bob tried to delete some accounts, but does not have"),
             ("action=delete&value=account&requestedby=boss", "Account boss tried to delete some accounts, but did not specify"),
@@ -126,9 +126,12 @@ class Queue(PanelTest):
             self.run_program()
             self.assertLogged(want)
         write(panel.LOGS + "/errortaskq.log", "", "zvadmin")
-        self.queue("action=foo", "action=ipswap")
+        self.queue("action=foo", "action=ipswap", "action=convert&value=unifiedftp&simulate=off",
+                   "action=backup&type=sitebackup&value=bob&select0=email&email_data_aware=yes")
         self.run_program()
         self.assertNotIn("foo", self.log())
+        self.assertNotIn("email_aware", self.log())
+        self.assertLogged("Converting to unified ftp password file", "system", times=1)
 
     def test_user_reset_queues_a_tally(self):
         self.queue("action=reset&type=user&value=bob")

@@ -1,5 +1,7 @@
 #include "core/panel/task.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <string>
 
@@ -17,6 +19,8 @@ namespace {
 constexpr std::string_view kPasswordSigns[] = {"pass", "pwd"};
 /// Records within records, each encoded once more.
 constexpr int kMostEncodings = 4;
+
+constexpr const char* kOffWords[] = {"", "0", "no", "off"};
 
 bool holdsSign(std::string_view text) {
   return std::any_of(std::begin(kPasswordSigns), std::end(kPasswordSigns),
@@ -42,6 +46,12 @@ bool isSecret(std::string_view pair) {
 }
 
 }  // namespace
+
+bool Task::isOn(const char* key) const {
+  const char* value = get(key);
+  return std::none_of(std::begin(kOffWords), std::end(kOffWords),
+                      [&](const char* word) { return ::strcasecmp(value, word) == 0; });
+}
 
 std::string printableLine(const char* line) {
   const std::string_view text = line == nullptr ? std::string_view() : std::string_view(line);

@@ -25,6 +25,8 @@ struct Task {
     return value == nullptr || *value == '\0' ? nullptr : value;
   }
   bool is(const char* key, std::string_view value) const { return value == get(key); }
+  /// Whether a key that is a switch is on: it is there, and its value is not empty, "0", "no" or "off", in any case.
+  bool isOn(const char* key) const;
   const char* action() const { return get("action"); }
   const char* value() const { return get("value"); }
   const char* type() const { return get("type"); }

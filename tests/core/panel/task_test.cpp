@@ -7,6 +7,15 @@
 using namespace zvtaskq;
 using namespace zvtaskq::test;
 
+TEST(Task, KnowsASwitchThatIsOff) {
+  ConfigFile record(nullptr);
+  record.fillFromPost("a=&b=0&c=no&d=OFF&e=1&f=yes&g=00&h=x");
+  const Task task{"", record};
+  std::string on;
+  for (const char* key : {"a", "b", "c", "d", "e", "f", "g", "h", "absent"}) on += task.isOn(key) ? key : "-";
+  EXPECT_EQ(on, "----efgh-");
+}
+
 TEST(Task, ShowsNoPassword) {
   const struct {
     const char* name;
