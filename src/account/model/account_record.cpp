@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
@@ -31,7 +32,7 @@ constexpr TypeName kTypes[] = {
 }  // namespace
 
 int readAccount(const char* account, ConfigFile& record) {
-  if (!isValidUsername(account)) return fail(record.result, "Invalid user name");
+  if (!isAccountName(account)) return fail(record.result, "Invalid user name");
   record.setFilename(accountFile(account, "user.conf").c_str());
   record.setUser(kPanelUser);
   return record.readFile();
@@ -57,7 +58,7 @@ int listAccounts(ListFile& names) {
   const std::unique_ptr<DIR, CloseFolder> folder(::opendir(sys_conf->userdata));
   if (!folder) return 0;
   while (const dirent* entry = ::readdir(folder.get())) {
-    if (isValidUsername(entry->d_name)) names.addElement(entry->d_name);
+    if (isAccountName(entry->d_name)) names.addElement(entry->d_name);
   }
   return 1;
 }
@@ -74,7 +75,7 @@ int readDomainOwners(ConfigFile& owners) {
 }
 
 int readDomain(const char* account, const char* domain, ConfigFile& record) {
-  if (!isValidUsername(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
+  if (!isAccountName(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
   record.setFilename(accountFile(account, joined("domains/", domain, ".conf").c_str()).c_str());
   record.setUser(kPanelUser);
   return record.readFile();

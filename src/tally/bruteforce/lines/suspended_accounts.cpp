@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/files/safe_file.h"
 #include "core/panel/run_state.h"
@@ -52,11 +53,6 @@ Kind kindOf(const char* service) {
 /// As much of a name as a log line needs.
 std::string shown(const char* name) {
   return name == nullptr ? "" : std::string(name, ::strnlen(name, kLongestShown));
-}
-
-/// An account may begin with a digit where the administrator allows it.
-bool isAccountName(const char* name) {
-  return *name != '-' && isValidUsername(joined("u", name).c_str(), kLongestAccount + 1, 1);
 }
 
 /// 1 with a security-log line when the names of the file hold the account.
@@ -110,7 +106,7 @@ int user_is_suspended_in_file(const char* name, const char* path) {
 // --- System accounts -------------------------------------------------------------------------------------------
 
 int system_acount_is_suspended(const char* name) {
-  if (name == nullptr || !isAccountName(name)) {
+  if (!isAccountName(name)) {
     debug(kShown, "Tally::system_acount_is_suspended(%s): not a valid system username", shown(name).c_str());
     return 0;
   }
