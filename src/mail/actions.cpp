@@ -4,6 +4,7 @@
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/list_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
 #include "core/text/names.h"
@@ -44,8 +45,7 @@ int applyDefaultSpam(const Task& task) {
   if (!isValidDomain(domain)) return refuseDefaultSpam(domain, "invalid domain name");
   if (!isAccountName(user)) return refuseDefaultSpam(domain, "invalid user name");
   const std::string path = accountFile(user, "domains.list");
-  ListFile domains(path.c_str());
-  domains.setUser(kPanelUser);
+  PanelList domains(path);
   if (!domains.readFile()) {
     errorLog("Unable to read %s under user %s for default spam: %s", path.c_str(), user, domains.result.orEmpty());
     return 0;

@@ -1,11 +1,8 @@
 #include "mail/vacation_watch.h"
 
-#include <dirent.h>
-
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,6 +12,7 @@
 #include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "core/tree/folder_reader.h"
 #include "mail/email.h"
 #include "mail/mail_files.h"
 
@@ -24,19 +22,19 @@ namespace {
 
 constexpr const char* kNoDomain = "majordomo";
 
-bool isFolder(DIR* in, const dirent& entry) {
+bool isFolder(const FolderReader& in, const dirent& entry) {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
   struct stat what {};
-  return sys::lstatAt(::dirfd(in), entry.d_name, what) == 0 && S_ISDIR(what.st_mode);
+  return sys::lstatAt(in.descriptor(), entry.d_name, what) == 0 && S_ISDIR(what.st_mode);
 }
 
 /// The folders that may be mail domains. 0 when they cannot be listed.
 int listDomains(const char* path, std::vector<std::string>& names) {
   const AsUser mail(kMailUser);
-  const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path), ::closedir);
-  if (folder == nullptr) return 0;
-  while (const dirent* entry = ::readdir(folder.get())) {
-    if (isMailName(entry->d_name) && std::strcmp(entry->d_name, kNoDomain) != 0 && isFolder(folder.get(), *entry)) {
+  FolderReader folder(path);
+  if (!folder) return 0;
+  while (const dirent* entry = folder.next()) {
+    if (isMailName(entry->d_name) && std::strcmp(entry->d_name, kNoDomain) != 0 && isFolder(folder, *entry)) {
       names.emplace_back(entry->d_name);
     }
   }

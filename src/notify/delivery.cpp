@@ -14,7 +14,7 @@ namespace zvtaskq {
 
 Delivery::Delivery(int ticket, const char* type, const char* from, const MailCopies* copies)
     : ticket_(ticket), type_(type), from_(from), copies_(copies), administrators_(adminFile("admin.list").c_str()) {
-  administrators_.setUser(kPanelUser);
+  administrators_.belongsTo(kPanelUser);
   if (!administrators_.readFile()) {
     errorLog("Unable to read: %s: %s", administrators_.getFilename(), administrators_.result.orEmpty());
   }

@@ -39,7 +39,7 @@ const std::string& serverName() {
 
 ChildPlan sendmail(std::string message) {
   ChildPlan plan = ChildPlan::program(kSendmail, {"-t"});
-  if (realIds().user == 0) plan.identity = Ids{getUID(kPanelUser), getGID(kPanelUser, 0)};
+  if (realIds().user == 0) plan.identity = idsOf(kPanelUser);
   plan.workingDirectory = std::string("/");
   plan.inputs.push_back(std::move(message));
   plan.errors = ChildPlan::Stream::collect;

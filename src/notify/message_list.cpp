@@ -6,6 +6,7 @@
 
 #include "core/files/paths.h"
 #include "core/record/config_file.h"
+#include "core/record/panel_file.h"
 #include "core/record/record_lock.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -28,8 +29,7 @@ int readList(ConfigFile& list) {
 }  // namespace
 
 int announceTicket(const char* path, int ticket, const char* type, const char* recipient, Text& result) {
-  ConfigFile list(path);
-  list.setUser(kPanelUser);
+  PanelRecord list(path);
   list.fileMode = kListMode;
   list.callerLocation = "Ticket::deliverMessage";
   const RecordLock lock(list);

@@ -6,6 +6,7 @@
 #include "core/panel/panel_paths.h"
 #include "core/record/config_file.h"
 #include "core/record/record_lock.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 
 namespace zvtaskq {
@@ -17,13 +18,14 @@ constexpr const char* kLastSent = "service_email_last_sent";
 
 bool isDue(const ConfigFile& settings, const std::string& path, long long now) {
   if (!settings.isValue(kActive, "yes") || !settings.existsParam(kLastSent)) return false;
-  long long last = 0;
-  if (!settings.getValue(kLastSent, &last) || last > now) {
+  long long last = -1;
+  static_cast<void>(settings.getValue(kLastSent, &last));
+  const StampAge age = ageOf(last, now);
+  if (age.isAhead) {
     errorLog("%s: %s is no time in the past, and is set anew: %s", path.c_str(), kLastSent,
              settings.getValue(kLastSent));
-    return true;
   }
-  return now - last >= kServiceNoticeInterval;
+  return age.seconds >= kServiceNoticeInterval;
 }
 
 }  // namespace

@@ -3,10 +3,11 @@
 #include <ctime>
 
 #include "core/config/config.h"
-#include "core/files/paths.h"
+#include "core/panel/overrides.h"
 #include "core/panel/panel_paths.h"
 #include "core/record/config_file.h"
 #include "core/record/record_lock.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/template/tokenizer.h"
@@ -40,24 +41,19 @@ void fill(const Notice& notice, const Config& conf, ConfigFile& tokens, Tokenize
 
 }  // namespace
 
-std::string templatePath(const Config& conf, const char* file) {
-  const AsRoot root;
-  std::string own = joined(conf.templates, "/custom/", file);
-  return pathExists(own.c_str()) ? own : joined(conf.templates, "/", file);
-}
-
 std::string adminSettingsFile() {
   return adminFile("admin.conf");
 }
 
 long long secondsSinceLast(const Notice& notice, const ConfigFile& settings) {
-  const long long now = std::time(nullptr);
   long long last = 0;
   static_cast<void>(settings.getValue(notice.stamp, &last));
-  if (last >= 0 && last <= now) return now - last;
-  errorLog("%s: %s is %lld, which is not in the past. Taking it for unset.", settings.getFilename(), notice.stamp,
-           last);
-  return now;
+  const StampAge age = ageOf(last, std::time(nullptr));
+  if (age.isAhead) {
+    errorLog("%s: %s is %lld, which is not in the past. Taking it for unset.", settings.getFilename(), notice.stamp,
+             last);
+  }
+  return age.seconds;
 }
 
 void sendNotice(const Notice& notice, ConfigFile& tokens, const Config& conf) {

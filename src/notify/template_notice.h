@@ -21,10 +21,6 @@ struct Notice {
   const char* stamp;
 };
 
-/// The file of that name among the templates: the administrator's own copy, in their folder "custom", when there is
-/// one.
-std::string templatePath(const Config& conf, const char* file);
-
 /// The file of the administrators' settings, which "nobody" reads and writes.
 std::string adminSettingsFile();
 

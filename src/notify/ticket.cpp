@@ -39,7 +39,7 @@ void fillRecord(ConfigFile& record, const char* subject, const char* message) {
 
 int readAdministrators(ListFile& list) {
   list.setFilename(adminFile("admin.list").c_str());
-  list.setUser(kPanelUser);
+  list.belongsTo(kPanelUser);
   return list.readFile();
 }
 

@@ -1,18 +1,17 @@
 #include "notify/ticket_folder.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <memory>
 #include <vector>
 
 #include "core/config/config.h"
 #include "core/files/private_folder.h"
 #include "core/panel/run_state.h"
+#include "core/tree/folder_reader.h"
 #include "core/tree/safe_walk.h"
 
 namespace zvtaskq {
@@ -32,19 +31,12 @@ std::string middleFolder(int number) {
   return joined(sys_conf->ticketsdir, "/", threeDigits(number / kFolderSize));
 }
 
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
-
 /// Calls `take` with the number that each name in the folder begins with. 0 with errno.
 template <class Take>
 int eachNumber(int folder, Take take) {
-  // Opened anew, because reading moves a descriptor's place, and closing the list would close it.
-  Descriptor copy(sys::openat(folder, ".", O_RDONLY | O_DIRECTORY));
-  const std::unique_ptr<DIR, CloseFolder> names(copy ? ::fdopendir(copy.get()) : nullptr);
+  FolderReader names(folder);
   if (!names) return 0;
-  static_cast<void>(!copy.release());
-  while (const dirent* entry = ::readdir(names.get())) {
+  while (const dirent* entry = names.next()) {
     const std::string_view name = entry->d_name;
     int number = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);

@@ -3,12 +3,9 @@
 #include "core/sys/log.h"
 #include "runner/startup.h"
 
-namespace {
-// In this order: what the configuration has to say while it is read goes out without a time stamp.
-zvtaskq::Config conf("/usr/local/zorvane/conf/zorvane.conf");
-zvtaskq::Log log;
-}  // namespace
-
 int main(int argumentCount, char** arguments) {
+  // In this order: what the configuration has to say while it is read goes out without a time stamp.
+  zvtaskq::Config conf("/usr/local/zorvane/conf/zorvane.conf");
+  const zvtaskq::Log log;
   return zvtaskq::runProgram(argumentCount, arguments, conf);
 }

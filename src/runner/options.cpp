@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "core/config/config.h"
+#include "core/panel/run_state.h"
 #include "core/sys/log.h"
 
 namespace zvtaskq {
@@ -61,7 +62,7 @@ void setup_dash_options(const char* option, Config& conf) {
     std::exit(0);
   }
   if (text.starts_with(kCustomBuildOption)) {
-    conf.customBuild = true;
+    runFlags.customBuild = true;
     debug(1000, "Only processing %s", conf.taskqueuecb.orEmpty());
     return;
   }

@@ -1,6 +1,7 @@
 #include "runner/run.h"
 
 #include "core/config/config.h"
+#include "core/panel/run_state.h"
 #include "core/sys/log.h"
 #include "mail/email.h"
 #include "runner/monitor/service_watch.h"
@@ -35,7 +36,7 @@ void cleanUp() {
 
 void doQueue(const Config& conf) {
   processQueue(conf.taskqueuecb, 0);
-  if (conf.customBuild) return;
+  if (runFlags.customBuild) return;
   process_mail_queue(conf.mailtaskqueue);
   processQueue(conf.taskqueue, 0);
   processQueue(conf.secondTaskQueue, 0);

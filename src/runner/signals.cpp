@@ -10,6 +10,7 @@
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/config_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
@@ -48,8 +49,7 @@ void answerNotedSignals() {
 void process_new_instruction() {
   const std::string path =
       adminFile(joined("task_queue_processes/", std::to_string(::getpid()), "/instructions").c_str());
-  ConfigFile instructions(path.c_str());
-  instructions.setUser(kPanelUser);
+  PanelRecord instructions(path);
   if (!instructions.readFile()) {
     errorLogAndDebug(100, "process_new_instruction: Unable to read %s: %s", path.c_str(),
                      instructions.result.orEmpty());

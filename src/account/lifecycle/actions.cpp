@@ -5,6 +5,7 @@
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/list_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
 
@@ -59,8 +60,7 @@ int rewriteAccessGroup(const Task&) {
 }
 
 int rewriteHeloData(const Task&) {
-  ListFile addresses(adminFile("ip.list").c_str());
-  addresses.setUser(kPanelUser);
+  PanelList addresses(adminFile("ip.list"));
   if (addresses.readFile()) return 1;
   errorLog("ip.list: readFile error: %s", addresses.result.orEmpty());
   return 0;

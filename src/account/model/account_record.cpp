@@ -1,9 +1,5 @@
 #include "account/model/account_record.h"
 
-#include <dirent.h>
-
-#include <memory>
-
 #include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
@@ -13,14 +9,11 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "core/tree/folder_reader.h"
 
 namespace zvtaskq {
 
 namespace {
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
 
 struct TypeName {
   const char* name;
@@ -34,7 +27,7 @@ constexpr TypeName kTypes[] = {
 int readAccount(const char* account, ConfigFile& record) {
   if (!isAccountName(account)) return fail(record.result, "Invalid user name");
   record.setFilename(accountFile(account, "user.conf").c_str());
-  record.setUser(kPanelUser);
+  record.belongsTo(kPanelUser);
   return record.readFile();
 }
 
@@ -55,9 +48,9 @@ AccountType accountTypeOf(const ConfigFile& record) {
 
 int listAccounts(ListFile& names) {
   const AsUser panel(kPanelUser);
-  const std::unique_ptr<DIR, CloseFolder> folder(::opendir(sys_conf->userdata));
+  FolderReader folder(sys_conf->userdata);
   if (!folder) return 0;
-  while (const dirent* entry = ::readdir(folder.get())) {
+  while (const dirent* entry = folder.next()) {
     if (isAccountName(entry->d_name)) names.addElement(entry->d_name);
   }
   return 1;
@@ -77,7 +70,7 @@ int readDomainOwners(ConfigFile& owners) {
 int readDomain(const char* account, const char* domain, ConfigFile& record) {
   if (!isAccountName(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
   record.setFilename(accountFile(account, joined("domains/", domain, ".conf").c_str()).c_str());
-  record.setUser(kPanelUser);
+  record.belongsTo(kPanelUser);
   return record.readFile();
 }
 

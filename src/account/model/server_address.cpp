@@ -6,6 +6,7 @@
 #include "core/panel/system_info.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/identity.h"
 #include "core/text/names.h"
 
@@ -16,8 +17,7 @@ namespace {
 bool isServerAddress(const char* address) {
   if (!isValidIPv4(address)) return false;
   const std::string path = adminFile(joined("ips/", address).c_str());
-  ConfigFile record(path.c_str());
-  record.setUser(kPanelUser);
+  PanelRecord record(path);
   return record.readFile() && record.isValue("status", "server");
 }
 
@@ -25,8 +25,7 @@ bool isServerAddress(const char* address) {
 
 std::string mainServerAddress() {
   const std::string path = adminFile("ip.list");
-  ListFile addresses(path.c_str());
-  addresses.setUser(kPanelUser);
+  PanelList addresses(path);
   if (addresses.readFile()) {
     for (int i = 0; i < addresses.size(); ++i) {
       const char* address = addresses.getElementAt(i);

@@ -41,10 +41,6 @@ Descriptor takeStep(int parent, const char* step, const std::string& path, mode_
 
 }  // namespace
 
-Ids idsOf(const char* user) {
-  return {getUID(user), getGID(user, 0)};
-}
-
 OpenedFolder openHome(const char* user) {
   const passwd* account = user == nullptr ? nullptr : ::getpwnam(user);
   if (account == nullptr) {

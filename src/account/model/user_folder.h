@@ -26,7 +26,4 @@ OpenedFolder openHome(const char* user);
 /// Leaves the process at nobody.
 OpenedFolder openUserFolder(const char* user, OpenedFolder base, const std::vector<std::string>& steps, mode_t mode);
 
-/// The identity an account works under, with its primary group.
-Ids idsOf(const char* user);
-
 }  // namespace zvtaskq

@@ -9,8 +9,8 @@ namespace zvtaskq {
 
 /// The settings, and what follows from them: the log files, the second queue file. Nothing writes the file back.
 ///
-/// A Config can be made before main(), while other objects of the program are not. The logs go where the Config that
-/// was read last says, until it is read again or destroyed; while none is loaded they print on standard output.
+/// The logs go where the Config that was read last says, until it is read again or destroyed; while none is loaded they
+/// print on standard output.
 class Config : public Settings {
  public:
   /// Reads "./conf/zorvane.conf".
@@ -62,10 +62,6 @@ class Config : public Settings {
   Text result;
   /// The last read failed.
   bool error = false;
-  /// The run is to work through the custom-build queue alone. Set from outside; a read leaves it.
-  bool customBuild = false;
-  /// Running backups are to stop at their next step. Outlives a read, as `customBuild` does.
-  bool backupsHalted = false;
 
   /// The log files below `logdir`; null without one.
   Text errorLogFile;

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "core/text/system_result.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

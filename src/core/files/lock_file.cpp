@@ -10,6 +10,7 @@
 #include <ctime>
 #include <string>
 
+#include "core/sys/dates.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
@@ -44,10 +45,10 @@ std::string describe(const std::string& path) {
                 ", euid:", std::to_string(::geteuid()), " egid:", std::to_string(::getegid()));
 }
 
-/// A lock stamped that far in the future was left behind before the clock was put back.
 bool isStale(const struct stat& lock, int maximumAge, long long& age) {
-  age = static_cast<long long>(std::time(nullptr)) - lock.st_ctim.tv_sec;
-  return age > maximumAge || age < -static_cast<long long>(maximumAge);
+  const long long now = std::time(nullptr);
+  age = now - lock.st_ctim.tv_sec;
+  return ageOf(lock.st_ctim.tv_sec, now, maximumAge).seconds > maximumAge;
 }
 
 /// Deletes a stale lock. Several waiters find it at once; the one that holds a `flock` on the very file it found

@@ -31,6 +31,11 @@ Descriptor openRegularFile(const char* path) {
   return file;
 }
 
+Descriptor openRotated(const char* path, const LogMark& mark) {
+  Descriptor rotated = openRegularFile(joined(path, ".1").c_str());
+  return rotated && mark.fits(rotated.get()) ? std::move(rotated) : Descriptor();
+}
+
 SafeFile::SafeFile(const char* path) : path_(path), temporary_(joined(path, ".temp")) {}
 
 int SafeFile::open() {

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/read/log_mark.h"
 #include "core/sys/sys.h"
 #include "core/text/text.h"
 
@@ -15,6 +16,10 @@ namespace zvtaskq {
 /// what was opened is checked afterwards. A link that root made is followed, since an administrator may have moved
 /// the file. Not open (errno says why; EINVAL for what is no regular file) on failure.
 Descriptor openRegularFile(const char* path);
+
+/// Opens "<path>.1", the log at `path` as it was before it was put aside or emptied, when it holds what the mark
+/// stands for; not open otherwise.
+Descriptor openRotated(const char* path, const LogMark& mark);
 
 /// The new content of a file, on its way: written to "<path>.temp", which replaces `path` when everything is safe on
 /// the disk. Runs under the identity it finds. A ".temp" that is never put in place stays where it is.

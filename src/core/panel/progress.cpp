@@ -1,6 +1,5 @@
 #include "core/panel/progress.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,7 +7,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
 
 #include "core/config/config.h"
@@ -17,8 +15,10 @@
 #include "core/panel/run_state.h"
 #include "core/panel/task.h"
 #include "core/record/config_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "core/tree/folder_reader.h"
 
 namespace zvtaskq {
 
@@ -46,10 +46,8 @@ int reportFailure(const char* format, const char* path) {
 void removeFolder(const std::string& path) {
   const Descriptor folder(sys::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
   if (!folder) return;
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::fdopendir(::dup(folder.get())), ::closedir);
-  while (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr) {
-    if (entry->d_name[0] != '.') static_cast<void>(sys::unlinkat(folder.get(), entry->d_name, 0));
-  }
+  FolderReader entries(folder.get());
+  while (const dirent* entry = entries.next()) static_cast<void>(sys::unlinkat(folder.get(), entry->d_name, 0));
   static_cast<void>(sys::unlinkat(AT_FDCWD, path.c_str(), AT_REMOVEDIR));
 }
 
@@ -68,8 +66,7 @@ int makeFolders() {
 
 int writeProcessInfo(const ConfigFile& task) {
   const std::string path = tracker.folder + "/process_info";
-  ConfigFile info(path.c_str());
-  info.setUser(kPanelUser);
+  PanelRecord info(path);
   info.fill(&task);
   // Whoever may look at the progress of a job has no business with its password.
   hidePasswords(info);

@@ -18,6 +18,8 @@ void useConfiguration(const Config* conf);
 bool isDemo();
 
 struct RunFlags {
+  /// The run is to work through the custom-build queue alone.
+  bool customBuild = false;
   /// A queue file is being processed.
   int busy = 0;
   /// An action wants another pass over the queues soon.

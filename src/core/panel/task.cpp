@@ -9,7 +9,7 @@
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "core/text/post_string.h"
-#include "core/text/system_result.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

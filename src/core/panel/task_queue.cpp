@@ -9,7 +9,7 @@
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
-#include "core/text/system_result.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 

@@ -80,7 +80,7 @@ int executeTRPLstdin(Text& command, const char* input1, const char* input2, cons
 }
 
 int executeAsUser(const char* user, Text& command, int maxOutput, int outputFd, int direct) {
-  const Ids ids{getUID(user), getGID(user, 0)};
+  const Ids ids = idsOf(user);
   if (ids.user == kUnknownId || ids.group == kUnknownId) {
     errorLog("executeAsUser(%s): unknown user, not running %s", user == nullptr ? "" : user, command.orEmpty());
     return -1;

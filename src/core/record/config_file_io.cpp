@@ -164,7 +164,7 @@ int ConfigFile::exists() {
   }
   const AsOwner owner(getUser(), getGroup());
   struct stat what {};
-  if (::stat(path, &what) == 0) return 1;
+  if (::stat(path, &what) == 0) return mayBeRead(what) ? 1 : 0;
   debug(3000, "ConfigFile::pathExists:%s: %s", path, std::strerror(errno));
   return 0;
 }

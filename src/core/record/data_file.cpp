@@ -86,14 +86,12 @@ int DataFile::readLines(const char* lockCaller, long long startOffset) {
   {
     const AsOwner owner(ownerUser_, ownerGroup_);
     if (!takeLock(lock, filename_, lockCaller)) return 0;
-    file = openRegularFile(filename_);
-    const int error = errno;
     struct stat what {};
-    if (file && sys::fstat(file.get(), what) == 0) {
+    const int error = openForReading(file, what);
+    if (file) {
       readMtime = what.st_mtim.tv_sec;
       readSize = what.st_size;
-    }
-    if (!file) {
+    } else {
       lock.release();
       addResult(result, "Unable to open ", filename_, " for reading.");
       return fail(result, std::strerror(error));
@@ -115,6 +113,24 @@ int DataFile::readLines(const char* lockCaller, long long startOffset) {
   }
   if (!wasChanged) changed = false;
   return 1;
+}
+
+/// The file and what it is. Not open on failure, whose errno is returned.
+int DataFile::openForReading(Descriptor& file, struct stat& what) const {
+  file = openRegularFile(filename_);
+  if (!file || sys::fstat(file.get(), what) != 0) {
+    file.reset();
+  } else if (!mayBeRead(what)) {
+    file.reset();
+    errno = ENOENT;
+  }
+  return errno;
+}
+
+bool DataFile::mayBeRead(const struct stat& what) const {
+  if (!onlyOwners_ || what.st_uid == 0 || what.st_uid == effectiveIds().user) return true;
+  securityLog("%s belongs to uid %u, not to %s: not read", filename_.orEmpty(), what.st_uid, ownerUser_.orEmpty());
+  return false;
 }
 
 void DataFile::startAt(int fd, LineReader& lines, long long startOffset) const {

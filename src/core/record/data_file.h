@@ -5,12 +5,15 @@
 // that a failure of any step leaves the old file whole.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string_view>
 
 #include "core/text/text.h"
 
 namespace zvtaskq {
 
+class Descriptor;
 class FileLock;
 class LineReader;
 class SafeFile;
@@ -43,6 +46,12 @@ class DataFile {
   const char* getGroup() const { return ownerGroup_; }
   void setUser(const char* user) { ownerUser_ = user; }
   void setGroup(const char* group) { ownerGroup_ = group; }
+  /// `setUser`, for a file whose folder others may create in: one there that belongs neither to the user nor to root
+  /// was planted, and counts as missing, with one security-log line.
+  void belongsTo(const char* user) {
+    setUser(user);
+    onlyOwners_ = true;
+  }
 
   /// Deletes the file under the owner identity. A given path must be the object's own. 1 on success; 0 with the
   /// result "<class>::removeFile(<filename>) filename does not match" or "<b>Error removing <path></b>" and why.
@@ -77,6 +86,9 @@ class DataFile {
   [[nodiscard]] int writeLines(const char* path, const char* lockCaller, long long expectedSize);
   virtual void writeContent(SafeFile& out) const = 0;
 
+  /// Whether a file of that owner may be read, under the owner identity of the moment.
+  bool mayBeRead(const struct stat& what) const;
+
   /// Takes the lock on the file under the owner identity. With `wantReason` a failure adds its reason to the result.
   [[nodiscard]] int lockAs(const char* lockCaller, int wantReason);
 
@@ -94,11 +106,13 @@ class DataFile {
   [[nodiscard]] int checkWritten(SafeFile& file, const char* path, long long expectedSize, bool flushed);
   [[nodiscard]] int putInPlace(SafeFile& file, const char* path);
   void giveToOwner(int fd) const;
+  int openForReading(Descriptor& file, struct stat& what) const;
   void startAt(int fd, LineReader& lines, long long startOffset) const;
 
   Text filename_;
   Text ownerUser_ = Text::copyOf("nobody");
   Text ownerGroup_;
+  bool onlyOwners_ = false;
 };
 
 }  // namespace zvtaskq

@@ -10,7 +10,7 @@
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
-#include "core/text/system_result.h"
+#include "core/text/text.h"
 #include "core/tree/safe_walk.h"
 
 namespace zvtaskq {

@@ -109,6 +109,10 @@ unsigned getGID(const char* name, int fromGroupDatabase) {
   return found == nullptr ? kUnknownId : entry.gr_gid;
 }
 
+Ids idsOf(const char* name) {
+  return {getUID(name), getGID(name, 0)};
+}
+
 std::string getUIDname(unsigned uid) {
   std::vector<char> room(4096);
   passwd entry{};

@@ -29,6 +29,8 @@ unsigned getUID(const char* name);
 /// "root" gives 0; with `fromGroupDatabase` the id of the group of that name, otherwise the primary group of the
 /// account of that name; `kUnknownId` when unknown or null.
 unsigned getGID(const char* name, int fromGroupDatabase);
+/// An account's user id and primary group, each `kUnknownId` when unknown.
+Ids idsOf(const char* name);
 /// The account name of a user id, empty when unknown.
 std::string getUIDname(unsigned uid);
 /// The ids of "nobody", looked up once.

@@ -119,7 +119,7 @@ void writeLog(const LogKind& kind, const char* format, va_list arguments) {
     ::syslog(kind.syslogPriority, "%s", message.c_str());
   } else {
     const KeepIdentity keep;
-    const Ids panel{getUID(kPanelUser), getGID(kPanelUser, 0)};
+    const Ids panel = idsOf(kPanelUser);
     if (panel.user != kUnknownId) static_cast<void>(switchEffective(panel));
     appendToFile(kind, message);
   }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/tables/seeded_hash.h"
+
 namespace zvtaskq {
 
 /// A set of texts that only grows, for millions of them: it keeps 64 bits of each, 16 to 32 bytes a text in all. How
@@ -37,7 +39,7 @@ class IdSet {
   /// 0 is an empty slot.
   std::vector<std::uint64_t> slots_;
   std::size_t count_ = 0;
-  std::uint64_t seed_;
+  SeededHash hash_;
 };
 
 }  // namespace zvtaskq

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/tables/seeded_hash.h"
 #include "core/text/text_pool.h"
 
 namespace zvtaskq {
@@ -17,7 +18,7 @@ class NameTable {
   NameTable();
 
   /// The number of the name, kNone when it is not there.
-  std::uint32_t find(std::string_view name) const { return slots_[slotOf(name, hashOf(name))]; }
+  std::uint32_t find(std::string_view name) const { return slots_[slotOf(name, hash_(name))]; }
   /// The number of the name, which is added when it is not there; kNone when memory is short.
   std::uint32_t add(std::string_view name);
   /// Valid until the table goes.
@@ -31,14 +32,12 @@ class NameTable {
     std::string_view text;
     std::uint64_t hash;
   };
-  std::uint64_t hashOf(std::string_view name) const;
   std::size_t slotOf(std::string_view name, std::uint64_t hash) const;
   void grow();
 
   std::vector<Name> names_;
   std::vector<std::uint32_t> slots_;
-  /// Names come from strangers: without a secret they could be chosen to fall into one place.
-  std::uint64_t secret_;
+  SeededHash hash_;
   std::size_t textSize_ = 0;
   TextPool pool_;
 };

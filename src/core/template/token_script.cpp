@@ -72,10 +72,10 @@ Interpreter interpreterOf(std::string_view script) {
 }
 
 /// Whom a script runs as; `kUnknownId` twice for an unknown user.
-Ids idsOf(const char* user) {
+Ids scriptIds(const char* user) {
   if (realIds().user != 0) return effectiveIds();
   if (user == nullptr) return nobodyIds();
-  const Ids ids{getUID(user), getGID(user, 0)};
+  const Ids ids = idsOf(user);
   return ids.user == kUnknownId || ids.group == kUnknownId ? Ids{kUnknownId, kUnknownId} : ids;
 }
 
@@ -97,7 +97,7 @@ ChildPlan childFor(const ScriptPlan& script, const std::string& path, Ids ids) {
 
 ScriptOutcome runScriptText(const ScriptPlan& plan) {
   ScriptOutcome outcome;
-  const Ids ids = idsOf(plan.user);
+  const Ids ids = scriptIds(plan.user);
   if (ids.user == kUnknownId) {
     errorLog("Unable to run the script of a template: there is no user %s",
              plan.user == nullptr ? "nobody" : plan.user);

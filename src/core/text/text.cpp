@@ -185,4 +185,13 @@ void Text::append(std::string_view more) {
   text_ = grown;
 }
 
+Text& systemResult() {
+  static Text result;
+  return result;
+}
+
+const char* getSysResult() {
+  return systemResult().orEmpty();
+}
+
 }  // namespace zvtaskq

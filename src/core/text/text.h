@@ -174,4 +174,11 @@ template <class... Parts>
   return 0;
 }
 
+/// The text itself. The operations that use it (renameFile, createPath, pushOnTaskQueue) clear it at entry and append
+/// their messages, each followed by "<br>\n".
+Text& systemResult();
+
+/// What the last of these operations said; never null. Valid until the next of them.
+const char* getSysResult();
+
 }  // namespace zvtaskq

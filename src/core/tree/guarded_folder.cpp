@@ -1,11 +1,10 @@
 #include "core/tree/guarded_folder.h"
+#include "core/tree/folder_reader.h"
 
-#include <dirent.h>
 #include <limits.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -85,18 +84,9 @@ Descriptor openGuardedFolder(const char* path) {
 }
 
 int namesIn(int folder, std::vector<std::string>& names) {
-  // A descriptor of its own, so that where the caller's stands does not matter.
-  Descriptor again(sys::openat(folder, ".", O_RDONLY | O_DIRECTORY));
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(again ? ::fdopendir(again.get()) : nullptr, ::closedir);
-  if (stream == nullptr) return 0;
-  // It is the stream's from here on.
-  static_cast<void>(again.release());
-  errno = 0;
-  while (const dirent* entry = ::readdir(stream.get())) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
-  }
-  return errno == 0 ? 1 : 0;
+  FolderReader entries(folder);
+  while (const dirent* entry = entries.next()) names.emplace_back(entry->d_name);
+  return entries && !entries.failed() ? 1 : 0;
 }
 
 }  // namespace zvtaskq

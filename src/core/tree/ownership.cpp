@@ -96,7 +96,7 @@ int giveUnderSecretName(const Gift& gift) {
 }
 
 /// The ids of two names; 0 with an error-log line when one is unknown.
-int idsOf(const char* path, const char* user, const char* group, Ids& ids) {
+int idsFor(const char* path, const char* user, const char* group, Ids& ids) {
   ids.user = getUID(user);
   ids.group = getGID(group, 0);
   if (ids.group == kUnknownId) ids.group = getGID(group, 1);
@@ -143,7 +143,7 @@ int setOwner(const char* path, unsigned uid, unsigned gid, int checkHardLink, in
 int setOwner(const char* path, const char* user, const char* group, int checkHardLink, int secureRename, int mustBeUid,
              int mustBeGid) {
   Ids ids{};
-  if (!idsOf(path, user, group, ids)) return 0;
+  if (!idsFor(path, user, group, ids)) return 0;
   return setOwner(path, ids.user, ids.group, checkHardLink, secureRename, mustBeUid, mustBeGid);
 }
 
@@ -153,12 +153,12 @@ int setOwnerRecursive(const char* path, unsigned uid, unsigned gid) {
 
 int setOwnerRecursive(const char* path, const char* user, const char* group) {
   Ids ids{};
-  return idsOf(path, user, group, ids) ? giveTree(path, ids, false) : 0;
+  return idsFor(path, user, group, ids) ? giveTree(path, ids, false) : 0;
 }
 
 int setOwnerRecursive_secure(const char* path, const char* user, const char* group) {
   Ids ids{};
-  return idsOf(path, user, group, ids) ? giveTree(path, ids, true) : 0;
+  return idsFor(path, user, group, ids) ? giveTree(path, ids, true) : 0;
 }
 
 int copy_dir_permission(const char* from, const char* to, int modeOnly) {

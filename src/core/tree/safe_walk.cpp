@@ -1,12 +1,11 @@
 #include "core/tree/safe_walk.h"
+#include "core/tree/folder_reader.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -125,29 +124,23 @@ class TreeWalk {
   }
 
   int meetContent() {
-    const int copy = ::fcntl(here_.get(), F_DUPFD_CLOEXEC, 0);
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream(copy < 0 ? nullptr : ::fdopendir(copy), ::closedir);
-    if (stream == nullptr) {
-      if (copy >= 0) ::close(copy);
-      return remember();
-    }
+    FolderReader entries(here_.get());
+    if (!entries) return remember();
     for (bool more = true; more;) {
       names_.clear();
-      more = readNames(stream.get());
-      if (errno != 0) remember();
+      more = readNames(entries);
+      if (entries.failed()) remember();
       if (!meetNames()) return 0;
     }
     return 1;
   }
 
-  /// Fills the row of names. False with errno 0 at the end of the folder, and with another on an error.
-  bool readNames(DIR* stream) {
+  /// Fills the row of names. False at the end of the folder, and on an error.
+  bool readNames(FolderReader& entries) {
     while (names_.bytes() < kNamesAtOnce) {
-      errno = 0;
-      const dirent* entry = ::readdir(stream);
+      const dirent* entry = entries.next();
       if (entry == nullptr) return false;
-      const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") names_.add(name);
+      names_.add(entry->d_name);
     }
     return true;
   }

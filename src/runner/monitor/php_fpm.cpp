@@ -1,12 +1,11 @@
 #include "runner/monitor/php_fpm.h"
 
-#include <dirent.h>
 #include <fnmatch.h>
 
-#include <memory>
 #include <string>
 
 #include "core/record/list_file.h"
+#include "core/tree/folder_reader.h"
 
 namespace zvtaskq {
 
@@ -16,18 +15,13 @@ constexpr const char* kUnitFolders[] = {"/etc/systemd/system", "/lib/systemd/sys
 constexpr const char* kScriptFolders[] = {"/etc/init.d"};
 constexpr std::string_view kUnitEnding = ".service";
 
-struct CloseFolder {
-  void operator()(DIR* folder) const { ::closedir(folder); }
-};
-
 bool isPhpFpm(const std::string& name) {
   return ::fnmatch("php-fpm*", name.c_str(), 0) == 0 || ::fnmatch("php*-fpm*", name.c_str(), 0) == 0;
 }
 
 void addFrom(const char* path, bool units, ListFile& services) {
-  const std::unique_ptr<DIR, CloseFolder> folder(::opendir(path));
-  if (!folder) return;
-  while (const dirent* entry = ::readdir(folder.get())) {
+  FolderReader folder(path);
+  while (const dirent* entry = folder.next()) {
     std::string name = entry->d_name;
     if (units && !name.ends_with(kUnitEnding)) continue;
     if (units) name.resize(name.size() - kUnitEnding.size());

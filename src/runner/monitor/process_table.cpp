@@ -1,10 +1,7 @@
 #include "runner/monitor/process_table.h"
 
-#include <dirent.h>
-
 #include <cctype>
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include "core/record/config_file.h"
@@ -13,6 +10,7 @@
 #include "core/sys/privileges.h"
 #include "core/sys/sys.h"
 #include "core/text/text.h"
+#include "core/tree/folder_reader.h"
 
 namespace zvtaskq {
 
@@ -63,16 +61,16 @@ std::string_view nameOf(int proc, const char* pid, char (&buffer)[kStatusRead]) 
 
 int getProcessList(ConfigFile& record) {
   const AsRoot root;
-  const std::unique_ptr<DIR, int (*)(DIR*)> proc(::opendir("/proc"), ::closedir);
+  FolderReader proc("/proc");
   if (!proc) {
     errorLog("Running: Error opening /proc directory");
     return 1;
   }
   char buffer[kStatusRead];
   std::string name, pids;
-  while (const dirent* entry = ::readdir(proc.get())) {
+  while (const dirent* entry = proc.next()) {
     if (!isProcess(*entry)) continue;
-    name = nameOf(::dirfd(proc.get()), entry->d_name, buffer);
+    name = nameOf(proc.descriptor(), entry->d_name, buffer);
     if (name.empty()) continue;
     const char* before = record.getValue(name.c_str());
     pids = joined(before, entry->d_name, " ");

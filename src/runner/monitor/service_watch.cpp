@@ -12,6 +12,7 @@
 #include "core/process/child.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -100,8 +101,7 @@ void doservice(const char* service, const char* verb) {
 
 void checkServices() {
   const std::string path = adminFile("services.status");
-  ConfigFile status(path.c_str());
-  status.setUser(kPanelUser);
+  PanelRecord status(path);
   if (!status.readFile()) errorLog("Unable to open %s", path.c_str());
   ListFile list(nullptr);
   if (!getRunningList(list)) return;

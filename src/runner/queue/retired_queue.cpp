@@ -15,7 +15,6 @@
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
-#include "core/text/system_result.h"
 #include "core/text/text.h"
 #include "runner/queue/handover_lock.h"
 #include "runner/queue/lost_lines.h"

@@ -8,6 +8,7 @@
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/config_file.h"
+#include "core/record/panel_file.h"
 #include "core/record/record_lock.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -48,8 +49,7 @@ int ageOf(long long time) {
 
 void clearOldLoginAttempts() {
   const std::string path = adminFile("login.hist");
-  ConfigFile history(path.c_str());
-  history.setUser(kPanelUser);
+  PanelRecord history(path);
   const RecordLock lock(history);
   if (!history.readFile()) {
     errorLog("Unable to read %s: %s", path.c_str(), history.result.orEmpty());
@@ -62,8 +62,7 @@ void clearOldLoginAttempts() {
 void clearOldPasswordResetRequests() {
   if (!sys_conf->lost_password) return;
   const std::string path = adminFile("lost_password_request.txt");
-  ConfigFile requests(path.c_str());
-  requests.setUser(kPanelUser);
+  PanelRecord requests(path);
   const RecordLock lock(requests);
   if (!requests.readFile()) return;
   dropOld(requests, [&](long long i) { return ageOf(timeOf(requests, i, "time")) > kResetRequestAge; });

@@ -2,6 +2,7 @@
 
 #include "core/panel/panel_paths.h"
 #include "core/record/list_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
 
@@ -16,8 +17,7 @@ int restartWebServer(const Task&) {
 }
 
 int rewriteIps(const Task&) {
-  ListFile addresses(adminFile("ip.list").c_str());
-  addresses.setUser(kPanelUser);
+  PanelList addresses(adminFile("ip.list"));
   if (addresses.readFile()) return 1;
   errorLog("Unable to read ips file: %s", addresses.result.orEmpty());
   return 0;

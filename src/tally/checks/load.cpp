@@ -6,6 +6,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/overrides.h"
 #include "core/panel/system_info.h"
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
@@ -22,8 +23,8 @@ constexpr Notice kNotice{
     "The load of the server is high",
     "load_limit_last_sent",
 };
-constexpr const char* kPreScript = "/scripts/custom/load_spike_notice_pre.sh";
-constexpr const char* kPostScript = "/scripts/custom/load_spike_notice_post.sh";
+constexpr const char* kPreScript = "load_spike_notice_pre.sh";
+constexpr const char* kPostScript = "load_spike_notice_post.sh";
 /// Seconds a script around the notice may take: the check belongs to a run that comes every minute.
 constexpr int kScriptTime = 300;
 constexpr int kListedProcesses = 30;
@@ -93,14 +94,14 @@ void check_system_load(const Config* conf) {
 
   ConfigFile tokens(nullptr);
   putTokens(*conf, load, picked, tokens);
-  const HookAnswer before = executeIfExists(joined(conf->serverpath, kPreScript).c_str(), &tokens, kScriptTime);
+  const HookAnswer before = executeIfExists(hookPath(*conf, kPreScript).c_str(), &tokens, kScriptTime);
   if (before.failed()) {
     errorLog("Tally::check_system_load: Pre script output: %s", before.error.c_str());
     return;
   }
   putListing(tokens);
   sendNotice(kNotice, tokens, *conf);
-  const HookAnswer after = executeIfExists(joined(conf->serverpath, kPostScript).c_str(), &tokens, kScriptTime);
+  const HookAnswer after = executeIfExists(hookPath(*conf, kPostScript).c_str(), &tokens, kScriptTime);
   if (after.failed()) errorLog("Tally::check_system_load: Post script output: %s", after.error.c_str());
 }
 

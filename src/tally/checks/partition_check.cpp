@@ -1,6 +1,7 @@
 #include "tally/checks/partition_check.h"
 
 #include "core/config/config.h"
+#include "core/panel/overrides.h"
 #include "core/panel/partitions.h"
 #include "core/panel/run_state.h"
 #include "core/record/config_file.h"

@@ -9,7 +9,7 @@ namespace zvtaskq {
 
 DiskBreakdown::DiskBreakdown(const char* account) : items_(accountFile(account, "du_breakdown.list").c_str()) {
   items_.keepOrder = true;
-  items_.setUser(kPanelUser);
+  items_.belongsTo(kPanelUser);
 }
 
 void DiskBreakdown::du_detail(long long size, const char* descriptor, bool counted) {

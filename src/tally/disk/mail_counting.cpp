@@ -5,11 +5,10 @@
 #include <string>
 
 #include "core/config/config.h"
-#include "core/files/paths.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/overrides.h"
 #include "core/read/line_reader.h"
 #include "core/sys/log.h"
-#include "core/sys/privileges.h"
 #include "core/sys/sys.h"
 
 namespace zvtaskq {
@@ -17,7 +16,6 @@ namespace zvtaskq {
 namespace {
 
 constexpr const char* kScript = "rotate_email_usage.sh";
-constexpr const char* kScriptFolders[] = {"/scripts/custom/", "/scripts/"};
 constexpr const char* kMounts = "/proc/self/mounts";
 constexpr int kByPartitions = 0, kOnTop = 1, kNotOnTop = 2;
 
@@ -73,14 +71,9 @@ int countEmail(const Config* conf) {
 }
 
 void rotate_email_usage(const Config* conf) {
-  const AsRoot root;
-  for (const char* folder : kScriptFolders) {
-    const std::string script = joined(conf->serverpath, folder, kScript);
-    if (!pathExists(script.c_str())) continue;
-    const HookAnswer answer = executeIfExists(script.c_str(), static_cast<const ConfigFile*>(nullptr));
-    if (answer.failed()) errorLog("error executing %s : %s", script.c_str(), answer.error.c_str());
-    return;
-  }
+  const std::string script = scriptPath(*conf, kScript);
+  const HookAnswer answer = executeIfExists(script.c_str(), static_cast<const ConfigFile*>(nullptr));
+  if (answer.failed()) errorLog("error executing %s : %s", script.c_str(), answer.error.c_str());
 }
 
 }  // namespace zvtaskq

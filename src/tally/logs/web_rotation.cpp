@@ -7,6 +7,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/overrides.h"
 #include "core/panel/run_state.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
@@ -20,7 +21,7 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr const char* kScript = "/scripts/custom/tally_rotation_post.sh";
+constexpr const char* kScript = "tally_rotation_post.sh";
 constexpr const char* kEnding = ".log";
 
 void putAside(int folder, const std::string& folderPath, const std::string& name) {
@@ -49,7 +50,7 @@ void putAllAside(const std::string& folderPath) {
 }
 
 void runScript(const Config& conf, Text& result) {
-  const std::string path = joined(conf.serverpath, kScript);
+  const std::string path = hookPath(conf, kScript);
   const HookAnswer answer = executeIfExists(path.c_str(), std::vector<Variable>());
   if (!answer.failed()) {
     stringCat(result, answer.result);

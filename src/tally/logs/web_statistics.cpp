@@ -8,6 +8,7 @@
 #include "account/model/user_folder.h"
 #include "core/config/config.h"
 #include "core/files/paths.h"
+#include "core/panel/overrides.h"
 #include "core/panel/run_state.h"
 #include "core/process/child.h"
 #include "core/sys/log.h"
@@ -23,7 +24,7 @@ namespace {
 
 constexpr const char* kWebalizer = "/usr/bin/webalizer";
 constexpr const char* kWebalizerSettings = "/etc/webalizer.conf";
-constexpr const char* kAwstatsScripts[] = {"/scripts/custom/awstats_process.sh", "/scripts/awstats_process.sh"};
+constexpr const char* kAwstatsScript = "awstats_process.sh";
 /// Visitors are served from these folders.
 constexpr mode_t kPagesMode = 0755;
 /// Seconds for the log of one day; an account that makes its program hang must not keep the others waiting for long.
@@ -154,14 +155,9 @@ int doWebalizer(const Config* conf, const char* user, const char* domain, const 
 }
 
 int doAwstats(const Config* conf, const char* user, const char* domain, const char* subdomain) {
-  std::string script;
-  for (const char* candidate : kAwstatsScripts) {
-    script = joined(conf->serverpath, candidate);
-    if (pathExists(script.c_str(), PathKind::file)) break;
-    script.clear();
-  }
-  if (script.empty()) {
-    errorLog("Tally::doAwstats: there is no %s%s", conf->serverpath.orEmpty(), kAwstatsScripts[1]);
+  const std::string script = scriptPath(*conf, kAwstatsScript);
+  if (!pathExists(script.c_str(), PathKind::file)) {
+    errorLog("Tally::doAwstats: there is no %s", script.c_str());
     return 0;
   }
   Pages pages;

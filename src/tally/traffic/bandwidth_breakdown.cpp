@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "core/record/config_file.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/tables/id_set.h"
@@ -106,8 +107,8 @@ class Breakdown : public TallyVisitor {
   int dayOf(double second) {
     const auto time = static_cast<std::time_t>(second < 1e15 ? second : 0);
     // One stamp from the future must not end the month.
-    if (time > now_ + kClockSlack) return day_;
-    if (time <= 0 || (time >= dayStart_ && time < dayEnd_)) return day_;
+    if (ageOf(time, now_, kClockSlack).isAhead) return day_;
+    if (time == 0 || (time >= dayStart_ && time < dayEnd_)) return day_;
     std::tm local{};
     if (::localtime_r(&time, &local) == nullptr) return day_;
     day_ = ((local.tm_year + 1900) * kMonth + local.tm_mon + 1) * kMonth + local.tm_mday;

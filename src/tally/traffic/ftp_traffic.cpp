@@ -1,13 +1,11 @@
 #include "tally/traffic/ftp_traffic.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,6 +20,7 @@
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "core/tree/folder_reader.h"
 #include "tally/traffic/tally_file.h"
 #include "tally/traffic/traffic_ledger.h"
 #include "tally/traffic/transfer_line.h"
@@ -104,8 +103,8 @@ class FtpReading {
   void readRotated(const std::string& log) {
     const LogMark mark = ledger_.mark(log);
     if (mark.offset == 0 || fitsNow(log, mark) || fitsNow(joined(log, server_.copyEnding), mark)) return;
-    const Descriptor rotated = openRegularFile(joined(log, ".1").c_str());
-    if (rotated && mark.fits(rotated.get())) readFrom(rotated.get(), mark.offset, log);
+    const Descriptor rotated = openRotated(log.c_str(), mark);
+    if (rotated) readFrom(rotated.get(), mark.offset, log);
     ledger_.setMark(log, {});
   }
 
@@ -211,9 +210,8 @@ class FtpReading {
 std::vector<std::string> proftpdLogs() {
   const AsRoot root;
   std::vector<std::string> logs;
-  const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(kProftpdFolder), ::closedir);
-  if (folder == nullptr) return logs;
-  while (const dirent* entry = ::readdir(folder.get())) {
+  FolderReader folder(kProftpdFolder);
+  while (const dirent* entry = folder.next()) {
     std::string_view name = entry->d_name;
     if (name.ends_with(kProftpd.copyEnding)) name.remove_suffix(std::strlen(kProftpd.copyEnding));
     if (name.ends_with(kProftpdEnding)) logs.push_back(joined(kProftpdFolder, "/", name));

@@ -46,8 +46,8 @@ int billTail(const LogMark& mark, TrafficLedger& ledger) {
   // Not emptied: what is new in it is for the next time.
   if (size < 0 || size >= mark.offset) return 1;
   ledger.setMark(kMarkName, {});
-  const Descriptor copy = openRegularFile(joined(kLog, ".1").c_str());
-  if (copy && mark.fits(copy.get())) static_cast<void>(addFrom(copy.get(), mark.offset, ledger));
+  const Descriptor copy = openRotated(kLog, mark);
+  if (copy) static_cast<void>(addFrom(copy.get(), mark.offset, ledger));
   return ledger.enter();
 }
 

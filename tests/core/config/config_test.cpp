@@ -243,7 +243,6 @@ TEST_F(ConfigTest, DirectsTheLogsForAsLongAsItIsLoaded) {
 
 TEST_F(ConfigTest, AnotherFileReplacesEverythingAndClearsTheFailure) {
   Config config(path("absent.conf").c_str());
-  config.customBuild = true;
   EXPECT_TRUE(config.error);
   EXPECT_EQ(config.result.view().find(joined("Unable to open ", path("absent.conf"), " for reading.<br>\n")), 0U);
 
@@ -260,7 +259,6 @@ TEST_F(ConfigTest, AnotherFileReplacesEverythingAndClearsTheFailure) {
   EXPECT_TRUE(config.userLanguage.isNull());
   EXPECT_TRUE(config.secondTaskQueue.isNull());
   EXPECT_EQ(config.brutecount, 100);
-  EXPECT_TRUE(config.customBuild);
 
   EXPECT_EQ(config.readFile(nullptr, 0, 0), 0);
   EXPECT_TRUE(config.error);

@@ -7,7 +7,7 @@
 
 #include "core/files/paths.h"
 #include "core/record/list_file.h"
-#include "core/text/system_result.h"
+#include "core/text/text.h"
 #include "support/fixtures.h"
 
 using namespace zvtaskq;

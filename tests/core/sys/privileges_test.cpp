@@ -11,10 +11,6 @@ namespace {
 
 using test::LogCapture;
 
-Ids idsOf(const char* user) {
-  return {getUID(user), getGID(user, 0)};
-}
-
 /// Needs root and the panel's user: only a process of root's can take on another identity. Starts, as a step does, at
 /// nobody.
 class Guards : public ::testing::Test {

@@ -1,17 +1,14 @@
 #include "tally/bruteforce/lines/data_paths.h"
 
-#include "core/files/paths.h"
+#include "core/config/config.h"
+#include "core/panel/overrides.h"
 #include "core/panel/panel_paths.h"
-#include "core/sys/identity.h"
-#include "core/sys/privileges.h"
-#include "notify/template_notice.h"
+#include "core/panel/run_state.h"
 
 namespace zvtaskq {
 
 std::string bruteStateFile() {
-  const AsUser panel(kPanelUser);
-  std::string own = adminFile("custom/brute.conf");
-  return pathExists(own.c_str()) ? own : adminFile("brute.conf");
+  return customOrStock(joined(sys_conf->admindir), "brute.conf");
 }
 
 std::string bruteAddressesFile() {

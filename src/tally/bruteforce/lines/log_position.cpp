@@ -1,5 +1,7 @@
 #include "tally/bruteforce/lines/log_position.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "core/record/config_file.h"
@@ -9,7 +11,8 @@ namespace zvtaskq {
 
 namespace {
 constexpr int kStateDebug = 1000;
-}
+constexpr const char* kCheck = "check";
+}  // namespace
 
 int get_last_scan_info(const char* path, const ConfigFile& state, LogPosition& last) {
   last = LogPosition{};
@@ -18,9 +21,13 @@ int get_last_scan_info(const char* path, const ConfigFile& state, LogPosition& l
   ConfigFile record(nullptr);
   record.fillFromPost(kept);
   LogPosition found;
-  if (!record.getValue("size", &found.size) || !record.getValue("position", &found.position)) return 0;
-  static_cast<void>(record.getValue("inode", &found.inode));
-  if (found.size < 0 || found.position < 0 || found.position > found.size) return 0;
+  long long& position = found.mark.offset;
+  if (!record.getValue("size", &found.size) || !record.getValue("position", &position)) return 0;
+  static_cast<void>(record.getValue("inode", &found.mark.inode));
+  static_cast<void>(record.getValue("device", &found.mark.device));
+  // As text: it may be larger than a number of a record.
+  if (const char* check = record.getValue(kCheck)) found.mark.check = std::strtoull(check, nullptr, 16);
+  if (found.size < 0 || position < 0 || position > found.size) return 0;
   last = found;
   return 1;
 }
@@ -34,15 +41,22 @@ int canKeepTrackOf(const char* path) {
 int set_last_scan_info(const char* path, ConfigFile& state, const LogPosition& now) {
   ConfigFile record(nullptr);
   record.setParam("size", now.size);
-  record.setParam("position", now.position);
-  record.setParam("inode", now.inode);
+  record.setParam("position", now.mark.offset);
+  record.setParam("inode", now.mark.inode);
+  record.setParam("device", now.mark.device);
+  char check[24];
+  std::snprintf(check, sizeof check, "%llx", now.mark.check);
+  record.setParam(kCheck, check);
   const Text text = record.createPostString(0);
   return state.setParam(path, text);
 }
 
-LogNews newsOf(const char* path, const LogPosition& last, const struct stat& now) {
+LogNews newsOf(const char* path, const LogPosition& last, const struct stat& now, int fd) {
   const auto size = static_cast<long long>(now.st_size);
-  const bool isAnother = last.inode != 0 && last.inode != now.st_ino;
+  const LogMark& mark = last.mark;
+  // Another program of the panel may have kept the position alone.
+  const bool wasCut = fd >= 0 && mark.check != 0 && mark.offset > 0 && !mark.fits(fd);
+  const bool isAnother = wasCut || (mark.inode != 0 && mark.inode != now.st_ino);
   if (size == last.size && !isAnother) {
     debug(kStateDebug,
           "Tally::scan_log: %s:   cur_size (%lld) == last_size (%lld). Assuming nothing changed. Skipping.", path, size,

@@ -3,6 +3,8 @@
 
 #include <sys/stat.h>
 
+#include "core/read/log_mark.h"
+
 namespace zvtaskq {
 
 class ConfigFile;
@@ -10,10 +12,8 @@ class ConfigFile;
 struct LogPosition {
   /// The size of the log when its end was last seen, in bytes.
   long long size = 0;
-  /// Where the first line begins that has not been read.
-  long long position = 0;
-  /// The file that it was; 0 when that was not kept.
-  unsigned long long inode = 0;
+  /// Where the first line begins that has not been read, and of which file.
+  LogMark mark;
 };
 
 /// What the scan state keeps of the log. 0 when it keeps nothing, or nothing that makes sense; `last` is then that of a
@@ -35,7 +35,8 @@ enum class LogNews {
   /// It is another file, or was cut: to be read from its beginning.
   anew,
 };
-/// Compares the log as it is with what was kept of it, and tells in the debug output.
-LogNews newsOf(const char* path, const LogPosition& last, const struct stat& now);
+/// Compares the log as it is with what was kept of it, and tells in the debug output. Without a descriptor (-1) it goes
+/// by what can be seen from outside; with one a log that was cut and has grown past its old size is seen too.
+LogNews newsOf(const char* path, const LogPosition& last, const struct stat& now, int fd);
 
 }  // namespace zvtaskq

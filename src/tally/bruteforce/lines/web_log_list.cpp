@@ -1,12 +1,9 @@
 #include "tally/bruteforce/lines/web_log_list.h"
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -14,8 +11,10 @@
 #include "core/files/paths.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
+#include "core/sys/dates.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "core/tree/folder_reader.h"
 #include "tally/logs/web_logs.h"
 
 namespace zvtaskq {
@@ -45,21 +44,19 @@ bool fitsRecord(std::string_view path) {
 
 bool isDue(const Config& conf, const ConfigFile& scanState) {
   if (conf.brute_force_scan_apache_logs < kRefreshing) return false;
-  const long long now = std::time(nullptr);
   long long last = 0;
   static_cast<void>(scanState.getValue(kLastRefresh, &last));
-  // A clock that was put back must not stop the refreshing until it has caught up.
-  return last > now || now - last > conf.brute_force_apache_log_list_update_interval * 60LL;
+  return ageOf(last, std::time(nullptr)).seconds > conf.brute_force_apache_log_list_update_interval * 60LL;
 }
 
 void addFolder(const std::string& folder, ConfigFile& scanState) {
   const AsRoot root;
-  const std::unique_ptr<DIR, int (*)(DIR*)> open(::opendir(folder.c_str()), ::closedir);
-  if (open == nullptr) {
+  FolderReader open(folder.c_str());
+  if (!open) {
     errorLog("Tally::get_apache_logs_from_brute_conf: Unable to read %s: %s", folder.c_str(), std::strerror(errno));
     return;
   }
-  while (const dirent* entry = ::readdir(open.get())) {
+  while (const dirent* entry = open.next()) {
     if (!isLogName(entry->d_name)) continue;
     const std::string path = folder + entry->d_name;
     if (!fitsRecord(path) || scanState.existsParam(path.c_str()) || !pathExists(path.c_str(), PathKind::file)) continue;

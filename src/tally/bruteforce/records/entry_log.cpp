@@ -13,9 +13,9 @@
 
 #include "core/config/config.h"
 #include "core/files/lock_file.h"
-#include "core/files/paths.h"
 #include "core/files/safe_file.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/overrides.h"
 #include "core/read/line_reader.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -28,7 +28,7 @@ namespace zvtaskq {
 namespace {
 
 constexpr long long kDay = 86400;
-constexpr const char* kHook = "/scripts/custom/brute_force_clear_log_ip.sh";
+constexpr const char* kHook = "brute_force_clear_log_ip.sh";
 constexpr int kHookTime = 60;
 constexpr std::size_t kBlock = 64UL * 1024;
 
@@ -149,11 +149,8 @@ void tellRemoved(const Trimming& trimming) {
 }
 
 void runHooks(const Config& conf, const std::set<std::string>& addresses) {
-  const std::string hook = joined(conf.serverpath, kHook);
-  {
-    const AsRoot root;
-    if (!pathExists(hook.c_str())) return;
-  }
+  if (!hookExists(conf, kHook)) return;
+  const std::string hook = hookPath(conf, kHook);
   for (const std::string& address : addresses) {
     const HookAnswer answer = executeIfExists(hook.c_str(), {{"value", address}}, kHookTime);
     if (answer.failed()) {

@@ -8,6 +8,7 @@
 
 #include "core/config/config.h"
 #include "core/files/safe_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
@@ -183,8 +184,7 @@ int commitBruteFindings(const Config& conf, BruteFindings& findings, const Spool
 }
 
 int finishBruteJournal(const Config& conf, BruteFiles& files) {
-  ConfigFile journal(bruteJournalFile().c_str());
-  journal.setUser(kPanelUser);
+  PanelRecord journal(bruteJournalFile());
   journal.useLock = false;
   if (!journal.exists()) return 1;
   if (!journal.readFile()) {
@@ -194,8 +194,7 @@ int finishBruteJournal(const Config& conf, BruteFiles& files) {
   BruteFindings findings({});
   SpooledEntries entries;
   entries.path = bruteEntriesSpoolFile();
-  ConfigFile state(bruteStateFile().c_str());
-  state.setUser(kPanelUser);
+  PanelRecord state(bruteStateFile());
   if (!journal.getValue(kTime, &findings.time) || findings.time <= 0) {
     errorLog("%s is no journal of a scan for failed log-ins. Throwing it away.", journal.getFilename());
     removeJournal(entries);

@@ -7,6 +7,7 @@
 
 #include "core/config/config.h"
 #include "core/record/record_lock.h"
+#include "core/sys/dates.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
 
@@ -143,7 +144,7 @@ BruteRecords::BruteRecords(std::string path) : path_(std::move(path)) {
 
 void BruteRecords::startAnew() {
   counts_ = std::make_unique<ConfigFile>(path_.c_str());
-  counts_->setUser(kPanelUser);
+  counts_->belongsTo(kPanelUser);
 }
 
 int BruteRecords::readThere() {
@@ -176,7 +177,7 @@ long long clear_old_brute_entries(const Config& conf, ConfigFile& counts) {
   for (long long i = 0; i < counts.size(); ++i) {
     const long long last = lastEntryIn(counts.getValueAt(i));
     if (last < oldest) removed.push_back(i);
-    if (last <= now + kSlightlyAhead) continue;
+    if (!ageOf(last, now, kSlightlyAhead).isAhead) continue;
     ++ahead;
     ConfigFile pairs(nullptr);
     pairs.fillFromPost(counts.getValueAt(i));
@@ -201,7 +202,9 @@ bool holdsOldBruteEntries(const Config& conf, const ConfigFile& counts) {
   const long long now = std::time(nullptr);
   for (long long i = 0; i < counts.size(); ++i) {
     const long long last = lastEntryIn(counts.getValueAt(i));
-    if (last < now - conf.clear_brute_log_time * kHour || last > now + kSlightlyAhead) return true;
+    if (last < now - conf.clear_brute_log_time * kHour || ageOf(last, now, kSlightlyAhead).isAhead) {
+      return true;
+    }
   }
   return false;
 }

@@ -51,7 +51,7 @@ int takeScanLock(FileLock& lock) {
 }
 
 int readState(ConfigFile& state) {
-  state.setUser(kPanelUser);
+  state.belongsTo(kPanelUser);
   if (!state.exists()) {
     debug(100, "Error reading %s: %s.  Note, it won't exist by default, so this error may be meaningless",
           state.getFilename(), "there is no such file");

@@ -4,12 +4,13 @@
 #include <ctime>
 
 #include "core/config/config.h"
-#include "core/files/paths.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/overrides.h"
 #include "core/record/config_file.h"
+#include "core/record/panel_file.h"
+#include "core/sys/dates.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
-#include "core/sys/privileges.h"
 #include "core/text/post_string.h"
 #include "notify/ticket.h"
 #include "tally/bruteforce/lines/data_paths.h"
@@ -31,10 +32,8 @@ constexpr const char* kLastNotify = "last_notify";
 constexpr int kGeneral = 1;
 
 /// The script's path, empty when it is not there.
-std::string hookPath(const Config& conf, const char* name) {
-  std::string path = joined(conf.serverpath, "/scripts/custom/", name);
-  const AsRoot root;
-  return pathExists(path.c_str()) ? path : std::string();
+std::string hookIfAny(const Config& conf, const char* name) {
+  return hookExists(conf, name) ? hookPath(conf, name) : std::string();
 }
 
 /// A name as it was before it became the key of a record.
@@ -81,7 +80,7 @@ void runHook(const BruteNotices& notices, const BruteKind& kind, const std::stri
 bool isDue(BruteNotices& notices, const char* key, const BruteFigures& figures) {
   const long long now = std::time(nullptr);
   if (figures.lastNotify == 0) return true;
-  if (figures.lastNotify > now && figures.lastNotify != figures.lastEntry) {
+  if (ageOf(figures.lastNotify, now).isAhead && figures.lastNotify != figures.lastEntry) {
     ++notices.ahead;
     return true;
   }
@@ -106,9 +105,9 @@ std::string stamped(const char* record, long long now) {
 
 BruteNotices::BruteNotices(const Config& conf)
     : conf_(conf),
-      preHook_(hookPath(conf, "brute_force_notify_pre.sh")),
-      addressHook_(hookPath(conf, kBruteAddress.hook)),
-      userHook_(hookPath(conf, kBruteUser.hook)) {}
+      preHook_(hookIfAny(conf, "brute_force_notify_pre.sh")),
+      addressHook_(hookIfAny(conf, kBruteAddress.hook)),
+      userHook_(hookIfAny(conf, kBruteUser.hook)) {}
 
 int check_count_for(BruteNotices& notices, ConfigFile& counts, long long index, const BruteKind& kind, long long limit,
                     SkipList& skips) {
@@ -199,8 +198,7 @@ void send(const BruteNotices& notices) {
 
 int tellBruteForce(const Config& conf, BruteFiles& files) {
   if (conf.ip_brutecount == 0 && conf.user_brutecount == 0) return 1;
-  ConfigFile list(bruteSkipFile().c_str());
-  list.setUser(kPanelUser);
+  PanelRecord list(bruteSkipFile());
   // A list that cannot be read skips nobody: better one notice too many.
   if (list.exists() && !list.readFile(1)) {
     errorLog("Error reading %s: %s.", list.getFilename(), list.result.orEmpty());

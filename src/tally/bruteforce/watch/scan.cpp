@@ -170,7 +170,9 @@ int cannotOpen(const char* path, const BruteGroup& group) {
 int leaveEmpty(const char* path, const BruteGroup& group, ConfigFile& state, const struct stat& now) {
   if (group.number != kWebLogs) {
     debug(kScanDebug, "Tally::scan_log: %s:   cur_size is 0 bytes. Ignoring.", path);
-    return set_last_scan_info(path, state, {0, 0, now.st_ino});
+    LogPosition empty;
+    empty.mark.inode = now.st_ino;
+    return set_last_scan_info(path, state, empty);
   }
   debug(kScanDebug,
         "Tally::scan_log: %s:   cur_size is 0 bytes. Apache log: removing from brute.conf (it might be deleted).",
@@ -189,8 +191,11 @@ int statLog(const char* path, struct stat& now) {
   return ::stat(path, &now) == 0 ? 0 : errno;
 }
 
-void readLog(const char* path, int fd, const BruteGroup& group, LogPosition& now, BruteScan& scan) {
-  LogBlocks blocks(fd, now.position);
+/// Reads on from a place. Where it got to: of a file that was cut meanwhile, the beginning of what is written next.
+LogPosition readLog(const char* path, int fd, long long start, const BruteGroup& group, BruteScan& scan) {
+  LogPosition reached;
+  if (::lseek(fd, start, SEEK_SET) < 0) return reached;
+  LogBlocks blocks(fd, start);
   long long count = 0;
   for (std::string_view lines; blocks.next(lines);) {
     const long long before = count;
@@ -202,9 +207,23 @@ void readLog(const char* path, int fd, const BruteGroup& group, LogPosition& now
     if (scan.isFull()) break;
   }
   if (blocks.failed()) errorLog("Error reading %s: %s", path, std::strerror(errno));
-  now.position = blocks.position();
+  reached.mark = LogMark::at(fd, blocks.position());
   // Where the end was met, or where a full scan stopped, so that the next one does not find it unchanged.
-  now.size = scan.isFull() ? blocks.position() : blocks.seen();
+  if (reached.mark.offset == blocks.position()) reached.size = scan.isFull() ? blocks.position() : blocks.seen();
+  return reached;
+}
+
+Descriptor openTail(const char* path, const LogMark& mark) {
+  const AsRoot root;
+  return openRotated(path, mark);
+}
+
+/// What the log still got after the last scan and before it was put aside or emptied. Where the scan got to, should it
+/// be full.
+LogPosition readTail(const char* path, const LogPosition& last, const BruteGroup& group, BruteScan& scan) {
+  if (last.mark.check == 0 || last.mark.offset == 0) return {};
+  const Descriptor tail = openTail(path, last.mark);
+  return tail ? readLog(path, tail.get(), last.mark.offset, group, scan) : LogPosition();
 }
 
 }  // namespace
@@ -217,16 +236,18 @@ int scan_log(const char* path, const BruteGroup& group, ConfigFile& state, Brute
   if (const int error = statLog(path, now); error != 0) {
     return group.number == kWebLogs && error == ENOENT ? leaveEmpty(path, group, state, now) : cannotOpen(path, group);
   }
-  if (newsOf(path, last, now) == LogNews::nothing) return 0;
+  if (newsOf(path, last, now, -1) == LogNews::nothing) return 0;
   const Descriptor log = openLog(path);
   if (!log) return cannotOpen(path, group);
   if (sys::fstat(log.get(), now) != 0) return cannotOpen(path, group);
-  const LogNews news = newsOf(path, last, now);
+  const LogNews news = newsOf(path, last, now, log.get());
   if (news == LogNews::nothing) return 0;
+  if (news != LogNews::more) {
+    const LogPosition tail = readTail(path, last, group, scan);
+    if (scan.isFull() && tail.size > 0) return set_last_scan_info(path, state, tail);
+  }
   if (news == LogNews::empty) return leaveEmpty(path, group, state, now);
-  LogPosition reached{last.size, news == LogNews::anew ? 0 : last.position, now.st_ino};
-  if (::lseek(log.get(), reached.position, SEEK_SET) < 0) return cannotOpen(path, group);
-  readLog(path, log.get(), group, reached, scan);
+  const LogPosition reached = readLog(path, log.get(), news == LogNews::more ? last.mark.offset : 0, group, scan);
   debug(kScanDebug, "Tally::scan_log(conf, %s): DONE", path);
   return set_last_scan_info(path, state, reached);
 }

@@ -7,11 +7,10 @@
 #include <vector>
 
 #include "core/config/config.h"
-#include "core/files/paths.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/overrides.h"
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
-#include "core/sys/privileges.h"
 #include "core/text/names.h"
 
 namespace zvtaskq {
@@ -27,12 +26,6 @@ constexpr std::size_t kMostAtOnce = 1000;
 
 /// When it was blocked, and the address.
 using Block = std::pair<long long, std::string>;
-
-std::string scriptPath(const Config& conf, const char* name) {
-  const AsRoot root;
-  std::string own = joined(conf.serverpath, "/scripts/custom/", name);
-  return pathExists(own.c_str()) ? own : joined(conf.serverpath, "/scripts/", name);
-}
 
 int refuse(const char* why) {
   errorLog("Tally::unblock_bfm_ips error: %s", why);

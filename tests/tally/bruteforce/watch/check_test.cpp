@@ -106,7 +106,7 @@ TEST_F(BruteMonitor, CountsEachFailureOnce) {
 }
 
 TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
-  const std::string whole = failure("bob", "192.0.2.1");
+  const std::string whole = failure("bob", "192.0.2.1"), other = failure("eve", "192.0.2.1");
   const struct {
     const char* name;
     std::function<void()> happens;
@@ -130,16 +130,30 @@ TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
          write(whole + whole + whole);
        },
        11},
+      {"copied with a line more, cut, and grown past it",
+       [&] {
+         write(other);
+         writeText(log_ + ".1", contentOf(log_));
+         write(other + other + other + other + other, std::ios::trunc);
+       },
+       17},
+      {"put aside with a line more",
+       [&] {
+         write(whole);
+         ::rename(log_.c_str(), (log_ + ".1").c_str());
+         write(other);
+       },
+       19},
       {"NUL and CR",
        [&] {
          write(std::string("x\0", 2) + whole);
          write(whole.substr(0, whole.size() - 1) + "\r\n");
        },
-       12},
-      {"a very long line", [&] { write(std::string(3'000'000, 'x') + whole + whole); }, 13},
-      {"a very long line, unfinished", [&] { write(std::string(3'000'000, 'x')); }, 13},
-      {"and its end", [&] { write("\n" + whole); }, 14},
-      {"gone", [&] { ::unlink(log_.c_str()); }, 14},
+       20},
+      {"a very long line", [&] { write(std::string(3'000'000, 'x') + whole + whole); }, 21},
+      {"a very long line, unfinished", [&] { write(std::string(3'000'000, 'x')); }, 21},
+      {"and its end", [&] { write("\n" + whole); }, 22},
+      {"gone", [&] { ::unlink(log_.c_str()); }, 22},
   };
   long long now = kNow;
   for (const auto& step : steps) {

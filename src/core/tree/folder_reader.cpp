@@ -1,0 +1,33 @@
+#include "core/tree/folder_reader.h"
+
+#include <cerrno>
+#include <string_view>
+
+namespace zvtaskq {
+
+namespace {
+constexpr int kForReading = O_RDONLY | O_DIRECTORY | O_NONBLOCK;
+}
+
+FolderReader::FolderReader(const char* path) : FolderReader(Descriptor(sys::open(path, kForReading))) {}
+
+FolderReader::FolderReader(int folder) : FolderReader(Descriptor(sys::openat(folder, ".", kForReading))) {}
+
+FolderReader::FolderReader(Descriptor folder) : entries_(folder ? ::fdopendir(folder.get()) : nullptr) {
+  // It is the stream's from here on.
+  if (entries_) static_cast<void>(folder.release());
+}
+
+const dirent* FolderReader::next() {
+  while (entries_) {
+    errno = 0;
+    const dirent* entry = ::readdir(entries_.get());
+    failed_ = entry == nullptr && errno != 0;
+    if (entry == nullptr) return nullptr;
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") return entry;
+  }
+  return nullptr;
+}
+
+}  // namespace zvtaskq
