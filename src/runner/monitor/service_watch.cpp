@@ -112,7 +112,7 @@ void checkServices() {
       errorLog("%s: '%s' cannot be the name of a service, not watched", path.c_str(), name);
       continue;
     }
-    if (!list.existElement(name)) bringUp(name, list);
+    if (!isListed(list, name)) bringUp(name, list);
   }
 }
 
