@@ -96,6 +96,10 @@ class Queue(PanelTest):
             ("value=x", "executeCommand:invalid action: value=x"),
             ("action=tally&value=x", "executeCommand: can't figure out what to tally for 'action=tally&value=x'"),
             ("action=vacation", "executeCommand: can't figure out what vacation message to do action=vacation"),
+            ("action=vacation&type=domain", "executeCommand: can't figure out what vacation message to do action=vacation&type=domain"),
+            ("action=vacation&type=domain&value=", "executeCommand: can't figure out what vacation message to do action=vacation"),
+            ("action=tally&type=user", "executeCommand: can't figure out what to tally for 'action=tally&type=user'"),
+            ("action=reset&type=user", "executeCommand: can't figure out what reset to do action=reset&type=user"),
             ("action=reset&value=x", "executeCommand: can't figure out what reset to do action=reset&value=x"),
             ("action=update&value=x", "executeCommand: can't figure out what update to do action=update&value=x"),
             ("action=backup&type=x", "type='x' is an unknown type for the backup action"),
@@ -181,6 +185,14 @@ class Monitor(PanelTest):
         self.assertNotIn("sshd", self.log())
         self.run_program()
         self.assertLogged("service named wasn't running, starting it", times=1)
+
+    def test_a_name_longer_than_the_system_keeps(self):
+        self.service("zv-delivery-agent")
+        self.watch(**{"zv-delivery-agent": "ON"})
+        for _ in range(3):
+            self.run_program()
+        self.assertEqual(self.service_calls(), ["zv-delivery-agent start"])
+        self.assertLogged("zv-delivery-agent is watched as zv-delivery-age: ", times=1)
 
     def test_odd_names_and_missing_record(self):
         write(panel.ADMIN + "/services.status", "a;touch /tmp/owned=ON\n-x=ON\n", "zvadmin", 0o600)

@@ -29,12 +29,14 @@ struct ActionWord {
   /// The key whose value stands there; null for the whole line.
   const char* key = nullptr;
   bool debugsToo = false;
+  /// Without a `value` none of the variants says what it is about.
+  bool needsValue = false;
 };
 constexpr const char* kUnknownTally = "executeCommand: can't figure out what to tally for '%s'";
 constexpr ActionWord kActions[] = {
-    {"tally", kUnknownTally},
-    {"quotatally", kUnknownTally},
-    {"bandwidthtally", kUnknownTally},
+    {"tally", kUnknownTally, nullptr, false, true},
+    {"quotatally", kUnknownTally, nullptr, false, true},
+    {"bandwidthtally", kUnknownTally, nullptr, false, true},
     {"syscheck"},
     {"sync"},
     {"cache"},
@@ -47,8 +49,8 @@ constexpr ActionWord kActions[] = {
     {"addspam"},
     {"addoptions"},
     {"restore", "type=%s is an unknown type for the restore action", "type"},
-    {"vacation", "executeCommand: can't figure out what vacation message to do %s"},
-    {"reset", "executeCommand: can't figure out what reset to do %s"},
+    {"vacation", "executeCommand: can't figure out what vacation message to do %s", nullptr, false, true},
+    {"reset", "executeCommand: can't figure out what reset to do %s", nullptr, false, true},
     {"cleanreset"},
     {"notify"},
     {"rewrite", "Unknown rewrite: %s", "value", true},
@@ -104,7 +106,8 @@ void tableAction(const Task& task) {
   if (word == nullptr) return;
   const ActionRow* row = rowFor(task);
   const char* missing = missingFor(task);
-  if (row == nullptr && missing == nullptr) return reportUnknown(*word, task);
+  const bool isAboutNothing = word->needsValue && *task.value() == '\0';
+  if (isAboutNothing || (row == nullptr && missing == nullptr)) return reportUnknown(*word, task);
   if (row != nullptr) set_program_location("%s: %s", printableLine(task.line).c_str(), row->summary);
   if (row == nullptr || row->run(task)) reportMissing(task.line, missing);
 }
