@@ -1,6 +1,5 @@
 #include "runner/startup.h"
 
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,12 +32,7 @@ void shutOutside() {
   useCleanEnvironment();
   keepLimitsForChildren();
   ::umask(077);
-  // The hard limit stays, so that a service started from here can have its core files.
-  rlimit core{};
-  if (::getrlimit(RLIMIT_CORE, &core) != 0) core = {};
-  core.rlim_cur = 0;
-  ::setrlimit(RLIMIT_CORE, &core);
-  ::prctl(PR_SET_DUMPABLE, 0);
+  forbidDumps();
 }
 
 void takeRoot() {

@@ -1,5 +1,7 @@
 """Queue files and the action table."""
+import glob
 import os
+import time
 
 import panel
 from panel import PanelTest, settings, text, write
@@ -17,12 +19,12 @@ class Queue(PanelTest):
         self.assertEqual(text(panel.QUEUE), "action=tally&value=all\n" * 2)
 
     def test_services_coalesce(self):
-        for name in ("named", "exim"):
+        for name in ("named", "exim", "httpd"):
             self.service(name)
-        self.queue("action=named&value=reload", "action=exim&value=bogus", "action=named&value=restart", "action=rewrite&value=z",
+        self.queue("action=httpd&value=start", "action=httpd&value=reload", "action=named&value=reload", "action=exim&value=bogus", "action=named&value=restart", "action=rewrite&value=z",
                    "action=named&value=reload")
         self.run_program()
-        self.assertEqual(self.service_calls(), ["named restart"])
+        self.assertEqual(self.service_calls(), ["httpd start", "named restart"])
         self.assertLogged("Invalid action in: action=exim&value=bogus")
         self.assertLogged("named restarted", "system")
         self.assertLess(self.log().index("Unknown rewrite: z"), self.log().index("Invalid action in"))
@@ -45,13 +47,16 @@ class Queue(PanelTest):
         self.assertLogged("named stoped", "system")
 
     def test_web_server_takes_php_along(self):
-        for name in ("httpd", "php-fpm74"):
+        for name in ("httpd", "nginx", "litespeed", "named", "php-fpm74"):
             self.service(name)
-        self.queue("action=httpd&value=restart")
-        self.run_program()
-        self.queue("action=httpd&value=stop")
-        self.run_program()
-        self.assertEqual(self.service_calls(), ["httpd restart", "php-fpm74 graceful", "httpd stop", "php-fpm74 stop"])
+        for name in ("httpd", "nginx", "litespeed", "named"):
+            for verb in ("start", "reload", "stop"):
+                self.queue("action=%s&value=%s" % (name, verb))
+                self.run_program()
+        follows = [("start", "graceful"), ("reload", "graceful"), ("stop", "stop")]
+        want = ["%s %s" % step for name in ("httpd", "nginx", "litespeed")
+                for verb, php in follows for step in ((name, verb), ("php-fpm74", php))]
+        self.assertEqual(self.service_calls(), want + ["named start", "named reload", "named stop"])
 
     def test_a_service_script_that_hangs(self):
         """It is waited for no longer, and lives on with what it started."""
@@ -67,10 +72,17 @@ class Queue(PanelTest):
     def test_under_systemd(self):
         panel.panel_do("recordSystemctl", self.calls)
         settings(systemd=1)
-        self.queue("action=named&value=reload")
+        unit = "/etc/systemd/system/php9.9-fpm.service"
+        write(unit, "")
+        self.addCleanup(os.unlink, unit)
+        self.queue("action=named&value=reload", "action=nginx&value=stop", "action=nginx&value=reload")
         self.run_program()
         # The recorder starts nothing, so the name server is found missing and restarted.
-        self.assertEqual(self.service_calls(), ["reload named.service", "restart named.service"])
+        self.assertEqual(self.service_calls(), ["reload named.service", "restart named.service", "stop nginx.service",
+                                                "stop php9.9-fpm.service"])
+        self.queue("action=nginx&value=restart")
+        self.run_program()
+        self.assertEqual(self.service_calls()[4:], ["restart nginx.service", "reload php9.9-fpm.service"] * 2)
 
     def test_rewriting_of_follow_up_lines(self):
         for rules, want in [
@@ -177,14 +189,31 @@ class Monitor(PanelTest):
     def test_watch(self):
         self.service("named")
         self.service("exim", comes_up=False)
-        self.watch(named="on", exim="ON", sshd="OFF")
+        self.service("mysqld")
+        self.service("proftpd")
+        self.watch(named="on", exim="ON", sshd="OFF", mysqld="off", proftpd="")
         self.run_program()
-        self.assertEqual(self.service_calls(), ["exim start", "exim restart", "named start"])
+        self.assertEqual(self.service_calls(), ["exim start", "exim restart", "mysqld start", "named start", "proftpd start"])
         self.assertLogged("service named wasn't running, starting it", times=1)
         self.assertLogged("service exim didn't start, re-starting it", times=1)
         self.assertNotIn("sshd", self.log())
         self.run_program()
         self.assertLogged("service named wasn't running, starting it", times=1)
+
+    def test_each_attempt_is_given_its_time(self):
+        """Five seconds after each; and a restart that helped is nothing to tell the administrators of."""
+        self.service("named")
+        script = text("/etc/init.d/named").replace("$1\" >>", "$1 $(date +%s%N)\" >>").replace("start|restart)", "restart)")
+        write("/etc/init.d/named", script, mode=0o755)
+        self.watch(named="ON")
+        self.run_program()
+        end = time.time_ns()
+        calls = [line.rsplit(" ", 1) for line in self.service_calls()]
+        self.assertEqual([call for call, _ in calls], ["named start", "named restart"])
+        started, restarted = (int(when) for _, when in calls)
+        self.assertGreaterEqual(restarted - started, 5e9)
+        self.assertGreaterEqual(end - restarted, 5e9)
+        self.assertEqual(glob.glob(panel.PANEL + "/data/tickets/*/*"), [])
 
     def test_a_name_longer_than_the_system_keeps(self):
         self.service("zv-delivery-agent")

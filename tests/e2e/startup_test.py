@@ -94,6 +94,12 @@ class Startup(PanelTest):
         """What even a plain run prints: a limit that this machine does not let anybody raise."""
         return "Error with setrlimit: Operation not permitted\n" if "setrlimit" in self.log() else ""
 
+    def test_nobody_listens(self):
+        """A reader of what is printed that goes away takes nothing with it."""
+        self.queue("action=rewrite&value=early", "action=rewrite&value=late")
+        shell("%s d4000 | head -c 1 >/dev/null; exit ${PIPESTATUS[0]}" % panel.PROGRAM)
+        self.assertLogged("Unknown rewrite: late")
+
     def test_nothing_from_outside_matters(self):
         report = "/tmp/child.report"
         write("/etc/init.d/sshd", "#!/bin/sh\n{ umask; ulimit -Sc; ulimit -Sn; env; ls -l /proc/$$/fd; cat /proc/$$/status; } > %s 2>&1\n"

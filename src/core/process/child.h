@@ -123,6 +123,10 @@ class Child {
 /// before they are changed.
 void keepLimitsForChildren();
 
+/// Makes this process one that leaves no core file and that no other of its ids may look into. The hard limit of core
+/// files stays, so that a service started from here can have them.
+void forbidDumps();
+
 /// Start and finish in one.
 [[nodiscard]] ChildResult runChild(const ChildPlan& plan);
 

@@ -1,6 +1,7 @@
 #include "core/process/child.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -128,6 +129,14 @@ void keepLimitsForChildren() {
   for (KeptLimit& kept : keptLimits) {
     limitsAreKept = limitsAreKept && ::getrlimit(static_cast<__rlimit_resource_t>(kept.resource), &kept.value) == 0;
   }
+}
+
+void forbidDumps() {
+  rlimit core{};
+  if (::getrlimit(RLIMIT_CORE, &core) != 0) core = {};
+  core.rlim_cur = 0;
+  ::setrlimit(RLIMIT_CORE, &core);
+  ::prctl(PR_SET_DUMPABLE, 0);
 }
 
 pid_t launchChild(const ChildLaunch& launch) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -185,7 +186,7 @@ TEST(Child, DoesNotRunAsAnybodyElse) {
 
 TEST(Child, InheritsNothing) {
   const LogCapture logs;
-  const int left = ::open("/dev/null", O_RDONLY);
+  const int left = ::open("/dev/null", O_RDONLY), far = ::fcntl(left, F_DUPFD, 90);
   ::signal(SIGPIPE, SIG_IGN);
   ::signal(SIGUSR1, SIG_IGN);
   sigset_t blocked, before;
@@ -203,6 +204,7 @@ TEST(Child, InheritsNothing) {
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
   ::signal(SIGUSR1, SIG_DFL);
   ::close(left);
+  ::close(far);
 
   EXPECT_EQ(statusLine(status, "SigIgn"), "0000000000000000");
   EXPECT_EQ(statusLine(status, "SigBlk"), "0000000000000000");
@@ -216,6 +218,35 @@ TEST(Child, InheritsNothing) {
   // The shell itself adds PWD.
   EXPECT_EQ(lines, (std::vector<std::string>{"HOME", "LANG", "LOGNAME", "PATH", "PWD", "SHELL", "USER"}));
   EXPECT_NE(environment.find("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n"), std::string::npos);
+}
+
+TEST(Child, IsAtHomeWhereItsUserIs) {
+  if (!isRoot()) GTEST_SKIP() << "needs root";
+  const struct {
+    Ids identity;
+    const char* want;
+  } cases[] = {{kRootIds, "/root root root\n"},
+               {{getUID("mail"), getGID("mail", 0)}, "/var/mail mail mail\n"},
+               {{4242, 4242}, "/ 4242 4242\n"}};
+  for (const auto& c : cases) EXPECT_EQ(outputOf("echo $HOME $USER $LOGNAME", c.identity), c.want);
+  EXPECT_EQ(outputOf("echo $USER"), "root\n");
+  ASSERT_TRUE(switchEffective(nobodyIds()));
+  EXPECT_EQ(outputOf("echo $USER"), "nobody\n");
+  ASSERT_TRUE(switchEffective(kRootIds));
+}
+
+TEST(Process, LeavesNoCoreAndIsLookedIntoByNobody) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    rlimit before{}, after{};
+    ::prctl(PR_SET_DUMPABLE, 1);
+    ::getrlimit(RLIMIT_CORE, &before);
+    forbidDumps();
+    ::getrlimit(RLIMIT_CORE, &after);
+    ::_exit(::prctl(PR_GET_DUMPABLE) == 0 && after.rlim_cur == 0 && after.rlim_max == before.rlim_max ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(do_waitpid(pid, status, "test"), 0);
 }
 
 TEST(Child, OfACleanedProcessIsClean) {
