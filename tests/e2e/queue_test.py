@@ -165,7 +165,7 @@ class Queue(PanelTest):
     def test_no_message_shows_a_password(self):
         panel.panel_do("addAccount", "boss", "admin", "root", "boss.example")
         settings(track_task_queue_processes=2, pipe_log=panel.LOGS + "/pipe.log")
-        secret = "&ftp_password=hunter2&ftp%5Fpassword=hunter2"
+        secret = "&ftp_password=swordfish&ftp%5Fpassword=swordfish"
         rows = ["", "action=tally", "action=update", "action=backup&type=admin&owner=boss", "action=restore&type=x", "action=sync",
                 "action=named&value=x", "action=ipswap", "action=vacation", "action=reset", "action=restore&type=admin&owner=boss"]
         self.queue(*[row + secret for row in rows])
@@ -174,7 +174,7 @@ class Queue(PanelTest):
         self.assertIn("zvtaskq: command: action=update&ftp_password=&ftp%5Fpassword=\n", shown)
         self.assertIn("Program Location: action=backup&type=admin&owner=boss&ftp_password=", shown)
         self.assertLogged("not available in this build", times=3)
-        self.assertNotIn("hunter2", shown + "".join(self.log(name) for name in ("errortaskq", "error", "system", "security")))
+        self.assertNotIn("swordfish", shown + "".join(self.log(name) for name in ("errortaskq", "error", "system", "security")))
 
     def test_nothing_in_a_line_forges_a_log_line(self):
         self.queue("action=rewrite&value=x%0A2026:01:01-00:00:00: forged%1B%5B31m")
