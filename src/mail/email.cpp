@@ -63,46 +63,46 @@ int Email::disableVacation(const char* mailbox, const char* domain) const {
   return 1;
 }
 
-int Email::deleteTexts(const ListFile& mailboxes, const char* domain) const {
+int Email::deleteTexts(const char* mailbox, const char* domain) const {
+  if (!isMailName(mailbox)) return 1;
   const AsUser mail(kMailUser);
   const FailScope scope("vacation");
   const Descriptor folder = openReplies(domain);
   if (!folder) return errno == ENOENT ? 1 : tellFailure("open", "reply", domain);
   int deleted = 1;
-  for (int i = 0; i < mailboxes.size(); ++i) {
-    if (!isMailName(mailboxes.getElementAt(i))) continue;
-    for (const char* suffix : kTexts) {
-      const std::string name = joined(mailboxes.getElementAt(i), suffix);
-      if (sys::unlinkat(folder.get(), name.c_str(), 0) == 0 || errno == ENOENT) continue;
-      deleted = tellFailure("delete", name, domain);
-    }
+  for (const char* suffix : kTexts) {
+    const std::string name = joined(mailbox, suffix);
+    if (sys::unlinkat(folder.get(), name.c_str(), 0) == 0 || errno == ENOENT) continue;
+    deleted = tellFailure("delete", name, domain);
   }
   return deleted;
 }
 
-int Email::dropEntries(const ListFile& mailboxes, const char* domain) const {
+int Email::removeVacations(const ListFile& mailboxes, const char* domain, const IsOver& isOver) const {
+  if (isDemo()) return 1;
+  if (!isMailName(domain)) return 0;
   MailRecord vacations(vacationFile(domain).c_str());
+  // Held over all of it: who extends a vacation under the lock either comes first, and is seen here, or finds it gone.
   const RecordLock lock(vacations);
   if (!vacations.read()) {
     errorLog("Can't read %s: %s", vacations.getFilename(), vacations.result.orEmpty());
     return 0;
   }
-  ListFile dropped(nullptr);
-  dropped.fill(&mailboxes);
-  for (long long i = 0; i < vacations.size(); ++i) {
-    if (dropped.existElement(vacations.getNameAt(i))) vacations.deleteParamAt(i);
+  int removed = 1;
+  for (int i = 0; i < mailboxes.size(); ++i) {
+    const char* mailbox = mailboxes.getElementAt(i);
+    const char* window = vacations.getValue(mailbox);
+    if (isOver && (window == nullptr || !isOver(mailbox, window))) continue;
+    // The entry goes last: what is left of an interrupted removal is then found again.
+    if (deleteTexts(mailbox, domain)) {
+      vacations.deleteParam(mailbox);
+    } else {
+      removed = 0;
+    }
   }
-  vacations.shift_down_and_count();
-  if (vacations.writeFile()) return 1;
+  if (vacations.writeFile()) return removed;
   errorLog("Unable to write %s: %s", vacations.getFilename(), vacations.result.orEmpty());
   return 0;
-}
-
-int Email::removeVacations(const ListFile& mailboxes, const char* domain) const {
-  if (isDemo()) return 1;
-  if (!isMailName(domain)) return 0;
-  // The entry goes last: what is left of an interrupted removal is then found again.
-  return deleteTexts(mailboxes, domain) && dropEntries(mailboxes, domain) ? 1 : 0;
 }
 
 }  // namespace zvtaskq

@@ -1,6 +1,7 @@
 // The mail side of the accounts: vacation messages of mailboxes, and what the mail server has blocked.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace zvtaskq {
@@ -25,8 +26,11 @@ class Email {
   int activateVacation(const char* mailbox, const char* domain) const;
   /// Switches it off. Of two texts the one that was on counts. Returns 1 always.
   int disableVacation(const char* mailbox, const char* domain) const;
-  /// Deletes both texts of each mailbox, and its entry in "vacation.conf". 0 when any of it failed; the rest is done.
-  int removeVacations(const ListFile& mailboxes, const char* domain) const;
+  /// Says of a mailbox and its entry in "vacation.conf", as it stands now, whether its vacation is over.
+  using IsOver = std::function<bool(const char* mailbox, const char* window)>;
+  /// Deletes both texts of each mailbox, and its entry in "vacation.conf", under the lock on that. With `isOver` only
+  /// of those of which it says so then. 0 when any of it failed; the rest is done.
+  int removeVacations(const ListFile& mailboxes, const char* domain, const IsOver& isOver = nullptr) const;
 
   /// Lifts what has been on a block list of the mail server for more than `block_cracking_unblock_minutes`: the
   /// accounts that were cracked (`blockType` 0), or the paths of abusive scripts (1). Entries without a time stay.
@@ -34,8 +38,7 @@ class Email {
 
  private:
   void moveText(const char* mailbox, const char* domain, const char* from, const char* to) const;
-  int deleteTexts(const ListFile& mailboxes, const char* domain) const;
-  int dropEntries(const ListFile& mailboxes, const char* domain) const;
+  int deleteTexts(const char* mailbox, const char* domain) const;
   /// Returns 0.
   int tellFailure(const char* what, const std::string& file, const char* domain) const;
 

@@ -145,8 +145,12 @@ void VacationWatch::checkDomain(const char* domain, const char* owner) const {
         break;
     }
   }
-  // All at once: one by one, "vacation.conf" would be written anew for every mailbox in it.
-  if (over.size() > 0) email.removeVacations(over, domain);
+  // All at once: one by one, "vacation.conf" would be written anew for every mailbox in it. Somebody may have come back
+  // to one of them meanwhile, so each is looked at again under the lock.
+  if (over.size() == 0) return;
+  email.removeVacations(over, domain, [&](const char* mailbox, const char* window) {
+    return stepFor(domain, mailbox, window, std::time(nullptr)) == VacationStep::remove;
+  });
 }
 
 }  // namespace zvtaskq

@@ -15,7 +15,8 @@ namespace zvtaskq {
 
 namespace {
 constexpr std::time_t kStaleAge = 2700;
-}
+constexpr mode_t kMode = 0644;
+}  // namespace
 
 PidFile::PidFile(bool systemd) : path_(std::string(systemd ? "/run/" : "/var/run/") + "zvtaskq" + ".pid") {}
 
@@ -27,9 +28,10 @@ void PidFile::removeStale() const {
 }
 
 int PidFile::write() const {
-  const Descriptor file(sys::open(path(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK, 0644));
+  const Descriptor file(sys::open(path(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK, kMode));
   const std::string text = std::to_string(::getpid()) + "\n";
-  if (file && sys::writeAll(file.get(), text) == text.size()) {
+  // Others read it, whatever the umask of this process.
+  if (file && sys::fchmod(file.get(), kMode) == 0 && sys::writeAll(file.get(), text) == text.size()) {
     debug(200, "pidfile written");
     return 1;
   }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "core/panel/run_state.h"
+#include "core/panel/task.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
@@ -27,9 +28,9 @@ void guarded(const char* line, CarryOut carryOut) {
   try {
     carryOut();
   } catch (const std::exception& error) {
-    errorLog("%s: %s", line, error.what());
+    errorLog("%s: %s", printableLine(line).c_str(), error.what());
   } catch (...) {
-    errorLog("%s: unknown exception", line);
+    errorLog("%s: unknown exception", printableLine(line).c_str());
   }
   setNoPriv();
 }

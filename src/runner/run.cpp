@@ -1,6 +1,7 @@
 #include "runner/run.h"
 
 #include "core/config/config.h"
+#include "core/panel/marks.h"
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"
 #include "mail/email.h"
@@ -10,6 +11,7 @@
 #include "tally/bruteforce/watch/check.h"
 #include "tally/checks/load.h"
 #include "tally/checks/partition_check.h"
+#include "tally/logs/panel_logs.h"
 
 namespace zvtaskq {
 
@@ -30,6 +32,8 @@ void cleanUp() {
   clearOldLoginAttempts();
   clear_old_blacklisted_ips();
   clearOldPasswordResetRequests();
+  // Where no tally runs, nobody else would.
+  if (isDueAgain(kPanelLogsMark)) rotatePanelLogs(sys_conf);
 }
 
 }  // namespace

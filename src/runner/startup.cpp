@@ -1,6 +1,5 @@
 #include "runner/startup.h"
 
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +10,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
+#include "core/process/child.h"
 #include "core/sys/environment.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -30,10 +30,9 @@ constexpr rlim_t kOpenFiles = 65535;
 /// Nothing of what the caller left behind may matter, and nothing of a root process may be left behind in turn.
 void shutOutside() {
   useCleanEnvironment();
+  keepLimitsForChildren();
   ::umask(077);
-  const rlimit noCore{0, 0};
-  ::setrlimit(RLIMIT_CORE, &noCore);
-  ::prctl(PR_SET_DUMPABLE, 0);
+  forbidDumps();
 }
 
 void takeRoot() {
@@ -87,9 +86,18 @@ int redirectInput() {
   return 0;
 }
 
+Descriptor openPipeLog(const char* path) {
+  constexpr mode_t mode = 0640;
+  constexpr int flags = O_RDWR | O_APPEND | O_NONBLOCK;
+  Descriptor made(sys::open(path, flags | O_CREAT | O_EXCL, mode));
+  // What the umask of this process took away. One that is there keeps its mode.
+  if (made) return sys::fchmod(made.get(), mode) == 0 ? std::move(made) : Descriptor();
+  return Descriptor(sys::open(path, flags | O_CREAT, mode));
+}
+
 int redirectOutput(const Config& conf) {
   std::fflush(stdout);
-  const Descriptor pipeLog(sys::open(conf.pipe_log, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK, 0640));
+  const Descriptor pipeLog = openPipeLog(conf.pipe_log);
   if (!pipeLog) {
     errorLogAndDebug(100, "failed to open pipe log %s: %s", conf.pipe_log.orEmpty(), std::strerror(errno));
     return 0;

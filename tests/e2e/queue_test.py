@@ -1,5 +1,7 @@
 """Queue files and the action table."""
+import glob
 import os
+import time
 
 import panel
 from panel import PanelTest, settings, text, write
@@ -24,12 +26,12 @@ class Queue(PanelTest):
                          [panel.QUEUE + ".cb", panel.MAIL_QUEUE, panel.QUEUE, panel.QUEUE + ".zv"])
 
     def test_services_coalesce(self):
-        for name in ("named", "exim"):
+        for name in ("named", "exim", "httpd"):
             self.service(name)
-        self.queue("action=named&value=reload", "action=exim&value=bogus", "action=named&value=restart", "action=rewrite&value=z",
+        self.queue("action=httpd&value=start", "action=httpd&value=reload", "action=named&value=reload", "action=exim&value=bogus", "action=named&value=restart", "action=rewrite&value=z",
                    "action=named&value=reload")
         self.run_program()
-        self.assertEqual(self.service_calls(), ["named restart"])
+        self.assertEqual(self.service_calls(), ["httpd start", "named restart"])
         self.assertLogged("Invalid action in: action=exim&value=bogus")
         self.assertLogged("named restarted", "system")
         self.assertLess(self.log().index("Unknown rewrite: z"), self.log().index("Invalid action in"))
@@ -52,21 +54,42 @@ class Queue(PanelTest):
         self.assertLogged("named stoped", "system")
 
     def test_web_server_takes_php_along(self):
-        for name in ("httpd", "php-fpm74"):
+        for name in ("httpd", "nginx", "litespeed", "named", "php-fpm74"):
             self.service(name)
-        self.queue("action=httpd&value=restart")
-        self.run_program()
-        self.queue("action=httpd&value=stop")
-        self.run_program()
-        self.assertEqual(self.service_calls(), ["httpd restart", "php-fpm74 graceful", "httpd stop", "php-fpm74 stop"])
+        for name in ("httpd", "nginx", "litespeed", "named"):
+            for verb in ("start", "reload", "stop"):
+                self.queue("action=%s&value=%s" % (name, verb))
+                self.run_program()
+        follows = [("start", "graceful"), ("reload", "graceful"), ("stop", "stop")]
+        want = ["%s %s" % step for name in ("httpd", "nginx", "litespeed")
+                for verb, php in follows for step in ((name, verb), ("php-fpm74", php))]
+        self.assertEqual(self.service_calls(), want + ["named start", "named reload", "named stop"])
+
+    def test_a_service_script_that_hangs(self):
+        """It is waited for no longer, and lives on with what it started."""
+        write("/etc/init.d/sshd", "#!/bin/sh\nsleep 4; echo over >> %s\n" % self.calls, mode=0o755)
+        self.addCleanup(os.unlink, "/etc/init.d/sshd")
+        self.queue("action=sshd&value=stop", "action=rewrite&value=z")
+        self.run_program(env={"ZVTASKQ_FAIL": "service.patience:EIO"})
+        self.assertLogged("Time limit of 2 seconds is over: not waiting for pid ", times=1)
+        self.assertLogged("Error stoping service sshd : uid 0 gid 0 : /sbin/service sshd stop ", times=1)
+        self.assertEqual(self.service_calls(), [])
+        panel.shell("for i in $(seq 100); do grep -q over %s && exit 0; sleep 0.1; done; exit 1" % self.calls)
 
     def test_under_systemd(self):
         panel.panel_do("recordSystemctl", self.calls)
         settings(systemd=1)
-        self.queue("action=named&value=reload")
+        unit = "/etc/systemd/system/php9.9-fpm.service"
+        write(unit, "")
+        self.addCleanup(os.unlink, unit)
+        self.queue("action=named&value=reload", "action=nginx&value=stop", "action=nginx&value=reload")
         self.run_program()
         # The recorder starts nothing, so the name server is found missing and restarted.
-        self.assertEqual(self.service_calls(), ["reload named.service", "restart named.service"])
+        self.assertEqual(self.service_calls(), ["reload named.service", "restart named.service", "stop nginx.service",
+                                                "stop php9.9-fpm.service"])
+        self.queue("action=nginx&value=restart")
+        self.run_program()
+        self.assertEqual(self.service_calls()[4:], ["restart nginx.service", "reload php9.9-fpm.service"] * 2)
 
     def test_rewriting_of_follow_up_lines(self):
         for rules, want in [
@@ -92,6 +115,10 @@ class Queue(PanelTest):
             ("value=x", "executeCommand:invalid action: value=x"),
             ("action=tally&value=x", "executeCommand: can't figure out what to tally for 'action=tally&value=x'"),
             ("action=vacation", "executeCommand: can't figure out what vacation message to do action=vacation"),
+            ("action=vacation&type=domain", "executeCommand: can't figure out what vacation message to do action=vacation&type=domain"),
+            ("action=vacation&type=domain&value=", "executeCommand: can't figure out what vacation message to do action=vacation"),
+            ("action=tally&type=user", "executeCommand: can't figure out what to tally for 'action=tally&type=user'"),
+            ("action=reset&type=user", "executeCommand: can't figure out what reset to do action=reset&type=user"),
             ("action=reset&value=x", "executeCommand: can't figure out what reset to do action=reset&value=x"),
             ("action=update&value=x", "executeCommand: can't figure out what update to do action=update&value=x"),
             ("action=backup&type=x", "type='x' is an unknown type for the backup action"),
@@ -101,7 +128,7 @@ class Queue(PanelTest):
             ("action=backup&type=reseller&owner=ghost", "Cannot read data for Reseller ghost : "),
             ("action=restore&type=admin&owner=ghost", "Cannot read data for Admin ghost : "),
             ("action=backup&type=sitebackup&value=odd", "SiteBackup: User odd has unknown user type! : "),
-            ("action=backup&type=sitebackup&value=bob&select0=database",
+            ("action=backup&type=sitebackup&value=bob&select0=database&database_data_aware=0",
              "*** WARNING:  A backup cron was created, that does not contain database_aware=yes"),
             ("action=delete&value=account&requestedby=bob", "Account bob tried to delete some accounts, but does not have"),
             ("action=delete&value=account&requestedby=boss", "Account boss tried to delete some accounts, but did not specify"),
@@ -122,9 +149,12 @@ class Queue(PanelTest):
             self.run_program()
             self.assertLogged(want)
         write(panel.LOGS + "/errortaskq.log", "", "zvadmin")
-        self.queue("action=foo", "action=ipswap")
+        self.queue("action=foo", "action=ipswap", "action=convert&value=unifiedftp&simulate=off",
+                   "action=backup&type=sitebackup&value=bob&select0=email&email_data_aware=yes")
         self.run_program()
         self.assertNotIn("foo", self.log())
+        self.assertNotIn("email_aware", self.log())
+        self.assertLogged("Converting to unified ftp password file", "system", times=1)
 
     def test_user_reset_queues_a_tally(self):
         self.queue("action=reset&type=user&value=bob")
@@ -139,6 +169,20 @@ class Queue(PanelTest):
         self.assertNotIn("nobody", self.log())
         self.assertFalse(os.path.exists(panel.MAIL_QUEUE))
 
+    def test_no_message_shows_a_password(self):
+        panel.panel_do("addAccount", "boss", "admin", "root", "boss.example")
+        settings(track_task_queue_processes=2, pipe_log=panel.LOGS + "/pipe.log")
+        secret = "&ftp_password=swordfish&ftp%5Fpassword=swordfish"
+        rows = ["", "action=tally", "action=update", "action=backup&type=admin&owner=boss", "action=restore&type=x", "action=sync",
+                "action=named&value=x", "action=ipswap", "action=vacation", "action=reset", "action=restore&type=admin&owner=boss"]
+        self.queue(*[row + secret for row in rows])
+        self.queue(secret, "action=limit" + secret, path=panel.MAIL_QUEUE)
+        shown = self.run_program("d4000")
+        self.assertIn("zvtaskq: command: action=update&ftp_password=&ftp%5Fpassword=\n", shown)
+        self.assertIn("Program Location: action=backup&type=admin&owner=boss&ftp_password=", shown)
+        self.assertLogged("not available in this build", times=3)
+        self.assertNotIn("swordfish", shown + "".join(self.log(name) for name in ("errortaskq", "error", "system", "security")))
+
     def test_nothing_in_a_line_forges_a_log_line(self):
         self.queue("action=rewrite&value=x%0A2026:01:01-00:00:00: forged%1B%5B31m")
         self.run_program()
@@ -152,14 +196,39 @@ class Monitor(PanelTest):
     def test_watch(self):
         self.service("named")
         self.service("exim", comes_up=False)
-        self.watch(named="on", exim="ON", sshd="OFF")
+        self.service("mysqld")
+        self.service("proftpd")
+        self.watch(named="on", exim="ON", sshd="OFF", mysqld="off", proftpd="")
         self.run_program()
-        self.assertEqual(self.service_calls(), ["exim start", "exim restart", "named start"])
+        self.assertEqual(self.service_calls(), ["exim start", "exim restart", "mysqld start", "named start", "proftpd start"])
         self.assertLogged("service named wasn't running, starting it", times=1)
         self.assertLogged("service exim didn't start, re-starting it", times=1)
         self.assertNotIn("sshd", self.log())
         self.run_program()
         self.assertLogged("service named wasn't running, starting it", times=1)
+
+    def test_each_attempt_is_given_its_time(self):
+        """Five seconds after each; and a restart that helped is nothing to tell the administrators of."""
+        self.service("named")
+        script = text("/etc/init.d/named").replace("$1\" >>", "$1 $(date +%s%N)\" >>").replace("start|restart)", "restart)")
+        write("/etc/init.d/named", script, mode=0o755)
+        self.watch(named="ON")
+        self.run_program()
+        end = time.time_ns()
+        calls = [line.rsplit(" ", 1) for line in self.service_calls()]
+        self.assertEqual([call for call, _ in calls], ["named start", "named restart"])
+        started, restarted = (int(when) for _, when in calls)
+        self.assertGreaterEqual(restarted - started, 5e9)
+        self.assertGreaterEqual(end - restarted, 5e9)
+        self.assertEqual(glob.glob(panel.PANEL + "/data/tickets/*/*"), [])
+
+    def test_a_name_longer_than_the_system_keeps(self):
+        self.service("zv-delivery-agent")
+        self.watch(**{"zv-delivery-agent": "ON"})
+        for _ in range(3):
+            self.run_program()
+        self.assertEqual(self.service_calls(), ["zv-delivery-agent start"])
+        self.assertLogged("zv-delivery-agent is watched as zv-delivery-age: ", times=1)
 
     def test_odd_names_and_missing_record(self):
         write(panel.ADMIN + "/services.status", "a;touch /tmp/owned=ON\n-x=ON\n", "zvadmin", 0o600)

@@ -58,13 +58,18 @@ class Startup(PanelTest):
 
     def test_pid_file(self):
         seen = "/tmp/pid.seen"
-        self.queue("value=x")
+        write("/etc/init.d/sshd", "#!/bin/sh\nstat -c %%a /run/zvtaskq.pid >%s\n" % seen, mode=0o755)
+        self.addCleanup(os.unlink, "/etc/init.d/sshd")
+        self.queue("action=sshd&value=stop")
         for age, told in [(2690, 0), (2710, 1)]:
-            write("/run/zvtaskq.pid", "1\n")
+            write("/run/zvtaskq.pid", "1\n", mode=0o600)
             os.utime("/run/zvtaskq.pid", (time.time() - age,) * 2)
             self.run_program()
             self.assertLogged("ZvTaskQ didn't remove its pid file when it last quit, removing it now...", times=told)
             self.assertFalse(os.path.exists("/run/zvtaskq.pid"))
+        self.assertEqual(text(seen), "644\n")
+        os.unlink(seen)
+        self.queue("action=sshd&value=stop")
         os.mkdir("/run/zvtaskq.pid")
         self.addCleanup(lambda: os.path.isdir("/run/zvtaskq.pid") and os.rmdir("/run/zvtaskq.pid"))
         shown = self.run_program(status=1)
@@ -78,6 +83,7 @@ class Startup(PanelTest):
         self.service("absent", comes_up=False)
         self.assertEqual(self.run_program(), self.run_program_errors_alone())
         piped = text("/var/log/zorvane/pipe.log")
+        self.assertEqual(os.stat("/var/log/zorvane/pipe.log").st_mode & 0o777, 0o640)
         self.assertIn("absent was found not to be running in the following list:\n\nlistType: 0\n", piped)
         self.assertIn("'/bin/ps aux' output:\n\nUSER", piped)
         settings(pipe_log="/nowhere/pipe.log")
@@ -88,18 +94,29 @@ class Startup(PanelTest):
         """What even a plain run prints: a limit that this machine does not let anybody raise."""
         return "Error with setrlimit: Operation not permitted\n" if "setrlimit" in self.log() else ""
 
+    def test_nobody_listens(self):
+        """A reader of what is printed that goes away takes nothing with it."""
+        self.queue("action=rewrite&value=x")
+        reader, writer = os.pipe()
+        os.close(reader)
+        self.assertEqual(subprocess.run([panel.PROGRAM, "d200"], stdout=writer, check=False).returncode, 0)
+        os.close(writer)
+        self.assertLogged("Unknown rewrite: x")
+
     def test_nothing_from_outside_matters(self):
         report = "/tmp/child.report"
-        write("/etc/init.d/sshd", "#!/bin/sh\n{ env; umask; ulimit -c; ls -l /proc/$$/fd; cat /proc/$$/status; } > %s 2>&1\n"
+        write("/etc/init.d/sshd", "#!/bin/sh\n{ umask; ulimit -Sc; ulimit -Sn; env; ls -l /proc/$$/fd; cat /proc/$$/status; } > %s 2>&1\n"
               % report, mode=0o755)
         self.addCleanup(os.unlink, "/etc/init.d/sshd")
         self.queue("action=sshd&value=stop")
         evil = {"LD_PRELOAD_X": "/tmp/x.so", "BASH_ENV": "/tmp/x", "IFS": "x", "TAR_OPTIONS": "--x", "SECRET": "s"}
-        self.run_program(env=evil, before="umask 0; trap '' TERM USR1; exec 7</etc/shadow; ulimit -c unlimited 2>/dev/null;")
+        self.run_program(env=evil, before="umask 0; trap '' TERM USR1; exec 7</etc/shadow; ulimit -Sc 7; ulimit -Sn 321;")
         seen = text(report)
         for name in evil:
             self.assertNotIn(name + "=", seen)
-        self.assertIn("\n0077\n0\n", seen)
+        # What a service is started with: its files can be read, and the limits are those that the runner found.
+        # (One shell counts core files in kilobytes, the other in halves of one.)
+        self.assertTrue(seen.startswith("0022\n14\n321\n"), seen)
         self.assertNotIn("shadow", seen)
         self.assertIn("SigIgn:\t0000000000000000", seen)
         self.assertIn("Groups:\t \n", seen)

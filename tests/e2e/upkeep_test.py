@@ -140,6 +140,34 @@ for i in range(150):
 """
 
 
+EXTENDER = """
+import os, sys, time, pwd
+path, window = sys.argv[1:]
+os.setegid(pwd.getpwnam("mail").pw_gid)
+os.seteuid(pwd.getpwnam("mail").pw_uid)
+print("ready", flush=True)
+for i in range(60):
+    while True:
+        try:
+            os.close(os.open(path + ".lock", os.O_CREAT | os.O_EXCL, 0o600))
+            break
+        except FileExistsError:
+            time.sleep(0.0005)
+    lines = open(path).read().splitlines()
+    old = next((n for n, line in enumerate(lines) if not line.endswith(window)), None)
+    if old is not None:
+        name = lines[old].split(":")[0]
+        lines[old] = name + ":" + window
+        with open(path + ".new", "w") as file:
+            file.write("".join(line + "\\n" for line in lines))
+        os.chmod(path + ".new", 0o640)
+        os.rename(path + ".new", path)
+        print(name, flush=True)
+    os.unlink(path + ".lock")
+    time.sleep(0.002)
+"""
+
+
 class HostName(UpkeepTest):
     SUBJECT = "This is e-mail notification to warn you that your hostname is setup improperly on your system."
 
@@ -187,6 +215,20 @@ class HostName(UpkeepTest):
             self.assertLess(time.monotonic() - start, longest)
             self.assertTrue(body.startswith("Cannot find your hostname using the command '/bin/hostname --fqdn'. Please check"))
             self.assertIn("use 127.0.0.1Unable to resolve your hostname, .  This will cause major issues", body)
+
+
+class PanelLogs(UpkeepTest):
+    def test_large_ones_once_a_day_and_with_the_tally(self):
+        settings(log_rotate_size=1, logs_to_keep=3, check_load=0)
+        large, log = "x" * (1024 * 1024 + 1), panel.LOGS + "/system.log"
+        sizes = lambda: [len(text(log + end)) > 1024 * 1024 for end in ("", ".1", ".2", ".3")]
+        for line, want in [(None, [0, 1, 0, 0]), (None, [1, 1, 0, 0]), ("action=quotatally&value=all", [1, 1, 0, 0]),
+                           ("action=tally&value=all", [0, 1, 1, 0])]:
+            write(log, large, "zvadmin", 0o600)
+            if line:
+                self.queue(line)
+            self.run_program()
+            self.assertEqual(sizes(), [bool(n) for n in want], line)
 
 
 class Load(UpkeepTest):
@@ -392,6 +434,21 @@ class Vacations(UpkeepTest):
         self.queue("action=vacation&value=all")
         self.run_program()
         self.assertLogged("Can't read %s/domainowners" % MAIL)
+
+    def test_extended_meanwhile(self):
+        """Mailboxes whose vacation somebody extends while the run is at their domain keep their entry and their text."""
+        for i in range(400):
+            self.box("one.example", "box%d" % i, window(-2, -1), ".msg")
+        record = MAIL + "/one.example/vacation.conf"
+        self.queue("action=vacation&value=all")
+        extender = subprocess.Popen(["python3", "-c", EXTENDER, record, window(-2, 9)], stdout=subprocess.PIPE, encoding="ascii")
+        self.assertEqual(extender.stdout.readline(), "ready\n")
+        self.run_program()
+        extended = extender.communicate()[0].split()
+        left = [line.split(":")[0] for line in text(record).splitlines()]
+        self.assertEqual(sorted(left), sorted(extended))
+        for name in extended:
+            self.assertEqual(self.texts("one.example", name), (name + ".msg", ""), name)
 
     def test_five_thousand_domains(self):
         def tree(first, count):

@@ -112,6 +112,32 @@ TEST_F(Vacations, FailuresAreTold) {
   setFailPlan(nullptr);
   EXPECT_NE(panel_.logs.errors().find("Unable to write " + at("one.example/vacation.conf")), std::string::npos);
   EXPECT_NE(contentOf(at("one.example/vacation.conf")), "");
+  // The texts go before the entry, by which a removal that was interrupted is found again.
+  EXPECT_EQ(texts("box"), "|");
+  put("one.example/reply/box.msg", "x");
+  setFailPlan("vacation.unlink:EIO");
+  run();
+  setFailPlan(nullptr);
+  EXPECT_NE(contentOf(at("one.example/vacation.conf")), "");
+}
+
+TEST_F(Vacations, ThatSomebodyCameBackToStay) {
+  put("one.example/vacation.conf", "extended:" + kOver + "over:" + kOver + "other:" + kOver);
+  for (const char* box : {"extended", "over", "gone", "other"}) put(joined("one.example/reply/", box, ".msg"), "x");
+  ListFile boxes(nullptr);
+  for (const char* box : {"extended", "over", "gone"}) boxes.addElement(box);
+  std::string asked;
+  EXPECT_EQ(Email("bob").removeVacations(boxes, "one.example",
+                                         [&](const char* mailbox, const char* window) {
+                                           EXPECT_EQ(std::string(window) + "\n", kOver);
+                                           EXPECT_TRUE(exists(at("one.example/vacation.conf.lock")));
+                                           asked += std::string(mailbox) + " ";
+                                           return std::string_view(mailbox) == "over";
+                                         }),
+            1);
+  EXPECT_EQ(asked, "extended over ");
+  EXPECT_EQ(texts("extended") + texts("over") + texts("gone") + texts("other"), "x||x|x|");
+  EXPECT_EQ(contentOf(at("one.example/vacation.conf")), "extended:" + kOver + "other:" + kOver);
 }
 
 TEST_F(Vacations, BothTextsOrHardLinked) {

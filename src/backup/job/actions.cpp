@@ -53,7 +53,7 @@ bool selects(const Task& task, std::string_view item) {
 
 void completeSelection(const Task& task) {
   for (const AwareSelection& row : kAwareSelections) {
-    if (!selects(task, row.item) || selects(task, row.marker) || task.getOrNull(row.marker) != nullptr) continue;
+    if (!selects(task, row.item) || selects(task, row.marker) || task.isOn(row.marker)) continue;
     errorLog("%s", row.warning);
     systemLog("%s", row.warning);
     task.record.setParam(row.slot, row.data);

@@ -90,6 +90,16 @@ void checkQuotaPartitions(Settings& settings, Text& result) {
   settings.ext_quota_partitions.clear();
 }
 
+/// What it says is done, down to the archive just written.
+void warnOfLogsNotKept(const Settings& settings, Text& result) {
+  if (settings.logs_to_keep > 0) return;
+  std::array<char, 128> message{};
+  std::snprintf(message.data(), message.size(),
+                "logs_to_keep=%d keeps no log: what is rotated or archived is deleted at once", settings.logs_to_keep);
+  addResult(result, message.data());
+  debug(0, "%s", message.data());
+}
+
 int checkWebServers(const Settings& settings, Text& result) {
   if (settings.nginx == 1 && settings.nginx_proxy == 1) {
     std::puts("nginx=0 should be set when nginx_proxy=1 (httpd is the main server).  Please change nginx=1 to nginx=0");
@@ -109,6 +119,7 @@ int checkSettings(Settings& settings, const ConfigFile& record, Text& result) {
   checkPigz(settings);
   checkCryptMethod(settings);
   checkQuotaPartitions(settings, result);
+  warnOfLogsNotKept(settings, result);
   return checkWebServers(settings, result);
 }
 

@@ -13,6 +13,7 @@
 #include "core/files/private_folder.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/panel/task.h"
 #include "core/record/config_file.h"
 #include "core/record/panel_file.h"
 #include "core/sys/log.h"
@@ -68,7 +69,7 @@ int writeProcessInfo(const ConfigFile& task) {
   PanelRecord info(path);
   info.fill(&task);
   // Whoever may look at the progress of a job has no business with its password.
-  if (info.existsParam("ftp_password")) info.setParam("ftp_password", "");
+  hidePasswords(info);
   info.setParam("start", static_cast<long long>(std::time(nullptr)));
   if (info.writeFile()) return 1;
   errorLogAndDebug(100, "Unable to write %s: %s", path.c_str(), info.result.orEmpty());

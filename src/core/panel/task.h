@@ -2,6 +2,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "core/record/config_file.h"
@@ -9,7 +10,7 @@
 namespace zvtaskq {
 
 struct Task {
-  /// The line as it was queued.
+  /// The line as it was queued, for `printableLine` alone: it may hold a password.
   const char* line;
   ConfigFile& record;
 
@@ -24,6 +25,8 @@ struct Task {
     return value == nullptr || *value == '\0' ? nullptr : value;
   }
   bool is(const char* key, std::string_view value) const { return value == get(key); }
+  /// Whether a key that is a switch is on: it is there, and its value is not empty, "0", "no" or "off", in any case.
+  bool isOn(const char* key) const;
   const char* action() const { return get("action"); }
   const char* value() const { return get("value"); }
   const char* type() const { return get("type"); }
@@ -44,6 +47,14 @@ struct ActionRow {
   bool takes(const Task& task) const { return key == nullptr || task.is(key, word); }
 };
 using ActionRows = std::span<const ActionRow>;
+
+/// A queue line as logs, debug output and the program location may show it: without the values of passwords, however
+/// their keys or a record within a value are encoded. A password's key is one that says so in its name.
+std::string printableLine(const char* line);
+/// Empties what `printableLine` leaves out in a parsed line that others may see.
+void hidePasswords(ConfigFile& record);
+/// Prints the pairs of a parsed line on standard output, as far as they may be shown.
+void printContents(const Task& task);
 
 /// Fills `selected` with the line's select0, select1, ... up to the first that is missing, in their order.
 void selectedOf(const Task& task, ListFile& selected);

@@ -136,6 +136,7 @@ Child::Child(Child&& other) noexcept
       outputLimit_(other.outputLimit_),
       settleTime_(other.settleTime_),
       timeLimit_(other.timeLimit_),
+      atLimit_(other.atLimit_),
       startedAt_(other.startedAt_),
       in_(std::move(other.in_)),
       out_(std::move(other.out_)),
@@ -163,6 +164,7 @@ Child Child::start(const ChildPlan& plan) {
   child.outputLimit_ = plan.outputLimit;
   child.settleTime_ = plan.settleTime;
   child.timeLimit_ = plan.timeLimit;
+  child.atLimit_ = plan.atLimit;
   child.startedAt_ = std::chrono::steady_clock::now();
   child.pid_ = launchProgram(plan, streams, child.identity_);
   if (!child.started()) {

@@ -3,10 +3,12 @@
 // Nothing else of the program forks or starts another. A child
 // - is the wanted user for good: real, effective and saved ids, no supplementary groups, verified; when that fails
 //   it does not run at all,
-// - starts with every signal at its default and none blocked, in a session of its own, with umask 077,
+// - starts with every signal at its default and none blocked, in a session of its own, with umask 022 and the limits
+// that
+//   `keepLimitsForChildren` found: what it starts in turn may be a service that lives on,
 // - has no descriptor above 2, and sees the clean environment of core/sys/environment.h.
 // Feeding and collecting are polled together, so that neither a child that floods nor one that does not listen can
-// block the run, and a time limit ends the child's whole process group.
+// block the run. A time limit ends the child's whole process group, or the waiting for it alone.
 #pragma once
 
 #include <sys/types.h>
@@ -65,11 +67,15 @@ struct ChildPlan {
 
   /// Seconds it may take in all, 0 for as long as it likes.
   int timeLimit = 0;
+  enum class AtLimit { kill, leave };
+  /// What happens to it then. One that is left goes on with all that it started, on its own: nothing more of it is read
+  /// or waited for.
+  AtLimit atLimit = AtLimit::kill;
 };
 
 struct ChildResult {
   /// The exit status 0 to 255, the number of the signal that killed it, 127 when it could not be started, -1 when
-  /// there was no child (no pipe, no process) or it could not be waited for.
+  /// there was no child (no pipe, no process), or it could not be waited for or was left behind.
   int status = -1;
   /// What was collected, standard output and error in the order in which they came.
   std::string output;
@@ -105,12 +111,21 @@ class Child {
   std::size_t outputLimit_ = 0;
   int settleTime_ = 0;
   int timeLimit_ = 0;
+  ChildPlan::AtLimit atLimit_ = ChildPlan::AtLimit::kill;
   std::chrono::steady_clock::time_point startedAt_;
   /// Our ends: to its standard input, from its output, and from its reports about its start.
   Descriptor in_;
   Descriptor out_;
   Descriptor report_;
 };
+
+/// Notes the limits of this process (core files, open files) as those of every child to come. For the very start,
+/// before they are changed.
+void keepLimitsForChildren();
+
+/// Makes this process one that leaves no core file and that no other of its ids may look into. The hard limit of core
+/// files stays, so that a service started from here can have them.
+void forbidDumps();
 
 /// Start and finish in one.
 [[nodiscard]] ChildResult runChild(const ChildPlan& plan);

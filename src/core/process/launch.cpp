@@ -1,6 +1,7 @@
 #include "core/process/child.h"
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -27,6 +28,15 @@ constexpr int kReportDescriptor = 3;
 constexpr int kSignals = 64;
 constexpr std::size_t kSignalSetBytes = kSignals / 8;
 constexpr rlim_t kMostDescriptors = 1 << 20;
+/// What programs expect to start with: those that want to be strict narrow it themselves.
+constexpr mode_t kUsualUmask = 022;
+
+struct KeptLimit {
+  int resource;
+  rlimit value;
+};
+KeptLimit keptLimits[] = {{RLIMIT_CORE, {}}, {RLIMIT_NOFILE, {}}};
+bool limitsAreKept = false;
 
 void tell(int report, const ChildReport& what) {
   // When nobody listens any more there is nobody to tell.
@@ -77,6 +87,13 @@ int closeTheRest(int report) {
   return kept;
 }
 
+/// A hard limit that was lowered can be raised again by root alone.
+void restoreLimits() {
+  if (!limitsAreKept) return;
+  if (::syscall(SYS_geteuid) != 0) static_cast<void>(::syscall(SYS_setresuid, -1, 0, -1));
+  for (const KeptLimit& kept : keptLimits) ::setrlimit(static_cast<__rlimit_resource_t>(kept.resource), &kept.value);
+}
+
 [[noreturn]] void giveUp(int report, ChildReport::Step step) {
   tell(report, {step, errno, 0, 0, 0, 0});
   ::_exit(127);
@@ -88,7 +105,8 @@ int closeTheRest(int report) {
   ::setsid();
   placeStreams(launch);
   const int report = closeTheRest(launch.report);
-  ::umask(077);
+  ::umask(kUsualUmask);
+  restoreLimits();
   if (!becomeForGood(launch.identity)) giveUp(report, ChildReport::Step::identity);
   if (launch.workingDirectory != nullptr && ::chdir(launch.workingDirectory) != 0) {
     giveUp(report, ChildReport::Step::directory);
@@ -105,6 +123,21 @@ void wantChildStatus() {
 }
 
 }  // namespace
+
+void keepLimitsForChildren() {
+  limitsAreKept = true;
+  for (KeptLimit& kept : keptLimits) {
+    limitsAreKept = limitsAreKept && ::getrlimit(static_cast<__rlimit_resource_t>(kept.resource), &kept.value) == 0;
+  }
+}
+
+void forbidDumps() {
+  rlimit core{};
+  if (::getrlimit(RLIMIT_CORE, &core) != 0) core = {};
+  core.rlim_cur = 0;
+  ::setrlimit(RLIMIT_CORE, &core);
+  ::prctl(PR_SET_DUMPABLE, 0);
+}
 
 pid_t launchChild(const ChildLaunch& launch) {
   wantChildStatus();

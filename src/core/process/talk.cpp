@@ -213,6 +213,11 @@ int ChildTalk::watchClock() {
     return 0;
   }
   result_.timedOut = true;
+  if (child_.atLimit_ == ChildPlan::AtLimit::leave) {
+    errorLogAndDebug(100, "Time limit of %d seconds is over: not waiting for pid %d (%s) any longer", child_.timeLimit_,
+                     child_.pid_, child_.name_.c_str());
+    return 0;
+  }
   errorLogAndDebug(100, "Time limit of %d seconds is over: killing pid %d (%s)", child_.timeLimit_, child_.pid_,
                    child_.name_.c_str());
   killGroup(child_.pid_);

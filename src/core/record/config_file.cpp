@@ -54,7 +54,6 @@ ConfigFile::ConfigFile(const char* filename) : DataFile(filename) {}
 
 ConfigFile::ConfigFile(const ConfigFile* other) : DataFile(nullptr) {
   copySettings(*other);
-  setGroup(other->getGroup());
   useLock = other->useLock;
   multiValued = other->multiValued;
   separator = other->separator;

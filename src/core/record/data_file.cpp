@@ -27,6 +27,7 @@ DataFile::DataFile(const char* filename) : result(Text::copyOf("")) {
 void DataFile::copySettings(const DataFile& other) {
   filename_ = other.getFilename();
   ownerUser_ = other.getUser();
+  ownerGroup_ = other.getGroup();
   fileMode = other.fileMode;
 }
 

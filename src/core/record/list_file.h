@@ -17,7 +17,7 @@ class ListFile : public DataFile {
   /// An empty list; a null or empty name leaves it without a file.
   explicit ListFile(const char* filename);
   explicit ListFile(std::nullptr_t) : ListFile(static_cast<const char*>(nullptr)) {}
-  /// A deep copy of the other's file name, type, lines, owner and mode; the other settings as in a new list.
+  /// A deep copy of the other's file name, type, lines, owner, group and mode; the other settings as in a new list.
   explicit ListFile(const ListFile* other);
   ~ListFile() override;
 

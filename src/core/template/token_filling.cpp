@@ -5,6 +5,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
+#include "core/panel/task.h"
 #include "core/sys/log.h"
 #include "core/template/token_expression.h"
 #include "core/template/token_script.h"
@@ -178,7 +179,9 @@ void TokenFilling::fill(std::string_view text, const FillingLevel& level, std::s
     debug(1000, "token text---\n%s\n---end text", std::string(text).c_str());
     if (isDebug() >= 3500) {
       debug(1700, "Tokens to be parsed:");
-      values_.record().printContents(0);
+      ConfigFile shown(&values_.record());
+      hidePasswords(shown);
+      shown.printContents(0);
     }
   }
   TokenScan(*this, text, level, out).run();

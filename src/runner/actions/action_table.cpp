@@ -29,12 +29,14 @@ struct ActionWord {
   /// The key whose value stands there; null for the whole line.
   const char* key = nullptr;
   bool debugsToo = false;
+  /// Without a `value` none of the variants says what it is about.
+  bool needsValue = false;
 };
 constexpr const char* kUnknownTally = "executeCommand: can't figure out what to tally for '%s'";
 constexpr ActionWord kActions[] = {
-    {"tally", kUnknownTally},
-    {"quotatally", kUnknownTally},
-    {"bandwidthtally", kUnknownTally},
+    {"tally", kUnknownTally, nullptr, false, true},
+    {"quotatally", kUnknownTally, nullptr, false, true},
+    {"bandwidthtally", kUnknownTally, nullptr, false, true},
     {"syscheck"},
     {"sync"},
     {"cache"},
@@ -47,8 +49,8 @@ constexpr ActionWord kActions[] = {
     {"addspam"},
     {"addoptions"},
     {"restore", "type=%s is an unknown type for the restore action", "type"},
-    {"vacation", "executeCommand: can't figure out what vacation message to do %s"},
-    {"reset", "executeCommand: can't figure out what reset to do %s"},
+    {"vacation", "executeCommand: can't figure out what vacation message to do %s", nullptr, false, true},
+    {"reset", "executeCommand: can't figure out what reset to do %s", nullptr, false, true},
     {"cleanreset"},
     {"notify"},
     {"rewrite", "Unknown rewrite: %s", "value", true},
@@ -68,9 +70,10 @@ const ActionWord* wordOf(const Task& task) {
 }
 
 void reportUnknown(const ActionWord& word, const Task& task) {
-  const char* what = word.key == nullptr ? task.line : task.get(word.key);
+  const std::string shown = word.key == nullptr ? printableLine(task.line) : task.get(word.key);
+  const char* what = shown.c_str();
   if (task.is("action", "ipswap")) return debug(10, "Did you forget &value=%s ?", "linked_ips");
-  if (word.unknown == nullptr) return debug(10, "nothing to do for %s", task.line);
+  if (word.unknown == nullptr) return debug(10, "nothing to do for %s", what);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   errorLog(word.unknown, what);
@@ -78,11 +81,9 @@ void reportUnknown(const ActionWord& word, const Task& task) {
 #pragma GCC diagnostic pop
 }
 
-void reportNoAction(const char* line, const ConfigFile& record) {
-  errorLog("executeCommand:invalid action: %s", line);
-  if (isDebug() < 2000) return;
-  debug(2000, "executeCommand:invalid action: %s", line);
-  record.printContents(0);
+void reportNoAction(const Task& task) {
+  errorLogAndDebug(2000, "executeCommand:invalid action: %s", printableLine(task.line).c_str());
+  if (isDebug() >= 2000) printContents(task);
 }
 
 /// A service that was not told to stop must run afterwards; if it does not, it is given one restart.
@@ -90,7 +91,7 @@ void serviceAction(const Task& task) {
   const char* service = task.action();
   const char* verb = task.value();
   if (!placeIn(verb, kServiceVerbs)) {
-    errorLog("Invalid action in: %s", task.line);
+    errorLog("Invalid action in: %s", printableLine(task.line).c_str());
     return;
   }
   doservice(service, verb);
@@ -105,8 +106,9 @@ void tableAction(const Task& task) {
   if (word == nullptr) return;
   const ActionRow* row = rowFor(task);
   const char* missing = missingFor(task);
-  if (row == nullptr && missing == nullptr) return reportUnknown(*word, task);
-  if (row != nullptr) set_program_location("%s: %s", task.line, row->summary);
+  const bool isAboutNothing = word->needsValue && *task.value() == '\0';
+  if (isAboutNothing || (row == nullptr && missing == nullptr)) return reportUnknown(*word, task);
+  if (row != nullptr) set_program_location("%s: %s", printableLine(task.line).c_str(), row->summary);
   if (row == nullptr || row->run(task)) reportMissing(task.line, missing);
 }
 
@@ -133,13 +135,10 @@ const ActionRow* rowFor(const Task& task) {
 }
 
 void executeTask(const char* line, ConfigFile& record) {
-  const char* action = record.getValue("action");
-  if (action == nullptr || *action == '\0') {
-    reportNoAction(line, record);
-    return;
-  }
-  debug(10, "zvtaskq: command: %s", line);
   const Task task{line, record};
+  const char* action = task.action();
+  if (*action == '\0') return reportNoAction(task);
+  if (isDebug() >= 10) debug(10, "zvtaskq: command: %s", printableLine(line).c_str());
   if (placeIn(action, kSystemServices) || is_other_service(action)) {
     serviceAction(task);
   } else {

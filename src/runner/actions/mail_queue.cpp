@@ -11,13 +11,11 @@ void execute_mail_commmand(const char* line) {
   record.fillFromPost(line);
   const Task task{line, record};
   if (*task.action() == '\0') {
-    errorLog("execute_mail_commmand:invalid action: %s", line);
-    if (isDebug() < 2000) return;
-    debug(2000, "execute_mail_commmand:invalid action: %s", line);
-    record.printContents(0);
+    errorLogAndDebug(2000, "execute_mail_commmand:invalid action: %s", printableLine(line).c_str());
+    if (isDebug() >= 2000) printContents(task);
     return;
   }
-  debug(2000, "zvtaskq: mail command: %s", line);
+  if (isDebug() >= 2000) debug(2000, "zvtaskq: mail command: %s", printableLine(line).c_str());
   reportMissing(line, missingForMail(task));
 }
 

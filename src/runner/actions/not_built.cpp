@@ -99,7 +99,7 @@ const char* missingForMail(const Task& task) {
 }
 
 void reportMissing(const char* what, const char* words) {
-  if (words != nullptr) errorLog("%s: not available in this build: %s", what, words);
+  if (words != nullptr) errorLog("%s: not available in this build: %s", printableLine(what).c_str(), words);
 }
 
 }  // namespace zvtaskq

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "core/panel/marks.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
@@ -18,6 +19,7 @@ namespace {
 
 /// Enough of a process's status for its first line.
 constexpr std::size_t kStatusRead = 256;
+constexpr std::size_t kKeptOfName = 15;
 constexpr std::string_view kNameLabel = "Name:\t";
 
 bool isProcess(const dirent& entry) {
@@ -86,9 +88,18 @@ int getRunningList(ListFile& list) {
   return 1;
 }
 
+bool isListed(const ListFile& running, const char* service) {
+  const std::string name = service;
+  const std::string kept = name.substr(0, kKeptOfName);
+  if (kept != name && isDueAgain(joined("process_name.", name).c_str())) {
+    errorLog("%s is watched as %s: the system keeps no more of a process's name", name.c_str(), kept.c_str());
+  }
+  return running.existElement(kept.c_str()) != 0;
+}
+
 int running(const char* service) {
   ListFile list(nullptr);
-  return getRunningList(list) && list.existElement(service) ? 1 : 0;
+  return getRunningList(list) && isListed(list, service) ? 1 : 0;
 }
 
 }  // namespace zvtaskq

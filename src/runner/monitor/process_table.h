@@ -12,6 +12,10 @@ class ListFile;
 int getProcessList(ConfigFile& record);
 /// Fills the list with the names of all running processes. 0 only when the scan itself fails.
 [[nodiscard]] int getRunningList(ListFile& list);
+/// Whether the list has the name. The system keeps the first 15 characters of a process's name, so a longer one is
+/// there when a process has those; that it cannot be told from others that begin alike is said in the error log, once a
+/// day.
+bool isListed(const ListFile& running, const char* service);
 /// Whether a process of that name exists now.
 int running(const char* service);
 

@@ -13,6 +13,7 @@
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "core/record/panel_file.h"
+#include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
@@ -27,8 +28,10 @@ namespace {
 
 /// Milliseconds a service has to come up.
 constexpr int kStartTime = 5000;
-/// Seconds after which a service script that hangs is ended. A database that closes down may well take minutes.
+/// Seconds that a service script is waited for. A database that closes down may well take minutes.
 constexpr int kServiceTimeLimit = 600;
+/// The same where a test plans for one that hangs.
+constexpr int kPlannedTimeLimit = 2;
 constexpr int kListTimeLimit = 30;
 constexpr const char* kWebServers[] = {"httpd", "nginx", "litespeed", nullptr};
 
@@ -45,7 +48,9 @@ void runVerb(const char* service, const char* verb) {
   set_program_location("doservice(service='%s', action='%s'): %s", service, verb, command.c_str());
   ChildPlan plan = ChildPlan::shell(command);
   plan.output = ChildPlan::Stream::discard;
-  plan.timeLimit = kServiceTimeLimit;
+  plan.timeLimit = failPoint("service.patience") ? kPlannedTimeLimit : kServiceTimeLimit;
+  // A service that takes that long to start would be killed with its script.
+  plan.atLimit = ChildPlan::AtLimit::leave;
   const int status = runChild(plan).status;
   if (status == 0) {
     systemLog("%s %sed", service, verb);
@@ -107,7 +112,7 @@ void checkServices() {
       errorLog("%s: '%s' cannot be the name of a service, not watched", path.c_str(), name);
       continue;
     }
-    if (!list.existElement(name)) bringUp(name, list);
+    if (!isListed(list, name)) bringUp(name, list);
   }
 }
 

@@ -40,8 +40,8 @@ long long dropOld(ConfigFile& record, IsOld isOld) {
   return count - record.size();
 }
 
-/// The seconds since `time`, as a signed 32-bit number. Whatever stands in the file, nothing overflows.
-int ageOf(long long time) {
+/// The seconds since a log-in, as a signed 32-bit number. Whatever stands in the file, nothing overflows.
+int loginAge(long long time) {
   return static_cast<int>(static_cast<unsigned>(std::time(nullptr)) - static_cast<unsigned>(time));
 }
 
@@ -55,7 +55,8 @@ void clearOldLoginAttempts() {
     errorLog("Unable to read %s: %s", path.c_str(), history.result.orEmpty());
     return;
   }
-  dropOld(history, [&](long long i) { return ageOf(timeOf(history, i, "date")) > sys_conf->brute_force_time_limit; });
+  dropOld(history,
+          [&](long long i) { return loginAge(timeOf(history, i, "date")) > sys_conf->brute_force_time_limit; });
   if (!history.writeFile()) errorLog("Unable to write %s: %s", path.c_str(), history.result.orEmpty());
 }
 
@@ -65,7 +66,8 @@ void clearOldPasswordResetRequests() {
   PanelRecord requests(path);
   const RecordLock lock(requests);
   if (!requests.readFile()) return;
-  dropOld(requests, [&](long long i) { return ageOf(timeOf(requests, i, "time")) > kResetRequestAge; });
+  const long long oldest = std::time(nullptr) - kResetRequestAge;
+  dropOld(requests, [&](long long i) { return timeOf(requests, i, "time") < oldest; });
   if (!requests.writeFile()) errorLog("Unable to write %s : %s", path.c_str(), requests.result.orEmpty());
 }
 

@@ -7,10 +7,8 @@ namespace zvtaskq {
 namespace {
 
 int convertToUnifiedFile(const Task& task) {
-  const bool simulate =
-      task.getOrNull("simulate") != nullptr && !task.is("simulate", "0") && !task.is("simulate", "no");
-  const char* what =
-      simulate ? "Simulating conversion to unified ftp password file" : "Converting to unified ftp password file";
+  const char* what = task.isOn("simulate") ? "Simulating conversion to unified ftp password file"
+                                           : "Converting to unified ftp password file";
   systemLog("%s", what);
   debug(10, "%s.  Only accounts with owned IPs are used.", what);
   return 1;

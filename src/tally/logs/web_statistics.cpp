@@ -25,8 +25,6 @@ namespace {
 constexpr const char* kWebalizer = "/usr/bin/webalizer";
 constexpr const char* kWebalizerSettings = "/etc/webalizer.conf";
 constexpr const char* kAwstatsScript = "awstats_process.sh";
-/// Runs a program so that the web server can read what it makes; the rest is the program and its arguments.
-constexpr const char* kOpenToVisitors = "umask 022; exec \"$0\" \"$@\"";
 /// Visitors are served from these folders.
 constexpr mode_t kPagesMode = 0755;
 /// Seconds for the log of one day; an account that makes its program hang must not keep the others waiting for long.
@@ -160,11 +158,11 @@ int doWebalizer(const Config* conf, const char* user, const char* domain, const 
   Pages pages;
   const int ready = prepare(*conf, user, domain, subdomain, "stats", pages);
   if (ready != 1) return ready == 0 ? 0 : 1;
-  std::vector<std::string> arguments{"-c", kOpenToVisitors, kWebalizer};
+  std::vector<std::string> arguments;
   if (pathExists(kWebalizerSettings, PathKind::file)) arguments.insert(arguments.end(), {"-c", kWebalizerSettings});
   // Its own memory of what it has counted, no chatter, the host, the folder, and the log on its standard input.
   arguments.insert(arguments.end(), {"-p", "-Q", "-n", pages.host, "-o", pages.folder.path, "-"});
-  return runFor(user, pages, ChildPlan::program("/bin/sh", arguments), kWebalizer);
+  return runFor(user, pages, ChildPlan::program(kWebalizer, arguments), kWebalizer);
 }
 
 int doAwstats(const Config* conf, const char* user, const char* domain, const char* subdomain) {

@@ -1,12 +1,14 @@
 #include "tally/run/actions.h"
 
 #include "core/config/config.h"
+#include "core/panel/marks.h"
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"
 #include "tally/bruteforce/records/entry_log.h"
 #include "tally/checks/hostname.h"
 #include "tally/checks/partition_check.h"
 #include "tally/disk/quota_tables.h"
+#include "tally/logs/panel_logs.h"
 #include "tally/traffic/home_traffic.h"
 
 namespace zvtaskq {
@@ -25,11 +27,19 @@ int afterTally() {
   return 1;
 }
 
-int tallyAll(const Task&) {
+/// The rest of the full tally, when all that may be long is done.
+void keepHouse(const Task& task) {
+  if (!task.is("action", "tally")) return;
+  setMark(kPanelLogsMark);
+  rotatePanelLogs(sys_conf);
+}
+
+int tallyAll(const Task& task) {
   readAllQuotas();
   checkHostname();
   if (sys_conf->check_partitions == kPartitionsWithTally) check_partition_usage(sys_conf);
   static_cast<void>(clear_brute_log_entries(sys_conf));
+  keepHouse(task);
   return afterTally();
 }
 

@@ -151,6 +151,7 @@ TEST_F(ConfigTest, CorrectsAndTells) {
       "Your ext_quota_partitions value (/home) matches the quota_partition value (/home) which would return double the "
       "quota values. Ignoring ext_quota_partitions";
   const std::string bothServers = "nginx=1 and litespeed=1 are both set.  Please only select one for the zorvane.conf";
+  const std::string noLogs = "logs_to_keep=0 keeps no log: what is rotated or archived is deleted at once";
   const std::string username = "You're trying to use a max_username_length value of ";
   const std::string session = "You're trying to use a session_minutes value of ";
   const struct {
@@ -178,6 +179,8 @@ TEST_F(ConfigTest, CorrectsAndTells) {
        ""},
       {"timeout=20\next_quota_partitions=/home\n", "ext_quota_partitions", "", 1, doubled + "\n", doubled.c_str()},
       {"ext_quota_partitions=/home\n", "ext_quota_partitions", "", 0, "", doubled.c_str()},
+      {"timeout=20\nlogs_to_keep=0\n", "logs_to_keep", "0", 1, noLogs + "\n", noLogs.c_str()},
+      {"logs_to_keep=1\n", "logs_to_keep", "1", 1, "", ""},
       {"nginx=1\nnginx_proxy=1\n", "nginx", "1", 0,
        "nginx=0 should be set when nginx_proxy=1 (httpd is the main server).  Please change nginx=1 to nginx=0\n", ""},
       {"nginx=1\nlitespeed=1\n", "nginx", "1", 0, bothServers + "\n", bothServers.c_str()},

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -185,7 +186,7 @@ TEST(Child, DoesNotRunAsAnybodyElse) {
 
 TEST(Child, InheritsNothing) {
   const LogCapture logs;
-  const int left = ::open("/dev/null", O_RDONLY);
+  const int left = ::open("/dev/null", O_RDONLY), far = ::fcntl(left, F_DUPFD, 90);
   ::signal(SIGPIPE, SIG_IGN);
   ::signal(SIGUSR1, SIG_IGN);
   sigset_t blocked, before;
@@ -203,12 +204,13 @@ TEST(Child, InheritsNothing) {
   ::sigprocmask(SIG_SETMASK, &before, nullptr);
   ::signal(SIGUSR1, SIG_DFL);
   ::close(left);
+  ::close(far);
 
   EXPECT_EQ(statusLine(status, "SigIgn"), "0000000000000000");
   EXPECT_EQ(statusLine(status, "SigBlk"), "0000000000000000");
   EXPECT_EQ(sleepy, "");
   // Number 3 is the folder that ls reads.
-  EXPECT_EQ(descriptors, "0\n1\n2\n3\n0077\nleads\n");
+  EXPECT_EQ(descriptors, "0\n1\n2\n3\n0022\nleads\n");
   std::vector<std::string> lines;
   std::istringstream text(environment);
   for (std::string line; std::getline(text, line);) lines.push_back(line.substr(0, line.find('=')));
@@ -216,6 +218,35 @@ TEST(Child, InheritsNothing) {
   // The shell itself adds PWD.
   EXPECT_EQ(lines, (std::vector<std::string>{"HOME", "LANG", "LOGNAME", "PATH", "PWD", "SHELL", "USER"}));
   EXPECT_NE(environment.find("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n"), std::string::npos);
+}
+
+TEST(Child, IsAtHomeWhereItsUserIs) {
+  if (!isRoot()) GTEST_SKIP() << "needs root";
+  const struct {
+    Ids identity;
+    const char* want;
+  } cases[] = {{kRootIds, "/root root root\n"},
+               {{getUID("mail"), getGID("mail", 0)}, "/var/mail mail mail\n"},
+               {{4242, 4242}, "/ 4242 4242\n"}};
+  for (const auto& c : cases) EXPECT_EQ(outputOf("echo $HOME $USER $LOGNAME", c.identity), c.want);
+  EXPECT_EQ(outputOf("echo $USER"), "root\n");
+  ASSERT_TRUE(switchEffective(nobodyIds()));
+  EXPECT_EQ(outputOf("echo $USER"), "nobody\n");
+  ASSERT_TRUE(switchEffective(kRootIds));
+}
+
+TEST(Process, LeavesNoCoreAndIsLookedIntoByNobody) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    rlimit before{}, after{};
+    ::prctl(PR_SET_DUMPABLE, 1);
+    ::getrlimit(RLIMIT_CORE, &before);
+    forbidDumps();
+    ::getrlimit(RLIMIT_CORE, &after);
+    ::_exit(::prctl(PR_GET_DUMPABLE) == 0 && after.rlim_cur == 0 && after.rlim_max == before.rlim_max ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(do_waitpid(pid, status, "test"), 0);
 }
 
 TEST(Child, OfACleanedProcessIsClean) {
@@ -264,6 +295,40 @@ TEST(Child, StopsAtItsTimeLimit) {
   EXPECT_EQ(held.status, 2);
   EXPECT_EQ(held.output, "over\n");
   EXPECT_NE(logs.errors().find("holds its output open"), std::string::npos);
+}
+
+TEST(Child, HasTheLimitsOfTheStart) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    const rlimit start{200, 300}, ours{250, 300}, core{4096, 8192}, noCore{0, 8192};
+    ::setrlimit(RLIMIT_NOFILE, &start);
+    ::setrlimit(RLIMIT_CORE, &core);
+    keepLimitsForChildren();
+    ::setrlimit(RLIMIT_NOFILE, &ours);
+    ::setrlimit(RLIMIT_CORE, &noCore);
+    const std::string limits = outputOf("ulimit -Sn; ulimit -Hn; cat /proc/self/limits");
+    const bool whole = limits.find("Max core file size        4096                 8192") != std::string::npos;
+    ::_exit(limits.starts_with("200\n300\n") && whole ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(do_waitpid(pid, status, "test"), 0);
+}
+
+TEST(Child, IsLeftAloneAtItsTimeLimit) {
+  const LogCapture logs;
+  const Folder folder;
+  const std::string mark = folder.path("mark");
+  ChildPlan plan = ChildPlan::shell("sleep 2; echo lives >" + mark);
+  plan.output = ChildPlan::Stream::discard;
+  plan.timeLimit = 1;
+  plan.atLimit = ChildPlan::AtLimit::leave;
+  const ChildResult result = runChild(plan);
+  EXPECT_TRUE(result.timedOut);
+  EXPECT_EQ(result.status, -1);
+  EXPECT_NE(logs.errors().find("Time limit of 1 seconds is over: not waiting for pid "), std::string::npos);
+  int status = 0;
+  EXPECT_EQ(do_waitpid(-1, status, "left behind"), 0);
+  EXPECT_EQ(contentOf(mark), "lives\n");
 }
 
 TEST(Child, KeepsToItsLimits) {

@@ -349,6 +349,26 @@ TEST(ConfigFile, WhatOthersPlantedCountsAsMissing) {
   EXPECT_NE(log.security().find(path + " belongs to uid 65534, not to daemon: not read\n"), std::string::npos);
 }
 
+TEST(DataFile, IsCopiedWithItsOwner) {
+  ConfigFile record("/r");
+  ListFile list("/l");
+  const auto own = [](DataFile& file) {
+    file.setUser("bob");
+    file.setGroup("boss");
+    file.fileMode = 0600;
+  };
+  own(record);
+  own(list);
+  const ConfigFile otherRecord(&record);
+  const ListFile otherList(&list);
+  for (const DataFile* copy : {static_cast<const DataFile*>(&otherRecord), static_cast<const DataFile*>(&otherList)}) {
+    EXPECT_STREQ(copy->getUser(), "bob");
+    EXPECT_STREQ(copy->getGroup(), "boss");
+    EXPECT_EQ(copy->fileMode, 0600U);
+    EXPECT_STREQ(copy->getFilename(), copy == &otherRecord ? "/r" : "/l");
+  }
+}
+
 TEST(ListFile, HoldsSortedSetsAndSequences) {
   const std::string text = "b\na\nb\n\n#x\n";
   const struct {

@@ -5,6 +5,7 @@
 #include "core/sys/fail_point.h"
 #include "core/sys/privileges.h"
 #include "core/text/text.h"
+#include "support/fixed_clock.h"
 #include "support/fixtures.h"
 
 using namespace zvtaskq;
@@ -27,6 +28,34 @@ TEST(Log, WritesOneHarmlessLineAMessage) {
   }
   EXPECT_NE(capture.system().find(": done\n"), std::string::npos);
   EXPECT_NE(capture.security().find(": ***HACKER WARNING\n"), std::string::npos);
+}
+
+TEST(Log, StampsByTheCalendarAndKeepsErrno) {
+  ::setenv("TZ", "UTC0", 1);
+  ::tzset();
+  const struct {
+    long long now;
+    const char* stamp;
+    const char* text;
+  } cases[] = {{1'774'958'405, "2026:03:31-12:00:05", "Mar 31, 2026 at 12:00"},
+               {1'798'761'599, "2026:12:31-23:59:59", "Dec 31, 2026 at 23:59"},
+               {1'798'761'600, "2027:01:01-00:00:00", "Jan 1, 2027 at 00:00"}};
+  Log stamp;
+  for (const auto& c : cases) {
+    const FixedClock clock(c.now);
+    EXPECT_STREQ(stamp.getLogTime(), c.stamp);
+    EXPECT_STREQ(stamp.getCurrentTime(), c.text);
+  }
+  ::unsetenv("TZ");
+  ::tzset();
+  const LogTargets nowhere{"/nowhere/e", "/nowhere/s", "/nowhere/x", "/nowhere/l", false};
+  setLogTargets(&nowhere);
+  errno = EXDEV;
+  errorLog("%s", "x");
+  securityLog("%s", "x");
+  errorLogAndDebug(1, "%s", "x");
+  EXPECT_EQ(errno, EXDEV);
+  setLogTargets(nullptr);
 }
 
 TEST(Log, FallsBackToStandardOutput) {

@@ -55,7 +55,9 @@ TEST_F(Cleanups, KeepAndDropToTheSecond) {
        "a=date=" + ago(1LL << 32) + "\nb=date=" + ago((1LL << 31) + 5) + "\nc=date=-9223372036854775808\n",
        "a=date=" + ago(1LL << 32) + "\nb=date=" + ago((1LL << 31) + 5) + "\n"},
       {"requests", requests_, clearOldPasswordResetRequests,
-       "a=time=" + ago(7200) + "\nb=time=" + ago(7201) + "\nc=user=bob\n", "a=time=" + ago(7200) + "\n"},
+       "a=time=" + ago(7200) + "\nb=time=" + ago(7201) + "\nc=user=bob\nd=time=-5\ne=time=-9223372036854775808\n" +
+           "f=time=" + ago(1LL << 32) + "\n",
+       "a=time=" + ago(7200) + "\n"},
       {"blacklist", blacklist_, clear_old_blacklisted_ips,
        "192.0.2.1=" + ago(600) + "\n192.0.2.2=" + ago(601) + "\n192.0.2.3=0\n192.0.2.4=\n192.0.2.5\n192.0.2.6=x\n" +
            "192.0.2.7=9223372036854775807\n192.0.2.8=-5\n",
@@ -72,6 +74,14 @@ TEST_F(Cleanups, KeepAndDropToTheSecond) {
     ::unlink(c.file.c_str());
   }
   EXPECT_EQ(panel_.logs.errors(), "");
+}
+
+TEST_F(Cleanups, KnowRequestsAfterTheLastSecondOfThirtyTwoBits) {
+  const FixedClock later(2'200'000'000);
+  writeText(requests_, "a=user=bob\nb=time=2199999999\n");
+  ::chmod(requests_.c_str(), 0666);
+  clearOldPasswordResetRequests();
+  EXPECT_EQ(contentOf(requests_), "b=time=2199999999\n");
 }
 
 TEST_F(Cleanups, SwitchedOff) {

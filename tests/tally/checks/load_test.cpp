@@ -32,7 +32,8 @@ class LoadCheck : public ::testing::Test {
     panel_.conf.check_load_minute = 5;
     panel_.conf.load_notice_interval = 10;
     panel_.conf.load_top_string = "true";
-    writeText(panel_.path("templates/load_check_message.txt"), "|?SUBJECT=Load `LOAD`|");
+    panel_.conf.language = "tlh";
+    writeText(panel_.path("templates/load_check_message.txt"), "|?SUBJECT=Load `LOAD` `LANG`|");
   }
   void stamp(const std::string& pairs) {
     writeText(settings_, pairs);
@@ -85,7 +86,7 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
     check();
     ASSERT_EQ(sentNotices().size(), c.subject == nullptr ? 0U : 1U) << c.name;
     if (c.subject != nullptr) {
-      EXPECT_EQ(sentNotices()[0].subject, c.subject);
+      EXPECT_EQ(sentNotices()[0].subject, joined(c.subject, " tlh"));
     }
     EXPECT_EQ(contentOf(settings_), sentNotices().empty() ? before : "load_limit_last_sent=1800000000\nother=1\n")
         << c.name;

@@ -23,9 +23,10 @@ class PartitionCheck : public ::testing::Test {
     panel_.conf.check_partitions = 1;
     panel_.conf.partition_usage_threshold = 0;
     writeText(panel_.path("templates/partition_check.list"), "/\n/no/such/mount\n");
-    writeText(panel_.path("templates/partition_check_message.txt"), "|THRESHOLD|: |PARTITIONS|");
+    writeText(panel_.path("templates/partition_check_message.txt"), "|LANG| |THRESHOLD|: |PARTITIONS|");
   }
   void check(const std::string& pairs) {
+    panel_.conf.language = "tlh";
     const std::string path = panel_.path("admin/admin.conf");
     writeText(path, pairs);
     ::chmod(path.c_str(), 0666);
@@ -96,6 +97,6 @@ TEST_F(PartitionCheck, OnceADayOrEveryTime) {
     EXPECT_EQ(after, c.sent == 0 ? stamp : "quota_thresh_last_check=1800000000\n") << c.name;
   }
   const std::string lastMessage = sentNotices().back().message;
-  EXPECT_NE(lastMessage.find("% - /\n"), std::string::npos) << lastMessage;
+  EXPECT_TRUE(lastMessage.starts_with("tlh 0: ") && lastMessage.ends_with("% - /\n")) << lastMessage;
   EXPECT_EQ(lastMessage.find("/no/such"), std::string::npos) << lastMessage;
 }

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/files/safe_file.h"
 #include "core/panel/run_state.h"
@@ -25,7 +26,6 @@ constexpr int kShown = 100;
 constexpr std::size_t kMostFiles = 1000;
 /// How many system accounts are asked for one by one.
 constexpr std::size_t kHandful = 8;
-constexpr int kLongestAccount = 32;
 constexpr uid_t kFirstAccountId = 1000;
 constexpr char kSuspendedMark = '!';
 constexpr int kMostComplaints = 20;
@@ -55,12 +55,8 @@ std::string shown(const char* name) {
   return name == nullptr ? "" : std::string(name, ::strnlen(name, kLongestShown));
 }
 
-/// Whether there may be such a system account; one may begin with a digit where the administrator allows it.
-bool isAccountName(const char* name) {
-  if (std::strlen(name) <= kLongestAccount && *name != '-' &&
-      isValidUsername(joined("u", name).c_str(), kLongestAccount + 1, 1)) {
-    return true;
-  }
+bool mayBeAccount(const char* name) {
+  if (isAccountName(name)) return true;
   debug(kShown, "Tally::system_acount_is_suspended(%s): not a valid system username", shown(name).c_str());
   return false;
 }
@@ -125,7 +121,7 @@ int user_is_suspended_in_file(const char* name, const char* path) {
 // --- System accounts -------------------------------------------------------------------------------------------
 
 int system_acount_is_suspended(const char* name) {
-  if (name == nullptr || !isAccountName(name)) return 0;
+  if (!mayBeAccount(name)) return 0;
   const AsRoot root;
   const passwd* account = ::getpwnam(name);
   const bool isOurs = account != nullptr && account->pw_uid >= kFirstAccountId;
@@ -137,7 +133,7 @@ int system_acount_is_suspended(const char* name) {
 bool SuspendedSystemAccounts::contains(const char* name) {
   const auto known = known_.find(name);
   if (known != known_.end()) return known->second;
-  if (!isAccountName(name)) return false;
+  if (!mayBeAccount(name)) return false;
   if (known_.size() < kHandful) return known_.emplace(name, system_acount_is_suspended(name) != 0).first->second;
   if (listed_) return tellUnknown(name) != 0;
   list();
