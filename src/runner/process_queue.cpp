@@ -12,8 +12,6 @@
 #include "core/sys/safe_point.h"
 #include "core/text/line_search.h"
 #include "runner/actions/action_table.h"
-#include "runner/actions/mail_queue.h"
-#include "runner/monitor/service_verbs.h"
 #include "runner/monitor/services_table.h"
 #include "runner/queue/queue_file.h"
 

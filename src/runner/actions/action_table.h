@@ -14,6 +14,10 @@ void executeCommand(const char* line);
 /// The same for a line that is parsed already.
 void executeTask(const char* line, ConfigFile& record);
 
+/// Carries out one line of the mail queue: "limit", "userlimit" and "block_cracking". Without an action it is
+/// reported in the error log.
+void execute_mail_commmand(const char* line);
+
 /// Every row that a room of this build offers, in the order of the action words, within an action by its rooms.
 std::vector<const ActionRow*> allRows();
 /// The row that takes the line; null when there is none.

@@ -1,4 +1,4 @@
-#include "runner/monitor/service_verbs.h"
+#include "runner/monitor/services_table.h"
 
 #include <gtest/gtest.h>
 #include <vector>
