@@ -18,8 +18,8 @@ class ConfigFile : public DataFile {
   /// An empty record; a null or empty name leaves it without a file.
   explicit ConfigFile(const char* filename);
   explicit ConfigFile(std::nullptr_t) : ConfigFile(static_cast<const char*>(nullptr)) {}
-  /// A deep copy of the other's file name, pairs, mode, owner, group, lock use, caller location, separator, header comment
-  /// and `multiValued`; the other settings as in a new record.
+  /// A deep copy of the other's file name, pairs, mode, owner, group, lock use, caller location, separator, header
+  /// comment and `multiValued`; the other settings as in a new record.
   explicit ConfigFile(const ConfigFile* other);
   ~ConfigFile() override;
 
