@@ -1,6 +1,7 @@
-// brute_scan_work make FILE KIND LINES PERCENT ADDRESSES: writes a log of KIND ("secure" or "mail") in which that share
-// of the lines are failed log-ins.
-// brute_scan_work scan FOLDER LOG KIND: one pass of the brute-force monitor over the log, with its files in FOLDER.
+// brute_scan_work make FILE KIND LINES PERCENT ADDRESSES USERS: writes a log of KIND ("secure" or "mail") in which that
+// share of the lines are failed log-ins, from as many addresses and with as many names.
+// brute_scan_work scan FOLDER LOG KIND [all]: one pass of the brute-force monitor over the log, with its files in
+// FOLDER; with "all" it counts what was tried on suspended accounts too.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -28,10 +29,23 @@ class Numbers {
 
 constexpr const char* kUsers[] = {"root", "admin", "test", "oracle", "postgres", "ubuntu", "git", "bob"};
 
-void writeSecureLine(std::FILE* out, Numbers& numbers, const char* stamp, const std::string& address, bool failed) {
+/// One of so many names as attackers try: those above, then the same with numbers.
+std::string userName(unsigned which) {
+  const std::string name = kUsers[which % 8];
+  return which < 8 ? name : name + std::to_string(which / 8);
+}
+
+/// What a line tells of.
+struct LogIn {
+  const char* stamp;
+  const char* address;
+  const char* user;
+  bool failed;
+};
+
+void writeSecureLine(std::FILE* out, Numbers& numbers, const LogIn& logIn) {
   const unsigned id = 1000 + numbers.below(60000), port = 1024 + numbers.below(60000);
-  const char* user = kUsers[numbers.below(8)];
-  const char* at = address.c_str();
+  const auto& [stamp, at, user, failed] = logIn;
   if (failed && numbers.below(2) == 0) {
     std::fprintf(out, "%s server sshd[%u]: Failed password for invalid user %s from %s port %u ssh2\n", stamp, id, user,
                  at, port);
@@ -52,19 +66,19 @@ void writeSecureLine(std::FILE* out, Numbers& numbers, const char* stamp, const 
   }
 }
 
-void writeMailLine(std::FILE* out, Numbers& numbers, const char* stamp, const std::string& address, bool failed) {
-  const char* user = kUsers[numbers.below(8)];
+void writeMailLine(std::FILE* out, Numbers& numbers, const LogIn& logIn) {
+  const auto& [stamp, address, user, failed] = logIn;
   const unsigned session = numbers.below(1U << 30);
   if (failed) {
     std::fprintf(out,
                  "%s server dovecot: imap-login: Disconnected (auth failed, %u attempts): user=<%s@site.example>, "
                  "method=PLAIN, rip=%s, lip=198.51.100.1, TLS, session=<%08x>\n",
-                 stamp, 1 + numbers.below(3), user, address.c_str(), session);
+                 stamp, 1 + numbers.below(3), user, address, session);
   } else {
     std::fprintf(out,
                  "%s server dovecot: imap-login: Login: user=<%s@site.example>, method=PLAIN, rip=%s, "
                  "lip=198.51.100.1, mpid=%u, TLS, session=<%08x>\n",
-                 stamp, user, address.c_str(), numbers.below(60000), session);
+                 stamp, user, address, numbers.below(60000), session);
   }
 }
 
@@ -75,6 +89,7 @@ int make(char** arguments) {
   const long lines = std::atol(arguments[4]);
   const auto percent = static_cast<unsigned>(std::atoi(arguments[5]));
   const auto addresses = static_cast<unsigned>(std::atoi(arguments[6]));
+  const auto users = static_cast<unsigned>(std::atoi(arguments[7]));
   Numbers numbers;
   for (long i = 0; i < lines; ++i) {
     const long second = i / 50;
@@ -85,12 +100,13 @@ int make(char** arguments) {
     const std::string text = "10." + std::to_string(address >> 16) + "." + std::to_string(address >> 8 & 255) + "." +
                              std::to_string(address & 255);
     const bool failed = numbers.below(100) < percent;
-    (mail ? writeMailLine : writeSecureLine)(out, numbers, stamp, text, failed);
+    const std::string user = userName(numbers.below(users));
+    (mail ? writeMailLine : writeSecureLine)(out, numbers, {stamp, text.c_str(), user.c_str(), failed});
   }
   return std::fclose(out) == 0 ? 0 : 1;
 }
 
-int scan(char** arguments) {
+int scan(char** arguments, bool countsAll) {
   Config conf(nullptr);
   const std::string folder = arguments[2];
   conf.serverpath = folder.c_str();
@@ -98,6 +114,7 @@ int scan(char** arguments) {
   conf.templates = folder.c_str();
   conf.brute_force_log_scanner = 1;
   (std::string(arguments[4]) == "mail" ? conf.brute_force_mail_log : conf.brute_force_secure_log) = arguments[3];
+  conf.brute_force_ignore_attempts_on_suspended = !countsAll;
   // Whom to tell, and how, is not what is measured.
   conf.ip_brutecount = conf.user_brutecount = 2'000'000'000;
   useConfiguration(&conf);
@@ -110,6 +127,6 @@ int scan(char** arguments) {
 
 int main(int count, char** arguments) {
   const std::string what = count > 1 ? arguments[1] : "";
-  if (what == "make" && count == 7) return make(arguments);
-  return what == "scan" && count == 5 ? scan(arguments) : 2;
+  if (what == "make" && count == 8) return make(arguments);
+  return what == "scan" && (count == 5 || count == 6) ? scan(arguments, count == 6) : 2;
 }

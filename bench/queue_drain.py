@@ -59,7 +59,7 @@ def main():
     write_script("/tmp/drain.py", PYTHON)
     write_script("/tmp/drain.sh", BASH)
     refill = "cp /tmp/queue.{} " + QUEUE
-    bench.compare("queue of 100,000 lines; Python with urllib", ">= 10", PROGRAM, "python3 /tmp/drain.py",
+    bench.compare("queue of 100,000 lines; Python with urllib", ">= 12", PROGRAM, "python3 /tmp/drain.py",
                   before=refill.format("all"))
     bench.compare("queue of 100,000 lines; while read in bash, a tenth of them times ten", ">= 100", PROGRAM,
                   "bash /tmp/drain.sh", before=(refill.format("all"), refill.format("part")), runs=3, share=BASH_SHARE)

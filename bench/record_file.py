@@ -6,17 +6,26 @@ import string
 import bench
 
 SIZES = (100_000, 1_000_000)
-BYTES_A_PAIR = 120
+BYTES_A_PAIR = 80
 
 
-def write_record(path, pairs):
-    """Names as they come in tables of domains: each once, in no order."""
-    random.seed(pairs)
+def own_names(count):
+    """Names as they come in tables of domains."""
     letters = string.ascii_lowercase + string.digits
     names = set()
-    while len(names) < pairs:
+    while len(names) < count:
         names.add("".join(random.choices(letters, k=random.randint(6, 14))) + random.choice((".com", ".org", ".net")))
-    names = sorted(names)
+    return sorted(names)
+
+
+def shared_names(count):
+    """Names that begin alike, at several places: a provider's customers."""
+    return [f"{('mail', 'www', 'shop')[i % 3]}.customer-{i // 100:04}.number-{i % 100:02}.example.com" for i in range(count)]
+
+
+def write_record(path, names):
+    """Each name once, in no order."""
+    random.seed(len(names))
     random.shuffle(names)
     with open(path, "w", encoding="ascii") as record:
         for number, name in enumerate(names):
@@ -30,18 +39,26 @@ def beyond_the_text(work, source, ours, pairs):
     bench.row(work, f"{beyond:.0f} bytes a pair", "-", "-", goal, bench.meets(goal, beyond))
 
 
+def ours_for(name, names):
+    """Our command that reads, sorts and writes a record of such names."""
+    write_record(f"/tmp/record.{name}", names)
+    return f"{os.environ['ZVTASKQ_BUILD']}/bench/record_work /tmp/record.{name} /tmp/written"
+
+
+def sort_beside(work, name, ours):
+    bench.compare(f"{work}: read, sort, write; sort -u", ">= 1.7", ours,
+                  ["env", "LC_ALL=C", "sort", "-u", "-o", "/tmp/sorted", f"/tmp/record.{name}"], runs=9)
+
+
 def main():
-    program = os.environ["ZVTASKQ_BUILD"] + "/bench/record_work"
-    ours = {}
-    for pairs in (*SIZES, SIZES[-1] // 2):
-        write_record(f"/tmp/record.{pairs}", pairs)
-        ours[pairs] = f"{program} /tmp/record.{pairs} /tmp/written.{pairs}"
-    for pairs in SIZES:
-        bench.compare(f"record of {pairs:,} pairs: read, sort, write; sort -u", ">= 1.7", ours[pairs],
-                      ["env", "LC_ALL=C", "sort", "-u", "-o", "/tmp/sorted", f"/tmp/record.{pairs}"], runs=9)
-    most = SIZES[-1]
-    beyond_the_text(f"record of {most:,} pairs: memory beyond the text", f"/tmp/record.{most}", ours[most], most)
-    bench.growth(f"record of {most:,} pairs, half of it", "<= 2.2", ours[most // 2], ours[most])
+    random.seed(len(SIZES))
+    few, most = SIZES
+    sort_beside(f"record of {few:,} pairs", "few", ours_for("few", own_names(few)))
+    sort_beside(f"record of {most:,} pairs", "many", ours_for("many", own_names(most)))
+    whole, half = ours_for("alike", shared_names(most)), ours_for("half", shared_names(most // 2))
+    sort_beside(f"record of {most:,} pairs whose names begin alike", "alike", whole)
+    beyond_the_text(f"record of {most:,} such pairs: memory beyond the text", "/tmp/record.alike", whole, most)
+    bench.growth(f"record of {most:,} such pairs, half of it", "<= 2.2", half, whole)
 
 
 if __name__ == "__main__":

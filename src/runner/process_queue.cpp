@@ -10,6 +10,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
+#include "core/text/line_search.h"
 #include "runner/actions/action_table.h"
 #include "runner/actions/mail_queue.h"
 #include "runner/monitor/service_verbs.h"
@@ -37,7 +38,7 @@ void guarded(const char* line, CarryOut carryOut) {
 /// Most lines cannot hold a reset, however they are encoded, and need not be parsed to know it.
 bool mayBeReset(std::string_view line) {
   for (const std::string_view sign : {"reset", "%6", "%7"}) {
-    if (line.find(sign) != std::string_view::npos) return true;
+    if (findText(line, sign) != std::string_view::npos) return true;
   }
   return false;
 }

@@ -85,6 +85,8 @@ void installSignalHandlers() {
   ::sigaction(SIGUSR2, &action, nullptr);
   action.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &action, nullptr);
+  // The end of a lease, which may be told long after the lease was given back: who holds one asks its descriptor.
+  ::sigaction(SIGIO, &action, nullptr);
 }
 
 void handleSignal(int number) {

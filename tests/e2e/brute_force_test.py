@@ -145,15 +145,20 @@ class Scanning(BruteForceTest):
 
     def test_suspended_accounts_and_what_attackers_type(self):
         settings(user_brutecount=1, ip_brutecount=0)
-        panel.shell("userdel -r carl 2>/dev/null; useradd -p '!hash' carl; mkdir -p /etc/virtual/site.example")
-        self.addCleanup(panel.shell, "userdel -r carl 2>/dev/null")
+        for name in ("carl", "dora"):
+            panel.shell("userdel -r %s 2>/dev/null; useradd -p '!hash' %s" % (name, name))
+            self.addCleanup(panel.shell, "userdel -r %s 2>/dev/null" % name)
+        panel.shell("mkdir -p /etc/virtual/site.example")
         write("/etc/virtual/site.example/passwd", "bob:!x:1\nann:x:1\n", "mail", 0o600)
         self.script("custom/brute_force_notice_user.sh", 'printf "%%s\\n" "$value" >>%s\n' % SEEN)
         dovecot = "Nov 23 00:45:10 panel dovecot: imap-login: Disconnected (auth failed, 1 attempts in 4 secs): user=<%s>, rip=198.51.100.1,\n"
         append(SECURE, "".join(failure("198.51.100.1", name) for name in ("carl", "root", "$(id)", "`id`")))
+        # Behind so many, accounts are no longer asked for one by one.
+        ghosts = ["ghost%02d" % number for number in range(20)]
+        append(SECURE, "".join(failure("198.51.100.2", name) for name in (*ghosts, "dora")))
         append(MAIL, "".join(dovecot % name for name in ("bob@site.example", "ann@site.example", "x@../site.example")))
         self.run_program()
-        self.assertEqual(sorted(text(SEEN).splitlines()), ["$(id)", "`id`", "ann@site.example", "root", "x@../site.example"])
+        self.assertEqual(sorted(text(SEEN).splitlines()), ["$(id)", "`id`", "ann@site.example", *ghosts, "root", "x@../site.example"])
         self.assertEqual(counts(ADDRESSES)["198.51.100.1"], {"sshd5": 3, "dovecot1": 2})
         self.assertLogged("User is suspended.  Exempt from brute force count.", "security", times=1)
 

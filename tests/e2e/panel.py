@@ -18,7 +18,7 @@ ADMIN = PANEL + "/data/admin"
 QUEUE = PANEL + "/data/task.queue"
 MAIL_QUEUE = "/etc/virtual/mail_task.queue"
 LOGS = "/var/log/zorvane"
-LOST = ADMIN + "/task_queue_lost"
+LOST = ADMIN + "/state/task_queue_lost"
 
 
 def shell(command, **more):

@@ -18,6 +18,13 @@ class Queue(PanelTest):
         self.assertLogged("Reset all command : done", "system", times=1)
         self.assertEqual(text(panel.QUEUE), "action=tally&value=all\n" * 2)
 
+    def test_order_of_the_queues(self):
+        for path in (panel.QUEUE + ".zv", panel.QUEUE, panel.MAIL_QUEUE, panel.QUEUE + ".cb"):
+            self.queue("value=" + path, path=path)
+        self.run_program()
+        self.assertEqual([line.split("value=")[1] for line in self.log().split("\n") if ":invalid action: " in line],
+                         [panel.QUEUE + ".cb", panel.MAIL_QUEUE, panel.QUEUE, panel.QUEUE + ".zv"])
+
     def test_services_coalesce(self):
         for name in ("named", "exim", "httpd"):
             self.service(name)

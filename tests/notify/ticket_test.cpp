@@ -350,6 +350,30 @@ TEST_F(Messages, GoByEmailInstead) {
   EXPECT_FALSE(exists(folder_.path("tickets/000")));
 }
 
+TEST_F(Messages, ADeadMailProgramIsTriedOnce) {
+  ListFile recipients(nullptr);
+  for (const char* name : {"ann", "bob", "eve"}) {
+    addUser(name);
+    put(joined("users/", name, "/user.conf"), joined("username=", name, "\nemail=", name, "@x.example\n"));
+    recipients.addElement(name);
+  }
+  make("programs", 0755);
+  const LogCapture logs;
+  EXPECT_EXIT(
+      {
+        const bool stage = ::unshare(CLONE_NEWNS) == 0 &&
+                           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                           ::mount(folder_.path("programs").c_str(), "/usr/sbin", nullptr, MS_BIND, nullptr) == 0;
+        if (stage) static_cast<void>(send(recipients));
+        ::_exit(stage ? 0 : 9);
+      },
+      testing::ExitedWithCode(0), "");
+  const std::string errors = logs.errors();
+  const std::size_t first = errors.find("Unable to send an e-mail to ");
+  EXPECT_NE(errors.find(", no more are sent in this run"), std::string::npos) << errors;
+  EXPECT_EQ(errors.find("Unable to send an e-mail to ", first + 1), std::string::npos) << errors;
+}
+
 TEST_F(Messages, WithoutConfigurationAndInDemonstrations) {
   const LogCapture logs;
   useConfiguration(nullptr);

@@ -1,11 +1,16 @@
 #include "support/fixtures.h"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+
+#include "core/sys/identity.h"
 
 namespace zvtaskq::test {
 
@@ -45,6 +50,26 @@ bool exists(const std::string& path) {
 unsigned modeOf(const std::string& path) {
   struct stat what {};
   return ::lstat(path.c_str(), &what) == 0 ? what.st_mode & 07777 : 0;
+}
+
+Exchange::Exchange(const std::string& folder, const char* one, const char* other) {
+  int ends[2] = {-1, -1};
+  if (::pipe2(ends, O_CLOEXEC) != 0) ends[0] = ends[1] = -1;
+  child_ = ::fork();
+  if (child_ == 0) {
+    const int opened = ::open(folder.c_str(), O_PATH | O_DIRECTORY);
+    if (!becomeForGood({8, 8}) || ::write(ends[1], "", 1) != 1) ::_exit(1);
+    for (;;) ::renameat2(opened, one, opened, other, RENAME_EXCHANGE);
+  }
+  char started = 0;
+  ::close(ends[1]);
+  if (::read(ends[0], &started, 1) != 1) std::abort();
+  ::close(ends[0]);
+}
+
+Exchange::~Exchange() {
+  ::kill(child_, SIGKILL);
+  ::waitpid(child_, nullptr, 0);
 }
 
 LogCapture::LogCapture() {

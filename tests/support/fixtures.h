@@ -47,6 +47,18 @@ class LogCapture {
   std::string paths_[4];
 };
 
+/// From when it is made until it goes, user and group 8 exchange two names of a folder of theirs, again and again.
+class Exchange {
+ public:
+  Exchange(const std::string& folder, const char* one, const char* other);
+  ~Exchange();
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
+
+ private:
+  pid_t child_;
+};
+
 /// Runs `body` and returns what it printed on standard output.
 template <class Body>
 std::string printed(Body body) {

@@ -27,7 +27,7 @@ bool appendWhole(int fd, std::string_view lines) {
   std::string text(lines);
   struct stat before {};
   if (sys::fstat(fd, before) != 0) return false;
-  if (!S_ISREG(before.st_mode)) {
+  if (!S_ISREG(before.st_mode) || before.st_nlink > 1) {
     errno = EINVAL;
     return false;
   }
@@ -41,7 +41,7 @@ bool appendWhole(int fd, std::string_view lines) {
 
 }  // namespace
 
-Appended appendLines(const char* path, std::string_view lines, const char* caller) {
+Appended appendLines(const char* path, std::string_view lines, const char* caller, const struct stat* like) {
   FileLock lock;
   if (!lock.take(path, kLockMaximumAge, caller, nullptr)) return Appended::locked;
   const Descriptor file(sys::open(path, O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_NOFOLLOW, 0600));
@@ -51,8 +51,10 @@ Appended appendLines(const char* path, std::string_view lines, const char* calle
     errno = error;
     return Appended::failed;
   }
-  if (sys::fchmod(file.get(), 0600) != 0 || sys::fchown(file.get(), getUID(kPanelUser), getGID(kPanelUser, 0)) != 0) {
-    errorLog("Unable to give %s to %s: %s", path, kPanelUser, std::strerror(errno));
+  const Ids owner = like == nullptr ? Ids{getUID(kPanelUser), getGID(kPanelUser, 0)} : Ids{like->st_uid, like->st_gid};
+  const mode_t mode = like == nullptr ? 0600 : like->st_mode & 0777;
+  if (sys::fchmod(file.get(), mode) != 0 || sys::fchown(file.get(), owner.user, owner.group) != 0) {
+    errorLog("Unable to give %s to uid %u: %s", path, owner.user, std::strerror(errno));
   }
   return Appended::done;
 }

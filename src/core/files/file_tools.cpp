@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -35,42 +36,24 @@ Descriptor openItself(const char* path, struct stat& what) {
   return Descriptor();
 }
 
-/// Copies from where both stand up to `end`, or to the end of the file when it comes first.
-int copyStretch(int from, int to, off_t length, std::vector<char>& block) {
+/// Copies from where both stand up to `end`, or to the end of the file when it comes first. `room` shrinks by what was
+/// there.
+int copyStretch(int from, int to, off_t length, std::vector<char>& block, long long& room) {
   while (length > 0) {
     const std::size_t wanted = static_cast<std::size_t>(std::min<off_t>(length, static_cast<off_t>(block.size())));
     const ssize_t got = sys::read(from, block.data(), wanted);
     if (got < 0) return 0;
     if (got == 0) return 1;
+    room -= got;
+    if (room < 0) {
+      errno = EFBIG;
+      return 0;
+    }
     const std::string_view piece(block.data(), static_cast<std::size_t>(got));
     if (sys::writeAll(to, piece) != piece.size()) return 0;
     length -= got;
   }
   return 1;
-}
-
-/// The bytes of one file as the content of an empty other, holes left out.
-int copyContent(int from, int to, off_t size) {
-  std::vector<char> block(kBlock);
-  off_t at = 0;
-  while (at < size) {
-    off_t begin = ::lseek(from, at, SEEK_DATA);
-    if (begin < 0 && errno == ENXIO) break;
-    // A file system that knows nothing of holes has data all over.
-    const bool knowsHoles = begin >= 0;
-    if (!knowsHoles) begin = at;
-    off_t end = knowsHoles ? ::lseek(from, begin, SEEK_HOLE) : size;
-    if (end < 0) end = size;
-    end = std::min(end, size);
-    if (begin >= end) break;
-    if (::lseek(from, begin, SEEK_SET) < 0 || ::lseek(to, begin, SEEK_SET) < 0) return 0;
-    if (!copyStretch(from, to, end - begin, block)) return 0;
-    at = end;
-  }
-  // The length counts too when it ends in a hole, but not past what is left of a file that shrank meanwhile.
-  struct stat now {};
-  if (sys::fstat(from, now) != 0) return 0;
-  return sys::ftruncate(to, std::min(size, now.st_size)) == 0 ? 1 : 0;
 }
 
 struct RenameError {
@@ -139,6 +122,29 @@ int refusesHardLinks(const char* from, const char* to) {
   return 1;
 }
 
+/// A rename between two folders that are opened once.
+class Move {
+ public:
+  Move(const char* from, const char* to)
+      : from_(from),
+        to_(to),
+        source_(sys::open(from_.folder.c_str(), O_PATH | O_DIRECTORY)),
+        target_(source_ ? sys::open(to_.folder.c_str(), O_PATH | O_DIRECTORY) : -1) {}
+
+  bool there() const {
+    return target_ && sys::renameat(source_.get(), from_.name.c_str(), target_.get(), to_.name.c_str()) == 0;
+  }
+  bool back() const { return sys::renameat(target_.get(), to_.name.c_str(), source_.get(), from_.name.c_str()) == 0; }
+  bool broughtHardLink() const {
+    struct stat what {};
+    return sys::lstatAt(target_.get(), to_.name.c_str(), what) == 0 && S_ISREG(what.st_mode) && what.st_nlink > 1;
+  }
+
+ private:
+  PathParts from_, to_;
+  Descriptor source_, target_;
+};
+
 /// Where the last `lines` lines of a text begin; npos when they begin before it.
 std::size_t startOfLast(std::string_view text, int lines) {
   // A line feed at the very end ends the last line; it begins none.
@@ -164,6 +170,29 @@ bool contains(std::string_view line, std::string_view text, int ignoreCase) {
 
 }  // namespace
 
+int copyContent(int from, int to, long long size, long long mostData) {
+  std::vector<char> block(kBlock);
+  off_t at = 0;
+  while (at < size) {
+    off_t begin = ::lseek(from, at, SEEK_DATA);
+    if (begin < 0 && errno == ENXIO) break;
+    // A file system that knows nothing of holes has data all over.
+    const bool knowsHoles = begin >= 0;
+    if (!knowsHoles) begin = at;
+    off_t end = knowsHoles ? ::lseek(from, begin, SEEK_HOLE) : size;
+    if (end < 0) end = size;
+    end = std::min<off_t>(end, size);
+    if (begin >= end) break;
+    if (::lseek(from, begin, SEEK_SET) < 0 || ::lseek(to, begin, SEEK_SET) < 0) return 0;
+    if (!copyStretch(from, to, end - begin, block, mostData)) return 0;
+    at = end;
+  }
+  // The length counts too when it ends in a hole, but not past what is left of a file that shrank meanwhile.
+  struct stat now {};
+  if (sys::fstat(from, now) != 0) return 0;
+  return sys::ftruncate(to, std::min<off_t>(size, now.st_size)) == 0 ? 1 : 0;
+}
+
 int copyFile(const char* from, const char* to, unsigned mode) {
   struct stat what {};
   const Descriptor source = openItself(from, what);
@@ -172,15 +201,18 @@ int copyFile(const char* from, const char* to, unsigned mode) {
     errno = ENOENT;
     return 0;
   }
-  const std::string temporary = joined(to, ".", getRandText(12));
-  Descriptor target(sys::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
+  const PathParts place(to);
+  const Descriptor folder(sys::open(place.folder.c_str(), O_PATH | O_DIRECTORY));
+  if (!folder) return 0;
+  const std::string temporary = joined(place.name, ".", getRandText(12));
+  Descriptor target(sys::openat(folder.get(), temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
   if (!target) return 0;
   const mode_t bits = static_cast<mode_t>(mode != 0 ? mode : what.st_mode & 0777);
-  const bool whole = copyContent(source.get(), target.get(), what.st_size) && sys::fchmod(target.get(), bits) == 0 &&
-                     sys::fsync(target.get()) == 0 && target.close() == 0;
-  if (whole && sys::rename(temporary.c_str(), to) == 0) return 1;
+  const bool whole = copyContent(source.get(), target.get(), what.st_size, LLONG_MAX) &&
+                     sys::fchmod(target.get(), bits) == 0 && sys::fsync(target.get()) == 0 && target.close() == 0;
+  if (whole && sys::renameat(folder.get(), temporary.c_str(), folder.get(), place.name.c_str()) == 0) return 1;
   const int error = errno;
-  static_cast<void>(sys::unlink(temporary.c_str()));
+  static_cast<void>(sys::unlinkat(folder.get(), temporary.c_str(), 0));
   errno = error;
   return 0;
 }
@@ -191,8 +223,15 @@ int renameFile(const char* from, const char* to, int checkHardLinks) {
   if (from == nullptr || to == nullptr || *from == '\0' || *to == '\0') {
     return fail(result, "One of the paths was empty or null");
   }
-  if (checkHardLinks && effectiveIds().user == 0 && refusesHardLinks(from, to)) return 0;
-  if (sys::rename(from, to) == 0) {
+  const bool checks = checkHardLinks && effectiveIds().user == 0;
+  if (checks && refusesHardLinks(from, to)) return 0;
+  const Move move(from, to);
+  if (move.there()) {
+    // What was put in its place since the look goes back.
+    if (checks && move.broughtHardLink() && move.back()) {
+      static_cast<void>(refusesHardLinks(from, to));
+      return 0;
+    }
     addResult(result, "File successfully renamed");
     return 1;
   }

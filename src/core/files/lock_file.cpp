@@ -14,6 +14,7 @@
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 
@@ -51,23 +52,39 @@ bool isStale(const struct stat& lock, int maximumAge, long long& age) {
   return ageOf(lock.st_ctim.tv_sec, now, maximumAge).seconds > maximumAge;
 }
 
+/// A lock file by its folder, opened once, and its name there: between two looks nothing leads to another folder.
+struct LockPlace {
+  explicit LockPlace(const std::string& lockPath)
+      : path(lockPath),
+        name(PathParts(lockPath).name),
+        folder(sys::open(PathParts(lockPath).folder.c_str(), O_PATH | O_DIRECTORY)) {}
+  bool look(struct stat& what) const { return sys::lstatAt(folder.get(), name.c_str(), what) == 0; }
+  Descriptor open(int flags) const {
+    return Descriptor(folder ? sys::openat(folder.get(), name.c_str(), flags, 0700) : -1);
+  }
+
+  const std::string& path;
+  std::string name;
+  Descriptor folder;
+};
+
 /// Deletes a stale lock. Several waiters find it at once; the one that holds a `flock` on the very file it found
 /// stale may delete it, and only while it still is the file of that name, so nobody deletes a fresh lock.
-void breakIfStale(const std::string& path, int maximumAge) {
+void breakIfStale(const LockPlace& place, int maximumAge) {
   struct stat seen {};
   long long age = 0;
-  if (sys::lstat(path.c_str(), seen) != 0 || !isStale(seen, maximumAge, age)) return;
+  if (!place.look(seen) || !isStale(seen, maximumAge, age)) return;
 
-  const Descriptor opened(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  const Descriptor opened = place.open(O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (opened && sys::flockNow(opened.get(), LOCK_EX) != 0) return;
   struct stat mine {};
   struct stat now {};
   if (opened && sys::fstat(opened.get(), mine) != 0) return;
-  if (sys::lstat(path.c_str(), now) != 0 || !isStale(now, maximumAge, age)) return;
+  if (!place.look(now) || !isStale(now, maximumAge, age)) return;
   if (opened && !sameFile(mine, now)) return;
 
-  errorLog("removing old lock: %s (age: %d seconds)", path.c_str(), static_cast<int>(age));
-  static_cast<void>(sys::unlink(path.c_str()));
+  errorLog("removing old lock: %s (age: %d seconds)", place.path.c_str(), static_cast<int>(age));
+  static_cast<void>(sys::unlinkat(place.folder.get(), place.name.c_str(), 0));
 }
 
 /// One line, whatever the caller is called: a look at a lock must not be misled by what stands in it.
@@ -92,27 +109,27 @@ void markAttempt(const char* path, const char* caller, bool started) {
 }
 
 /// The descriptor of the lock file made, or none with the reason set.
-Descriptor makeLock(const std::string& lockPath, const char* path, int maximumAge, const char* caller, char* reason) {
-  const FailScope scope("lock");
+Descriptor makeLock(const LockPlace& place, const char* path, int maximumAge, const char* caller, char* reason) {
   for (int i = 0; i < kTries; ++i) {
-    Descriptor lock(sys::open(lockPath.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0700));
+    Descriptor lock = place.open(O_WRONLY | O_CREAT | O_EXCL);
     if (lock) {
       if (lockDebug) writeCaller(lock.get(), path, caller);
       return lock;
     }
     if (errno != EEXIST) {
       const std::string why = std::strerror(errno);
-      setReason(reason, "open error for %s: %s<br>\n%s", lockPath.c_str(), why.c_str(), describe(lockPath).c_str());
+      setReason(reason, "open error for %s: %s<br>\n%s", place.path.c_str(), why.c_str(), describe(place.path).c_str());
       return {};
     }
-    breakIfStale(lockPath, maximumAge);
+    breakIfStale(place, maximumAge);
     ::usleep(kPause);
   }
   setReason(reason, "file is locked by another process");
   return {};
 }
 
-Descriptor attempt(const char* path, int maximumAge, const char* caller, char* reason) {
+/// The open lock file, or none with the reason set. `folder`, unless null, gets the folder it stands in.
+Descriptor attempt(const char* path, int maximumAge, const char* caller, char* reason, Descriptor* folder) {
   if (path == nullptr || *path == '\0') {
     setReason(reason, "empty file_name");
     return {};
@@ -121,8 +138,12 @@ Descriptor attempt(const char* path, int maximumAge, const char* caller, char* r
     setReason(reason, "short file_name");
     return {};
   }
+  const FailScope scope("lock");
   markAttempt(path, caller, true);
-  Descriptor lock = makeLock(joined(path, ".lock"), path, maximumAge, caller, reason);
+  const std::string lockPath = joined(path, ".lock");
+  LockPlace place(lockPath);
+  Descriptor lock = makeLock(place, path, maximumAge, caller, reason);
+  if (lock && folder != nullptr) *folder = std::move(place.folder);
   markAttempt(path, caller, false);
   return lock;
 }
@@ -134,7 +155,7 @@ void setLockDebug(bool on) {
 }
 
 int getLock(const char* path, int maximumAge, const char* caller, char* reason) {
-  return attempt(path, maximumAge, caller, reason) ? 1 : 0;
+  return attempt(path, maximumAge, caller, reason, nullptr) ? 1 : 0;
 }
 
 int getLock(const char* path, const char* caller) {
@@ -147,9 +168,9 @@ void freeLock(const char* path) {
 
 int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
   release();
-  file_ = attempt(path, maximumAge, caller, reason);
+  file_ = attempt(path, maximumAge, caller, reason, &folder_);
   if (!file_) return 0;
-  lockPath_ = Text::copyOf(std::string_view(joined(path, ".lock")));
+  name_ = PathParts(joined(path, ".lock")).name;
   return 1;
 }
 
@@ -157,11 +178,12 @@ void FileLock::release() {
   if (!held()) return;
   struct stat mine {};
   struct stat now {};
-  if (sys::fstat(file_.get(), mine) == 0 && sys::lstat(lockPath_, now) == 0 && sameFile(mine, now)) {
-    static_cast<void>(sys::unlink(lockPath_));
+  if (sys::fstat(file_.get(), mine) == 0 && sys::lstatAt(folder_.get(), name_.c_str(), now) == 0 &&
+      sameFile(mine, now)) {
+    static_cast<void>(sys::unlinkat(folder_.get(), name_.c_str(), 0));
   }
   file_.reset();
-  lockPath_.clear();
+  folder_.reset();
 }
 
 }  // namespace zvtaskq

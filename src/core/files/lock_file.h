@@ -3,9 +3,9 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "core/sys/sys.h"
-#include "core/text/text.h"
 
 namespace zvtaskq {
 
@@ -38,11 +38,12 @@ class FileLock {
 
   /// As `getLock`.
   [[nodiscard]] int take(const char* path, int maximumAge, const char* caller, char* reason);
-  bool held() const { return !lockPath_.isNull(); }
+  bool held() const { return file_.isOpen(); }
   void release();
 
  private:
-  Text lockPath_;
+  std::string name_;
+  Descriptor folder_;
   /// Open as long as the lock is held: a file that is gone would leave its number to its successor.
   Descriptor file_;
 };

@@ -1,5 +1,6 @@
 #include "core/files/safe_file.h"
 
+#include <limits.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,19 +11,44 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr std::size_t kBuffer = std::size_t{64} * 1024;
 constexpr int kCareful = O_RDONLY | O_NONBLOCK;
 
-bool isLinkOfRoot(const char* path) {
-  struct stat link {};
-  return sys::lstat(path, link) == 0 && S_ISLNK(link.st_mode) && link.st_uid == 0;
+constexpr int kMostLinks = 40;
+
+/// Where a link of root's leads. It is pinned first, so that it is the one that was looked at which is followed. False,
+/// with errno, when it is no link, or somebody else's.
+bool readLinkOfRoot(int folder, const char* name, std::string& target) {
+  const Descriptor link(sys::openat(folder, name, O_PATH | O_NOFOLLOW));
+  struct stat what {};
+  char text[PATH_MAX];
+  if (!link || sys::fstat(link.get(), what) != 0) return false;
+  errno = ELOOP;
+  if (!S_ISLNK(what.st_mode) || what.st_uid != 0) return false;
+  const ssize_t length = ::readlinkat(link.get(), "", text, sizeof text);
+  if (length > 0) target.assign(text, static_cast<std::size_t>(length));
+  return length > 0;
+}
+
+/// Opens what `path` leads to over links of root's alone.
+Descriptor openOverLinksOfRoot(const char* path) {
+  Descriptor folder;
+  std::string next = path;
+  for (int links = 0; links < kMostLinks; ++links) {
+    const PathParts parts(next);
+    Descriptor inner(sys::openat(folder ? folder.get() : AT_FDCWD, parts.folder.c_str(), O_PATH | O_DIRECTORY));
+    if (!inner) return {};
+    folder = std::move(inner);
+    Descriptor file(sys::openat(folder.get(), parts.name.c_str(), kCareful | O_NOFOLLOW));
+    if (file || errno != ELOOP || !readLinkOfRoot(folder.get(), parts.name.c_str(), next)) return file;
+  }
+  return {};
 }
 
 }  // namespace
 
 Descriptor openRegularFile(const char* path) {
   Descriptor file(sys::open(path, kCareful | O_NOFOLLOW));
-  if (!file && errno == ELOOP && isLinkOfRoot(path)) file = Descriptor(sys::open(path, kCareful));
+  if (!file && errno == ELOOP) file = openOverLinksOfRoot(path);
   if (!file) return {};
   struct stat what {};
   if (sys::fstat(file.get(), what) == 0 && S_ISREG(what.st_mode)) return file;
@@ -36,14 +62,19 @@ Descriptor openRotated(const char* path, const LogMark& mark) {
   return rotated && mark.fits(rotated.get()) ? std::move(rotated) : Descriptor();
 }
 
-SafeFile::SafeFile(const char* path) : path_(path), temporary_(joined(path, ".temp")) {}
+SafeFile::SafeFile(const char* path)
+    : place_(path),
+      temporary_(joined(path, ".temp")),
+      temporaryName_(place_.name + ".temp"),
+      buffer_(new char[kBuffer]) {}
 
 int SafeFile::open() {
   const FailScope scope("safe_write");
-  if (sys::unlink(temporary_.c_str()) != 0 && errno != ENOENT) return 0;
-  file_ = Descriptor(sys::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600));
+  folder_ = Descriptor(sys::open(place_.folder.c_str(), O_PATH | O_DIRECTORY));
+  if (!folder_) return 0;
+  if (sys::unlinkat(folder_.get(), temporaryName_.c_str(), 0) != 0 && errno != ENOENT) return 0;
+  file_ = Descriptor(sys::openat(folder_.get(), temporaryName_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600));
   if (!file_ || sys::fchmod(file_.get(), 0600) != 0) return 0;
-  buffer_.reserve(kBuffer);
   return 1;
 }
 
@@ -56,9 +87,9 @@ void SafeFile::writeThrough(std::string_view text) {
 }
 
 void SafeFile::drain() {
-  if (buffer_.empty()) return;
-  writeThrough(buffer_);
-  buffer_.clear();
+  if (used_ == 0) return;
+  writeThrough({buffer_.get(), used_});
+  used_ = 0;
 }
 
 int SafeFile::finish() {
@@ -80,8 +111,8 @@ int SafeFile::putInPlace() {
   // A close can report what a write could not; the file itself stays at hand for its owner and mode.
   Descriptor again(::dup(file_.get()));
   if (!again || again.close() != 0) return 0;
-  if (sys::rename(temporary_.c_str(), path_.c_str()) != 0) return 0;
-  syncParentFolder(path_.c_str());
+  if (sys::renameat(folder_.get(), temporaryName_.c_str(), folder_.get(), place_.name.c_str()) != 0) return 0;
+  syncFolder(folder_.get());
   return 1;
 }
 

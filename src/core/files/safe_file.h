@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -13,8 +14,9 @@
 namespace zvtaskq {
 
 /// Opens a regular file for reading without following a link at its end, waiting on a FIFO, or touching a device:
-/// what was opened is checked afterwards. A link that root made is followed, since an administrator may have moved
-/// the file. Not open (errno says why; EINVAL for what is no regular file) on failure.
+/// what was opened is checked afterwards. A link that root made is followed, and one that it leads to by the same rule,
+/// since an administrator may have moved the file. Not open (errno says why; EINVAL for what is no regular file) on
+/// failure.
 Descriptor openRegularFile(const char* path);
 
 /// Opens "<path>.1", the log at `path` as it was before it was put aside or emptied, when it holds what the mark
@@ -33,11 +35,14 @@ class SafeFile {
   [[nodiscard]] int open();
   /// Adds to the content. Errors are kept for `finish`.
   void write(std::string_view text) {
-    if (text.size() > buffer_.capacity() - buffer_.size()) drain();
-    if (text.size() > buffer_.capacity()) return writeThrough(text);
-    buffer_.append(text);
+    if (text.size() > kBuffer - used_) drain();
+    if (text.size() > kBuffer) return writeThrough(text);
+    used_ += text.copy(buffer_.get() + used_, text.size());
   }
-  void write(char c) { write(std::string_view(&c, 1)); }
+  void write(char c) {
+    if (used_ == kBuffer) drain();
+    buffer_[used_++] = c;
+  }
   /// Writes out and flushes to the disk. 0 with errno when any of it failed; `written` says how far it came.
   [[nodiscard]] int finish();
   /// The bytes that reached the temporary file.
@@ -51,12 +56,18 @@ class SafeFile {
   const char* temporaryPath() const { return temporary_.c_str(); }
 
  private:
+  static constexpr std::size_t kBuffer = std::size_t{64} * 1024;
+
   void drain();
   void writeThrough(std::string_view text);
 
-  std::string path_;
+  PathParts place_;
   std::string temporary_;
-  std::string buffer_;
+  std::string temporaryName_;
+  /// Opened once: a folder that is exchanged meanwhile does not get what was meant for another.
+  Descriptor folder_;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t used_ = 0;
   Descriptor file_;
   long long written_ = 0;
   int error_ = 0;

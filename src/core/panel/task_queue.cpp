@@ -78,9 +78,9 @@ int pushOnTaskQueue(const char* action, const char* value, const char* type, con
   return appendToQueue(sys_conf->taskqueue, joined(encoded, "\n"));
 }
 
-int appendToQueue(const char* path, std::string_view lines) {
+int appendToQueue(const char* path, std::string_view lines, const struct stat* like) {
   const FailScope scope("queue_append");
-  switch (appendLines(path, lines, "pushOnTaskQueue")) {
+  switch (appendLines(path, lines, "pushOnTaskQueue", like)) {
     case Appended::done:
       return 1;
     case Appended::locked:

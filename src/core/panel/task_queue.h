@@ -1,6 +1,8 @@
 // Queueing a line for a later run.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string_view>
 
 namespace zvtaskq {
@@ -19,8 +21,9 @@ class ConfigFile;
                                   const ConfigFile* record = nullptr);
 
 /// Appends whole lines (each with its line feed) to a queue file as they are, making it when it is not there: under its
-/// lock, whole or not at all. 0 with the system result "Can't get lock on task queue" or "Unable to open task queue for
+/// lock, whole or not at all. The file then belongs to the panel, mode 0600; or with `like`, to that file's owner, with
+/// its permission bits. 0 with the system result "Can't get lock on task queue" or "Unable to open task queue for
 /// appending". Runs as root, and leaves that identity.
-[[nodiscard]] int appendToQueue(const char* path, std::string_view lines);
+[[nodiscard]] int appendToQueue(const char* path, std::string_view lines, const struct stat* like = nullptr);
 
 }  // namespace zvtaskq

@@ -2,8 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
+#include <utility>
 
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
@@ -48,18 +51,24 @@ bool tooLong(std::size_t used, std::size_t size, int maxLength) {
 }  // namespace
 
 // The buffer is left uninitialised: clearing a quarter of a megabyte for a file of one line costs more than reading it.
-LineReader::LineReader(int fd) : fd_(fd), buffer_(new char[kBlock]), size_(kBlock) {}
+LineReader::LineReader(int fd, long long longest)
+    : fd_(fd), longest_(longest), buffer_(new char[kBlock]), size_(kBlock) {}
+
+LineReader::LineReader(int fd, LongLines longLines) : LineReader(fd, std::numeric_limits<long long>::max()) {
+  longLines_ = longLines;
+}
 
 LineReader::~LineReader() = default;
 
 bool LineReader::next(std::string_view& line) {
   for (;;) {
+    if (looked_ < end_) lookAtNews();
     const char* from = buffer_.get() + scanned_;
     const void* feed = std::memchr(from, '\n', end_ - scanned_);
     if (feed != nullptr) {
       const std::size_t at = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get());
       line = trimmedLine({buffer_.get() + start_, at - start_}, holdsNul_);
-      consumed_ += static_cast<long long>(at + 1 - start_);
+      consumed_ += static_cast<long long>(at + 1 - start_) + std::exchange(dropped_, 0);
       start_ = scanned_ = at + 1;
       return true;
     }
@@ -74,7 +83,7 @@ bool LineReader::nextBlock(std::string_view& lines) {
     if (feed != nullptr) {
       const std::size_t end = static_cast<std::size_t>(static_cast<const char*>(feed) - buffer_.get()) + 1;
       lines = {buffer_.get() + start_, end - start_};
-      consumed_ += static_cast<long long>(lines.size());
+      consumed_ += static_cast<long long>(lines.size()) + std::exchange(dropped_, 0);
       start_ = scanned_ = end;
       return true;
     }
@@ -102,16 +111,66 @@ bool LineReader::fill() {
     std::memmove(buffer_.get(), buffer_.get() + start_, end_ - start_);
     end_ -= start_;
     scanned_ -= start_;
+    looked_ -= std::min(looked_, start_);
     start_ = 0;
   }
-  if (end_ == size_ && !grow()) return false;
+  if (unfinished() >= longest_) {
+    errno = EFBIG;
+    failed_ = true;
+    return false;
+  }
+  if (end_ == size_) {
+    // What is left of a chopped line ends in its line feed.
+    if (longLines_ == LongLines::chop) return chop();
+    if (!makeRoom()) return false;
+  }
   const ssize_t got = sys::read(fd_, buffer_.get() + end_, size_ - end_);
   failed_ = got < 0;
   if (got <= 0) return false;
-  // One look at a whole block is far cheaper than one at each of its lines.
-  holdsNul_ = holdsNul_ || std::memchr(buffer_.get() + end_, '\0', static_cast<std::size_t>(got)) != nullptr;
   end_ += static_cast<std::size_t>(got);
   return true;
+}
+
+/// One look at a whole block is far cheaper than one at each of its lines.
+void LineReader::lookAtNews() {
+  const std::string_view news(buffer_.get() + looked_, end_ - looked_);
+  holdsNul_ = holdsNul_ || news.find('\0') != std::string_view::npos;
+  holdsCr_ = holdsCr_ || news.find('\r') != std::string_view::npos;
+  looked_ = end_;
+}
+
+/// The buffer is full of the beginning of one line.
+bool LineReader::makeRoom() {
+  const void* nul = std::memchr(buffer_.get(), '\0', end_);
+  if (nul == nullptr) return grow();
+  const std::size_t kept = static_cast<std::size_t>(static_cast<const char*>(nul) - buffer_.get()) + 1;
+  if (kept == size_) return grow();
+  dropped_ += static_cast<long long>(end_ - kept);
+  end_ = scanned_ = looked_ = kept;
+  return true;
+}
+
+/// Keeps the first half of the buffer, and drops what follows up to the line's end.
+bool LineReader::chop() {
+  const std::size_t kept = size_ / 2;
+  char* const rest = buffer_.get() + kept;
+  dropped_ += static_cast<long long>(end_ - kept);
+  end_ = scanned_ = kept;
+  looked_ = std::min(looked_, kept);
+  for (ssize_t got = 0; (got = sys::read(fd_, rest, size_ - kept)) != 0;) {
+    failed_ = got < 0;
+    if (failed_) return false;
+    const void* feed = std::memchr(rest, '\n', static_cast<std::size_t>(got));
+    const std::size_t part = feed == nullptr ? static_cast<std::size_t>(got)
+                                             : static_cast<std::size_t>(static_cast<const char*>(feed) - rest);
+    dropped_ += static_cast<long long>(part);
+    if (feed == nullptr) continue;
+    end_ = kept + static_cast<std::size_t>(got) - part;
+    std::memmove(rest, feed, end_ - kept);
+    errorLog("A line of a log is longer than %lld bytes. Chopping it.", static_cast<long long>(kept));
+    return true;
+  }
+  return false;
 }
 
 bool LineReader::grow() {

@@ -13,11 +13,25 @@
 
 namespace zvtaskq {
 
-/// Reads a file in large blocks and hands out its lines.
+/// No line of a file that is read as a whole may be longer: a hole in a file costs nothing, and must not cost memory.
+inline constexpr long long kLongestFileLine = 128LL << 20;
+
+/// What becomes of a line that fills a block.
+enum class LongLines {
+  /// It is held as a whole, but for what follows its first NUL.
+  keep,
+  /// Its beginning alone is handed out, with an error-log line: for logs, of which a line is one entry among many.
+  chop,
+};
+
+/// Reads a file in large blocks and hands out its lines. Holds one line at most.
 class LineReader {
  public:
-  /// Reads from where the descriptor stands. The descriptor stays the caller's.
-  explicit LineReader(int fd);
+  /// Reads from where the descriptor stands. The descriptor stays the caller's. A line of more than `longest` bytes is
+  /// a read error, EFBIG.
+  explicit LineReader(int fd, long long longest = kLongestFileLine);
+  /// The same for lines of any length, of which long ones are chopped.
+  LineReader(int fd, LongLines longLines);
   ~LineReader();
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
@@ -26,29 +40,41 @@ class LineReader {
   /// `failed`) and when only an unfinished line is left.
   bool next(std::string_view& line);
   /// All whole lines that are at hand, as they stand in the file, with their line feeds; valid until the next call.
-  /// For whoever reads millions of short lines. False as `next`.
+  /// For whoever reads millions of short lines. A very long line is handed out in what is held of it. False as `next`.
   bool nextBlock(std::string_view& lines);
   /// Discards bytes up to and including the next LF, CR or byte 0xFF.
   void skipToBoundary();
   /// Bytes of whole lines handed out or discarded so far.
   long long consumed() const { return consumed_; }
   /// Bytes of an unfinished last line, once `next` has answered false.
-  long long unfinished() const { return static_cast<long long>(end_ - start_); }
+  long long unfinished() const { return static_cast<long long>(end_ - start_) + dropped_; }
   bool failed() const { return failed_; }
+  /// Whether a CR has been read by `next`, wherever it stood.
+  bool holdsCr() const { return holdsCr_; }
 
  private:
   bool fill();
+  void lookAtNews();
+  bool makeRoom();
+  bool chop();
   bool grow();
 
   int fd_;
+  long long longest_;
+  LongLines longLines_ = LongLines::keep;
   std::unique_ptr<char[]> buffer_;
   std::size_t size_;
   std::size_t start_ = 0;
   std::size_t scanned_ = 0;
+  /// Up to here the bytes have been looked at for NUL and CR.
+  std::size_t looked_ = 0;
   std::size_t end_ = 0;
   long long consumed_ = 0;
+  /// Bytes of the line at `start_` that are not kept.
+  long long dropped_ = 0;
   /// A NUL has been read: lines have to be searched for one.
   bool holdsNul_ = false;
+  bool holdsCr_ = false;
   bool failed_ = false;
 };
 

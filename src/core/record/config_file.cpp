@@ -183,21 +183,12 @@ long long ConfigFile::getIndex(const char* name, const char* value) const {
   if (name == nullptr || *name == '\0') return -1;
   settle();
   const std::string_view wanted(name);
-  long long low = 0, high = count_ - 1;
-  while (low <= high) {
-    const long long middle = low + (high - low) / 2;
-    const Pair& pair = pairs_[middle];
-    int order = -1;
-    if (!pair.isEmpty()) order = caseSensitive ? strcomp(wanted, pair.nameView()) : ::strcasecmp(name, pair.name);
-    if (order == 0 && value != nullptr) order = strcomp(std::string_view(value), pair.valueView());
-    if (order == 0) return middle;
-    if (order < 0) {
-      high = middle - 1;
-    } else {
-      low = middle + 1;
-    }
-  }
-  return -1;
+  return searchSorted(count_, [&](long long i) {
+    const Pair& pair = pairs_[i];
+    if (pair.isEmpty()) return -1;
+    const int order = caseSensitive ? strcomp(wanted, pair.nameView()) : ::strcasecmp(name, pair.name);
+    return order == 0 && value != nullptr ? strcomp(std::string_view(value), pair.valueView()) : order;
+  });
 }
 
 const ConfigFile::Pair* ConfigFile::find(const char* name) const {
@@ -364,7 +355,6 @@ int ConfigFile::putLine(std::string_view line, std::size_t separatorAt) {
   char* room = tooLong(line) ? nullptr : pool_.copy(line);
   if (room == nullptr) return refuseGrowth();
   room[separatorAt] = '\0';
-  mayHoldBreak_ = mayHoldBreak_ || line.find('\r') != std::string_view::npos;
   return place(pairOf(room, separatorAt, room + separatorAt + 1, line.size() - separatorAt - 1));
 }
 

@@ -35,6 +35,7 @@ int ConfigFile::readFile(int keepBareLines, const char* onlyName) {
   reading_ = {keepBareLines != 0, onlyName, insertSorted, false, true};
   const int read = readLines(callerLocation.isNull() ? "ConfigFile::readFile" : callerLocation.get(), startOffset);
   reading_.active = false;
+  mayHoldBreak_ = mayHoldBreak_ || readMetCr();
   return read;
 }
 
@@ -42,6 +43,7 @@ int ConfigFile::readFromString(const char* text, int keepBareLines) {
   reading_ = {keepBareLines != 0, nullptr, false, insertSorted, true};
   std::string_view rest = text == nullptr ? std::string_view() : std::string_view(text);
   std::string_view line;
+  mayHoldBreak_ = mayHoldBreak_ || rest.find('\r') != std::string_view::npos;
   while (nextLine(rest, line)) static_cast<void>(takeLine(line));
   reading_.active = false;
   sort();

@@ -103,6 +103,7 @@ int DataFile::readLines(const char* lockCaller, long long startOffset) {
   while (lines.next(line) && takeLine(line)) {
   }
   const int error = errno;
+  readMetCr_ = lines.holdsCr();
   {
     const AsOwner owner(ownerUser_, ownerGroup_);
     lock.release();

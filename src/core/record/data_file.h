@@ -81,6 +81,8 @@ class DataFile {
   /// The shared read. Each line (without its line feed) goes to `takeLine`, which answers whether to read on.
   [[nodiscard]] int readLines(const char* lockCaller, long long startOffset);
   virtual bool takeLine(std::string_view line) = 0;
+  /// Whether the read that was last met a CR. One at a line's end is not part of the line.
+  bool readMetCr() const { return readMetCr_; }
 
   /// The shared write of `expectedSize` bytes, which `writeContent` puts out.
   [[nodiscard]] int writeLines(const char* path, const char* lockCaller, long long expectedSize);
@@ -109,6 +111,7 @@ class DataFile {
   int openForReading(Descriptor& file, struct stat& what) const;
   void startAt(int fd, LineReader& lines, long long startOffset) const;
 
+  bool readMetCr_ = false;
   Text filename_;
   Text ownerUser_ = Text::copyOf("nobody");
   Text ownerGroup_;

@@ -175,18 +175,7 @@ int ListFile::getIndex(const char* line) const {
   if (line == nullptr) return -1;
   settle();
   const Line wanted{const_cast<char*>(line), std::strlen(line)};
-  int low = 0, high = count_ - 1;
-  while (low <= high) {
-    const int middle = low + (high - low) / 2;
-    const int order = compare(wanted, lines_[middle]);
-    if (order == 0) return middle;
-    if (order < 0) {
-      high = middle - 1;
-    } else {
-      low = middle + 1;
-    }
-  }
-  return -1;
+  return searchSorted(count_, [&](int i) { return compare(wanted, lines_[i]); });
 }
 
 // --- Adding ----------------------------------------------------------------------------------------------------

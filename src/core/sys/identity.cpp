@@ -62,6 +62,10 @@ std::optional<Ids> accountIds(const char* name) {
   return name == nullptr ? std::nullopt : cache.find(name);
 }
 
+/// The effective identity, when it was seen by a call that asked the system. Nobody but this file changes it, so it
+/// still holds: asking again costs as much as the rest of a queue line.
+std::optional<Ids> verified;
+
 bool effectiveIdsAre(Ids want) {
   uid_t realUser = 0, user = 0, savedUser = 0;
   gid_t realGroup = 0, group = 0, savedGroup = 0;
@@ -127,15 +131,21 @@ Ids nobodyIds() {
 }
 
 int switchEffective(Ids to) {
-  // Asked once a queue line, and most often there is nothing to do: the two cheapest calls tell.
+  // Asked once a queue line, and most often there is nothing to do.
+  if (verified && verified->user == to.user && verified->group == to.group) return 1;
+  verified.reset();
   const Ids now = effectiveIds();
-  if (now.user == to.user && now.group == to.group) return 1;
-  if (setEffectiveUser(0) != 0) return 0;
-  if (setEffectiveGroup(to.group) != 0) return 0;
-  if (to.user != 0 && setEffectiveUser(to.user) != 0) return 0;
-  if (effectiveIdsAre(to)) return 1;
-  errno = EPERM;
-  return 0;
+  if (now.user != to.user || now.group != to.group) {
+    if (setEffectiveUser(0) != 0) return 0;
+    if (setEffectiveGroup(to.group) != 0) return 0;
+    if (to.user != 0 && setEffectiveUser(to.user) != 0) return 0;
+    if (!effectiveIdsAre(to)) {
+      errno = EPERM;
+      return 0;
+    }
+  }
+  verified = to;
+  return 1;
 }
 
 int dropSupplementaryGroups() {
@@ -143,6 +153,7 @@ int dropSupplementaryGroups() {
 }
 
 int becomeForGood(Ids to) {
+  verified.reset();
   // Straight system calls: the library's own versions take locks, which a child that shares memory must not.
   if (::syscall(SYS_geteuid) != 0) static_cast<void>(::syscall(SYS_setresuid, -1, 0, -1));
   if (::syscall(SYS_geteuid) == 0 && ::syscall(SYS_setgroups, 0, nullptr) != 0) return 0;

@@ -78,6 +78,21 @@ ssize_t read(int fd, void* into, std::size_t room) {
   return retried([&] { return ::read(fd, into, room); });
 }
 
+int readAll(int fd, std::string& text, std::size_t most) {
+  constexpr std::size_t block = 64UL << 10;
+  text.clear();
+  for (;;) {
+    const std::size_t had = text.size();
+    text.resize(had + block);
+    const ssize_t got = read(fd, text.data() + had, block);
+    text.resize(had + static_cast<std::size_t>(got > 0 ? got : 0));
+    if (got <= 0) return got == 0 ? 1 : 0;
+    if (text.size() <= most) continue;
+    errno = EFBIG;
+    return 0;
+  }
+}
+
 std::size_t writeAll(int fd, std::string_view text) {
   const FailAction action = failAction("write");
   if (action == FailAction::error) return 0;
@@ -182,6 +197,10 @@ int dropLease(int fd) {
   return ::fcntl(fd, F_SETLEASE, F_UNLCK);
 }
 
+bool holdsLease(int fd) {
+  return ::fcntl(fd, F_GETLEASE) == F_RDLCK;
+}
+
 int openProcess(pid_t pid) {
   return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
 }
@@ -205,12 +224,32 @@ int fstat(int fd, struct stat& out) {
 
 }  // namespace sys
 
-void syncParentFolder(const char* path) {
-  const std::string_view whole = path;
-  const std::size_t slash = whole.rfind('/');
-  const std::string folder(slash == std::string_view::npos ? "." : slash == 0 ? "/" : whole.substr(0, slash));
-  const Descriptor opened(sys::open(folder.c_str(), O_RDONLY | O_DIRECTORY));
+ReadLease::ReadLease(int fd) : fd_(fd), error_(sys::takeReadLease(fd) == 0 ? 0 : errno) {}
+
+ReadLease::~ReadLease() {
+  if (granted()) static_cast<void>(sys::dropLease(fd_));
+}
+
+bool ReadLease::refused() const {
+  return error_ == EAGAIN;
+}
+
+PathParts::PathParts(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  const std::size_t slash = path.rfind('/');
+  name = path.substr(slash == std::string_view::npos ? 0 : slash + 1);
+  folder = slash == std::string_view::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+void syncFolder(int folder) {
+  // Anew, as a descriptor that only pins the folder cannot be flushed.
+  const Descriptor opened(sys::openat(folder, ".", O_RDONLY | O_DIRECTORY));
   if (opened) static_cast<void>(sys::fsync(opened.get()));
+}
+
+void syncParentFolder(const char* path) {
+  const Descriptor folder(sys::open(PathParts(path).folder.c_str(), O_RDONLY | O_DIRECTORY));
+  if (folder) static_cast<void>(sys::fsync(folder.get()));
 }
 
 }  // namespace zvtaskq

@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace zvtaskq {
@@ -43,6 +44,8 @@ int openat(int directory, const char* path, int flags, mode_t mode = 0);
 /// that have no such call.
 int openBeneath(int directory, const char* path, int flags, mode_t mode = 0);
 ssize_t read(int fd, void* into, std::size_t room);
+/// Replaces `text` by the rest of the file. 0 with errno; EFBIG when that is more than `most` bytes.
+[[nodiscard]] int readAll(int fd, std::string& text, std::size_t most);
 /// Writes all of `text`, however many calls it takes. Returns the bytes written, fewer than asked only on an error.
 std::size_t writeAll(int fd, std::string_view text);
 int fsync(int fd);
@@ -65,9 +68,11 @@ int mkdirat(int directory, const char* path, mode_t mode);
 int mkdir(const char* path, mode_t mode);
 /// `flock` without waiting.
 int flockNow(int fd, int operation);
-/// A read lease: taken only when nobody has the file open for writing.
+/// A read lease: taken only when nobody has the file open for writing; -1 with EAGAIN when somebody has. See ReadLease.
 int takeReadLease(int fd);
 int dropLease(int fd);
+/// Whether the lease taken on the descriptor is whole: nobody has tried to open the file for writing since.
+bool holdsLease(int fd);
 /// A descriptor that stands for this very process, not for another that gets its id later.
 int openProcess(pid_t pid);
 /// Sends a signal to the process of such a descriptor.
@@ -79,8 +84,37 @@ int fstat(int fd, struct stat& out);
 
 }  // namespace sys
 
-/// Flushes the folder that `path` stands in, so that a rename or delete in it outlives a power cut. Failures of file
-/// systems that cannot do it are ignored.
+/// A read lease for as long as it lives. Who opens the file for writing meanwhile waits in the call until the lease is
+/// gone, and the system sends SIGIO, then or when it likes: a process that takes leases ignores it, and asks.
+class ReadLease {
+ public:
+  explicit ReadLease(int fd);
+  ~ReadLease();
+  ReadLease(const ReadLease&) = delete;
+  ReadLease& operator=(const ReadLease&) = delete;
+
+  bool granted() const { return error_ == 0; }
+  /// Somebody has the file open for writing. Neither granted nor refused: the file system knows no leases.
+  bool refused() const;
+  /// Granted, and nobody has tried to open the file for writing since.
+  bool isWhole() const { return granted() && sys::holdsLease(fd_); }
+
+ private:
+  int fd_;
+  int error_;
+};
+
+/// The folder that a path leads into, "." when it names none, and the name there. Slashes at its end do not count.
+struct PathParts {
+  explicit PathParts(std::string_view path);
+  std::string folder;
+  std::string name;
+};
+
+/// Flushes an open folder, so that a rename or delete in it outlives a power cut. Failures of file systems that cannot
+/// do it, and of folders that may not be read, are ignored.
+void syncFolder(int folder);
+/// The same for the folder that `path` stands in.
 void syncParentFolder(const char* path);
 
 /// True when both describe the same file.

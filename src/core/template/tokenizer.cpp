@@ -15,25 +15,8 @@ namespace zvtaskq {
 namespace {
 
 constexpr std::size_t kLongestTemplate = 64UL << 20;
-constexpr std::size_t kReadBlock = 64UL << 10;
 constexpr const char* kFooter = "FOOTER";
 constexpr const char* kFooterFiles[] = {"/custom/message_footer.txt", "/message_footer.txt"};
-
-/// 0 with errno.
-int readAll(int file, std::string& text) {
-  text.clear();
-  for (;;) {
-    const std::size_t had = text.size();
-    text.resize(had + kReadBlock);
-    const ssize_t got = sys::read(file, text.data() + had, kReadBlock);
-    text.resize(had + static_cast<std::size_t>(got > 0 ? got : 0));
-    if (got <= 0) return got == 0 ? 1 : 0;
-    if (text.size() > kLongestTemplate) {
-      errno = EFBIG;
-      return 0;
-    }
-  }
-}
 
 bool isBlankLine(std::string_view line) {
   return line.find_first_not_of(" \t") == std::string_view::npos;
@@ -63,7 +46,7 @@ Tokenizer::Tokenizer(int openFile, const char* target) : ListFile(nullptr), targ
 }
 
 int Tokenizer::readTemplate(int openFile, const char* name) {
-  if (readAll(openFile, template_)) return 1;
+  if (sys::readAll(openFile, template_, kLongestTemplate)) return 1;
   const std::string why = std::strerror(errno);
   addResult(result, "Unable to read ", name, ".");
   return fail(result, why);
@@ -165,7 +148,7 @@ void Tokenizer::add_footer_token(ConfigFile& tokens, const Config* conf) {
   for (const char* name : kFooterFiles) {
     std::string text;
     const Descriptor file = openRegularFile(joined(conf->templates, name).c_str());
-    if (file && readAll(file.get(), text)) {
+    if (file && sys::readAll(file.get(), text, kLongestTemplate)) {
       tokens.setParam(kFooter, text.c_str());
       return;
     }

@@ -1,7 +1,7 @@
 #include "core/text/line_search.h"
 
 #ifdef __SSE2__
-#include <emmintrin.h>
+#include <immintrin.h>
 #endif
 
 #include <algorithm>
@@ -160,6 +160,53 @@ struct LineSearch::Wanted {
     }
     return bitsOf(found);
   }
+  /// Moves `at` on to the sixteen places where one of them begins, and returns their bits. With 0 `at` stands near the
+  /// end, or so far on that it is time to go on. `lines` is increased by the line feeds that were passed.
+  unsigned passOver(const char*& at, const char* end, long long& lines) const {
+    const __m128i feed = _mm_set1_epi8('\n');
+    // The line feeds are counted in bytes, which hold so many of them.
+    __m128i feeds = _mm_setzero_si128();
+    const char* const stop = at + std::min((end - at - 1) / kTogether, kMostInByte) * kTogether;
+    const char* here = at;
+    unsigned found = 0;
+    for (; here != stop; here += kTogether) {
+      const __m128i bytes = bytesAt(here);
+      found = hits(bytes, bytesAt(here + 1));
+      if (found != 0) break;
+      feeds = _mm_sub_epi8(feeds, _mm_cmpeq_epi8(bytes, feed));
+    }
+    at = here;
+    lines += total(feeds);
+    return found;
+  }
+  /// Moves `at` on like `passOver`, twice as fast, but not all the way. For processors that have vectors of that width.
+  [[gnu::target("avx2")]] void passOverWidely(const char*& at, const char* end, long long& lines) const {
+    __m256i firsts[probes], seconds[probes];
+    for (std::size_t i = 0; i < probes; ++i) {
+      firsts[i] = _mm256_broadcastsi128_si256(first[i]);
+      seconds[i] = _mm256_broadcastsi128_si256(second[i]);
+    }
+    const __m256i feed = _mm256_set1_epi8('\n');
+    for (bool anyFound = false; !anyFound && end - at > 2 * kTogether;) {
+      __m256i feeds = _mm256_setzero_si256();
+      const char* const stop = at + std::min((end - at - 1) / (2 * kTogether), kMostInByte) * 2 * kTogether;
+      const char* here = at;
+      for (; here != stop; here += 2 * kTogether) {
+        const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(here));
+        const __m256i next = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(here + 1));
+        __m256i found = _mm256_setzero_si256();
+        for (std::size_t i = 0; i < probes; ++i) {
+          const __m256i begins = _mm256_cmpeq_epi8(bytes, firsts[i]);
+          found = _mm256_or_si256(found, _mm256_and_si256(begins, _mm256_cmpeq_epi8(next, seconds[i])));
+        }
+        anyFound = _mm256_movemask_epi8(found) != 0;
+        if (anyFound) break;
+        feeds = _mm256_sub_epi8(feeds, _mm256_cmpeq_epi8(bytes, feed));
+      }
+      at = here;
+      lines += total(_mm256_castsi256_si128(feeds)) + total(_mm256_extracti128_si256(feeds, 1));
+    }
+  }
   __m128i first[probes], second[probes];
 };
 #endif
@@ -169,23 +216,20 @@ const char* LineSearch::findProbe(const char* from, const char* end, long long& 
   const char* at = from;
 #ifdef __SSE2__
   const Wanted<probes> wanted(probes_);
-  const __m128i feed = _mm_set1_epi8('\n');
+  static const bool hasWideVectors = __builtin_cpu_supports("avx2");
   while (end - at > kTogether) {
-    // The line feeds are counted in bytes, which hold so many of them.
-    __m128i feeds = _mm_setzero_si128();
-    const char* const stop = at + std::min((end - at - 1) / kTogether, kMostInByte) * kTogether;
-    for (; at != stop; at += kTogether) {
-      const __m128i bytes = bytesAt(at);
-      const __m128i isFeed = _mm_cmpeq_epi8(bytes, feed);
-      for (unsigned hits = wanted.hits(bytes, bytesAt(at + 1)); hits != 0; hits &= hits - 1) {
-        const int place = std::countr_zero(hits);
-        if (!confirms(from, at + place, end)) continue;
-        lines += total(feeds) + std::popcount(bitsOf(isFeed) & ((1U << place) - 1));
-        return at + place;
-      }
-      feeds = _mm_sub_epi8(feeds, isFeed);
+    if (hasWideVectors) wanted.passOverWidely(at, end, lines);
+    if (end - at <= kTogether) break;
+    const unsigned places = wanted.passOver(at, end, lines);
+    if (places == 0) continue;
+    for (unsigned left = places; left != 0; left &= left - 1) {
+      const char* const place = at + std::countr_zero(left);
+      if (!confirms(from, place, end)) continue;
+      lines += std::count(at, place, '\n');
+      return place;
     }
-    lines += total(feeds);
+    lines += std::count(at, at + kTogether, '\n');
+    at += kTogether;
   }
 #endif
   for (; end - at > 1; ++at) {

@@ -1,11 +1,13 @@
-// The sort under the containers: many items by `strcomp` of their texts, stable.
+// The sort under the containers, many items by `strcomp` of their texts, stable; and the search in what is sorted.
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/text/text.h"
@@ -13,19 +15,18 @@
 namespace zvtaskq {
 
 /// Eight bytes of a text as a number that orders like `strcomp` does: signed bytes become unsigned ones, and the end
-/// of the text comes before every byte. Equal numbers decide nothing.
+/// of the text comes before every byte. Equal numbers decide nothing where a text ends within them.
 inline std::uint64_t orderKey(std::string_view text) {
   constexpr std::size_t size = sizeof(std::uint64_t);
-  std::array<unsigned char, size> bytes;
-  if (text.size() >= size) {
-    std::memcpy(bytes.data(), text.data(), size);
-    for (auto& byte : bytes) byte ^= 0x80U;
-  } else {
-    bytes.fill(0);
-    for (std::size_t i = 0; i < text.size(); ++i) bytes[i] = static_cast<unsigned char>(text[i] ^ '\x80');
-  }
+  constexpr std::uint64_t signs = 0x8080808080808080U;
   std::uint64_t key = 0;
-  for (const auto byte : bytes) key = key << 8 | byte;
+  if (text.size() >= size) {
+    for (std::size_t i = 0; i < size; ++i) key = key << 8 | static_cast<unsigned char>(text[i]);
+    return key ^ signs;
+  }
+  for (std::size_t i = 0; i < size; ++i) {
+    key = key << 8 | (i < text.size() ? static_cast<unsigned char>(text[i] ^ '\x80') : 0U);
+  }
   return key;
 }
 
@@ -33,9 +34,11 @@ namespace sorting {
 
 /// Up to this many items, nothing is taken from the heap and plain insertion is the fastest.
 constexpr std::size_t kFewItems = 32;
+/// Up to this many, comparing their texts costs less than looking at each for a key.
+constexpr std::ptrdiff_t kTinyGroup = 6;
 /// From this many on, distributing by bytes beats comparing.
-constexpr std::size_t kManyItems = 1024;
-constexpr int kKeyBytes = 8;
+constexpr std::ptrdiff_t kManyItems = 1024;
+constexpr std::size_t kKeyBytes = sizeof(std::uint64_t);
 
 /// `strcomp`; most texts differ in their first byte, and need no call.
 inline int compareTexts(std::string_view a, std::string_view b) {
@@ -49,63 +52,13 @@ struct Entry {
   std::uint32_t index;
 };
 
-inline unsigned byteOf(const Entry& entry, int byte) {
+inline unsigned byteOf(const Entry& entry, std::size_t byte) {
   return entry.key >> (8 * byte) & 0xFF;
 }
 
-/// The length of what all texts begin with. Names such as "user000123" differ only behind it.
-template <class TextAt>
-std::size_t commonPrefix(std::size_t count, TextAt textAt) {
-  const std::string_view first = textAt(0);
-  std::size_t shared = first.size();
-  for (std::size_t i = 1; i < count && shared > 0; ++i) {
-    const std::string_view text = textAt(i);
-    shared = std::min(shared, text.size());
-    if (std::memcmp(first.data(), text.data(), shared) == 0) continue;
-    shared = static_cast<std::size_t>(
-        std::mismatch(text.begin(), text.begin() + static_cast<long>(shared), first.begin()).first - text.begin());
-  }
-  return shared;
-}
-
-/// Brings the entries into the order of their keys' leading bytes, as many as tell that many entries apart, and keeps
-/// the order of those in which they agree. Returns the lowest byte that was looked at. No comparison, so none that a
-/// processor could foresee wrongly.
-inline int distribute(std::vector<Entry>& entries) {
-  std::array<std::array<std::uint32_t, 256>, kKeyBytes> counts{};
-  for (const Entry& entry : entries) {
-    for (int byte = 0; byte < kKeyBytes; ++byte) ++counts[static_cast<std::size_t>(byte)][byteOf(entry, byte)];
-  }
-  int lowest = kKeyBytes;
-  for (std::size_t reach = 1; lowest > 0 && reach < entries.size() * 4;) {
-    const auto& found = counts[static_cast<std::size_t>(--lowest)];
-    reach *= found.size() - static_cast<std::size_t>(std::count(found.begin(), found.end(), 0U));
-  }
-  std::vector<Entry> moved(entries.size());
-  for (int byte = lowest; byte < kKeyBytes; ++byte) {
-    auto& places = counts[static_cast<std::size_t>(byte)];
-    if (places[byteOf(entries[0], byte)] == entries.size()) continue;
-    std::uint32_t place = 0;
-    for (std::uint32_t& start : places) {
-      const std::uint32_t here = start;
-      start = place;
-      place += here;
-    }
-    for (const Entry& entry : entries) moved[places[byteOf(entry, byte)]++] = entry;
-    entries.swap(moved);
-  }
-  return lowest;
-}
-
-/// Sorts a stretch of entries; `compare` decides between equal keys.
-template <class Compare>
-void sortStretch(Entry* from, Entry* to, Compare compare) {
-  const auto before = [&](const Entry& a, const Entry& b) {
-    if (a.key != b.key) return a.key < b.key;
-    const int order = compare(a.index, b.index);
-    return order != 0 ? order < 0 : a.index < b.index;
-  };
-  if (to - from > static_cast<std::ptrdiff_t>(kFewItems)) return std::sort(from, to, before);
+/// Sorts by insertion, which keeps what is in order already.
+template <class Before>
+void insertionSort(Entry* from, Entry* to, Before before) {
   for (Entry* next = from + 1; next < to; ++next) {
     const Entry moved = *next;
     Entry* hole = next;
@@ -114,16 +67,103 @@ void sortStretch(Entry* from, Entry* to, Compare compare) {
   }
 }
 
-template <class Compare>
-void sortMany(std::vector<Entry>& entries, Compare compare) {
-  if (entries.size() < kManyItems) return sortStretch(entries.data(), entries.data() + entries.size(), compare);
-  const int shift = 8 * distribute(entries);
-  Entry* const end = entries.data() + entries.size();
-  for (Entry *from = entries.data(), *to = from; from < end; from = to) {
-    while (to < end && to->key >> shift == from->key >> shift) ++to;
-    if (to - from > 1) sortStretch(from, to, compare);
+inline void sortByKey(Entry* from, Entry* to) {
+  const auto before = [](const Entry& a, const Entry& b) { return a.key < b.key; };
+  if (to - from > static_cast<std::ptrdiff_t>(kFewItems)) return std::sort(from, to, before);
+  insertionSort(from, to, before);
+}
+
+/// Brings many entries into the order of their keys' leading bytes, as many as tell that many entries apart. Those in
+/// which they agree stay in the order they came in, which is that of the memory they stand for. Returns the lowest byte
+/// that was looked at. No comparison, so none that a processor could foresee wrongly.
+inline std::size_t distribute(Entry* from, Entry* to) {
+  const auto size = static_cast<std::size_t>(to - from);
+  std::array<std::array<std::uint32_t, 256>, kKeyBytes> counts{};
+  for (const Entry* entry = from; entry != to; ++entry) {
+    for (std::size_t byte = 0; byte < kKeyBytes; ++byte) ++counts[byte][byteOf(*entry, byte)];
+  }
+  std::size_t lowest = kKeyBytes;
+  for (std::size_t reach = 1; lowest > 0 && reach < size * 4;) {
+    const auto& found = counts[--lowest];
+    reach *= found.size() - static_cast<std::size_t>(std::count(found.begin(), found.end(), 0U));
+  }
+  const std::unique_ptr<Entry[]> room(new Entry[size]);
+  Entry *source = from, *target = room.get();
+  for (std::size_t byte = lowest; byte < kKeyBytes; ++byte) {
+    auto& places = counts[byte];
+    if (places[byteOf(*source, byte)] == size) continue;
+    std::uint32_t place = 0;
+    for (std::uint32_t& start : places) place += std::exchange(start, place);
+    for (const Entry* entry = source; entry != source + size; ++entry) target[places[byteOf(*entry, byte)]++] = *entry;
+    std::swap(source, target);
+  }
+  if (source != from) std::copy(source, source + size, from);
+  return lowest;
+}
+
+inline void sortManyByKey(Entry* from, Entry* to) {
+  if (to - from < kManyItems) return sortByKey(from, to);
+  const std::size_t shift = 8 * distribute(from, to);
+  if (shift == 0) return;
+  for (Entry* next = from; from < to; from = next) {
+    while (next < to && next->key >> shift == from->key >> shift) ++next;
+    if (next - from > 1) sortByKey(from, next);
   }
 }
+
+/// Sorts entries by their texts, eight bytes at a time: a group whose keys are equal is sorted by the bytes behind
+/// them. Texts lie far apart in memory, so each look at one is made to count.
+template <class TextAt, class Compare>
+class TextSort {
+ public:
+  /// `compare` decides between texts as a whole.
+  TextSort(TextAt textAt, Compare compare) : textAt_(textAt), compare_(compare) {}
+
+  /// The texts agree in their first `depth` bytes.
+  void sort(Entry* from, Entry* to, std::size_t depth) const {
+    depth += sharedBehind(from, to, depth);
+    for (Entry* entry = from; entry != to; ++entry) {
+      const std::string_view text = textAt_(entry->index);
+      // An empty text sorts last, but the empty rest of one that is not comes first.
+      entry->key = text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(depth));
+    }
+    sortManyByKey(from, to);
+    for (Entry* next = from; from < to; from = next) {
+      while (next < to && next->key == from->key) ++next;
+      if (next - from > 1) sortEqual(from, next, depth + kKeyBytes);
+    }
+  }
+
+ private:
+  /// Sorts entries whose keys, which reach up to `depth`, are equal.
+  void sortEqual(Entry* from, Entry* to, std::size_t depth) const {
+    const auto endsBefore = [&](const Entry& entry) { return textAt_(entry.index).size() < depth; };
+    if (to - from > kTinyGroup && std::none_of(from, to, endsBefore)) return sort(from, to, depth);
+    const auto before = [&](const Entry& a, const Entry& b) {
+      const int order = compare_(a.index, b.index);
+      return order != 0 ? order < 0 : a.index < b.index;
+    };
+    if (to - from > static_cast<std::ptrdiff_t>(kFewItems)) return std::sort(from, to, before);
+    insertionSort(from, to, before);
+  }
+
+  /// How much all texts have in common behind `depth`. Names such as "user000123" differ only behind it.
+  std::size_t sharedBehind(const Entry* from, const Entry* to, std::size_t depth) const {
+    const std::string_view first = textAt_(from->index).substr(depth);
+    std::size_t shared = first.size();
+    for (const Entry* entry = from + 1; entry != to && shared > 0; ++entry) {
+      const std::string_view text = textAt_(entry->index).substr(depth);
+      shared = std::min(shared, text.size());
+      if (std::memcmp(first.data(), text.data(), shared) == 0) continue;
+      const auto end = first.begin() + static_cast<std::ptrdiff_t>(shared);
+      shared = static_cast<std::size_t>(std::mismatch(first.begin(), end, text.begin()).first - first.begin());
+    }
+    return shared;
+  }
+
+  TextAt textAt_;
+  Compare compare_;
+};
 
 }  // namespace sorting
 
@@ -162,28 +202,45 @@ bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
   std::uint32_t ordered = 1;
   while (ordered < count && compare(ordered - 1, ordered) < 0) ++ordered;
   if (ordered == count) return repeats;
-  const std::size_t shared = sorting::commonPrefix(count, [&](std::size_t i) { return textOf(items[i]); });
-  const auto entryOf = [&](std::uint32_t i) -> Entry {
-    const std::string_view text = textOf(items[i]);
-    // An empty text sorts last, but the empty rest of one that is not comes first.
-    return {text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(shared)), i};
-  };
+  const sorting::TextSort sorter([&](std::uint32_t i) { return textOf(items[i]); }, compare);
   if (count <= sorting::kFewItems) {
     std::array<Entry, sorting::kFewItems> entries;
     std::array<std::uint32_t, sorting::kFewItems> order;
-    for (std::uint32_t i = 0; i < count; ++i) entries[i] = entryOf(i);
-    sorting::sortStretch(entries.data(), entries.data() + count, compare);
+    for (std::uint32_t i = 0; i < count; ++i) entries[i].index = i;
+    sorter.sort(entries.data(), entries.data() + count, 0);
     for (std::size_t i = 0; i < count; ++i) order[i] = entries[i].index;
     applyOrder(items, order.data(), count);
     return repeats;
   }
-  std::vector<Entry> entries(count);
-  for (std::uint32_t i = 0; i < count; ++i) entries[i] = entryOf(i);
-  sorting::sortMany(entries, compare);
+  std::vector<std::uint32_t> order(count);
+  {
+    std::vector<Entry> entries(count);
+    for (std::uint32_t i = 0; i < count; ++i) entries[i].index = i;
+    sorter.sort(entries.data(), entries.data() + count, 0);
+    for (std::size_t i = 0; i < count; ++i) order[i] = entries[i].index;
+  }
   // Gathered from a copy: following the moves in place would wait for memory at each step.
   const std::vector<Item> before(items, items + count);
-  for (std::size_t i = 0; i < count; ++i) items[i] = before[entries[i].index];
+  for (std::size_t i = 0; i < count; ++i) items[i] = before[order[i]];
   return repeats;
+}
+
+/// The place of an item among `count` sorted ones, or -1. `orderTo(i)` says how what is sought compares with item i:
+/// negative when it comes before.
+template <class Index, class OrderTo>
+Index searchSorted(Index count, OrderTo orderTo) {
+  Index low = 0, high = count - 1;
+  while (low <= high) {
+    const Index middle = low + (high - low) / 2;
+    const int order = orderTo(middle);
+    if (order == 0) return middle;
+    if (order < 0) {
+      high = middle - 1;
+    } else {
+      low = middle + 1;
+    }
+  }
+  return -1;
 }
 
 }  // namespace zvtaskq

@@ -66,20 +66,8 @@ Descriptor pin(int folder, const char* name) {
   return Descriptor(sys::openat(folder, name, O_PATH | O_NOFOLLOW));
 }
 
-/// The folder part and the name in it.
-struct Place {
-  explicit Place(const char* path) : folder(path) {
-    while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
-    const std::size_t slash = folder.rfind('/');
-    name = folder.substr(slash == std::string::npos ? 0 : slash + 1);
-    folder = slash == std::string::npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
-  }
-  std::string folder;
-  std::string name;
-};
-
 int giveUnderSecretName(const Gift& gift) {
-  const Place place(gift.path);
+  const PathParts place(gift.path);
   const std::string secret = joined(".", getRandText(kRandomNameLength));
   const std::string secretPath = joined(place.folder, "/", secret);
   const Descriptor folder(sys::open(place.folder.c_str(), O_PATH | O_DIRECTORY));
@@ -129,15 +117,16 @@ int giveTree(const char* path, Ids to, bool checkHardLink) {
 int setOwner(const char* path, unsigned uid, unsigned gid, int checkHardLink, int secureRename, int mustBeUid,
              int mustBeGid) {
   const Gift gift{path == nullptr ? "" : path, {uid, gid}, checkHardLink != 0, mustBeUid, mustBeGid};
+  const Descriptor pinned = pin(AT_FDCWD, gift.path);
   struct stat what {};
-  if (sys::lstat(gift.path, what) != 0) return changeFailed(gift);
+  if (!pinned || sys::fstat(pinned.get(), what) != 0) return changeFailed(gift);
   if (gift.refusesLinks(what)) return 0;
   if (!gift.belongsRight(what)) {
     debug(2500, "setOwner(%s): owner of file is not uid=%d or gid=%d, so will not chown.", path, mustBeUid, mustBeGid);
     return 0;
   }
   if (secureRename) return giveUnderSecretName(gift);
-  return sys::chownNoFollow(AT_FDCWD, path, uid, gid) == 0 ? 1 : changeFailed(gift);
+  return sys::chownPinned(pinned.get(), uid, gid) == 0 ? 1 : changeFailed(gift);
 }
 
 int setOwner(const char* path, const char* user, const char* group, int checkHardLink, int secureRename, int mustBeUid,

@@ -23,7 +23,7 @@ namespace {
 
 /// What is said of a line whose variant no row takes.
 struct ActionWord {
-  const char* action;
+  std::string_view action;
   /// The error log's words with their one "%s"; null for none.
   const char* unknown = nullptr;
   /// The key whose value stands there; null for the whole line.
@@ -63,10 +63,10 @@ ActionRows (*const kRooms[])() = {tallyActions, dnsActions,     webActions,    a
                                   mailActions,  restoreActions, notifyActions, ftpActions};
 
 const ActionWord* wordOf(const Task& task) {
-  for (const ActionWord& word : kActions) {
-    if (task.is("action", word.action)) return &word;
-  }
-  return nullptr;
+  const std::string_view action = task.action();
+  const auto* found = std::find_if(std::begin(kActions), std::end(kActions),
+                                   [&](const ActionWord& word) { return word.action == action; });
+  return found == std::end(kActions) ? nullptr : found;
 }
 
 void reportUnknown(const ActionWord& word, const Task& task) {
@@ -119,7 +119,7 @@ std::vector<const ActionRow*> allRows() {
   for (const ActionWord& word : kActions) {
     for (const auto room : kRooms) {
       for (const ActionRow& row : room()) {
-        if (std::string_view(row.action) == word.action) rows.push_back(&row);
+        if (word.action == row.action) rows.push_back(&row);
       }
     }
   }

@@ -22,28 +22,27 @@ namespace {
 /// How long a writer may keep the file open after it was taken over: milliseconds in all, and between two looks.
 constexpr int kWriterPatience = 2000;
 constexpr int kWriterPause = 2;
-
-std::string movedName(const std::string& temporary, const struct stat& file) {
-  return temporary + "." + std::to_string(file.st_ino);
-}
-
-bool isFileAt(const std::string& path, const struct stat& file) {
-  struct stat now {};
-  return sys::lstat(path.c_str(), now) == 0 && sameFile(now, file);
-}
+/// What is carried out at once of a queue that is longer than any should be.
+constexpr long long kMostBytes = 32LL << 20;
+constexpr int kMostLines = 500'000;
+constexpr int kCareful = O_RDONLY | O_NOFOLLOW | O_NONBLOCK;
 
 }  // namespace
 
-QueueFile::QueueFile(const char* path) : path_(path == nullptr ? "" : path), temporary_(path_ + ".tmp") {}
+QueueFile::QueueFile(const char* path) : place_(path == nullptr ? "" : path) {}
 
 QueueFile::Taken QueueFile::take() {
   const FailScope scope("queue");
-  if (path_.empty()) return Taken::absent;
+  if (place_.path().empty()) return Taken::absent;
   const AsRoot root;
-  revisitRetired(path_);
-  struct stat what {};
-  if (sys::lstat(path_.c_str(), what) != 0) return Taken::absent;
-  if (moveAside()) return Taken::yes;
+  const bool open = place_.open() != 0;
+  if (!open && (errno == ENOENT || errno == ENOTDIR)) return Taken::absent;
+  if (open) {
+    revisitRetired(place_);
+    struct stat what {};
+    if (sys::lstatAt(place_.folder(), place_.name().c_str(), what) != 0) return Taken::absent;
+    if (moveAside()) return Taken::yes;
+  }
   errorLog("Error renaming Q file to tmp Q file: %s", std::strerror(errno));
   return Taken::failed;
 }
@@ -54,13 +53,14 @@ bool QueueFile::moveAside() {
   if (!lock.held()) return false;
   if (!makeWay()) return false;
   struct stat queue {};
-  if (sys::lstat(path_.c_str(), queue) != 0) return false;
+  if (sys::lstatAt(place_.folder(), place_.name().c_str(), queue) != 0) return false;
   if (S_ISDIR(queue.st_mode)) {
     // A folder would move as willingly as a file, and could never be deleted again.
     errno = EISDIR;
     return false;
   }
-  if (sys::rename(path_.c_str(), temporary_.c_str()) != 0) return false;
+  const char* to = place_.temporary().c_str();
+  if (sys::renameat(place_.folder(), place_.name().c_str(), place_.folder(), to) != 0) return false;
   if (!openTaken()) return true;
   // A writer may hold a lock of its own on the file for as long as it writes.
   const bool marked = sys::flockNow(file_.get(), LOCK_EX) == 0;
@@ -71,50 +71,61 @@ bool QueueFile::moveAside() {
 
 /// Opens what was taken over. A link, a FIFO, a device: nothing of it is read, it is kept aside as it is.
 bool QueueFile::openTaken() {
-  file_ = Descriptor(sys::open(temporary_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  const char* name = place_.temporary().c_str();
+  file_ = Descriptor(sys::openat(place_.folder(), name, kCareful));
   readable_ = file_.isOpen() && sys::fstat(file_.get(), identity_) == 0 && S_ISREG(identity_.st_mode);
   if (!readable_) {
-    static_cast<void>(sys::lstat(temporary_.c_str(), identity_));
+    static_cast<void>(sys::lstatAt(place_.folder(), name, identity_));
     file_.reset();
     return false;
   }
-  reader_ = std::make_unique<LineReader>(file_.get());
+  reader_ = std::make_unique<LineReader>(file_.get(), kLongestTask);
   return true;
 }
 
 /// Nobody can open the file any more under the name it had; this waits for those who have.
 void QueueFile::waitForWriters() {
   for (int waited = 0; waited < kWriterPatience; waited += kWriterPause) {
-    if (sys::takeReadLease(file_.get()) == 0) {
-      static_cast<void>(sys::dropLease(file_.get()));
-      return;
-    }
     // Some network file systems know no leases: there the reading on before the delete has to do.
-    if (errno != EAGAIN) return;
+    if (!ReadLease(file_.get()).refused()) return;
     sleepSafely(kWriterPause);
   }
 }
 
-/// Clears the temporary name. What a crash left there is kept aside; what another run still works on moves to a name
-/// that this run can tell from the file itself.
+StandingFile QueueFile::standing(const std::string& name) const {
+  return {place_.folder(), name, place_.pathOf(name)};
+}
+
+/// Clears the temporary name. What a crash left there is kept aside; what another run still works on moves to where
+/// that run finds it again.
 bool QueueFile::makeWay() {
   struct stat leftover {};
-  if (sys::lstat(temporary_.c_str(), leftover) != 0) return true;
-  const Descriptor opened(sys::open(temporary_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-  const bool busy = opened && sys::flockNow(opened.get(), LOCK_EX) != 0 && errno == EWOULDBLOCK;
-  if (busy) return sys::rename(temporary_.c_str(), movedName(temporary_, leftover).c_str()) == 0;
-  return keepAside(temporary_.c_str(), "left behind by a run that did not end") != 0;
+  const StandingFile file = standing(place_.temporary());
+  if (sys::lstatAt(file.folder, file.name.c_str(), leftover) != 0) return true;
+  const Descriptor opened(sys::openat(file.folder, file.name.c_str(), kCareful));
+  const bool busy = opened && sys::flockNow(opened.get(), LOCK_EX) != 0 && errno == EWOULDBLOCK &&
+                    sys::fstat(opened.get(), leftover) == 0;
+  if (busy) return overtake(place_, file, leftover) != 0;
+  return keepAside(place_, file, "left behind by a run that did not end") != 0;
 }
 
 int QueueFile::read(ListFile& lines) {
   const FailScope scope("queue");
   const AsRoot root;
+  if (reader_) done_ = reader_->consumed();
   FileLock lock;
-  readable_ = readable_ && lock.take(temporary_.c_str(), kLockMaximumAge, "ListFile::readFile", nullptr);
+  const std::string path = place_.pathOf(place_.temporary());
+  readable_ = readable_ && lock.take(path.c_str(), kLockMaximumAge, "ListFile::readFile", nullptr);
   if (readable_) {
+    const long long end = done_ + kMostBytes;
     std::string_view line;
-    while (reader_->next(line)) lines.addLine(line);
-    readable_ = !reader_->failed();
+    do {
+      cutShort_ = reader_->consumed() >= end || lines.size() >= kMostLines;
+      if (cutShort_ || !reader_->next(line)) break;
+      lines.addLine(line);
+    } while (true);
+    error_ = errno;
+    readable_ = cutShort_ || !reader_->failed();
   }
   lock.release();
   if (!readable_) errorLog("Error reading the tmp Q file");
@@ -123,31 +134,42 @@ int QueueFile::read(ListFile& lines) {
 
 bool QueueFile::hasMore() {
   struct stat now {};
-  return readable_ && sys::fstat(file_.get(), now) == 0 && now.st_size > reader_->consumed() + reader_->unfinished();
+  if (!readable_ || cutShort_) return readable_;
+  return sys::fstat(file_.get(), now) == 0 && now.st_size > reader_->consumed() + reader_->unfinished();
 }
 
-/// The name the file has by now; null when it has none that this run knows.
-std::string QueueFile::nameNow() const {
-  if (isFileAt(temporary_, identity_)) return temporary_;
-  const std::string moved = movedName(temporary_, identity_);
-  return isFileAt(moved, identity_) ? moved : std::string();
+/// Where the file stands by now; without a name when it is nowhere that this run knows.
+StandingFile QueueFile::standsNow() {
+  struct stat now {};
+  StandingFile file = standing(place_.temporary());
+  if (sys::lstatAt(file.folder, file.name.c_str(), now) == 0 && sameFile(now, identity_)) return file;
+  retired_ = openRetired(place_, false);
+  const std::string name = overtakenName(identity_);
+  if (!retired_ || sys::lstatAt(retired_.get(), name.c_str(), now) != 0 || !sameFile(now, identity_)) return {};
+  return {retired_.get(), name, joined(place_.pathOf(place_.retiredFolder()), "/", name)};
+}
+
+std::string QueueFile::whyUnread() const {
+  const std::string from = done_ == 0 ? std::string() : joined(" from byte ", std::to_string(done_), " on");
+  const std::string why = error_ == EFBIG
+                              ? joined(": a line of it is longer than ", std::to_string(kLongestTask), " bytes")
+                              : std::string();
+  return joined("could not be read", from, why, done_ == 0 ? "" : ", the lines before were carried out");
 }
 
 void QueueFile::finish() {
   const FailScope scope("queue");
   const AsRoot root;
   const HandoverLock lock;
-  const std::string name = nameNow();
-  if (name.empty()) {
+  const StandingFile file = lock.held() ? standsNow() : StandingFile();
+  if (file.name.empty()) {
     errorLog("Error removing tmp Q file");
-    return;
-  }
-  if (!readable_) {
-    static_cast<void>(keepAside(name.c_str(), "could not be read"));
+  } else if (!readable_) {
+    static_cast<void>(keepAside(place_, file, whyUnread()));
   } else if (reader_->unfinished() > 0) {
-    static_cast<void>(
-        keepAside(name.c_str(), "its last line is not finished and was not carried out, the others were"));
-  } else if (!retireQueueFile(path_, name.c_str(), reader_->consumed()) && sys::unlink(name.c_str()) != 0) {
+    static_cast<void>(keepAside(place_, file, kUnfinishedLine));
+  } else if (!retireQueueFile(place_, file, identity_, reader_->consumed()) &&
+             sys::unlinkat(file.folder, file.name.c_str(), 0) != 0) {
     errorLog("Error removing tmp Q file");
   }
 }

@@ -16,23 +16,29 @@
 #include "core/read/line_reader.h"
 #include "core/record/list_file.h"
 #include "core/sys/sys.h"
-#include "core/text/text.h"
+#include "runner/queue/queue_place.h"
 
 namespace zvtaskq {
+
+/// No line of a queue is longer (bytes): whoever may write there can make a file of any size out of nothing.
+inline constexpr long long kLongestTask = 8LL << 20;
+/// Why a file is kept whose last line has no end.
+inline constexpr const char* kUnfinishedLine = "its last line is not finished and was not carried out, the others were";
 
 class QueueFile {
  public:
   explicit QueueFile(const char* path);
 
   enum class Taken { absent, yes, failed };
-  /// Moves the queue file aside and opens it. `failed`: "Error renaming Q file to tmp Q file: %s" has been logged.
-  /// Runs as root, and leaves nobody's identity unless the file is absent.
+  /// Moves the queue file aside and opens it, under the identity of root, which it gives back. `failed`: "Error
+  /// renaming Q file to tmp Q file: %s" has been logged.
   Taken take();
 
-  /// Adds the lines that have not been read yet to `lines`. 0, with "Error reading the tmp Q file" logged, when that
-  /// is not possible; the lines are then kept aside by `finish`.
+  /// Adds the lines that have not been read yet to `lines`, of a very long queue only the next half million or 32 MB.
+  /// 0, with "Error reading the tmp Q file" logged, when that is not possible; the lines are then kept aside by
+  /// `finish`.
   [[nodiscard]] int read(ListFile& lines);
-  /// Whether lines have arrived since the last read.
+  /// Whether there are lines that have not been read: left by the last read, or arrived since.
   bool hasMore();
 
   /// Takes the file out of the way ("Error removing tmp Q file" when that fails): it retires and is deleted by a later
@@ -44,14 +50,21 @@ class QueueFile {
   bool openTaken();
   void waitForWriters();
   bool makeWay();
-  std::string nameNow() const;
+  StandingFile standing(const std::string& name) const;
+  StandingFile standsNow();
+  std::string whyUnread() const;
 
-  std::string path_;
-  std::string temporary_;
+  QueuePlace place_;
   Descriptor file_;
+  Descriptor retired_;
   struct stat identity_ {};
   std::unique_ptr<LineReader> reader_;
+  /// Bytes whose lines are carried out.
+  long long done_ = 0;
+  int error_ = 0;
   bool readable_ = true;
+  /// The last read ended at its limit.
+  bool cutShort_ = false;
 };
 
 }  // namespace zvtaskq

@@ -41,11 +41,9 @@ std::string stampOf(const struct stat& what) {
 
 /// Whether no process has the log open for writing. Runs as root.
 bool isLeft(const Descriptor& log, const struct stat& what) {
-  if (sys::takeReadLease(log.get()) == 0) {
-    static_cast<void>(sys::dropLease(log.get()));
-    return true;
-  }
-  return errno != EAGAIN && static_cast<long long>(std::time(nullptr)) - what.st_mtim.tv_sec > kLongQuiet;
+  const ReadLease lease(log.get());
+  if (lease.granted()) return true;
+  return !lease.refused() && static_cast<long long>(std::time(nullptr)) - what.st_mtim.tv_sec > kLongQuiet;
 }
 
 /// The places of one log, and what waits in them.
@@ -72,15 +70,17 @@ class Waiting {
 
   enum class Outcome { archived, waits, failed };
 
-  /// Archives what waits in a place, when its writer has left it. It still stands there then.
-  Outcome archive(int place, const char* user, const OpenedFolder& target) const {
+  /// Archives what waits in a place, when its writer has left it, and says in `what` what it was. It still stands there
+  /// then.
+  Outcome archive(int place, const char* user, const OpenedFolder& target, struct stat& what) const {
     Descriptor file;
-    struct stat what {};
     {
       const AsRoot root;
-      if (!look(place, what) || !isPlain(place, what)) return Outcome::failed;
       file = Descriptor(sys::openat(folder_, name(place).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-      if (!file) return tell(place, "open");
+      // A link cannot be opened: it is looked at for the words alone.
+      if (!file && errno == ELOOP && look(place, what) && !isPlain(place, what)) return Outcome::failed;
+      if (!file || sys::fstat(file.get(), what) != 0) return tell(place, "open");
+      if (!isPlain(place, what)) return Outcome::failed;
       if (!isLeft(file, what)) return Outcome::waits;
       // What came between the look and the lease counts.
       if (sys::fstat(file.get(), what) != 0) return tell(place, "fstat");
@@ -91,10 +91,14 @@ class Waiting {
     return Outcome::archived;
   }
 
-  /// Deletes what stands in a place. With `last` above 0 the log of that place takes it over in the same moment, so
-  /// that there never is a gap, not even after a crash. Runs as root.
-  Outcome remove(int place, int last) const {
+  /// Deletes what stands in a place, if it still is what was archived. With `last` above 0 the log of that place takes
+  /// it over in the same moment, so that there never is a gap, not even after a crash. Runs as root.
+  Outcome remove(int place, int last, const struct stat& archived) const {
     const std::string here = name(place);
+    struct stat now {};
+    const bool known = look(place, now) && sameFile(now, archived) && now.st_size == archived.st_size;
+    if (!known) errno = ESTALE;
+    if (!known) return tell(place, "unlink");
     const int outcome = last > 0 ? sys::renameat(folder_, name(last).c_str(), folder_, here.c_str())
                                  : sys::unlinkat(folder_, here.c_str(), 0);
     return outcome == 0 ? Outcome::archived : tell(place, last > 0 ? "rename" : "unlink");
@@ -147,11 +151,12 @@ int archiveAll(const Waiting& waiting, const std::vector<int>& places, const cha
   // From the last place to the first, so that what has to stay is known when a place becomes free. The largest first.
   std::deque<int> staying;
   for (auto place = places.rbegin(); place != places.rend(); ++place) {
-    Waiting::Outcome done = waiting.archive(*place, user, target);
+    struct stat what {};
+    Waiting::Outcome done = waiting.archive(*place, user, target, what);
     const bool first = *place == 1;
     if (done == Waiting::Outcome::archived) {
       const AsRoot root;
-      done = waiting.remove(*place, first || staying.empty() ? 0 : staying.front());
+      done = waiting.remove(*place, first || staying.empty() ? 0 : staying.front(), what);
       if (done == Waiting::Outcome::archived && (first || staying.empty())) continue;
       if (done == Waiting::Outcome::archived) staying.pop_front();
     }

@@ -33,18 +33,47 @@ constexpr int kTimeLimit = 1800;
 /// Makes what stands in for the domain's folder below the administrator's, and gives it to the account.
 OpenedFolder openCustomBase(const Config& conf, const char* user, const char* domain) {
   const AsRoot root;
+  const Ids owner = idsOf(user);
   const std::string path = joined(conf.custom_stats_path, "/", domain);
   const Descriptor above = openGuardedFolder(conf.custom_stats_path.orEmpty());
   const bool made = above && sys::mkdirat(above.get(), domain, kPagesMode) == 0;
   OpenedFolder base;
   if (above) base = {Descriptor(sys::openat(above.get(), domain, O_RDONLY | O_DIRECTORY | O_NOFOLLOW)), path};
-  const Ids owner = idsOf(user);
-  if (base && (!made || (sys::fchmod(base.folder.get(), kPagesMode) == 0 &&
-                         sys::fchown(base.folder.get(), owner.user, owner.group) == 0))) {
-    return base;
+  struct stat what {};
+  if (base && sys::fstat(base.folder.get(), what) == 0) {
+    // What somebody has put in its place since is not given away.
+    errno = EPERM;
+    if (!made || (what.st_uid == 0 && sys::fchmod(base.folder.get(), kPagesMode) == 0 &&
+                  sys::fchown(base.folder.get(), owner.user, owner.group) == 0)) {
+      return base;
+    }
   }
   errorLog("Tally::openCustomBase(%s): %s", path.c_str(), std::strerror(errno));
   return {};
+}
+
+bool holdsOnlyFiles(const Descriptor& folder) {
+  const std::string top = joined("/proc/self/fd/", std::to_string(folder.get()), "/.");
+  return walkTree(top.c_str(), [](const TreeEntry& entry) {
+           return S_ISREG(entry.what.st_mode) || S_ISDIR(entry.what.st_mode) ? 1 : 0;
+         }) != 0;
+}
+
+/// The look at an open folder of pages; when it is not open, errno says why.
+int checkStats(const Descriptor& folder, const char* path, const char* user) {
+  const int error = errno;
+  struct stat what {};
+  const AsRoot root;
+  const bool isKnown = folder && sys::fstat(folder.get(), what) == 0;
+  const char* fault = !isKnown                          ? std::strerror(error)
+                      : what.st_uid != idsOf(user).user ? "it belongs to somebody else"
+                      : (what.st_mode & S_IWOTH) != 0   ? "everybody may write to it"
+                      : !holdsOnlyFiles(folder)         ? "there are other things than files in it"
+                                                        : nullptr;
+  if (fault == nullptr) return 1;
+  refusalLog(10, "Suspicious stats folder found: %s of %s: %s", path == nullptr ? "" : path,
+             user == nullptr ? "" : user, fault);
+  return 0;
 }
 
 /// The folder of the pages, made when it is missing, and found above suspicion.
@@ -60,7 +89,7 @@ OpenedFolder openPages(const Config& conf, const char* user, const char* domain,
     base = openHome(user);
   }
   OpenedFolder pages = openUserFolder(user, std::move(base), steps, kPagesMode);
-  if (pages && !check_stats_path(pages.path.c_str(), user)) return {};
+  if (pages && !checkStats(pages.folder, pages.path.c_str(), user)) return {};
   return pages;
 }
 
@@ -77,13 +106,6 @@ Descriptor openVisitorLog(const Config& conf, const std::string& host) {
     if (file && sys::fstat(file.get(), what) == 0 && S_ISREG(what.st_mode) && what.st_nlink == 1) return file;
   }
   return {};
-}
-
-bool holdsOnlyFiles(const Descriptor& folder) {
-  const std::string top = joined("/proc/self/fd/", std::to_string(folder.get()), "/.");
-  return walkTree(top.c_str(), [](const TreeEntry& entry) {
-           return S_ISREG(entry.what.st_mode) || S_ISDIR(entry.what.st_mode) ? 1 : 0;
-         }) != 0;
 }
 
 struct Pages {
@@ -125,18 +147,7 @@ int runFor(const char* user, const Pages& pages, ChildPlan plan, const char* pro
 
 int check_stats_path(const char* path, const char* user) {
   const AsRoot root;
-  const Descriptor folder = openGuardedFolder(path);
-  struct stat what {};
-  const bool isKnown = folder && sys::fstat(folder.get(), what) == 0;
-  const char* fault = !isKnown                          ? std::strerror(errno)
-                      : what.st_uid != idsOf(user).user ? "it belongs to somebody else"
-                      : (what.st_mode & S_IWOTH) != 0   ? "everybody may write to it"
-                      : !holdsOnlyFiles(folder)         ? "there are other things than files in it"
-                                                        : nullptr;
-  if (fault == nullptr) return 1;
-  refusalLog(10, "Suspicious stats folder found: %s of %s: %s", path == nullptr ? "" : path,
-             user == nullptr ? "" : user, fault);
-  return 0;
+  return checkStats(openGuardedFolder(path), path, user);
 }
 
 int doWebalizer(const Config* conf, const char* user, const char* domain, const char* subdomain) {

@@ -179,8 +179,11 @@ class FtpReading {
   /// Deletes a working copy that is billed, unless somebody writes to it still: a lease is given only when nobody does.
   void dropCopy(const std::string& copy, int fd) {
     struct stat what {};
-    if (sys::takeReadLease(fd) != 0) return;
+    const ReadLease lease(fd);
+    if (!lease.granted()) return;
     if (sys::fstat(fd, what) != 0 || what.st_size > ledger_.mark(copy).offset + unfinished(fd, copy)) return;
+    // Somebody waits for the file to be opened for him.
+    if (!lease.isWhole()) return;
     if (sys::unlink(copy.c_str()) != 0) {
       errorLog("Unable to delete %s: %s", copy.c_str(), std::strerror(errno));
       return;

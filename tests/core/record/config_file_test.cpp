@@ -10,6 +10,7 @@
 
 #include "core/record/list_file.h"
 #include "core/sys/fail_point.h"
+#include "core/sys/identity.h"
 #include "support/fixtures.h"
 
 using namespace zvtaskq;
@@ -312,6 +313,13 @@ TEST(ConfigFile, NeverFollowsPlantedLinks) {
   EXPECT_EQ(contentOf(path), "b=2\n");
   EXPECT_EQ(contentOf(folder.path("canary")), "whole\n");
 
+  // A line break that was read would be written as one.
+  writeText(path, "a=1\rb=2\n");
+  ASSERT_EQ(record.readFile(), 1);
+  record.setParam("c", "3");
+  EXPECT_EQ(record.writeFile(), 0);
+  EXPECT_EQ(contentOf(path), "a=1\rb=2\n");
+
   ASSERT_EQ(::mkfifo(folder.path("fifo").c_str(), 0666), 0);
   for (const char* name : {"fifo", ".", "/dev/zero", "absent"}) {
     const std::string what = name[0] == '/' ? name : folder.path(name);
@@ -341,6 +349,24 @@ TEST(DataFile, IsCopiedWithItsOwner) {
     EXPECT_EQ(copy->fileMode, 0600U);
     EXPECT_STREQ(copy->getFilename(), copy == &otherRecord ? "/r" : "/l");
   }
+}
+
+TEST(ConfigFile, WhatOthersPlantedCountsAsMissing) {
+  if (realIds().user != 0) GTEST_SKIP() << "needs root";
+  const Folder folder;
+  const LogCapture log;
+  const std::string path = folder.path("record");
+  writeText(path, "a=1\n");
+  for (const auto& [owner, read] : {std::pair{"root", 1}, {"daemon", 1}, {"nobody", 0}}) {
+    ASSERT_EQ(::chown(path.c_str(), getUID(owner), getGID(owner, 0)), 0);
+    ::chmod(path.c_str(), 0666);
+    ConfigFile record(path.c_str());
+    record.belongsTo("daemon");
+    EXPECT_EQ(record.exists(), read) << owner;
+    EXPECT_EQ(record.readFile(), read) << owner << record.result.orEmpty();
+    EXPECT_EQ(record.result.view().find("No such file") == std::string_view::npos, read == 1) << owner;
+  }
+  EXPECT_NE(log.security().find(path + " belongs to uid 65534, not to daemon: not read\n"), std::string::npos);
 }
 
 TEST(ListFile, HoldsSortedSetsAndSequences) {

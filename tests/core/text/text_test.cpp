@@ -7,6 +7,7 @@
 
 #include "core/text/line_search.h"
 #include "core/text/names.h"
+#include "core/text/post_string.h"
 
 using namespace zvtaskq;
 
@@ -80,6 +81,8 @@ TEST(LineSearch, FindsWhatAPlainSearchFinds) {
   for (int round = 0; round < 400; ++round) {
     hay.clear();
     for (unsigned i = random(30); i > 0; --i) hay += pieces[random(10)];
+    // A long stretch that holds nothing, with more line feeds than a byte can count.
+    if (random(4) == 0) hay.insert(random(static_cast<unsigned>(hay.size() + 1)), random(30'000), "\nx"[random(2)]);
     std::vector<std::string> sought(texts.begin() + random(2), texts.begin() + 2 + random(3));
     LineSearch search(sought);
     search.learn(hay);
@@ -97,5 +100,22 @@ TEST(LineSearch, FindsWhatAPlainSearchFinds) {
     EXPECT_EQ(at == hay.size(), want == hay.size()) << hay;
     EXPECT_EQ(hay.find('\n', want), hay.find('\n', at)) << hay;
     EXPECT_EQ(lines, std::count(hay.begin(), hay.begin() + static_cast<std::ptrdiff_t>(at), '\n')) << hay;
+  }
+}
+
+TEST(PostString, WhatIsEscapedReadsBackWhereverItStands) {
+  for (int byte = 1; byte < 256; ++byte) {
+    for (const std::size_t length : {1U, 15U, 16U, 40U}) {
+      std::string text(length, 'x');
+      text[length * 2 / 3] = static_cast<char>(byte);
+      for (const auto write : {writeEscaped, writeSparingly}) {
+        std::string escaped(3 * length + kEscapeSlack, '\0');
+        escaped.resize(static_cast<std::size_t>(write(escaped.data(), text) - escaped.data()));
+        std::string back = escaped;
+        back.resize(fixPostString(back.data(), 0));
+        EXPECT_EQ(back, text) << escaped;
+        EXPECT_EQ(escaped.find_first_of("&=\n"), std::string::npos) << escaped;
+      }
+    }
   }
 }

@@ -10,14 +10,17 @@
 #include <map>
 #include <thread>
 
+#include "account/model/user_folder.h"
 #include "core/record/list_file.h"
 #include "core/sys/fail_point.h"
 #include "core/tree/guarded_folder.h"
 #include "support/fixtures.h"
 #include "support/panel_folder.h"
+#include "tally/logs/domain_rotation.h"
 #include "tally/logs/mod_security_logs.h"
 #include "tally/logs/old_archives.h"
 #include "tally/logs/tar_piece.h"
+#include "tally/logs/web_logs.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::test;
@@ -248,6 +251,30 @@ TEST(GuardedFolder, FollowsRootsLinksAlone) {
     EXPECT_EQ(folder ? 0 : errno, c.error) << c.path;
   }
   fs::remove_all(rootsOwn);
+}
+
+TEST_F(Rotation, WhatIsExchangedForALogIsNotArchived) {
+  panel_.makeFolder("target");
+  lay("");
+  writeText(panel_.path("secret"), "canary");
+  for (const std::string& folder : {logs(), panel_.path("target")}) ASSERT_EQ(::chown(folder.c_str(), 8, 8), 0);
+  const OpenedFolder target{Descriptor(sys::open(panel_.path("target").c_str(), O_RDONLY | O_DIRECTORY)), ""};
+  {
+    const Exchange exchange(logs(), "h.log.1", "hard");
+    std::error_code gone;
+    for (int i = 0; i < 300; ++i) {
+      for (const auto& entry : fs::directory_iterator(logs())) fs::remove(entry.path(), gone);
+      writeText(logs() + "/new", "theirs");
+      ASSERT_EQ(::chown((logs() + "/new").c_str(), 8, 8), 0);
+      fs::rename(logs() + "/new", logs() + "/h.log.1");
+      fs::create_hard_link(panel_.path("secret"), logs() + "/hard");
+      static_cast<void>(rotateLog(&panel_.conf, "mail", WebLog{logs(), "h", false}, ".log", target));
+    }
+  }
+  for (const auto& archive : fs::directory_iterator(panel_.path("target"))) {
+    EXPECT_NE(std::system(("gzip -dc " + archive.path().string() + " | grep -q canary").c_str()), 0);
+  }
+  EXPECT_EQ(contentOf(panel_.path("secret")), "canary");
 }
 
 TEST(TarPiece, ReadsAsTarAndGzipDo) {

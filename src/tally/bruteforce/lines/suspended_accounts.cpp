@@ -24,8 +24,8 @@ namespace {
 
 constexpr int kShown = 100;
 constexpr std::size_t kMostFiles = 1000;
-constexpr std::size_t kMostSystemAccounts = 10'000;
-constexpr int kLongestAccount = 32;
+/// How many system accounts are asked for one by one.
+constexpr std::size_t kHandful = 8;
 constexpr uid_t kFirstAccountId = 1000;
 constexpr char kSuspendedMark = '!';
 constexpr int kMostComplaints = 20;
@@ -53,6 +53,22 @@ Kind kindOf(const char* service) {
 /// As much of a name as a log line needs.
 std::string shown(const char* name) {
   return name == nullptr ? "" : std::string(name, ::strnlen(name, kLongestShown));
+}
+
+/// Whether the panel may have such an account.
+bool mayBeAccount(const char* name) {
+  if (isAccountName(name)) return true;
+  debug(kShown, "Tally::system_acount_is_suspended(%s): not a valid system username", shown(name).c_str());
+  return false;
+}
+
+int tellUnknown(const char* name) {
+  debug(kShown, "Tally::system_acount_is_suspended(%s): unable to get user_info", name);
+  return 0;
+}
+
+bool isSuspendedPassword(const char* password) {
+  return password != nullptr && *password == kSuspendedMark;
 }
 
 /// 1 with a security-log line when the names of the file hold the account.
@@ -106,19 +122,39 @@ int user_is_suspended_in_file(const char* name, const char* path) {
 // --- System accounts -------------------------------------------------------------------------------------------
 
 int system_acount_is_suspended(const char* name) {
-  if (!isAccountName(name)) {
-    debug(kShown, "Tally::system_acount_is_suspended(%s): not a valid system username", shown(name).c_str());
-    return 0;
-  }
+  if (!mayBeAccount(name)) return 0;
   const AsRoot root;
   const passwd* account = ::getpwnam(name);
   const bool isOurs = account != nullptr && account->pw_uid >= kFirstAccountId;
   const spwd* shadow = account == nullptr ? nullptr : ::getspnam(name);
-  if (shadow == nullptr || shadow->sp_pwdp == nullptr) {
-    debug(kShown, "Tally::system_acount_is_suspended(%s): unable to get user_info", name);
-    return 0;
+  if (shadow == nullptr) return tellUnknown(name);
+  return isOurs && isSuspendedPassword(shadow->sp_pwdp) ? 1 : 0;
+}
+
+bool SuspendedSystemAccounts::contains(const char* name) {
+  const auto known = known_.find(name);
+  if (known != known_.end()) return known->second;
+  if (!mayBeAccount(name)) return false;
+  if (known_.size() < kHandful) return known_.emplace(name, system_acount_is_suspended(name) != 0).first->second;
+  if (listed_) return tellUnknown(name) != 0;
+  list();
+  return contains(name);
+}
+
+void SuspendedSystemAccounts::list() {
+  const AsRoot root;
+  std::unordered_set<std::string> suspended;
+  ::setspent();
+  while (const spwd* shadow = ::getspent()) {
+    if (isSuspendedPassword(shadow->sp_pwdp)) suspended.emplace(shadow->sp_namp);
   }
-  return isOurs && *shadow->sp_pwdp == kSuspendedMark ? 1 : 0;
+  ::endspent();
+  ::setpwent();
+  while (const passwd* account = ::getpwent()) {
+    known_.emplace(account->pw_name, account->pw_uid >= kFirstAccountId && suspended.contains(account->pw_name));
+  }
+  ::endpwent();
+  listed_ = true;
 }
 
 // --- One scan --------------------------------------------------------------------------------------------------
@@ -128,11 +164,11 @@ bool SuspendedAccounts::isSuspended(const char* name, const char* service) {
   const bool isAddress = std::strchr(name, '@') != nullptr;
   switch (kindOf(service)) {
     case Kind::mail:
-      return isAddress ? mailboxIsSuspended(name, service) : systemAccountIsSuspended(name);
+      return isAddress ? mailboxIsSuspended(name, service) : systemAccounts_.contains(name);
     case Kind::ftp:
       return isInFile(name, std::string(conf_.ftppasswd.view()));
     case Kind::system:
-      return systemAccountIsSuspended(name);
+      return systemAccounts_.contains(name);
     case Kind::none:
       break;
   }
@@ -162,14 +198,6 @@ bool SuspendedAccounts::isInFile(const char* name, const std::string& path) {
   const SuspendedNames& names = files_.emplace(path, path).first->second;
   if (!names.error().empty() && unreadableFiles_++ < kMostComplaints) tellUnreadable(name, path, names);
   return tellSuspended(name, path, names) != 0;
-}
-
-bool SuspendedAccounts::systemAccountIsSuspended(const char* name) {
-  if (std::strlen(name) > kLongestAccount) return system_acount_is_suspended(name) != 0;
-  const auto known = systemAccounts_.find(name);
-  if (known != systemAccounts_.end()) return known->second;
-  if (systemAccounts_.size() >= kMostSystemAccounts) systemAccounts_.clear();
-  return systemAccounts_.emplace(name, system_acount_is_suspended(name) != 0).first->second;
 }
 
 int user_is_suspended(const Config* conf, const char* name, const char* service) {

@@ -8,7 +8,6 @@
 
 #include "core/files/safe_file.h"
 #include "core/read/line_reader.h"
-#include "core/read/log_blocks.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
@@ -195,9 +194,9 @@ int statLog(const char* path, struct stat& now) {
 LogPosition readLog(const char* path, int fd, long long start, const BruteGroup& group, BruteScan& scan) {
   LogPosition reached;
   if (::lseek(fd, start, SEEK_SET) < 0) return reached;
-  LogBlocks blocks(fd, start);
+  LineReader blocks(fd, LongLines::chop);
   long long count = 0;
-  for (std::string_view lines; blocks.next(lines);) {
+  for (std::string_view lines; blocks.nextBlock(lines);) {
     const long long before = count;
     scan.takeLines(group, lines, count);
     if (before / kMarkEvery != count / kMarkEvery) {
@@ -207,9 +206,10 @@ LogPosition readLog(const char* path, int fd, long long start, const BruteGroup&
     if (scan.isFull()) break;
   }
   if (blocks.failed()) errorLog("Error reading %s: %s", path, std::strerror(errno));
-  reached.mark = LogMark::at(fd, blocks.position());
+  const long long position = start + blocks.consumed();
+  reached.mark = LogMark::at(fd, position);
   // Where the end was met, or where a full scan stopped, so that the next one does not find it unchanged.
-  if (reached.mark.offset == blocks.position()) reached.size = scan.isFull() ? blocks.position() : blocks.seen();
+  if (reached.mark.offset == position) reached.size = position + (scan.isFull() ? 0 : blocks.unfinished());
   return reached;
 }
 

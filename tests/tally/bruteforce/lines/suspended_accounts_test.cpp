@@ -1,6 +1,8 @@
 #include "tally/bruteforce/lines/suspended_accounts.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +13,18 @@
 
 using namespace zvtaskq;
 using namespace zvtaskq::test;
+
+namespace {
+
+long long lookUps = 0;
+
+}  // namespace
+
+/// The library's own, counted: each reads the system's accounts until it finds one.
+extern "C" passwd* getpwnam(const char* name) {
+  ++lookUps;
+  return reinterpret_cast<passwd* (*)(const char*)>(::dlsym(RTLD_NEXT, "getpwnam"))(name);
+}
 
 namespace {
 
@@ -101,6 +115,15 @@ TEST_F(Suspended, RemembersWithinAScanAndSaysLittle) {
   }
   EXPECT_EQ(errorsWith("Cannot open file"), 20);
   EXPECT_EQ(errorsWith("Unknown BFM service"), 1);
+}
+
+TEST_F(Suspended, ManyMadeUpNamesAreNotLookedUpOneByOne) {
+  SuspendedAccounts accounts(panel_.conf);
+  lookUps = 0;
+  for (int i = 0; i < 2000; ++i) EXPECT_FALSE(accounts.isSuspended(joined("ghost", std::to_string(i)).c_str(), "sshd"));
+  EXPECT_FALSE(accounts.isSuspended("root", "dovecot"));
+  EXPECT_GT(lookUps, 0);
+  EXPECT_LT(lookUps, 20);
 }
 
 TEST_F(Suspended, NoFileThatOthersPlanted) {

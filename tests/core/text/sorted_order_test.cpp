@@ -1,0 +1,56 @@
+#include "core/text/sorted_order.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using namespace zvtaskq;
+
+namespace {
+
+struct Item {
+  std::string text;
+  unsigned value;
+  unsigned place;
+};
+
+int byValue(const Item& a, const Item& b) {
+  return static_cast<int>(a.value > b.value) - static_cast<int>(a.value < b.value);
+}
+
+}  // namespace
+
+TEST(SortByText, OrdersWhateverTheTextsShareAsComparingThemDoes) {
+  // The bytes at both ends of the order, signed and unsigned, beside some that make texts share long beginnings.
+  const std::string bytes(
+      "\x80\xff\x01\x7f"
+      "ab",
+      6);
+  const std::string pieces[] = {"", "customer", "www.shop.customer-number-", std::string(20, '\x7f'),
+                                std::string(9, '\x80')};
+  unsigned state = 5;
+  const auto random = [&state](unsigned below) { return (state = state * 1103515245U + 12345U) / 65536U % below; };
+  for (const unsigned count : {0U, 1U, 2U, 7U, 32U, 33U, 300U, 1024U, 5000U}) {
+    for (int round = 0; round < 20; ++round) {
+      const unsigned kinds = 1 + random(5), letters = 1 + random(6), longest = 1 + random(30);
+      std::vector<Item> items;
+      for (unsigned i = 0; i < count; ++i) {
+        std::string text = pieces[random(kinds)] + pieces[random(kinds)];
+        for (unsigned more = random(longest); more > 0; --more) text += bytes[random(letters)];
+        items.push_back({round == 0 ? "" : text, random(3), i});
+      }
+      std::vector<Item> want = items;
+      std::stable_sort(want.begin(), want.end(), [](const Item& a, const Item& b) {
+        const int order = strcomp(std::string_view(a.text), std::string_view(b.text));
+        return order != 0 ? order < 0 : byValue(a, b) < 0;
+      });
+      const auto sameText = [](const Item& a, const Item& b) { return a.text == b.text; };
+      const bool repeats = std::adjacent_find(want.begin(), want.end(), sameText) != want.end();
+      const auto textOf = [](const Item& item) { return std::string_view(item.text); };
+      EXPECT_EQ(sortByText(items.data(), items.size(), textOf, byValue), repeats);
+      const auto samePlace = [](const Item& a, const Item& b) { return a.place == b.place; };
+      EXPECT_TRUE(std::equal(items.begin(), items.end(), want.begin(), samePlace))
+          << count << " items, round " << round;
+    }
+  }
+}
