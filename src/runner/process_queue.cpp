@@ -87,7 +87,8 @@ void carryOutTasks(ListFile& lines) {
       guarded(line, [&] { executeTask(line, record); });
     }
   }
-  for (auto& [service, task] : pending) {
+  for (auto& service : pending) {
+    ConfigFile& task = service.second;
     const Text line = task.createPostString(1);
     guarded(line, [&] { executeTask(line, task); });
   }

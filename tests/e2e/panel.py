@@ -60,6 +60,25 @@ def lost_files():
     return sorted(glob.glob(LOST + "/*"))
 
 
+# The beginning of another program that works on a data file, its first argument, under the file's lock.
+LOCKED = """
+import os, pwd, sys, time
+path = sys.argv[1]
+def become(user):
+    os.setegid(pwd.getpwnam(user).pw_gid)
+    os.seteuid(pwd.getpwnam(user).pw_uid)
+def locked(work, pause):
+    while True:
+        try:
+            os.close(os.open(path + ".lock", os.O_CREAT | os.O_EXCL, 0o600))
+            break
+        except FileExistsError:
+            time.sleep(0.0005)
+    work()
+    os.unlink(path + ".lock")
+    time.sleep(pause)
+"""
+
 INIT_SCRIPT = """#!/bin/sh
 ### BEGIN INIT INFO
 # Provides: {name}

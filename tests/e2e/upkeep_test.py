@@ -121,50 +121,31 @@ class Cleanups(UpkeepTest):
         self.assertFalse([line for line in left if line.startswith("old")])
 
 
-ADDER = """
-import os, sys, time, pwd
-path = sys.argv[1]
-os.setegid(pwd.getpwnam("zvadmin").pw_gid)
-os.seteuid(pwd.getpwnam("zvadmin").pw_uid)
-for i in range(150):
-    while True:
-        try:
-            os.close(os.open(path + ".lock", os.O_CREAT | os.O_EXCL, 0o600))
-            break
-        except FileExistsError:
-            time.sleep(0.0005)
+ADDER = panel.LOCKED + """
+become("zvadmin")
+def add():
     with open(path, "a") as file:
         file.write("new%d=date=%d\\nold%d=date=1\\n" % (i, time.time(), i))
-    os.unlink(path + ".lock")
-    time.sleep(0.003)
+for i in range(150):
+    locked(add, 0.003)
 """
-
-
-EXTENDER = """
-import os, sys, time, pwd
-path, window = sys.argv[1:]
-os.setegid(pwd.getpwnam("mail").pw_gid)
-os.seteuid(pwd.getpwnam("mail").pw_uid)
+EXTENDER = panel.LOCKED + """
+become("mail")
 print("ready", flush=True)
-for i in range(60):
-    while True:
-        try:
-            os.close(os.open(path + ".lock", os.O_CREAT | os.O_EXCL, 0o600))
-            break
-        except FileExistsError:
-            time.sleep(0.0005)
+def extend():
     lines = open(path).read().splitlines()
-    old = next((n for n, line in enumerate(lines) if not line.endswith(window)), None)
-    if old is not None:
-        name = lines[old].split(":")[0]
-        lines[old] = name + ":" + window
-        with open(path + ".new", "w") as file:
-            file.write("".join(line + "\\n" for line in lines))
-        os.chmod(path + ".new", 0o640)
-        os.rename(path + ".new", path)
-        print(name, flush=True)
-    os.unlink(path + ".lock")
-    time.sleep(0.002)
+    over = [n for n, line in enumerate(lines) if not line.endswith(sys.argv[2])]
+    if not over:
+        return
+    name = lines[over[0]].split(":")[0]
+    lines[over[0]] = name + ":" + sys.argv[2]
+    with open(path + ".new", "w") as file:
+        file.write("\\n".join(lines) + "\\n")
+    os.chmod(path + ".new", 0o640)
+    os.rename(path + ".new", path)
+    print(name, flush=True)
+for i in range(60):
+    locked(extend, 0.002)
 """
 
 
@@ -215,20 +196,6 @@ class HostName(UpkeepTest):
             self.assertLess(time.monotonic() - start, longest)
             self.assertTrue(body.startswith("Cannot find your hostname using the command '/bin/hostname --fqdn'. Please check"))
             self.assertIn("use 127.0.0.1Unable to resolve your hostname, .  This will cause major issues", body)
-
-
-class PanelLogs(UpkeepTest):
-    def test_large_ones_once_a_day_and_with_the_tally(self):
-        settings(log_rotate_size=1, logs_to_keep=3, check_load=0)
-        large, log = "x" * (1024 * 1024 + 1), panel.LOGS + "/system.log"
-        sizes = lambda: [len(text(log + end)) > 1024 * 1024 for end in ("", ".1", ".2", ".3")]
-        for line, want in [(None, [0, 1, 0, 0]), (None, [1, 1, 0, 0]), ("action=quotatally&value=all", [1, 1, 0, 0]),
-                           ("action=tally&value=all", [0, 1, 1, 0])]:
-            write(log, large, "zvadmin", 0o600)
-            if line:
-                self.queue(line)
-            self.run_program()
-            self.assertEqual(sizes(), [bool(n) for n in want], line)
 
 
 class Load(UpkeepTest):

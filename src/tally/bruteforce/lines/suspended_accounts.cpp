@@ -55,6 +55,7 @@ std::string shown(const char* name) {
   return name == nullptr ? "" : std::string(name, ::strnlen(name, kLongestShown));
 }
 
+/// Whether the panel may have such an account.
 bool mayBeAccount(const char* name) {
   if (isAccountName(name)) return true;
   debug(kShown, "Tally::system_acount_is_suspended(%s): not a valid system username", shown(name).c_str());
