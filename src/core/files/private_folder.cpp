@@ -7,8 +7,12 @@
 namespace zvtaskq {
 
 Descriptor openPrivateFolder(const char* path, mode_t mode) {
-  if (sys::mkdir(path, mode) != 0 && errno != EEXIST) return {};
-  Descriptor folder(sys::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+  return openPrivateFolderAt(AT_FDCWD, path, mode);
+}
+
+Descriptor openPrivateFolderAt(int parent, const char* name, mode_t mode) {
+  if (sys::mkdirat(parent, name, mode) != 0 && errno != EEXIST) return {};
+  Descriptor folder(sys::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
   if (!folder) return {};
   struct stat what {};
   if (sys::fstat(folder.get(), what) != 0) return {};

@@ -9,5 +9,7 @@ namespace zvtaskq {
 /// and opens it. A link, a folder of somebody else or anything else of that name is refused. Not open, with errno, on
 /// failure.
 Descriptor openPrivateFolder(const char* path, mode_t mode);
+/// The same for the folder of that name in an open folder.
+Descriptor openPrivateFolderAt(int parent, const char* name, mode_t mode);
 
 }  // namespace zvtaskq
