@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "core/sys/dates.h"
 #include "core/sys/fail_point.h"
@@ -91,28 +92,60 @@ void markAttempt(const char* path, const char* caller, bool started) {
   }
 }
 
-/// The descriptor of the lock file made, or none with the reason set.
-Descriptor makeLock(const std::string& lockPath, const char* path, int maximumAge, const char* caller, char* reason) {
-  const FailScope scope("lock");
-  for (int i = 0; i < kTries; ++i) {
-    Descriptor lock(sys::open(lockPath.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0700));
-    if (lock) {
-      if (lockDebug) writeCaller(lock.get(), path, caller);
-      return lock;
-    }
-    if (errno != EEXIST) {
-      const std::string why = std::strerror(errno);
-      setReason(reason, "open error for %s: %s<br>\n%s", lockPath.c_str(), why.c_str(), describe(lockPath).c_str());
-      return {};
-    }
-    breakIfStale(lockPath, maximumAge);
-    ::usleep(kPause);
-  }
-  setReason(reason, "file is locked by another process");
+Descriptor cannotMake(const std::string& lockPath, char* reason) {
+  const std::string why = std::strerror(errno);
+  setReason(reason, "open error for %s: %s<br>\n%s", lockPath.c_str(), why.c_str(), describe(lockPath).c_str());
   return {};
 }
 
-Descriptor attempt(const char* path, int maximumAge, const char* caller, char* reason) {
+constexpr const char* kLockedByAnother = "file is locked by another process";
+
+/// The file that a lock for life is a name of, under its `flock`, and no lock of a dead holder any more. None with the
+/// reason set: it has a living holder, or cannot be had.
+Descriptor openOwn(const char* own, const std::string& lockPath, char* reason) {
+  Descriptor file(sys::open(own, O_RDWR | O_CREAT | O_NOFOLLOW, 0700));
+  if (!file) return cannotMake(own, reason);
+  if (sys::flockNow(file.get(), LOCK_EX) != 0) {
+    if (errno != EWOULDBLOCK) return cannotMake(own, reason);
+    setReason(reason, "%s", kLockedByAnother);
+    return {};
+  }
+  struct stat mine {
+  }, there{};
+  if (sys::fstat(file.get(), mine) == 0 && sys::lstat(lockPath.c_str(), there) == 0 && sameFile(mine, there)) {
+    debug(100, "%s: its holder is dead", lockPath.c_str());
+    static_cast<void>(sys::unlink(lockPath.c_str()));
+  }
+  return file;
+}
+
+/// Makes the lock file: anew, or as another name of the file `own`.
+Descriptor makeOnce(const std::string& lockPath, const char* own, Descriptor& ownFile) {
+  if (own == nullptr) return Descriptor(sys::open(lockPath.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0700));
+  return sys::link(own, lockPath.c_str()) == 0 ? std::move(ownFile) : Descriptor();
+}
+
+/// The descriptor of the lock file made, or none with the reason set.
+Descriptor makeLock(const std::string& lockPath, const char* path, const char* own, int maximumAge, const char* caller,
+                    char* reason) {
+  const FailScope scope("lock");
+  Descriptor ownFile;
+  if (own != nullptr && !(ownFile = openOwn(own, lockPath, reason))) return {};
+  for (int i = 0; i < kTries; ++i) {
+    Descriptor lock = makeOnce(lockPath, own, ownFile);
+    if (lock) {
+      if (lockDebug && own == nullptr) writeCaller(lock.get(), path, caller);
+      return lock;
+    }
+    if (errno != EEXIST) return cannotMake(lockPath, reason);
+    breakIfStale(lockPath, maximumAge);
+    ::usleep(kPause);
+  }
+  setReason(reason, "%s", kLockedByAnother);
+  return {};
+}
+
+Descriptor attempt(const char* path, const char* own, int maximumAge, const char* caller, char* reason) {
   if (path == nullptr || *path == '\0') {
     setReason(reason, "empty file_name");
     return {};
@@ -122,7 +155,7 @@ Descriptor attempt(const char* path, int maximumAge, const char* caller, char* r
     return {};
   }
   markAttempt(path, caller, true);
-  Descriptor lock = makeLock(joined(path, ".lock"), path, maximumAge, caller, reason);
+  Descriptor lock = makeLock(joined(path, ".lock"), path, own, maximumAge, caller, reason);
   markAttempt(path, caller, false);
   return lock;
 }
@@ -134,7 +167,7 @@ void setLockDebug(bool on) {
 }
 
 int getLock(const char* path, int maximumAge, const char* caller, char* reason) {
-  return attempt(path, maximumAge, caller, reason) ? 1 : 0;
+  return attempt(path, nullptr, maximumAge, caller, reason) ? 1 : 0;
 }
 
 int getLock(const char* path, const char* caller) {
@@ -147,7 +180,16 @@ void freeLock(const char* path) {
 
 int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
   release();
-  file_ = attempt(path, maximumAge, caller, reason);
+  return keep(attempt(path, nullptr, maximumAge, caller, reason), path);
+}
+
+int FileLock::takeForLife(const char* path, const char* own, int maximumAge, const char* caller, char* reason) {
+  release();
+  return keep(attempt(path, own, maximumAge, caller, reason), path);
+}
+
+int FileLock::keep(Descriptor file, const char* path) {
+  file_ = std::move(file);
   if (!file_) return 0;
   lockPath_ = Text::copyOf(std::string_view(joined(path, ".lock")));
   return 1;
