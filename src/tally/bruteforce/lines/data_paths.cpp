@@ -4,11 +4,20 @@
 #include "core/panel/overrides.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/panel/state_folder.h"
+#include "core/record/panel_file.h"
 
 namespace zvtaskq {
 
+namespace {
+constexpr const char* kState = "brute.conf";
+}
+
 std::string bruteStateFile() {
-  return customOrStock(joined(sys_conf->admindir), "brute.conf");
+  // Everybody may make entries there: a folder or file of that name is not the administrator's for that.
+  const std::string own = customOrStock(joined(sys_conf->admindir), kState), stock = adminFile(kState);
+  if (own == stock || isPlanted(adminFile("custom").c_str()) || isPlanted(own.c_str())) return stock;
+  return own;
 }
 
 std::string bruteAddressesFile() {
@@ -28,11 +37,11 @@ std::string bruteSkipFile() {
 }
 
 std::string bruteJournalFile() {
-  return adminFile("brute_journal");
+  return stateFile("brute_journal");
 }
 
 std::string bruteEntriesSpoolFile() {
-  return adminFile("brute_journal.entries");
+  return stateFile("brute_journal.entries");
 }
 
 std::string bruteFilterFile(const Config& conf) {

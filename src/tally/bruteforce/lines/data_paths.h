@@ -17,7 +17,8 @@ std::string bruteUsersFile();
 std::string bruteEntriesFile();
 /// The names that are never reported.
 std::string bruteSkipFile();
-/// What the monitor is about to change in the files above, while it does.
+/// What the monitor is about to change in the files above, while it does. This and what goes with it stand in the state
+/// folder (core/panel/state_folder.h).
 std::string bruteJournalFile();
 /// The log lines that go with it.
 std::string bruteEntriesSpoolFile();

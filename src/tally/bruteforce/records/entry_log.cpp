@@ -17,6 +17,7 @@
 #include "core/panel/hook_script.h"
 #include "core/panel/overrides.h"
 #include "core/read/line_reader.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
@@ -174,7 +175,7 @@ int clear_brute_log_entries(const Config* conf) {
       errorLog("Tally::clear_brute_log_entries: Unable to lock %s", path.c_str());
       return 0;
     }
-    const Descriptor source = openRegularFile(path.c_str());
+    const Descriptor source = openPanelFile(path.c_str());
     if (!source && errno == ENOENT) return 1;
     if (!source) {
       errorLog("Unable to open %s for reading: %s", path.c_str(), std::strerror(errno));

@@ -19,6 +19,7 @@
 #include "support/fixed_clock.h"
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
+#include "tally/bruteforce/records/entry_log.h"
 #include "tally/bruteforce/records/records.h"
 
 using namespace zvtaskq;
@@ -102,7 +103,8 @@ TEST_F(BruteMonitor, CountsEachFailureOnce) {
                "attempts=1&filter=sshd5&ip=192.0.2.1&log=Nov  3 04:05:06 server sshd[1]: Failed password for <b> from "
                "192.0.2.1 port 22 ssh2&time=1800000000&user=<b>");
   EXPECT_EQ(modeOf(panel_.path("admin/brute_log_entries.list")), 0600U);
-  EXPECT_FALSE(exists(panel_.path("admin/brute_journal")) || exists(panel_.path("admin/brute_journal.entries")));
+  EXPECT_FALSE(exists(panel_.path("admin/state/brute_journal")) ||
+               exists(panel_.path("admin/state/brute_journal.entries")));
 }
 
 TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
@@ -305,6 +307,33 @@ TEST_F(BruteMonitor, DoesNothingWhenItMayNot) {
   EXPECT_EQ(data("brute_user.data"), "");
 }
 
+TEST_F(BruteMonitor, TakesNothingThatOthersPlanted) {
+  panel_.conf.ip_brutecount = 1;
+  panel_.conf.clear_brute_log_entry_time = 1;
+  write(failure("bob", "192.0.2.1"));
+  const std::string size = std::to_string(contentOf(log_).size());
+  panel_.makeFolder("admin/custom");
+  setData("custom/brute.conf", log_ + "=size=" + size + "&position=" + size + "\n");
+  setData("brute_skip.list", "192.0.2.1=\n");
+  setData("brute_log_entries.list", "10001=attempts=1&ip=192.0.2.7&time=1\n");
+  ASSERT_EQ(::symlink("/etc/passwd", panel_.path("admin/brute_ip.data").c_str()), 0);
+  ASSERT_EQ(::mkfifo(panel_.path("admin/brute_user.data").c_str(), 0666), 0);
+  for (const char* planted :
+       {"custom/brute.conf", "brute_skip.list", "brute_log_entries.list", "brute_ip.data", "brute_user.data"}) {
+    ASSERT_EQ(::lchown(panel_.path("admin/" + std::string(planted)).c_str(), 65534, 65534), 0);
+  }
+  EXPECT_EQ(clear_brute_log_entries(&panel_.conf), 1);
+  EXPECT_EQ(keys().size(), 1U);
+  pass();
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}})) << panel_.logs.errors();
+  EXPECT_EQ(counts("brute_user.data"), (Counts{{"bob", 1}}));
+  EXPECT_EQ(keys(), std::vector<std::string>{"18000000000001"});
+  EXPECT_EQ(modeOf(panel_.path("admin/brute_log_entries.list")), 0600U);
+  EXPECT_EQ(sent.size(), 1U);
+  EXPECT_TRUE(data("brute.conf").starts_with(log_ + "="));
+  EXPECT_NE(panel_.logs.security().find("custom/brute.conf belongs to uid 65534"), std::string::npos);
+}
+
 TEST_F(BruteMonitor, FloodsNoLog) {
   std::string text;
   for (int i = 0; i < 50; ++i) text += failure("x from 192.0.2.2", "192.0.2.1") + failure("x", "nowhere");
@@ -342,8 +371,8 @@ TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
     write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2"));
     ++failures;
     killed = crashAt(step, "kill", now += 60);
-    // The dead one's locks go stale in time.
-    ASSERT_EQ(std::system(("find " + panel_.path("admin") + " -name '*.lock' -delete").c_str()), 0);
+    // The dead one's locks on data files go stale in time; that on the scan must have gone with it.
+    ASSERT_EQ(std::system(("find " + panel_.path("admin") + " -name 'brute*.lock' -delete").c_str()), 0);
     if (step % 3 == 0) {
       write(failure("bob", "192.0.2.1"));
       write(failure("eve", "192.0.2.2"));
@@ -355,7 +384,7 @@ TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
     const auto all = keys();
     ASSERT_EQ(all.size(), static_cast<std::size_t>(2 * failures)) << step;
     ASSERT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size()) << step;
-    ASSERT_FALSE(exists(panel_.path("admin/brute_journal"))) << step;
+    ASSERT_FALSE(exists(panel_.path("admin/state/brute_journal"))) << step;
   }
   EXPECT_FALSE(killed);
   EXPECT_GT(step, 30);
