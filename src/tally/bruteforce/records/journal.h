@@ -27,8 +27,8 @@ struct BruteFindings {
   NameTable users;
   BruteCounts userCounts;
 
-  BruteNews addressNews() const { return {addresses.clean(), addressCounts, filters, time}; }
-  BruteNews userNews() const { return {users, userCounts, filters, time}; }
+  FoundFailures addressFailures() const { return {addresses.clean(), addressCounts, filters, time}; }
+  FoundFailures userFailures() const { return {users, userCounts, filters, time}; }
 };
 
 /// The files that the findings go into.

@@ -60,8 +60,8 @@ BruteScan::BruteScan(const Config& conf, const std::vector<BruteFilter>& filters
       choice_(addressChoiceOf(conf.brute_force_ambiguous_ip)),
       suspended_(conf) {}
 
-BruteScan::Compiled& BruteScan::compiled(const BruteGroup& group) {
-  for (const auto& known : compiled_) {
+BruteScan::GroupFilters& BruteScan::filtersOf(const BruteGroup& group) {
+  for (const auto& known : groups_) {
     if (known->group == group.number) return *known;
   }
   std::vector<const BruteFilter*> chosen;
@@ -71,13 +71,13 @@ BruteScan::Compiled& BruteScan::compiled(const BruteGroup& group) {
     chosen.push_back(&filters_[i]);
     services_[i] = program;
   }
-  compiled_.push_back(std::make_unique<Compiled>(Compiled{group.number, chosen, LineSearch(textsOf(chosen))}));
-  return *compiled_.back();
+  groups_.push_back(std::make_unique<GroupFilters>(GroupFilters{group.number, chosen, LineSearch(textsOf(chosen))}));
+  return *groups_.back();
 }
 
 void BruteScan::takeLines(const BruteGroup& group, std::string_view lines, long long& lineCount) {
   constexpr std::size_t kSample = std::size_t{16} * 1024;
-  Compiled& filters = compiled(group);
+  GroupFilters& filters = filtersOf(group);
   if (!filters.hasLearned) filters.search.learn(lines.substr(0, kSample));
   filters.hasLearned = true;
   const char* at = lines.data();
@@ -95,7 +95,7 @@ void BruteScan::takeLines(const BruteGroup& group, std::string_view lines, long 
   }
 }
 
-void BruteScan::takeLine(const Compiled& group, std::string_view text, std::uint64_t texts) {
+void BruteScan::takeLine(const GroupFilters& group, std::string_view text, std::uint64_t texts) {
   BruteMatch match;
   if (!parseLine(group.filters, BruteLine(text), choice_, findings.addresses, match, texts)) return;
   const auto filter = static_cast<std::uint32_t>(match.filter - filters_.data());

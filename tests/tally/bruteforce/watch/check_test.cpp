@@ -284,6 +284,22 @@ TEST_F(BruteMonitor, DropsWhatIsOldAndIsNotSilencedByTheFuture) {
   EXPECT_EQ(data("brute_ip.data"), before);
 }
 
+TEST_F(BruteMonitor, MarksNoTwoScansAlike) {
+  // Two stamps a second apart, on both sides of what still passes for now.
+  for (const long long ahead : {0LL, 118LL, 119LL, 120LL, 121LL}) {
+    std::string text;
+    for (int i = 0; i < 4; ++i) {
+      text += joined("10.0.0.", std::to_string(i), "=first_entry=1&last_entry=", std::to_string(kNow + ahead + i),
+                     "&sshd5=5\n");
+      write(failure("bob", joined("10.0.0.", std::to_string(i))));
+    }
+    setData("brute_ip.data", text);
+    pass();
+    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"10.0.0.0", 6}, {"10.0.0.1", 6}, {"10.0.0.2", 6}, {"10.0.0.3", 6}}))
+        << ahead;
+  }
+}
+
 TEST_F(BruteMonitor, DoesNothingWhenItMayNot) {
   write(failure("bob", "192.0.2.1"));
   panel_.conf.brute_force_log_scanner = 0;
