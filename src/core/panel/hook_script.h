@@ -41,6 +41,8 @@ HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variab
                            std::size_t answerLimit = kHookAnswerLimit);
 /// The same with the pairs of a record as variables; null for none.
 HookAnswer executeIfExists(const char* path, const ConfigFile* variables, int timeLimit = kHookTimeLimit);
+/// The same with the tokens of a notice as variables, among which LANG is the panel's language, from its settings.
+HookAnswer executeWithTokens(const char* path, const ConfigFile& tokens, int timeLimit);
 
 /// The pairs of a record as variables for a script; none for null.
 std::vector<Variable> variablesOf(const ConfigFile* record);

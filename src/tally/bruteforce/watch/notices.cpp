@@ -137,9 +137,10 @@ int check_count_for(BruteNotices& notices, ConfigFile& counts, long long index, 
   const bool isFirst = notices.subjectList.find(kind.beforeFirst) == std::string::npos;
   notices.subjectList += joined(isFirst ? kind.beforeFirst : ", ", shown);
   const long long now = std::max<long long>(std::time(nullptr), figures.lastEntry);
-  counts.setParam_in_place(index, newString(stamped(record.c_str(), now)));
+  const std::string told = stamped(record.c_str(), now);
+  counts.setParam_in_place(index, newString(told));
   ++notices.notices;
-  runHook(notices, kind, name, record, figures.failures);
+  runHook(notices, kind, name, told, figures.failures);
   return 1;
 }
 

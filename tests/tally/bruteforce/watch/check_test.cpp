@@ -218,7 +218,8 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
             "\n\nView your Brute Force Monitor:\nhttp://server.example:2222/CMD_BRUTE_FORCE_MONITOR?sort1=-1\n");
   EXPECT_NE(panel_.logs.errors().find("Tally::check_count_for: Pre script output: mine"), std::string::npos);
   EXPECT_NE(panel_.logs.errors().find("Brute Force error (User, 'bob'): Script output: no"), std::string::npos);
-  EXPECT_NE(panel_.logs.system().find("Brute Force (IP, '192.0.2.1'): Script output: 192.0.2.1 2 first_entry="),
+  EXPECT_NE(panel_.logs.system().find("Brute Force (IP, '192.0.2.1'): Script output: 192.0.2.1 2 "
+                                      "first_entry=1800000000&last_entry=1800000000&last_notify=1800000000&sshd5=2"),
             std::string::npos);
 
   const struct {
