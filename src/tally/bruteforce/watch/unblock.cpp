@@ -11,7 +11,8 @@
 #include "core/panel/overrides.h"
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
-#include "core/text/names.h"
+#include "core/text/text.h"
+#include "tally/bruteforce/lines/network.h"
 
 namespace zvtaskq {
 
@@ -53,7 +54,7 @@ std::vector<Block> dueBlocks(const ConfigFile& blocked, long long limit) {
   std::vector<Block> due;
   for (long long i = 0; i < blocked.size(); ++i) {
     const char* address = blocked.getNameAt(i);
-    if (!isValidIP(address)) continue;
+    if (!readNetwork(text_detail::part(address))) continue;
     ConfigFile record(nullptr);
     record.fillFromPost(blocked.getValueAt(i));
     long long since = 0;
