@@ -109,6 +109,17 @@ TEST_F(LoadCheck, ScriptsGetTheTokens) {
   EXPECT_EQ(contentOf(seen), line + line) << panel_.logs.errors();
 }
 
+TEST_F(LoadCheck, IsToldAgainWhenItReachedNobody) {
+  stamp("a=1\n");
+  loseNotices(true);
+  check();
+  EXPECT_EQ(contentOf(settings_), "a=1\n");
+  loseNotices(false);
+  check();
+  EXPECT_EQ(sentNotices().size(), 2U);
+  EXPECT_EQ(contentOf(settings_), "a=1\nload_limit_last_sent=1800000000\n");
+}
+
 TEST_F(LoadCheck, SaysWhatGoesWrong) {
   stamp("a=1\n");
   setFailPlan("safe_write.*:ENOSPC");
