@@ -112,6 +112,15 @@ HookAnswer executeWithTokens(const char* path, const ConfigFile& tokens, int tim
   return runIfExists(plan);
 }
 
+HookAnswer HookBudget::run(const char* path, const std::vector<Variable>& variables, int timeLimit) {
+  const auto start = std::chrono::steady_clock::now();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left_).count();
+  HookAnswer answer =
+      executeIfExists(path, variables, static_cast<int>(std::clamp<long long>(seconds, 1, std::max(timeLimit, 1))));
+  left_ -= std::chrono::steady_clock::now() - start;
+  return answer;
+}
+
 std::vector<Variable> variablesOf(const ConfigFile* record) {
   std::vector<Variable> pairs;
   for (long long i = 0; record != nullptr && i < record->size(); ++i) {

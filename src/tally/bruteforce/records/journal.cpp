@@ -97,6 +97,7 @@ int writeState(ConfigFile& state) {
 int apply(const Config& conf, const BruteFindings& findings, const SpooledEntries& entries, ConfigFile& state,
           BruteFiles& files, bool resume) {
   if (!writeState(state)) return 0;
+  files.addedSince = std::min(files.addedSince, findings.time);
   debug(100, "check_brute_force_logs: begin IP sorting");
   const auto merge = [&conf](const FoundFailures& found) {
     return [&conf, found](ConfigFile& counts) { mergeBruteCounts(conf, found, counts); };

@@ -2,6 +2,7 @@
 // nothing (docs/decisions/0007-brute-force-journal.md).
 #pragma once
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,8 @@ struct BruteFiles {
   BruteFiles();
   BruteRecords addresses;
   BruteRecords users;
+  /// What was added since the object was made has this `last_entry` or a later one.
+  long long addedSince = std::numeric_limits<long long>::max();
 };
 
 /// Puts the findings into the files: first into the journal, so that they are safe, then from there where they belong,

@@ -20,7 +20,8 @@
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
 #include "tally/bruteforce/records/entry_log.h"
-#include "tally/bruteforce/records/records.h"
+#include "tally/bruteforce/records/journal.h"
+#include "tally/bruteforce/watch/notices.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::test;
@@ -58,6 +59,12 @@ class BruteMonitor : public ::testing::Test {
   void setData(const std::string& file, const std::string& text) {
     writeText(panel_.path("admin/" + file), text);
     ::chmod(panel_.path("admin/" + file).c_str(), 0666);
+  }
+  void hook(const std::string& name, const std::string& body) {
+    for (const char* folder : {"", "scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
+    const std::string path = panel_.path("scripts/custom/" + name);
+    writeText(path, "#!/bin/sh\n" + body);
+    ::chmod(path.c_str(), 0755);
   }
   /// Failures by name, of one of the files of counts.
   std::map<std::string, long long> counts(const std::string& file) {
@@ -193,14 +200,6 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
   panel_.conf.ip_brutecount = 2;
   panel_.conf.user_brutecount = 3;
   setData("brute_skip.list", "192.0.2.9=\n");
-  const std::string hooks = panel_.path("scripts/custom/");
-  ::chmod(panel_.path("scripts/custom").c_str(), 0755);
-  ::chmod(panel_.path("scripts").c_str(), 0755);
-  ::chmod(panel_.path("").c_str(), 0755);
-  const auto hook = [&](const std::string& name, const std::string& body) {
-    writeText(hooks + name, "#!/bin/sh\n" + body);
-    ::chmod((hooks + name).c_str(), 0755);
-  };
   hook("brute_force_notify_pre.sh", "[ \"$type $value\" != 'IP 192.0.2.8' ] || { echo mine; exit 1; }\n");
   hook("brute_force_notice_ip.sh", "echo \"$value $count $data\"\n");
   hook("brute_force_notice_user.sh", "echo no; exit 3\n");
@@ -237,6 +236,64 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
     pass(kNow + step.after);
     EXPECT_EQ(sent.size(), step.told) << step.name << data("brute_ip.data");
   }
+}
+
+TEST_F(BruteMonitor, TellsAgainWhatReachedNobody) {
+  panel_.conf.ip_brutecount = 1;
+  write(failure("bob", "192.0.2.1"));
+  loseNotices(true);
+  pass();
+  EXPECT_EQ(data("brute_ip.data").find("last_notify"), std::string::npos);
+  loseNotices(false);
+  pass(kNow + 60);
+  pass(kNow + 120);
+  EXPECT_EQ(sent.size(), 2U);
+}
+
+TEST_F(BruteMonitor, AsksScriptsOnlyWhatIsNewAndInTurn) {
+  const std::string seen = panel_.path("seen");
+  panel_.conf.ip_brutecount = 2;
+  hook("brute_force_notify_pre.sh", "[ $type = User ] || echo \"$value\" >>" + seen + "; [ \"$value\" != 10.0.0.4 ]\n");
+  std::string text;
+  for (const char* address : {"10.0.0.1", "10.0.0.1", "10.0.0.2", "10.0.0.2", "10.0.0.4", "10.0.0.4", "10.0.0.3"}) {
+    text += failure("bob", address);
+  }
+  const struct {
+    const char* name;
+    std::string fails;
+    std::string asked;
+  } steps[] = {
+      {"notices first, then what has changed", text, "10.0.0.1\n10.0.0.2\n10.0.0.4\n10.0.0.3\n"},
+      {"nothing new but what was objected to", "", "10.0.0.4\n"},
+      {"changed", failure("bob", "10.0.0.1"), "10.0.0.4\n10.0.0.1\n"},
+  };
+  long long now = kNow;
+  for (const auto& step : steps) {
+    ::unlink(seen.c_str());
+    write(step.fails);
+    pass(now += 60);
+    EXPECT_EQ(contentOf(seen), step.asked) << step.name << panel_.logs.errors();
+  }
+
+  // Without time nothing is asked, told or stamped; the next pass begins where there was none.
+  const FixedClock clock(now + 4000);
+  setData("brute_ip.data", "10.0.0.1=last_entry=1&x=5\n10.0.0.2=last_entry=1&x=5\n10.0.0.3=last_entry=1&x=5\n");
+  const auto tell = [&](int hookTime) {
+    BruteFiles files;
+    sent.clear();
+    ::unlink(seen.c_str());
+    EXPECT_EQ(files.addresses.read() && files.users.read() && tellBruteForce(panel_.conf, files, hookTime), 1);
+    return contentOf(seen);
+  };
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(tell(0), "");
+  EXPECT_TRUE(sent.empty());
+  const std::string errors = panel_.logs.errors(), late = "take too long: 3 names (IP) wait for the next run";
+  EXPECT_NE(errors.find(late), std::string::npos) << errors;
+  EXPECT_EQ(errors.find(late), errors.rfind(late));
+  EXPECT_EQ(data("state/brute_hook_turns"), "IP=10.0.0.1\n");
+  setData("state/brute_hook_turns", "IP=10.0.0.2\n");
+  EXPECT_EQ(tell(30), "10.0.0.2\n10.0.0.3\n10.0.0.1\n");
+  EXPECT_EQ(sent.size(), 1U);
 }
 
 TEST_F(BruteMonitor, TellsAsTheAdministratorWishes) {
