@@ -6,6 +6,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/marks.h"
 #include "core/panel/overrides.h"
 #include "core/panel/system_info.h"
 #include "core/record/config_file.h"
@@ -54,6 +55,7 @@ bool isDue(const Config& conf) {
   const std::string path = adminSettingsFile();
   ConfigFile settings(path.c_str());
   if (!settings.readFile()) {
+    if (!isDueAgain("load_check", "settings")) return false;
     errorLog("Tally::check_system_load: Unable to read %s : %s", path.c_str(), settings.result.orEmpty());
     return false;
   }
@@ -88,6 +90,7 @@ void check_system_load(const Config* conf) {
   }
   const MinuteRow* minute = rowOf(conf->check_load_minute);
   if (minute == nullptr) {
+    if (!isDueAgain("load_check", "minute")) return;
     errorLog("Tally::check_system_load: check_load_minute is not set to 1, 5 or 15.");
     return;
   }

@@ -1,11 +1,13 @@
 #include "tally/bruteforce/lines/data_paths.h"
 
 #include "core/config/config.h"
+#include "core/panel/marks.h"
 #include "core/panel/overrides.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/state_folder.h"
 #include "core/record/panel_file.h"
+#include "core/sys/log.h"
 
 namespace zvtaskq {
 
@@ -46,6 +48,14 @@ std::string bruteEntriesSpoolFile() {
 
 std::string bruteFilterFile(const Config& conf) {
   return templatePath(conf, "brute_filter.list");
+}
+
+void tellUnreadable(const DataFile& file) {
+  constexpr std::size_t kLongest = 300;
+  const std::string path = file.getFilename();
+  const std::string why = printable(joined(path, ": ", file.result)).substr(0, kLongest);
+  if (!isDueAgain(joined("unreadable_", path.substr(path.rfind('/') + 1)).c_str(), why)) return;
+  errorLog("Error reading %s: %s.", path.c_str(), file.result.orEmpty());
 }
 
 }  // namespace zvtaskq

@@ -193,7 +193,7 @@ int finishBruteJournal(const Config& conf, BruteFiles& files) {
   journal.useLock = false;
   if (!journal.exists()) return 1;
   if (!journal.readFile()) {
-    errorLog("Error reading %s: %s.", journal.getFilename(), journal.result.orEmpty());
+    tellUnreadable(journal);
     return 0;
   }
   BruteFindings findings({});

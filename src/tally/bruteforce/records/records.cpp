@@ -10,6 +10,7 @@
 #include "core/sys/dates.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
+#include "tally/bruteforce/lines/data_paths.h"
 
 namespace zvtaskq {
 
@@ -165,7 +166,7 @@ void BruteRecords::startAnew() {
 
 int BruteRecords::readThere() {
   if (!counts_->exists() || counts_->readFile()) return 1;
-  errorLog("Error reading %s: %s.", path_.c_str(), counts_->result.orEmpty());
+  tellUnreadable(*counts_);
   return 0;
 }
 

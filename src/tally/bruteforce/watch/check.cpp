@@ -64,7 +64,7 @@ int readState(ConfigFile& state) {
   }
   if (state.readFile()) return 1;
   // Without it every log would be counted again from its beginning.
-  errorLog("Error reading %s: %s.", state.getFilename(), state.result.orEmpty());
+  tellUnreadable(state);
   return 0;
 }
 

@@ -264,9 +264,7 @@ int tellBruteForce(const Config& conf, BruteFiles& files, int hookTime) {
   if (conf.ip_brutecount == 0 && conf.user_brutecount == 0) return 1;
   PanelRecord list(bruteSkipFile());
   // A list that cannot be read skips nobody: better one notice too many.
-  if (list.exists() && !list.readFile(1)) {
-    errorLog("Error reading %s: %s.", list.getFilename(), list.result.orEmpty());
-  }
+  if (list.exists() && !list.readFile(1)) tellUnreadable(list);
   SkipList skips(list);
   BruteNotices notices(conf, hookTime);
   notices.addedSince = files.addedSince;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/files/safe_file.h"
+#include "core/panel/marks.h"
 #include "core/read/line_reader.h"
 #include "core/read/log_blocks.h"
 #include "core/sys/log.h"
@@ -158,8 +159,19 @@ bool BruteScan::isFull() const {
 
 namespace {
 
+constexpr std::size_t kLongestReason = 300;
+
+/// Whether there is a word to say of a log, or of what became of it: about a log that cannot be read once, and again
+/// when the reason is another, when it could be read in between, or after a day.
+bool isNewOf(const BruteGroup& group, const char* path, const char* what) {
+  const std::string about = printable(joined(what, ": ", path)).substr(0, kLongestReason);
+  return isDueAgain(joined("brute_log_", std::to_string(group.number)).c_str(), about);
+}
+
+/// With the reason in errno.
 int cannotOpen(const char* path, const BruteGroup& group) {
-  if (group.isExpected) {
+  const char* why = std::strerror(errno);
+  if (group.isExpected && isNewOf(group, path, why)) {
     errorLog("Unable to open %s for reading", path);
   } else {
     debug(kScanDebug, "Unable to open %s for reading", path);
@@ -234,12 +246,14 @@ int scan_log(const char* path, const BruteGroup& group, ConfigFile& state, Brute
   static_cast<void>(get_last_scan_info(path, state, last));
   struct stat now {};
   if (const int error = statLog(path, now); error != 0) {
+    errno = error;
     return group.number == kWebLogs && error == ENOENT ? leaveEmpty(path, group, state, now) : cannotOpen(path, group);
   }
   if (newsOf(path, last, now, -1) == LogNews::nothing) return 0;
   const Descriptor log = openLog(path);
   if (!log) return cannotOpen(path, group);
   if (sys::fstat(log.get(), now) != 0) return cannotOpen(path, group);
+  if (group.isExpected) static_cast<void>(isNewOf(group, path, "readable"));
   const LogNews news = newsOf(path, last, now, log.get());
   if (news == LogNews::nothing) return 0;
   if (news != LogNews::more) {

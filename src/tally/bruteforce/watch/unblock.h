@@ -18,8 +18,8 @@ class Config;
 /// time, stays blocked. "unblock_ip.sh" gets the variable `ip`: the addresses, separated by commas; the longest blocked
 /// 1000 of them, so that the next run lifts the rest. Each script may take 120 seconds.
 ///
-/// 1 also when there is nothing to unblock; 0 with an error-log line. May be called under any identity, which is the
-/// same afterwards.
+/// 1 also when there is nothing to unblock; 0 with an error-log line, for the same reason once a day. May be called
+/// under any identity, which is the same afterwards.
 [[nodiscard]] int unblock_bfm_ips(const Config* conf);
 
 }  // namespace zvtaskq

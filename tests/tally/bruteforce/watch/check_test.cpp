@@ -238,6 +238,39 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
   }
 }
 
+TEST_F(BruteMonitor, TellsOfAMissingLogOnceUntilItChanges) {
+  const std::string moved = log_ + ".moved";
+  panel_.conf.brute_force_exim_log = panel_.path("no-such-log").c_str();
+  panel_.conf.brute_force_mail_log = "";
+  const auto lines = [&] {
+    const std::string errors = panel_.logs.errors();
+    return std::count(errors.begin(), errors.end(), '\n');
+  };
+  const struct {
+    const char* name;
+    std::function<void()> happens;
+    long long later;
+    long told;
+  } steps[] = {
+      {"one is missing", [] {}, 0, 1},
+      {"as before", [] {}, 60, 0},
+      {"another too", [&] { ::rename(log_.c_str(), moved.c_str()); }, 120, 1},
+      {"as before again", [] {}, 180, 0},
+      {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 240, 1},
+      {"back", [&] { ::rmdir(log_.c_str()), ::rename(moved.c_str(), log_.c_str()), write(failure("a", "::1")); }, 300,
+       0},
+      {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
+      {"a day later", [] {}, 86399, 0},
+      {"a day later for one", [] {}, 86400, 1},
+  };
+  for (const auto& step : steps) {
+    const long before = lines();
+    step.happens();
+    pass(kNow + step.later);
+    EXPECT_EQ(lines() - before, step.told) << step.name << panel_.logs.errors();
+  }
+}
+
 TEST_F(BruteMonitor, TellsAgainWhatReachedNobody) {
   panel_.conf.ip_brutecount = 1;
   write(failure("bob", "192.0.2.1"));
