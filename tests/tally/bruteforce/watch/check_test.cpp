@@ -174,6 +174,29 @@ TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
   EXPECT_NE(panel_.logs.errors().find("Unable to open " + log_ + " for reading"), std::string::npos);
 }
 
+TEST_F(BruteMonitor, GoesByNoStateThatMakesNoSense) {
+  const std::string line = failure("bob", "192.0.2.1"), size = std::to_string(line.size());
+  const struct {
+    const char* name;
+    std::string state;
+    long long counted;
+  } cases[] = {
+      {"of another program, without an inode", "size=" + size + "&position=" + size, 1},
+      {"position behind the end", "size=" + size + "&position=99999", 2},
+      {"position before the beginning", "size=" + size + "&position=-5", 2},
+      {"no size of a file", "size=-1&position=0", 2},
+      {"position alone", "position=" + size, 2},
+      {"another file", "size=" + size + "&position=" + size + "&inode=1", 2},
+  };
+  write(line + line);
+  for (const auto& c : cases) {
+    setData("brute.conf", log_ + "=" + c.state + "\n");
+    ::unlink(panel_.path("admin/brute_ip.data").c_str());
+    pass();
+    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", c.counted}})) << c.name;
+  }
+}
+
 TEST_F(BruteMonitor, AppendsSortedByKeyAndGoesOnInSteps) {
   std::string text;
   for (int i = 0; i < 12'345; ++i) text += failure("u" + std::to_string(i % 50), "192.0.2.1");
@@ -188,12 +211,21 @@ TEST_F(BruteMonitor, AppendsSortedByKeyAndGoesOnInSteps) {
   text.clear();
   for (int i = 0; i < 300'000; ++i) text += failure("v" + std::to_string(i), "192.0.2.1");
   write(text);
+  // So much at the end of a log that was put aside: all of that before any of the new one.
+  ::rename(log_.c_str(), (log_ + ".1").c_str());
+  write(failure("u0", "192.0.2.1"));
   pass();
-  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 312'345}}));
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 312'346}}));
   EXPECT_EQ(counts("brute_user.data").size(), 300'050U);
   EXPECT_NE(panel_.logs.errors().find("counted in several steps"), std::string::npos);
   const auto all = keys();
-  EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), 312'345U);
+  EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), 312'346U);
+
+  text.clear();
+  for (int i = 0; i < 300'000; ++i) text += failure("w" + std::to_string(i), "192.0.2.2");
+  write(text);
+  pass(kNow + 60);
+  EXPECT_EQ(counts("brute_ip.data")["192.0.2.2"], 300'000);
 }
 
 TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
@@ -432,7 +464,8 @@ TEST_F(BruteMonitor, TakesNothingThatOthersPlanted) {
   EXPECT_EQ(clear_brute_log_entries(&panel_.conf), 1);
   EXPECT_EQ(keys().size(), 1U);
   pass();
-  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}})) << panel_.logs.errors();
+  // A FIFO that is still there cannot be read.
+  ASSERT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}})) << panel_.logs.errors();
   EXPECT_EQ(counts("brute_user.data"), (Counts{{"bob", 1}}));
   EXPECT_EQ(keys(), std::vector<std::string>{"18000000000001"});
   EXPECT_EQ(modeOf(panel_.path("admin/brute_log_entries.list")), 0600U);
@@ -495,6 +528,22 @@ TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
   }
   EXPECT_FALSE(killed);
   EXPECT_GT(step, 30);
+}
+
+TEST_F(BruteCrash, AKilledScanDoesNotBlockTheNext) {
+  write(failure("bob", "192.0.2.1"));
+  const pid_t child = ::fork();
+  if (child == 0) {
+    setFailPlan("brute_spool.open:kill");
+    check_brute_force_logs(&panel_.conf);
+    ::_exit(0);
+  }
+  ::waitpid(child, nullptr, 0);
+  EXPECT_TRUE(exists(panel_.path("admin/check_brute_force_logs.lock")));
+  // By the clock that the lock is of.
+  check_brute_force_logs(&panel_.conf);
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}}));
+  EXPECT_FALSE(exists(panel_.path("admin/check_brute_force_logs.lock")));
 }
 
 TEST_F(BruteCrash, OutlivesAFullDisk) {
