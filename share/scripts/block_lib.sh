@@ -31,7 +31,10 @@ elements() {
         BEGIN { n = split(own, list, " "); for (i = 1; i <= n; i++) isOwn[list[i]] }
         # What a server that listens on IPv6 calls an IPv4 address.
         tolower($0) ~ /^::ffff:[0-9.]+$/ { sub(/^.*:/, "") }
-        { family = isIPv4($0) ? 4 : isIPv6($0) ? 6 : 0 }
+        { address = $0 }
+        # A range is never blocked here, as it may hold the server itself; its block may be lifted.
+        !comment && address ~ /\/[0-9]+$/ { sub(/\/[0-9]+$/, "", address) }
+        { family = isIPv4(address) ? 4 : isIPv6(address) ? 6 : 0 }
         !family { refuse("not an address") }
         comment && ($0 in isOwn || /^127\./ || /^0\./ || /^[0:]*:[0:]*1?$/) { refuse("an address of this server itself") }
         { printf "inet zorvane_bfm blocked%d { %s%s }\n", family, $0, comment ? " comment \"" comment "\"" : "" }

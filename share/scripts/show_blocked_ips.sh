@@ -17,8 +17,9 @@ if printf '%s\n' "$tables" | grep -qx 'table inet zorvane_bfm'; then
 fi
 printf '%s\n' "$listing" | tr ',{}' '\n' | awk '
     BEGIN { printf "havedata=1" }
-    $2 == "comment" && $1 ~ /^[0-9A-Fa-f.:]+$/ && $3 ~ /^"[0-9]+"$/ {
+    $2 == "comment" && $1 ~ /^[0-9A-Fa-f.:]+(\/[0-9]+)?$/ && $3 ~ /^"[0-9]+"$/ {
         gsub(/:/, "%3A", $1)
+        sub(/\//, "%2F", $1)
         gsub(/"/, "", $3)
         printf "&%s=dateblocked%%3D%s", $1, $3
     }

@@ -3,8 +3,9 @@
 #
 #   unblock_ip.sh [ADDRESS...]
 #
-# Without arguments the addresses are those of the variable `ip`, separated by commas or blanks. One that is not blocked
-# is left out. When one of them is no address, nothing is unblocked.
+# Without arguments the addresses are those of the variable `ip`, separated by commas or blanks. One may be a range
+# ("192.0.2.0/24"), where an administrator has laid the sets so that they hold ranges. One that is not blocked is left
+# out. When one of them is no address, nothing is unblocked.
 set -eu
 # shellcheck source=block_lib.sh
 . "$(dirname "$0")/block_lib.sh"

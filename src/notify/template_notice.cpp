@@ -60,9 +60,10 @@ void sendNotice(const Notice& notice, ConfigFile& tokens, const Config& conf) {
   Tokenizer text;
   fill(notice, conf, tokens, text);
   const char* subject = tokens.getValue("SUBJECT");
-  // Handed over is enough: one administrator who cannot be reached must not bring the others a notice a minute.
-  static_cast<void>(Ticket().notifyAdmins("", subject == nullptr ? notice.subject : subject, text.output(), kGeneral));
-  keepStamp(notice.stamp);
+  Ticket ticket;
+  static_cast<void>(ticket.notifyAdmins("", subject == nullptr ? notice.subject : subject, text.output(), kGeneral));
+  // One administrator reached is enough: another who is not must not bring him a notice a minute.
+  if (!ticket.isLost) keepStamp(notice.stamp);
 }
 
 }  // namespace zvtaskq

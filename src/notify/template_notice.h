@@ -30,8 +30,8 @@ std::string adminSettingsFile();
 long long secondsSinceLast(const Notice& notice, const ConfigFile& settings);
 
 /// Fills the template with the tokens and the footer, and hands the message over for all administrators: what could be
-/// produced of it, when filling fails. Then the time is kept in the administrators' settings; a failure of that is told
-/// in the error log. Leaves the process at nobody.
+/// produced of it, when filling fails. Then the time is kept in the administrators' settings, unless the message
+/// reached nobody; a failure of that is told in the error log. Leaves the process at nobody.
 void sendNotice(const Notice& notice, ConfigFile& tokens, const Config& conf);
 
 }  // namespace zvtaskq

@@ -56,6 +56,7 @@ int Ticket::notifyAdmins(const char* service, const char* subject, const char* m
   ListFile administrators(nullptr);
   if (!readAdministrators(administrators)) {
     errorLog("Unable to read: %s: %s", administrators.getFilename(), administrators.result.orEmpty());
+    isLost = true;
     return 0;
   }
   const std::string down = joined("The service '", service, "' on server ", sys_conf->servername, " is currently down");
@@ -70,6 +71,7 @@ int Ticket::notifyAdmins(const char* service, const char* subject, const char* m
 int Ticket::emailAdmins(const ListFile& administrators, const char* subject, const char* message) {
   const MailCopies mail(sys_conf->msg_sys, subject, message);
   int all = 1;
+  bool any = administrators.size() == 0;
   for (int i = 0; i < administrators.size(); ++i) {
     ConfigFile account(nullptr);
     const int known = readAccount(administrators.getElementAt(i), account);
@@ -79,8 +81,13 @@ int Ticket::emailAdmins(const ListFile& administrators, const char* subject, con
                account.result.orEmpty());
       all = 0;
     }
-    for (const std::string& address : addresses) all = mail.send(address) && all ? 1 : 0;
+    for (const std::string& address : addresses) {
+      const bool sent = mail.send(address) != 0;
+      any = any || sent;
+      all = sent && all ? 1 : 0;
+    }
   }
+  isLost = !any;
   return all;
 }
 
@@ -99,7 +106,9 @@ int Ticket::sendSystemMessage(ConfigFile& record, const ListFile* recipients, in
     errorLog("sys_conf=NULL : cannot send the system message \"%s\"", orEmpty(record.getValue("subject")));
     return 0;
   }
+  isLost = false;
   if (isDemo()) return 1;
+  isLost = true;
   const int number = takeTicketNumber();
   if (number < 0) {
     errorLog("Couldn't get a ticket number for the system message");
@@ -121,12 +130,14 @@ int Ticket::sendSystemMessage(ConfigFile& record, const ListFile* recipients, in
       everybody.addElement(administrators.getElementAt(i));
     }
   }
+  isLost = false;
   if (everybody.size() == 0) return 1;
   const MailCopies copies(record.getValue("name"), record.getValue("subject"), record.getValue("message"));
   Delivery delivery(number, kType, from_, (flag & kWithoutCopies) != 0 ? nullptr : &copies);
-  int all = 1;
-  for (int i = 0; i < everybody.size(); ++i) all = delivery.deliver(everybody.getElementAt(i), result) && all ? 1 : 0;
-  return all;
+  int reached = 0;
+  for (int i = 0; i < everybody.size(); ++i) reached += delivery.deliver(everybody.getElementAt(i), result) ? 1 : 0;
+  isLost = reached == 0;
+  return reached == everybody.size() ? 1 : 0;
 }
 
 // --- Writing ---------------------------------------------------------------------------------------------------

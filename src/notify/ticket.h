@@ -14,6 +14,8 @@ class Ticket {
 
   /// What went wrong, in lines for people.
   Text result;
+  /// A message did not reach anybody: it could not be stored, or not be announced or sent to a single recipient.
+  bool isLost = false;
 
   /// A flag: no e-mail copies, whatever the recipients' records say.
   static constexpr int kWithoutCopies = 1;

@@ -75,6 +75,7 @@ class Messages : public ::testing::Test {
     Ticket ticket;
     const int sent = ticket.sendSystemMessage(record, &recipients, 0, includeAdmins);
     result_ = ticket.result.orEmpty();
+    isLost_ = ticket.isLost;
     EXPECT_TRUE(effectiveIds() == kRootIds);
     return sent;
   }
@@ -82,6 +83,7 @@ class Messages : public ::testing::Test {
   Folder folder_;
   Config conf_{nullptr};
   std::string result_;
+  bool isLost_ = false;
 };
 
 }  // namespace
@@ -126,6 +128,7 @@ TEST_F(Messages, OneRecipientOutOfReachDoesNotKeepTheOthers) {
   for (const char* name : {"ann", "../admin", "ghost", "bob"}) recipients.addElement(name);
   const LogCapture logs;
   EXPECT_EQ(send(recipients), 0);
+  EXPECT_FALSE(isLost_);
   EXPECT_EQ(content("users/bob/tickets.list"), "000000041=type=message&new=yes\n");
   EXPECT_EQ(content("canary"), "untouched");
   EXPECT_EQ(content("admin/tickets.list"), "");
@@ -140,6 +143,7 @@ TEST_F(Messages, OneRecipientOutOfReachDoesNotKeepTheOthers) {
   ListFile bob(nullptr);
   bob.addElement("bob");
   EXPECT_EQ(send(bob), 0);
+  EXPECT_TRUE(isLost_);
   EXPECT_EQ(result_, "Unable to write bob's tickets file to add ticket<br>\n");
   EXPECT_NE(logs.errors().find("Tickets::deliverMessage::Unable to write " + folder_.path("users/bob/tickets.list")),
             std::string::npos);
@@ -239,6 +243,7 @@ TEST_F(Messages, WritingFailsInItsOwnWords) {
     setFailPlan(c.plan);
     EXPECT_EQ(send(ListFile(nullptr)), 0) << c.plan;
     setFailPlan(nullptr);
+    EXPECT_TRUE(isLost_) << c.plan;
     EXPECT_EQ(result_.find(c.result), 0U) << c.plan << result_;
     EXPECT_NE(logs.errors().find(c.logged), std::string::npos) << c.plan << logs.errors();
   }

@@ -5,9 +5,15 @@
 namespace zvtaskq {
 
 namespace test {
+namespace {
+bool isLosing = false;
+}
 std::vector<SentNotice>& sentNotices() {
   static std::vector<SentNotice> notices;
   return notices;
+}
+void loseNotices(bool lost) {
+  isLosing = lost;
 }
 }  // namespace test
 
@@ -15,7 +21,8 @@ std::vector<SentNotice>& sentNotices() {
 int Ticket::notifyAdmins(const char* service, const char* subject, const char* message, int isGeneral, int byEmail,
                          int) {
   test::sentNotices().push_back({service, subject, message, isGeneral, byEmail});
-  return 1;
+  isLost = test::isLosing;
+  return isLost ? 0 : 1;
 }
 
 }  // namespace zvtaskq

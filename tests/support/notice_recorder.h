@@ -14,5 +14,7 @@ struct SentNotice {
 
 /// All since the program began, or since a test emptied it.
 std::vector<SentNotice>& sentNotices();
+/// Whether those to come reach nobody.
+void loseNotices(bool lost);
 
 }  // namespace zvtaskq::test

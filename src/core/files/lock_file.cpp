@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "core/sys/dates.h"
 #include "core/sys/fail_point.h"
@@ -108,43 +109,84 @@ void markAttempt(const char* path, const char* caller, bool started) {
   }
 }
 
+Descriptor cannotMake(const char* lockPath, char* reason) {
+  const std::string why = std::strerror(errno);
+  setReason(reason, "open error for %s: %s<br>\n%s", lockPath, why.c_str(), describe(lockPath).c_str());
+  return {};
+}
+
+constexpr const char* kLockedByAnother = "file is locked by another process";
+
+/// What is asked for: `own` is null for a lock that has no life beyond its age.
+struct Wish {
+  const char* path;
+  const char* own;
+  int maximumAge;
+  const char* caller;
+  char* reason;
+};
+
+/// The file that a lock for life is a name of, under its `flock`, and no lock of a dead holder any more. None with the
+/// reason set: it has a living holder, or cannot be had.
+Descriptor openOwn(const Wish& wish, const LockPlace& place) {
+  Descriptor file(sys::open(wish.own, O_RDWR | O_CREAT | O_NOFOLLOW, 0700));
+  if (!file) return cannotMake(wish.own, wish.reason);
+  if (sys::flockNow(file.get(), LOCK_EX) != 0) {
+    if (errno != EWOULDBLOCK) return cannotMake(wish.own, wish.reason);
+    setReason(wish.reason, "%s", kLockedByAnother);
+    return {};
+  }
+  struct stat mine {};
+  struct stat there {};
+  if (sys::fstat(file.get(), mine) == 0 && place.look(there) && sameFile(mine, there)) {
+    debug(100, "%s: its holder is dead", place.path.c_str());
+    static_cast<void>(sys::unlinkat(place.folder.get(), place.name.c_str(), 0));
+  }
+  return file;
+}
+
+/// Makes the lock file: anew, or as another name of the open file of one's own.
+Descriptor makeOnce(const Wish& wish, const LockPlace& place, Descriptor& own) {
+  if (wish.own == nullptr) return place.open(O_WRONLY | O_CREAT | O_EXCL);
+  return sys::link(wish.own, place.path.c_str()) == 0 ? std::move(own) : Descriptor();
+}
+
 /// The descriptor of the lock file made, or none with the reason set.
-Descriptor makeLock(const LockPlace& place, const char* path, int maximumAge, const char* caller, char* reason) {
+Descriptor makeLock(const Wish& wish, const LockPlace& place) {
+  Descriptor own;
+  if (wish.own != nullptr && !(own = openOwn(wish, place))) return {};
   for (int i = 0; i < kTries; ++i) {
-    Descriptor lock = place.open(O_WRONLY | O_CREAT | O_EXCL);
+    Descriptor lock = makeOnce(wish, place, own);
     if (lock) {
-      if (lockDebug) writeCaller(lock.get(), path, caller);
+      if (lockDebug && wish.own == nullptr) writeCaller(lock.get(), wish.path, wish.caller);
       return lock;
     }
-    if (errno != EEXIST) {
-      const std::string why = std::strerror(errno);
-      setReason(reason, "open error for %s: %s<br>\n%s", place.path.c_str(), why.c_str(), describe(place.path).c_str());
-      return {};
-    }
-    breakIfStale(place, maximumAge);
+    if (errno != EEXIST) return cannotMake(place.path.c_str(), wish.reason);
+    breakIfStale(place, wish.maximumAge);
     ::usleep(kPause);
   }
-  setReason(reason, "file is locked by another process");
+  setReason(wish.reason, "%s", kLockedByAnother);
   return {};
 }
 
 /// The open lock file, or none with the reason set. `folder`, unless null, gets the folder it stands in.
-Descriptor attempt(const char* path, int maximumAge, const char* caller, char* reason, Descriptor* folder) {
+Descriptor attempt(const Wish& wish, Descriptor* folder) {
+  const char* const path = wish.path;
   if (path == nullptr || *path == '\0') {
-    setReason(reason, "empty file_name");
+    setReason(wish.reason, "empty file_name");
     return {};
   }
   if (std::strlen(path) < 2) {
-    setReason(reason, "short file_name");
+    setReason(wish.reason, "short file_name");
     return {};
   }
   const FailScope scope("lock");
-  markAttempt(path, caller, true);
+  markAttempt(path, wish.caller, true);
   const std::string lockPath = joined(path, ".lock");
   LockPlace place(lockPath);
-  Descriptor lock = makeLock(place, path, maximumAge, caller, reason);
+  Descriptor lock = makeLock(wish, place);
   if (lock && folder != nullptr) *folder = std::move(place.folder);
-  markAttempt(path, caller, false);
+  markAttempt(path, wish.caller, false);
   return lock;
 }
 
@@ -155,7 +197,7 @@ void setLockDebug(bool on) {
 }
 
 int getLock(const char* path, int maximumAge, const char* caller, char* reason) {
-  return attempt(path, maximumAge, caller, reason, nullptr) ? 1 : 0;
+  return attempt({path, nullptr, maximumAge, caller, reason}, nullptr) ? 1 : 0;
 }
 
 int getLock(const char* path, const char* caller) {
@@ -168,7 +210,16 @@ void freeLock(const char* path) {
 
 int FileLock::take(const char* path, int maximumAge, const char* caller, char* reason) {
   release();
-  file_ = attempt(path, maximumAge, caller, reason, &folder_);
+  return keep(attempt({path, nullptr, maximumAge, caller, reason}, &folder_), path);
+}
+
+int FileLock::takeForLife(const char* path, const char* own, int maximumAge, const char* caller, char* reason) {
+  release();
+  return keep(attempt({path, own, maximumAge, caller, reason}, &folder_), path);
+}
+
+int FileLock::keep(Descriptor file, const char* path) {
+  file_ = std::move(file);
   if (!file_) return 0;
   name_ = PathParts(joined(path, ".lock")).name;
   return 1;

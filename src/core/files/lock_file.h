@@ -38,10 +38,17 @@ class FileLock {
 
   /// As `getLock`.
   [[nodiscard]] int take(const char* path, int maximumAge, const char* caller, char* reason);
+  /// As `take`, for a lock that ends with its holder, however that dies: the lock file is a second name of `own`, a
+  /// file in a folder that only the identity of the moment can write to (made when it is missing), which is kept under
+  /// a `flock`. A lock of that file without one is removed at once; of those of other programs, which make theirs by
+  /// another file, only the age tells.
+  [[nodiscard]] int takeForLife(const char* path, const char* own, int maximumAge, const char* caller, char* reason);
   bool held() const { return file_.isOpen(); }
   void release();
 
  private:
+  int keep(Descriptor file, const char* path);
+
   std::string name_;
   Descriptor folder_;
   /// Open as long as the lock is held: a file that is gone would leave its number to its successor.

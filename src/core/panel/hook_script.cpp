@@ -54,20 +54,24 @@ std::string refusal(const char* path, const struct stat& script) {
   return joined(path, ": ", std::strerror(errno));
 }
 
-HookAnswer runScript(const char* path, const std::vector<Variable>& variables, int timeLimit, std::size_t answerLimit) {
+ChildPlan planOf(const char* path, const std::vector<Variable>& variables, int timeLimit, std::size_t answerLimit) {
   ChildPlan plan = ChildPlan::program(path);
   plan.identity = kRootIds;
   plan.variables = variables;
   plan.errors = ChildPlan::Stream::collect;
   plan.outputLimit = answerLimit;
   plan.timeLimit = timeLimit;
+  return plan;
+}
+
+HookAnswer runScript(const ChildPlan& plan) {
   ChildResult child = runChild(plan);
   while (child.output.ends_with('\n') || child.output.ends_with('\r')) child.output.pop_back();
 
   HookAnswer answer;
   answer.ran = true;
   if (child.timedOut) {
-    answer.error = joined("no answer within ", std::to_string(timeLimit), " seconds");
+    answer.error = joined("no answer within ", std::to_string(plan.timeLimit), " seconds");
   } else if (child.status == 0) {
     answer.result = std::move(child.output);
   } else {
@@ -76,12 +80,10 @@ HookAnswer runScript(const char* path, const std::vector<Variable>& variables, i
   return answer;
 }
 
-}  // namespace
-
-HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variables, int timeLimit,
-                           std::size_t answerLimit) {
+HookAnswer runIfExists(const ChildPlan& plan) {
+  const char* path = plan.path.c_str();
   HookAnswer answer;
-  if (path == nullptr || *path == '\0') return answer;
+  if (*path == '\0') return answer;
   const AsRoot root;
   struct stat script {};
   if (sys::lstat(path, script) != 0) {
@@ -93,7 +95,30 @@ HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variab
     securityLog("Refusing to run the script %s as root: %s", path, answer.error.c_str());
     return answer;
   }
-  return runScript(path, variables, timeLimit, answerLimit);
+  return runScript(plan);
+}
+
+}  // namespace
+
+HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variables, int timeLimit,
+                           std::size_t answerLimit) {
+  return runIfExists(planOf(path == nullptr ? "" : path, variables, timeLimit, answerLimit));
+}
+
+HookAnswer executeWithTokens(const char* path, const ConfigFile& tokens, int timeLimit) {
+  ChildPlan plan = planOf(path, variablesOf(&tokens), timeLimit, kHookAnswerLimit);
+  const char* language = tokens.getValue("LANG");
+  if (language != nullptr && *language != '\0') plan.language = language;
+  return runIfExists(plan);
+}
+
+HookAnswer HookBudget::run(const char* path, const std::vector<Variable>& variables, int timeLimit) {
+  const auto start = std::chrono::steady_clock::now();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left_).count();
+  HookAnswer answer =
+      executeIfExists(path, variables, static_cast<int>(std::clamp<long long>(seconds, 1, std::max(timeLimit, 1))));
+  left_ -= std::chrono::steady_clock::now() - start;
+  return answer;
 }
 
 std::vector<Variable> variablesOf(const ConfigFile* record) {

@@ -1,6 +1,7 @@
 // Scripts of the administrator that run around an operation, when there are any.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -41,6 +42,21 @@ HookAnswer executeIfExists(const char* path, const std::vector<Variable>& variab
                            std::size_t answerLimit = kHookAnswerLimit);
 /// The same with the pairs of a record as variables; null for none.
 HookAnswer executeIfExists(const char* path, const ConfigFile* variables, int timeLimit = kHookTimeLimit);
+/// The same with the tokens of a notice as variables, among which LANG is the panel's language, from its settings.
+HookAnswer executeWithTokens(const char* path, const ConfigFile& tokens, int timeLimit);
+
+/// The scripts of a loop over many records, with one time for all of them together.
+class HookBudget {
+ public:
+  explicit HookBudget(int seconds) : left_(std::chrono::seconds(seconds)) {}
+  /// As `executeIfExists`: the script may take what is left, a second at least and `timeLimit` at most.
+  HookAnswer run(const char* path, const std::vector<Variable>& variables, int timeLimit);
+  /// Nothing is left: the loop is to leave the rest to another time, and to say so.
+  bool isSpent() const { return left_ <= std::chrono::steady_clock::duration::zero(); }
+
+ private:
+  std::chrono::steady_clock::duration left_;
+};
 
 /// The pairs of a record as variables for a script; none for null.
 std::vector<Variable> variablesOf(const ConfigFile* record);

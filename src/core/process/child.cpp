@@ -88,7 +88,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 
 pid_t launchProgram(const ChildPlan& plan, const Streams& streams, Ids identity) {
   std::vector<std::string> arguments = plan.arguments;
-  std::vector<std::string> environment = cleanEnvironment(identity);
+  std::vector<std::string> environment = cleanEnvironment(identity, plan.language);
   addVariables(environment, plan.variables);
   const std::vector<char*> argumentPointers = pointersTo(arguments);
   const std::vector<char*> environmentPointers = pointersTo(environment);

@@ -44,6 +44,8 @@ struct ChildPlan {
   std::optional<Ids> identity;
   /// Variables added to the clean environment, as far as `isExportableName` allows.
   std::vector<Variable> variables;
+  /// The clean environment's LANG. Only the settings may choose another.
+  std::string language = "C";
   /// The environment of this process instead of the clean one.
   bool currentEnvironment = false;
   /// Where it runs; empty means the working directory of this process. One that cannot be entered is a failed start.

@@ -166,6 +166,8 @@ int ConfigFile::exists() {
   }
   const AsOwner owner(getUser(), getGroup());
   struct stat what {};
+  // A link is looked at itself first: one that was planted may lead to a file of root's.
+  if (sys::lstat(path, what) == 0 && !mayBeRead(what)) return 0;
   if (::stat(path, &what) == 0) return mayBeRead(what) ? 1 : 0;
   debug(3000, "ConfigFile::pathExists:%s: %s", path, std::strerror(errno));
   return 0;

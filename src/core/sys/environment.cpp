@@ -70,7 +70,7 @@ Account accountOf(uid_t uid) {
 
 }  // namespace
 
-std::vector<std::string> cleanEnvironment(Ids who) {
+std::vector<std::string> cleanEnvironment(Ids who, std::string_view language) {
   // Root's account is asked for by most children, and the account file of a large server is slow to search.
   static const Account root = accountOf(0);
   const Account account = who.user == 0 ? root : accountOf(who.user);
@@ -79,7 +79,7 @@ std::vector<std::string> cleanEnvironment(Ids who) {
           "USER=" + account.name,
           "LOGNAME=" + account.name,
           "SHELL=/bin/sh",
-          "LANG=C"};
+          joined("LANG=", language)};
 }
 
 void useCleanEnvironment() {

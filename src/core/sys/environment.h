@@ -14,8 +14,8 @@ namespace zvtaskq {
 using Variable = std::pair<std::string, std::string>;
 
 /// The clean environment of a program that runs as `who`, as "NAME=value" texts: PATH, HOME, USER, LOGNAME,
-/// SHELL=/bin/sh and LANG=C. An id without an account gets its number as name and "/" as home.
-std::vector<std::string> cleanEnvironment(Ids who);
+/// SHELL=/bin/sh and LANG=`language`. An id without an account gets its number as name and "/" as home.
+std::vector<std::string> cleanEnvironment(Ids who, std::string_view language = "C");
 
 /// Replaces the environment of this process by the clean one of its real user. For the very start of the program,
 /// before anything reads a variable: what a caller set (PATH, LD_*, TZ, ...) is gone from then on.

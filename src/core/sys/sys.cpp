@@ -174,6 +174,11 @@ int unlink(const char* path) {
   return sys::unlinkat(AT_FDCWD, path, 0);
 }
 
+int link(const char* file, const char* name) {
+  if (failPoint("link")) return -1;
+  return ::link(file, name);
+}
+
 int mkdirat(int directory, const char* path, mode_t mode) {
   if (failPoint("mkdir")) return -1;
   return ::mkdirat(directory, path, mode);

@@ -64,6 +64,8 @@ int renameat(int fromDirectory, const char* from, int toDirectory, const char* t
 int rename(const char* from, const char* to);
 int unlinkat(int directory, const char* path, int flags);
 int unlink(const char* path);
+/// A second name for a file; -1 with EEXIST when there is something of that name.
+int link(const char* file, const char* name);
 int mkdirat(int directory, const char* path, mode_t mode);
 int mkdir(const char* path, mode_t mode);
 /// `flock` without waiting.

@@ -6,6 +6,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/marks.h"
 #include "core/panel/overrides.h"
 #include "core/panel/system_info.h"
 #include "core/record/config_file.h"
@@ -28,6 +29,8 @@ constexpr const char* kPostScript = "load_spike_notice_post.sh";
 /// Seconds a script around the notice may take: the check belongs to a run that comes every minute.
 constexpr int kScriptTime = 300;
 constexpr int kListedProcesses = 30;
+/// As `uptime` prints them.
+constexpr const char* kAverageForm = "%.2f";
 
 struct Averages {
   double one = 0;
@@ -52,6 +55,7 @@ bool isDue(const Config& conf) {
   const std::string path = adminSettingsFile();
   ConfigFile settings(path.c_str());
   if (!settings.readFile()) {
+    if (!isDueAgain("load_check", "settings")) return false;
     errorLog("Tally::check_system_load: Unable to read %s : %s", path.c_str(), settings.result.orEmpty());
     return false;
   }
@@ -59,10 +63,10 @@ bool isDue(const Config& conf) {
 }
 
 void putTokens(const Config& conf, const Averages& load, double picked, ConfigFile& tokens) {
-  tokens.setParam("ONE", load.one);
-  tokens.setParam("FIVE", load.five);
-  tokens.setParam("FIFTEEN", load.fifteen);
-  tokens.setParam("LOAD", picked);
+  tokens.setParam("ONE", load.one, kAverageForm);
+  tokens.setParam("FIVE", load.five, kAverageForm);
+  tokens.setParam("FIFTEEN", load.fifteen, kAverageForm);
+  tokens.setParam("LOAD", picked, kAverageForm);
   tokens.setParam("MINUTE", conf.check_load_minute);
   tokens.setParam("LIMIT", conf.check_load);
   tokens.setParam("LANG", conf.language.orEmpty());
@@ -86,6 +90,7 @@ void check_system_load(const Config* conf) {
   }
   const MinuteRow* minute = rowOf(conf->check_load_minute);
   if (minute == nullptr) {
+    if (!isDueAgain("load_check", "minute")) return;
     errorLog("Tally::check_system_load: check_load_minute is not set to 1, 5 or 15.");
     return;
   }
@@ -94,14 +99,14 @@ void check_system_load(const Config* conf) {
 
   ConfigFile tokens(nullptr);
   putTokens(*conf, load, picked, tokens);
-  const HookAnswer before = executeIfExists(hookPath(*conf, kPreScript).c_str(), &tokens, kScriptTime);
+  const HookAnswer before = executeWithTokens(hookPath(*conf, kPreScript).c_str(), tokens, kScriptTime);
   if (before.failed()) {
     errorLog("Tally::check_system_load: Pre script output: %s", before.error.c_str());
     return;
   }
   putListing(tokens);
   sendNotice(kNotice, tokens, *conf);
-  const HookAnswer after = executeIfExists(hookPath(*conf, kPostScript).c_str(), &tokens, kScriptTime);
+  const HookAnswer after = executeWithTokens(hookPath(*conf, kPostScript).c_str(), tokens, kScriptTime);
   if (after.failed()) errorLog("Tally::check_system_load: Post script output: %s", after.error.c_str());
 }
 

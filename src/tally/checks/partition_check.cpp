@@ -1,6 +1,7 @@
 #include "tally/checks/partition_check.h"
 
 #include "core/config/config.h"
+#include "core/panel/marks.h"
 #include "core/panel/overrides.h"
 #include "core/panel/partitions.h"
 #include "core/panel/run_state.h"
@@ -20,18 +21,22 @@ constexpr Notice kNotice{
     "quota_thresh_last_check",
 };
 constexpr const char* kListFile = "partition_check.list";
+/// Of what was said last of a check that could not be made.
+constexpr const char* kMark = "partition_check";
 constexpr int kEveryTime = 2;
 constexpr long long kDay = 86401;
 
 int readWatched(const std::string& path, ListFile& watched) {
   watched.setUser("root");
   if (watched.readFile()) return 1;
+  if (!isDueAgain(kMark, "list")) return 0;
   errorLog("Unable to read %s : %s\n", path.c_str(), watched.result.orEmpty());
   return 0;
 }
 
 int readSettings(const std::string& path, ConfigFile& settings) {
   if (settings.readFile()) return 1;
+  if (!isDueAgain(kMark, "settings")) return 0;
   errorLog("Unable to read %s : %s", path.c_str(), settings.result.orEmpty());
   return 0;
 }
@@ -61,6 +66,7 @@ void check_partition_usage(const Config* conf) {
   if (!readWatched(listPath, watched)) return;
   ConfigFile usage(nullptr);
   if (!readPartitionUsage(usage)) {
+    if (!isDueAgain(kMark, "usage")) return;
     errorLog("unable to get the disk usage with the df command to check the disk usage");
     return;
   }

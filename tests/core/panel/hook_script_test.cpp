@@ -80,6 +80,15 @@ TEST_F(Hook, RunsAsRootWithItsVariables) {
   EXPECT_EQ(answer.error, "0\nbob,/home/bob's \"x\"\t$(id),\n0");
 }
 
+TEST_F(Hook, OneTimeForMany) {
+  HookBudget budget(1);
+  EXPECT_FALSE(budget.isSpent());
+  writeText(script_, "#!/bin/sh\nsleep 60\n");
+  ::chmod(script_.c_str(), 0700);
+  EXPECT_EQ(budget.run(script_.c_str(), {}, 60).error, "no answer within 1 seconds");
+  EXPECT_TRUE(budget.isSpent());
+}
+
 TEST(HookVariables, OnlyHarmlessNamesAreExported) {
   std::istringstream harmless("username reseller file error_result select0 _x ONE LOAD action A1");
   for (std::string name; harmless >> name;) EXPECT_TRUE(isExportableName(name)) << name;

@@ -28,6 +28,11 @@ TEST(HostName, Findings) {
   };
   for (const auto& c : cases) EXPECT_EQ(hostNameFindings(c.facts), c.want) << c.name;
 
+  // The other findings of the name are joined with those of the address too.
+  const std::string mismatch = hostNameFindings({"a.example", "b.example", "127.0.0.1", [] { return std::string(); }});
+  EXPECT_EQ(mismatch.find("Your hostname, a.example, and the servername"), 0U);
+  EXPECT_NE(mismatch.find("hostname\n\nUnable to determine the server's ip."), std::string::npos) << mismatch;
+
   const std::string both = hostNameFindings({"", "b.example", "", known});
   EXPECT_EQ(both.find("Cannot find your hostname using the command '/bin/hostname --fqdn'. Please check"), 0U);
   EXPECT_NE(both.find("use 127.0.0.1Unable to resolve your hostname, .  This will"), std::string::npos);

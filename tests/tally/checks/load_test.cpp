@@ -24,7 +24,7 @@ class LoadCheck : public ::testing::Test {
  protected:
   LoadCheck() {
     averages[0] = 3;
-    averages[1] = 2;
+    averages[1] = 2.345703125;
     averages[2] = 1;
     averagesKnown = 3;
     sentNotices().clear();
@@ -65,16 +65,16 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
     const char* subject;
     const char* error;
   } cases[] = {
-      {"first notice", 1.5, 5, "", "Load 2", ""},
-      {"equal load", 2, 5, "", nullptr, ""},
+      {"first notice", 1.5, 5, "", "Load 2.35", ""},
+      {"equal load", 2.345703125, 5, "", nullptr, ""},
       {"off", 0, 5, "", nullptr, ""},
-      {"one minute", 2.5, 1, "", "Load 3", ""},
-      {"fifteen minutes", 0.5, 15, "", "Load 1", ""},
+      {"one minute", 2.5, 1, "", "Load 3.00", ""},
+      {"fifteen minutes", 0.5, 15, "", "Load 1.00", ""},
       {"no such minute", 0.5, 10, "", nullptr, "Tally::check_system_load: check_load_minute is not set to 1, 5 or 15."},
       {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
-      {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2", ""},
-      {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2", "load_limit_last_sent is 1800000001"},
-      {"stamp that is no number", 1.5, 5, "soon", "Load 2", ""},
+      {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2.35", ""},
+      {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2.35", "load_limit_last_sent is 1800000001"},
+      {"stamp that is no number", 1.5, 5, "soon", "Load 2.35", ""},
   };
   for (const auto& c : cases) {
     sentNotices().clear();
@@ -93,6 +93,32 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
     EXPECT_NE(logs.errors().find(c.error), std::string::npos) << c.name << logs.errors();
     EXPECT_EQ(logs.errors().empty(), *c.error == '\0') << c.name << logs.errors();
   }
+}
+
+TEST_F(LoadCheck, ScriptsGetTheTokens) {
+  for (const char* folder : {"", "scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
+  const std::string seen = panel_.path("seen");
+  for (const std::string when : {"pre", "post"}) {
+    const std::string script = panel_.path("scripts/custom/load_spike_notice_" + when + ".sh");
+    writeText(script, "#!/bin/sh\necho \"$ONE $FIVE $FIFTEEN $LOAD $MINUTE $LANG\" >>" + seen + "\n");
+    ::chmod(script.c_str(), 0755);
+  }
+  panel_.conf.language = "de";
+  stamp("a=1\n");
+  check();
+  const std::string line = "3.00 2.35 1.00 2.35 5 de\n";
+  EXPECT_EQ(contentOf(seen), line + line) << panel_.logs.errors();
+}
+
+TEST_F(LoadCheck, IsToldAgainWhenItReachedNobody) {
+  stamp("a=1\n");
+  loseNotices(true);
+  check();
+  EXPECT_EQ(contentOf(settings_), "a=1\n");
+  loseNotices(false);
+  check();
+  EXPECT_EQ(sentNotices().size(), 2U);
+  EXPECT_EQ(contentOf(settings_), "a=1\nload_limit_last_sent=1800000000\n");
 }
 
 TEST_F(LoadCheck, SaysWhatGoesWrong) {

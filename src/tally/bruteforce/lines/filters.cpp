@@ -1,5 +1,6 @@
 #include "tally/bruteforce/lines/filters.h"
 
+#include "core/panel/marks.h"
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
 #include "core/text/text.h"
@@ -31,6 +32,10 @@ bool canNameCount(std::string_view name) {
   return name.find_first_of("&%+") == std::string_view::npos && printable(name) == name;
 }
 
+bool isSound(const BruteFilter& filter) {
+  return !filter.text.empty() && canNameCount(filter.name);
+}
+
 BruteFilter filterOf(const char* name, const char* record) {
   ConfigFile pairs(nullptr);
   pairs.fillFromPost(record);
@@ -56,22 +61,28 @@ int BruteFilters::read(const Config& conf) {
     return 1;
   }
   if (!list.readFile()) {
-    errorLog("Error reading %s: %s.", path.c_str(), list.result.orEmpty());
+    tellUnreadable(list);
     return 0;
   }
-  add(list);
+  std::string unsound;
+  for (long long i = 0; i < list.size(); ++i) {
+    const BruteFilter filter = filterOf(list.getNameAt(i), list.getValueAt(i));
+    if (!isSound(filter)) unsound += printable(filter.name) + " ";
+  }
+  constexpr std::size_t kLongest = 300;
+  add(list, unsound.empty() || isDueAgain("brute_filters", unsound.substr(0, kLongest)));
   return 1;
 }
 
-void BruteFilters::add(const ConfigFile& list) {
+void BruteFilters::add(const ConfigFile& list, bool telling) {
   for (long long i = 0; i < list.size(); ++i) {
     BruteFilter filter = filterOf(list.getNameAt(i), list.getValueAt(i));
-    if (filter.text.empty() || !canNameCount(filter.name)) {
+    if (isSound(filter)) {
+      filters_.push_back(std::move(filter));
+    } else if (telling) {
       errorLog("Brute-force filter %s is left out: it needs a text, and a name without \"&\", \"%%\" and \"+\"",
                filter.name.c_str());
-      continue;
     }
-    filters_.push_back(std::move(filter));
   }
 }
 

@@ -31,8 +31,8 @@ class BruteFilters {
   /// is there and cannot be read. Leaves the process at nobody.
   [[nodiscard]] int read(const Config& conf);
   /// Adds the filters of a list, name by name a URL-encoded record; one that no line could ever match, or whose name
-  /// could not stand in a record, is left out with an error-log line.
-  void add(const ConfigFile& list);
+  /// could not stand in a record, is left out, with an error-log line when `telling`.
+  void add(const ConfigFile& list, bool telling = true);
   /// Adds those that the program carries.
   void addStock();
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/panel/marks.h"
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
 
@@ -34,6 +35,8 @@ int get_last_scan_info(const char* path, const ConfigFile& state, LogPosition& l
 
 int canKeepTrackOf(const char* path) {
   if (std::strpbrk(path, "=\r\n") == nullptr && !commentLine(path)) return 1;
+  constexpr std::size_t kLongest = 300;
+  if (!isDueAgain("brute_log_name", printable(path).substr(0, kLongest))) return 0;
   errorLog("Tally::scan_log: %s: a log of that name cannot be kept track of", path);
   return 0;
 }

@@ -19,7 +19,7 @@ struct LogPosition {
 /// What the scan state keeps of the log. 0 when it keeps nothing, or nothing that makes sense; `last` is then that of a
 /// log which was never read.
 int get_last_scan_info(const char* path, const ConfigFile& state, LogPosition& last);
-/// Whether the path can stand in the scan state; 0 with an error-log line.
+/// Whether the path can stand in the scan state; 0 with an error-log line, once a day.
 [[nodiscard]] int canKeepTrackOf(const char* path);
 /// Keeps how far the log was read.
 int set_last_scan_info(const char* path, ConfigFile& state, const LogPosition& now);

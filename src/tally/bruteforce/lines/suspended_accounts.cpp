@@ -28,6 +28,8 @@ constexpr std::size_t kMostFiles = 1000;
 constexpr std::size_t kHandful = 8;
 constexpr uid_t kFirstAccountId = 1000;
 constexpr char kSuspendedMark = '!';
+/// What a password is made of that is locked, and none of anybody's.
+constexpr std::string_view kLocked = "!*";
 constexpr int kMostComplaints = 20;
 constexpr std::size_t kLongestShown = 64;
 
@@ -67,8 +69,8 @@ int tellUnknown(const char* name) {
   return 0;
 }
 
-bool isSuspendedPassword(const char* password) {
-  return password != nullptr && *password == kSuspendedMark;
+bool isSuspendedPassword(std::string_view password) {
+  return password.starts_with(kSuspendedMark) && password.find_first_not_of(kLocked) != std::string_view::npos;
 }
 
 /// 1 with a security-log line when the names of the file hold the account.
@@ -107,8 +109,9 @@ SuspendedNames::SuspendedNames(const std::string& path) {
   LineReader lines(file.get());
   for (std::string_view line; lines.next(line);) {
     const std::size_t colon = line.find(':');
-    if (colon == std::string_view::npos || colon + 1 >= line.size() || line[colon + 1] != kSuspendedMark) continue;
-    names_.emplace(line.substr(0, colon));
+    if (colon == std::string_view::npos) continue;
+    const std::string_view rest = line.substr(colon + 1);
+    if (isSuspendedPassword(rest.substr(0, rest.find(':')))) names_.emplace(line.substr(0, colon));
   }
 }
 
@@ -128,7 +131,7 @@ int system_acount_is_suspended(const char* name) {
   const bool isOurs = account != nullptr && account->pw_uid >= kFirstAccountId;
   const spwd* shadow = account == nullptr ? nullptr : ::getspnam(name);
   if (shadow == nullptr) return tellUnknown(name);
-  return isOurs && isSuspendedPassword(shadow->sp_pwdp) ? 1 : 0;
+  return isOurs && isSuspendedPassword(text_detail::part(shadow->sp_pwdp)) ? 1 : 0;
 }
 
 bool SuspendedSystemAccounts::contains(const char* name) {
@@ -146,7 +149,7 @@ void SuspendedSystemAccounts::list() {
   std::unordered_set<std::string> suspended;
   ::setspent();
   while (const spwd* shadow = ::getspent()) {
-    if (isSuspendedPassword(shadow->sp_pwdp)) suspended.emplace(shadow->sp_namp);
+    if (isSuspendedPassword(text_detail::part(shadow->sp_pwdp))) suspended.emplace(shadow->sp_namp);
   }
   ::endspent();
   ::setpwent();

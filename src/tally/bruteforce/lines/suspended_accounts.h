@@ -10,7 +10,7 @@ namespace zvtaskq {
 class Config;
 
 /// The mailboxes or FTP accounts of one password file that are suspended: those whose password, what stands between the
-/// first colon and the next, begins with "!".
+/// first colon and the next, begins with "!". One of nothing but "!" and "*" is locked, and was never suspended.
 class SuspendedNames {
  public:
   /// Reads the file as root, through no link that others made. A file that cannot be opened holds none.
@@ -72,9 +72,9 @@ int user_is_suspended(const Config* conf, const char* name, const char* service)
 /// error-log line for a file that cannot be opened and for a name of 512 bytes and more. Leaves the process at nobody.
 int user_is_suspended_in_file(const char* name, const char* path);
 
-/// 1 when the password of the system account begins with "!". 0 for what is no such account. Accounts that come with
-/// the system (root, and ids below 1000) often have no password but "!", and are never suspended. Leaves the process at
-/// nobody.
+/// 1 when the password of the system account is a suspended one, as in a file. 0 for what is no such account. Accounts
+/// that come with the system (root, and ids below 1000) often have no password but "!", and are never suspended. Leaves
+/// the process at nobody.
 int system_acount_is_suspended(const char* name);
 
 }  // namespace zvtaskq

@@ -9,6 +9,7 @@
 
 #include "core/config/config.h"
 #include "core/files/paths.h"
+#include "core/panel/marks.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "core/sys/dates.h"
@@ -53,7 +54,9 @@ void addFolder(const std::string& folder, ConfigFile& scanState) {
   const AsRoot root;
   FolderReader open(folder.c_str());
   if (!open) {
-    errorLog("Tally::get_apache_logs_from_brute_conf: Unable to read %s: %s", folder.c_str(), std::strerror(errno));
+    const char* why = std::strerror(errno);
+    if (!isDueAgain("brute_web_logs", why)) return;
+    errorLog("Tally::get_apache_logs_from_brute_conf: Unable to read %s: %s", folder.c_str(), why);
     return;
   }
   while (const dirent* entry = open.next()) {

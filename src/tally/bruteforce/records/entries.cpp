@@ -10,9 +10,9 @@
 #include <memory>
 
 #include "core/files/lock_file.h"
-#include "core/files/safe_file.h"
 #include "core/read/line_reader.h"
 #include "core/record/config_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
@@ -163,7 +163,7 @@ bool endsTorn(int fd, off_t size) {
 int appendToList(const char* path, const SpooledEntries& entries, const std::vector<std::string>& filters,
                  long long time, bool resume) {
   const FailScope scope("brute_entries");
-  const Descriptor list(sys::open(path, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600));
+  const Descriptor list = openPanelFileToAppend(path);
   struct stat before {};
   if (!list || sys::fstat(list.get(), before) != 0) return cannotAppend(path, errno);
   if (!S_ISREG(before.st_mode)) return cannotAppend(path, EINVAL);
@@ -195,7 +195,7 @@ int appendBruteEntries(const SpooledEntries& entries, const std::vector<std::str
 long long timeOfLastEntry() {
   constexpr off_t kLook = 4096;
   const AsUser panel(kPanelUser);
-  const Descriptor list = openRegularFile(bruteEntriesFile().c_str());
+  const Descriptor list = openPanelFile(bruteEntriesFile().c_str());
   struct stat what {};
   if (!list || sys::fstat(list.get(), what) != 0) return 0;
   std::string end(static_cast<std::size_t>(std::min<off_t>(kLook, what.st_size)), '\0');

@@ -17,6 +17,7 @@
 #include "core/panel/hook_script.h"
 #include "core/panel/overrides.h"
 #include "core/read/line_reader.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
@@ -30,6 +31,8 @@ namespace {
 constexpr long long kDay = 86400;
 constexpr const char* kHook = "brute_force_clear_log_ip.sh";
 constexpr int kHookTime = 60;
+/// Seconds for the scripts of all addresses.
+constexpr int kAllHooksTime = 300;
 constexpr std::size_t kBlock = 64UL * 1024;
 
 /// What the trimming wants to know of an entry.
@@ -151,8 +154,16 @@ void tellRemoved(const Trimming& trimming) {
 void runHooks(const Config& conf, const std::set<std::string>& addresses) {
   if (!hookExists(conf, kHook)) return;
   const std::string hook = hookPath(conf, kHook);
+  HookBudget budget(kAllHooksTime);
+  std::size_t done = 0;
   for (const std::string& address : addresses) {
-    const HookAnswer answer = executeIfExists(hook.c_str(), {{"value", address}}, kHookTime);
+    if (budget.isSpent()) {
+      errorLog("%s takes too long: from %s on it is not told of %zu addresses", hook.c_str(), address.c_str(),
+               addresses.size() - done);
+      return;
+    }
+    ++done;
+    const HookAnswer answer = budget.run(hook.c_str(), {{"value", address}}, kHookTime);
     if (answer.failed()) {
       errorLog("Clear IP '%s' error: Script output: %s", address.c_str(), answer.error.c_str());
     } else if (!answer.result.empty()) {
@@ -174,7 +185,7 @@ int clear_brute_log_entries(const Config* conf) {
       errorLog("Tally::clear_brute_log_entries: Unable to lock %s", path.c_str());
       return 0;
     }
-    const Descriptor source = openRegularFile(path.c_str());
+    const Descriptor source = openPanelFile(path.c_str());
     if (!source && errno == ENOENT) return 1;
     if (!source) {
       errorLog("Unable to open %s for reading: %s", path.c_str(), std::strerror(errno));

@@ -11,7 +11,8 @@ class Config;
 /// entries is not written. Memory grows with the distinct addresses of the removed entries alone.
 ///
 /// For each of these addresses the administrator's script "brute_force_clear_log_ip.sh" then runs, with the address as
-/// `value`, 60 seconds at most. 1 also when there is no list; 0 with an error-log line. Leaves the process at nobody.
+/// `value`, 60 seconds at most, and all of them together 300; those left then are told of in the error log. 1 also when
+/// there is no list; 0 with an error-log line. Leaves the process at nobody.
 [[nodiscard]] int clear_brute_log_entries(const Config* conf);
 
 }  // namespace zvtaskq

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstring>
 #include <ctime>
+#include <vector>
 
 #include "core/config/config.h"
 #include "core/files/safe_file.h"
@@ -34,16 +35,16 @@ void writePair(SafeFile& out, std::string_view prefix, std::string_view name, st
   }
 }
 
-void writeCounts(SafeFile& out, std::string_view prefix, const BruteNews& news) {
+void writeCounts(SafeFile& out, std::string_view prefix, const FoundFailures& found) {
   std::string record;
-  for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
+  for (std::uint32_t name = 0; name < found.counts.bound(); ++name) {
     record.clear();
-    news.counts.each(name, [&](const BruteCounts::Count& count) {
+    found.counts.each(name, [&](const BruteCounts::Count& count) {
       if (count.failures == 0) return;
       if (!record.empty()) record += '&';
-      record += joined(news.filters[count.filter], "=", std::to_string(count.failures));
+      record += joined(found.filters[count.filter], "=", std::to_string(count.failures));
     });
-    if (!record.empty()) writePair(out, prefix, news.names.at(name), record);
+    if (!record.empty()) writePair(out, prefix, found.names.at(name), record);
   }
 }
 
@@ -60,8 +61,8 @@ void writeContent(SafeFile& out, const BruteFindings& findings, const SpooledEnt
   for (long long i = 0; i < state.size(); ++i) {
     writePair(out, kLog, state.getNameAt(i), text_detail::part(state.getValueAt(i)));
   }
-  writeCounts(out, kAddress, findings.addressNews());
-  writeCounts(out, kUser, findings.userNews());
+  writeCounts(out, kAddress, findings.addressFailures());
+  writeCounts(out, kUser, findings.userFailures());
 }
 
 int writeJournal(const BruteFindings& findings, const SpooledEntries& entries, const ConfigFile& state) {
@@ -96,16 +97,17 @@ int writeState(ConfigFile& state) {
 int apply(const Config& conf, const BruteFindings& findings, const SpooledEntries& entries, ConfigFile& state,
           BruteFiles& files, bool resume) {
   if (!writeState(state)) return 0;
+  files.addedSince = std::min(files.addedSince, findings.time);
   debug(100, "check_brute_force_logs: begin IP sorting");
-  const auto merge = [&conf](const BruteNews& news) {
-    return [&conf, news](ConfigFile& counts) { mergeBruteCounts(conf, news, counts); };
+  const auto merge = [&conf](const FoundFailures& found) {
+    return [&conf, found](ConfigFile& counts) { mergeBruteCounts(conf, found, counts); };
   };
-  if (!files.addresses.update(merge(findings.addressNews()))) return 0;
+  if (!files.addresses.update(merge(findings.addressFailures()))) return 0;
   debug(100, "check_brute_force_logs: done IP sorting. Begin User sorting");
   if (conf.user_brutecount == 0) {
     debug(100, "check_brute_fofce_logs: user_brute_count == 0: processing skipped for %d new Users",
           static_cast<int>(findings.users.size()));
-  } else if (!files.users.update(merge(findings.userNews()))) {
+  } else if (!files.users.update(merge(findings.userFailures()))) {
     return 0;
   }
   debug(100, "check_brute_force_logs: done User sorting");
@@ -114,15 +116,18 @@ int apply(const Config& conf, const BruteFindings& findings, const SpooledEntrie
   return 1;
 }
 
-/// The first second from now on that comes after all which the scan adds to is marked with: that is what tells a step
-/// that was done from one that was not.
+/// The first second from now on that comes after all which the scan adds to is marked with, and is the mark of none
+/// that lies further ahead: that is what tells a step that was done from one that was not.
 void chooseTime(BruteFindings& findings, BruteFiles& files) {
   const long long now = std::time(nullptr), latest = now + kSlightlyAhead;
-  long long last = lastEntryOf(findings.addressNews(), files.addresses.counts(), latest);
-  last = std::max(last, lastEntryOf(findings.userNews(), files.users.counts(), latest));
-  const long long listed = timeOfLastEntry();
-  if (listed <= latest) last = std::max(last, listed);
-  findings.time = std::max(now, last + 1);
+  std::vector<long long> taken{timeOfLastEntry()};
+  collectLastEntries(findings.addressFailures(), files.addresses.counts(), taken);
+  collectLastEntries(findings.userFailures(), files.users.counts(), taken);
+  std::sort(taken.begin(), taken.end());
+  findings.time = now;
+  for (const long long time : taken) {
+    if (time <= latest ? time >= findings.time : time == findings.time) findings.time = time + 1;
+  }
 }
 
 std::uint32_t filterNumber(std::vector<std::string>& filters, const std::string& name) {
@@ -188,7 +193,7 @@ int finishBruteJournal(const Config& conf, BruteFiles& files) {
   journal.useLock = false;
   if (!journal.exists()) return 1;
   if (!journal.readFile()) {
-    errorLog("Error reading %s: %s.", journal.getFilename(), journal.result.orEmpty());
+    tellUnreadable(journal);
     return 0;
   }
   BruteFindings findings({});

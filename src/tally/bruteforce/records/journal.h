@@ -2,6 +2,7 @@
 // nothing (docs/decisions/0007-brute-force-journal.md).
 #pragma once
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -27,8 +28,8 @@ struct BruteFindings {
   NameTable users;
   BruteCounts userCounts;
 
-  BruteNews addressNews() const { return {addresses.clean(), addressCounts, filters, time}; }
-  BruteNews userNews() const { return {users, userCounts, filters, time}; }
+  FoundFailures addressFailures() const { return {addresses.clean(), addressCounts, filters, time}; }
+  FoundFailures userFailures() const { return {users, userCounts, filters, time}; }
 };
 
 /// The files that the findings go into.
@@ -36,6 +37,8 @@ struct BruteFiles {
   BruteFiles();
   BruteRecords addresses;
   BruteRecords users;
+  /// What was added since the object was made has this `last_entry` or a later one.
+  long long addedSince = std::numeric_limits<long long>::max();
 };
 
 /// Puts the findings into the files: first into the journal, so that they are safe, then from there where they belong,

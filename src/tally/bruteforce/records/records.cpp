@@ -10,6 +10,7 @@
 #include "core/sys/dates.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
+#include "tally/bruteforce/lines/data_paths.h"
 
 namespace zvtaskq {
 
@@ -95,36 +96,52 @@ long long lastEntryIn(const char* record) {
 }
 
 /// Adds a scan's counts of a name to its record, which is null when there is none.
-std::string mergedRecord(const BruteNews& news, std::uint32_t name, const char* record) {
+std::string mergedRecord(const FoundFailures& found, std::uint32_t name, const char* record) {
   ConfigFile pairs(nullptr);
   pairs.fillFromPost(record == nullptr ? "" : record);
-  news.counts.each(name, [&](const BruteCounts::Count& count) {
+  found.counts.each(name, [&](const BruteCounts::Count& count) {
     if (count.failures == 0) return;
-    const char* filter = news.filters[count.filter].c_str();
+    const char* filter = found.filters[count.filter].c_str();
     long long before = 0;
     static_cast<void>(pairs.getValue(filter, &before));
     pairs.setParam(filter, addedUp(before, count.failures));
   });
-  if (record == nullptr) pairs.setParam(kFirstEntry.data(), news.time);
-  pairs.setParam(kLastEntry.data(), news.time);
+  if (record == nullptr) pairs.setParam(kFirstEntry.data(), found.time);
+  pairs.setParam(kLastEntry.data(), found.time);
   return pairs.createPostString(0).orEmpty();
 }
 
-bool hasFailures(const BruteNews& news, std::uint32_t name) {
-  bool found = false;
-  news.counts.each(name, [&](const BruteCounts::Count& count) { found = found || count.failures > 0; });
-  return found;
+bool hasFailures(const FoundFailures& found, std::uint32_t name) {
+  bool any = false;
+  found.counts.each(name, [&](const BruteCounts::Count& count) { any = any || count.failures > 0; });
+  return any;
 }
 
-void addNew(const BruteNews& news, const std::vector<std::uint32_t>& added, ConfigFile& counts) {
-  const auto room = static_cast<std::size_t>(std::max(kMostBruteNames - counts.size(), 0LL));
-  for (std::size_t i = 0; i < added.size() && i < room; ++i) {
-    const std::string name(news.names.at(added[i]));
-    counts.setParam(name.c_str(), mergedRecord(news, added[i], nullptr).c_str());
+/// What one has to be stronger than to stay: the failures, then how late the last was.
+struct Strength {
+  long long failures;
+  long long lastEntry;
+  long long index;
+  bool operator<(const Strength& other) const {
+    return failures != other.failures ? failures < other.failures : lastEntry < other.lastEntry;
   }
-  if (added.size() <= room) return;
-  errorLog("%s is full with %lld names: %lld new ones are not counted", counts.getFilename(), kMostBruteNames,
-           static_cast<long long>(added.size() - room));
+};
+
+/// The weakest entries make room, so that who makes up names does not hide behind them.
+void dropWeakest(ConfigFile& counts) {
+  const long long excess = counts.size() - kMostBruteNames;
+  if (excess <= 0) return;
+  std::vector<Strength> all;
+  all.reserve(static_cast<std::size_t>(counts.size()));
+  for (long long i = 0; i < counts.size(); ++i) {
+    const BruteFigures figures = figuresOf(counts.getValueAt(i));
+    all.push_back({figures.failures, figures.lastEntry, i});
+  }
+  std::nth_element(all.begin(), all.begin() + excess, all.end());
+  for (long long i = 0; i < excess; ++i) counts.deleteParamAt(all[static_cast<std::size_t>(i)].index);
+  counts.shift_down_and_count();
+  errorLog("%s holds more than %lld names: the %lld with the fewest failures are dropped", counts.getFilename(),
+           kMostBruteNames, excess);
 }
 
 }  // namespace
@@ -149,7 +166,7 @@ void BruteRecords::startAnew() {
 
 int BruteRecords::readThere() {
   if (!counts_->exists() || counts_->readFile()) return 1;
-  errorLog("Error reading %s: %s.", path_.c_str(), counts_->result.orEmpty());
+  tellUnreadable(*counts_);
   return 0;
 }
 
@@ -209,37 +226,37 @@ bool holdsOldBruteEntries(const Config& conf, const ConfigFile& counts) {
   return false;
 }
 
-void mergeBruteCounts(const Config& conf, const BruteNews& news, ConfigFile& counts) {
-  const auto slotOf = [&](std::uint32_t name) { return counts.getIndex(std::string(news.names.at(name)).c_str()); };
+void mergeBruteCounts(const Config& conf, const FoundFailures& found, ConfigFile& counts) {
+  const auto slotOf = [&](std::uint32_t name) { return counts.getIndex(std::string(found.names.at(name)).c_str()); };
   // Looked for before stale records go, and before any gets another time for one that lay in the future.
-  std::vector<bool> isDone(news.counts.bound());
-  for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
-    const long long there = hasFailures(news, name) ? slotOf(name) : -1;
-    isDone[name] = there >= 0 && lastEntryIn(counts.getValueAt(there)) == news.time;
+  std::vector<bool> isDone(found.counts.bound());
+  for (std::uint32_t name = 0; name < found.counts.bound(); ++name) {
+    const long long there = hasFailures(found, name) ? slotOf(name) : -1;
+    isDone[name] = there >= 0 && lastEntryIn(counts.getValueAt(there)) == found.time;
   }
   static_cast<void>(clear_old_brute_entries(conf, counts));
   std::vector<std::uint32_t> added;
-  for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
-    if (isDone[name] || !hasFailures(news, name)) continue;
+  for (std::uint32_t name = 0; name < found.counts.bound(); ++name) {
+    if (isDone[name] || !hasFailures(found, name)) continue;
     const long long there = slotOf(name);
     if (there < 0) {
       added.push_back(name);
     } else {
-      counts.setParam_in_place(there, newString(mergedRecord(news, name, counts.getValueAt(there))));
+      counts.setParam_in_place(there, newString(mergedRecord(found, name, counts.getValueAt(there))));
     }
   }
-  addNew(news, added, counts);
+  for (const std::uint32_t name : added) {
+    counts.setParam(std::string(found.names.at(name)).c_str(), mergedRecord(found, name, nullptr).c_str());
+  }
+  dropWeakest(counts);
 }
 
-long long lastEntryOf(const BruteNews& news, const ConfigFile& counts, long long latest) {
-  long long last = 0;
-  for (std::uint32_t name = 0; name < news.counts.bound(); ++name) {
-    if (!hasFailures(news, name)) continue;
-    const long long there = counts.getIndex(std::string(news.names.at(name)).c_str());
-    const long long entry = there < 0 ? 0 : lastEntryIn(counts.getValueAt(there));
-    if (entry <= latest) last = std::max(last, entry);
+void collectLastEntries(const FoundFailures& found, const ConfigFile& counts, std::vector<long long>& times) {
+  for (std::uint32_t name = 0; name < found.counts.bound(); ++name) {
+    if (!hasFailures(found, name)) continue;
+    const long long there = counts.getIndex(std::string(found.names.at(name)).c_str());
+    if (there >= 0) times.push_back(lastEntryIn(counts.getValueAt(there)));
   }
-  return last;
 }
 
 }  // namespace zvtaskq

@@ -61,7 +61,7 @@ long long clear_old_brute_entries(const Config& conf, ConfigFile& counts);
 bool holdsOldBruteEntries(const Config& conf, const ConfigFile& counts);
 
 /// The failures of one scan, ready to be added to a file.
-struct BruteNews {
+struct FoundFailures {
   const NameTable& names;
   const BruteCounts& counts;
   /// The names of the scan's filters.
@@ -70,9 +70,10 @@ struct BruteNews {
   long long time;
 };
 /// Drops stale records, then adds the failures. A record whose `last_entry` is the time of the scan had them already.
-/// Names beyond kMostBruteNames are left out with an error-log line.
-void mergeBruteCounts(const Config& conf, const BruteNews& news, ConfigFile& counts);
-/// The latest `last_entry` among the records of the names, of those that are not after `latest`; 0 for none.
-long long lastEntryOf(const BruteNews& news, const ConfigFile& counts, long long latest);
+/// Of more names than kMostBruteNames those with the fewest failures, and of these the ones that failed longest ago,
+/// are dropped, with an error-log line.
+void mergeBruteCounts(const Config& conf, const FoundFailures& found, ConfigFile& counts);
+/// Adds the `last_entry` of each record that the failures would be added to.
+void collectLastEntries(const FoundFailures& found, const ConfigFile& counts, std::vector<long long>& times);
 
 }  // namespace zvtaskq

@@ -7,6 +7,7 @@
 #include "core/files/lock_file.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/panel/state_folder.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "core/sys/identity.h"
@@ -41,9 +42,13 @@ constexpr BruteGroup kWebGroup{8, nullptr, {"wordpress"}, false};
 
 int takeScanLock(FileLock& lock) {
   const std::string path = adminFile(kLockName);
+  if (!openStateFolder()) {
+    errorLog("Unable to lock %s: %s: %s", path.c_str(), stateFile("").c_str(), std::strerror(errno));
+    return 0;
+  }
   char reason[kLockReasonSize] = "";
   const AsUser panel(kPanelUser);
-  if (lock.take(path.c_str(), kLockAge, kLockName, reason)) return 1;
+  if (lock.takeForLife(path.c_str(), stateFile(kLockName).c_str(), kLockAge, kLockName, reason)) return 1;
   debug(100, "%s is locked.  Not going to scan logs", path.c_str());
   // One that nobody holds and that cannot be made would silence the monitor for good.
   if (std::string_view(reason).starts_with("open error")) errorLog("Unable to lock %s: %s", path.c_str(), reason);
@@ -59,7 +64,7 @@ int readState(ConfigFile& state) {
   }
   if (state.readFile()) return 1;
   // Without it every log would be counted again from its beginning.
-  errorLog("Error reading %s: %s.", state.getFilename(), state.result.orEmpty());
+  tellUnreadable(state);
   return 0;
 }
 

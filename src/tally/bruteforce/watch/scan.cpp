@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/files/safe_file.h"
+#include "core/panel/marks.h"
 #include "core/read/line_reader.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -59,8 +60,8 @@ BruteScan::BruteScan(const Config& conf, const std::vector<BruteFilter>& filters
       choice_(addressChoiceOf(conf.brute_force_ambiguous_ip)),
       suspended_(conf) {}
 
-BruteScan::Compiled& BruteScan::compiled(const BruteGroup& group) {
-  for (const auto& known : compiled_) {
+BruteScan::GroupFilters& BruteScan::filtersOf(const BruteGroup& group) {
+  for (const auto& known : groups_) {
     if (known->group == group.number) return *known;
   }
   std::vector<const BruteFilter*> chosen;
@@ -70,13 +71,13 @@ BruteScan::Compiled& BruteScan::compiled(const BruteGroup& group) {
     chosen.push_back(&filters_[i]);
     services_[i] = program;
   }
-  compiled_.push_back(std::make_unique<Compiled>(Compiled{group.number, chosen, LineSearch(textsOf(chosen))}));
-  return *compiled_.back();
+  groups_.push_back(std::make_unique<GroupFilters>(GroupFilters{group.number, chosen, LineSearch(textsOf(chosen))}));
+  return *groups_.back();
 }
 
 void BruteScan::takeLines(const BruteGroup& group, std::string_view lines, long long& lineCount) {
   constexpr std::size_t kSample = std::size_t{16} * 1024;
-  Compiled& filters = compiled(group);
+  GroupFilters& filters = filtersOf(group);
   if (!filters.hasLearned) filters.search.learn(lines.substr(0, kSample));
   filters.hasLearned = true;
   const char* at = lines.data();
@@ -94,7 +95,7 @@ void BruteScan::takeLines(const BruteGroup& group, std::string_view lines, long 
   }
 }
 
-void BruteScan::takeLine(const Compiled& group, std::string_view text, std::uint64_t texts) {
+void BruteScan::takeLine(const GroupFilters& group, std::string_view text, std::uint64_t texts) {
   BruteMatch match;
   if (!parseLine(group.filters, BruteLine(text), choice_, findings.addresses, match, texts)) return;
   const auto filter = static_cast<std::uint32_t>(match.filter - filters_.data());
@@ -157,8 +158,19 @@ bool BruteScan::isFull() const {
 
 namespace {
 
+constexpr std::size_t kLongestReason = 300;
+
+/// Whether there is a word to say of a log, or of what became of it: about a log that cannot be read once, and again
+/// when the reason is another, when it could be read in between, or after a day.
+bool isNewOf(const BruteGroup& group, const char* path, const char* what) {
+  const std::string about = printable(joined(what, ": ", path)).substr(0, kLongestReason);
+  return isDueAgain(joined("brute_log_", std::to_string(group.number)).c_str(), about);
+}
+
+/// With the reason in errno.
 int cannotOpen(const char* path, const BruteGroup& group) {
-  if (group.isExpected) {
+  const char* why = std::strerror(errno);
+  if (group.isExpected && isNewOf(group, path, why)) {
     errorLog("Unable to open %s for reading", path);
   } else {
     debug(kScanDebug, "Unable to open %s for reading", path);
@@ -234,12 +246,14 @@ int scan_log(const char* path, const BruteGroup& group, ConfigFile& state, Brute
   static_cast<void>(get_last_scan_info(path, state, last));
   struct stat now {};
   if (const int error = statLog(path, now); error != 0) {
+    errno = error;
     return group.number == kWebLogs && error == ENOENT ? leaveEmpty(path, group, state, now) : cannotOpen(path, group);
   }
   if (newsOf(path, last, now, -1) == LogNews::nothing) return 0;
   const Descriptor log = openLog(path);
   if (!log) return cannotOpen(path, group);
   if (sys::fstat(log.get(), now) != 0) return cannotOpen(path, group);
+  if (group.isExpected) static_cast<void>(isNewOf(group, path, "readable"));
   const LogNews news = newsOf(path, last, now, log.get());
   if (news == LogNews::nothing) return 0;
   if (news != LogNews::more) {

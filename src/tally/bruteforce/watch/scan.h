@@ -42,15 +42,15 @@ class BruteScan {
 
  private:
   /// A group's filters, in order, and the search for their texts.
-  struct Compiled {
+  struct GroupFilters {
     int group;
     std::vector<const BruteFilter*> filters;
     LineSearch search;
     bool hasLearned = false;
   };
-  Compiled& compiled(const BruteGroup& group);
+  GroupFilters& filtersOf(const BruteGroup& group);
   /// `texts` says which of the group's texts stand in the line.
-  void takeLine(const Compiled& group, std::string_view text, std::uint64_t texts);
+  void takeLine(const GroupFilters& group, std::string_view text, std::uint64_t texts);
   void tellDoubt(const BruteMatch& match, std::string_view line);
   bool countUser(const BruteMatch& match, std::uint32_t filter);
 
@@ -60,7 +60,7 @@ class BruteScan {
   std::vector<const char*> services_;
   AddressChoice choice_;
   SuspendedAccounts suspended_;
-  std::vector<std::unique_ptr<Compiled>> compiled_;
+  std::vector<std::unique_ptr<GroupFilters>> groups_;
   std::string keyRoom_;
   long long doubts_ = 0;
 };

@@ -1,9 +1,6 @@
 #include "tally/bruteforce/watch/skip_list.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <charconv>
 #include <optional>
 #include <utility>
 
@@ -23,56 +20,12 @@ constexpr int kAllLookUps = 30;
 constexpr std::size_t kMostAddresses = 1000;
 /// Names that one address is tried by.
 constexpr std::size_t kMostConfirmed = 4;
-constexpr int kMappedBits = 96;
-constexpr int kAllBits = 128;
 
 std::string lowerCase(std::string_view text) {
   std::string lower(text);
   std::transform(lower.begin(), lower.end(), lower.begin(),
                  [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c); });
   return lower;
-}
-
-/// An address, or all those that begin with the same bits.
-struct Network {
-  NetworkAddress start{};
-  bool isIPv4 = false;
-  int prefix = kAllBits;
-};
-
-void mask(NetworkAddress& address, int prefix) {
-  for (int bit = 0; bit < kAllBits; bit += 8) {
-    const int kept = std::clamp(prefix - bit, 0, 8);
-    auto& byte = address[static_cast<std::size_t>(bit / 8)];
-    byte = static_cast<unsigned char>(byte & (0xFF00 >> kept));
-  }
-}
-
-bool readAddress(const std::string& text, Network& network) {
-  constexpr NetworkAddress kMapped{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
-  network.start = kMapped;
-  network.isIPv4 = ::inet_pton(AF_INET, text.c_str(), network.start.data() + kMappedBits / 8) == 1;
-  if (network.isIPv4) return true;
-  if (::inet_pton(AF_INET6, text.c_str(), network.start.data()) != 1) return false;
-  network.isIPv4 = std::equal(kMapped.begin(), kMapped.begin() + kMappedBits / 8, network.start.begin());
-  return true;
-}
-
-/// What an address or a CIDR range stands for; nothing for other texts.
-std::optional<Network> readNetwork(std::string_view text) {
-  const std::size_t slash = text.find('/');
-  Network network;
-  if (!readAddress(std::string(text.substr(0, slash)), network)) return std::nullopt;
-  if (slash == std::string_view::npos) return network;
-  const char *bits = text.data() + slash + 1, *behind = text.data() + text.size();
-  const auto [end, error] = std::from_chars(bits, behind, network.prefix);
-  if (error != std::errc() || end != behind || network.prefix < 0 || network.prefix > kAllBits) return std::nullopt;
-  // "::ffff:192.0.2.0/120" is a range of IPv4 addresses too.
-  if (network.isIPv4 && text.find(':') == std::string_view::npos) network.prefix += kMappedBits;
-  if (network.prefix > kAllBits) return std::nullopt;
-  if (network.prefix < kMappedBits) network.isIPv4 = false;
-  mask(network.start, network.prefix);
-  return network;
 }
 
 /// The entries of a list without the blanks around them; empty ones are none.
@@ -122,7 +75,7 @@ void SkipList::addDomain(const std::string& entry) {
 
 const std::string* SkipList::rangeOf(const char* name) const {
   const std::optional<Network> wanted = readNetwork(name);
-  if (!wanted || wanted->prefix != kAllBits) return nullptr;
+  if (!wanted || wanted->prefix != Network::kAllBits) return nullptr;
   for (const Ranges& ranges : ranges_) {
     if (ranges.isIPv4 != wanted->isIPv4) continue;
     NetworkAddress start = wanted->start;

@@ -1,7 +1,6 @@
 // The names that the brute-force monitor never reports.
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <map>
 #include <set>
@@ -10,12 +9,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tally/bruteforce/lines/network.h"
+
 namespace zvtaskq {
 
 class ConfigFile;
-
-/// An IPv6 address, or an IPv4 one in its IPv6 form.
-using NetworkAddress = std::array<unsigned char, 16>;
 
 /// The skip list, parsed once for many questions. Each name of the record (its values do not matter) is
 /// - an address or an account: itself, an address in whatever form it is written,

@@ -8,10 +8,12 @@
 
 #include "core/config/config.h"
 #include "core/panel/hook_script.h"
+#include "core/panel/marks.h"
 #include "core/panel/overrides.h"
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
-#include "core/text/names.h"
+#include "core/text/text.h"
+#include "tally/bruteforce/lines/network.h"
 
 namespace zvtaskq {
 
@@ -27,8 +29,14 @@ constexpr std::size_t kMostAtOnce = 1000;
 /// When it was blocked, and the address.
 using Block = std::pair<long long, std::string>;
 
+/// Whether the fault is another than in the run before, or a day old.
+bool isNews(const char* why) {
+  constexpr std::size_t kLongest = 300;
+  return isDueAgain("brute_unblock", printable(why).substr(0, kLongest));
+}
+
 int refuse(const char* why) {
-  errorLog("Tally::unblock_bfm_ips error: %s", why);
+  if (isNews(why)) errorLog("Tally::unblock_bfm_ips error: %s", why);
   return 0;
 }
 
@@ -37,14 +45,14 @@ int readBlocked(const Config& conf, ConfigFile& blocked) {
   const HookAnswer answer = executeIfExists(path.c_str(), std::vector<Variable>{}, kScriptTime, kLongestList);
   if (answer.failed()) return refuse(answer.error.c_str());
   if (answer.result.empty()) {
-    errorLog("show_blocked_ips.sh returns no result");
+    if (isNews("no result")) errorLog("show_blocked_ips.sh returns no result");
     return 0;
   }
   // The last entry of a list that was cut off may be a part of another address or time.
   if (answer.result.size() >= kLongestList) return refuse("the list of blocked addresses is too long");
   blocked.fillFromPost(answer.result.c_str());
   if (blocked.isValue("havedata", "1")) return 1;
-  errorLog("show_blocked_ips.sh did not return havedata=1");
+  if (isNews("no data")) errorLog("show_blocked_ips.sh did not return havedata=1");
   return 0;
 }
 
@@ -53,7 +61,7 @@ std::vector<Block> dueBlocks(const ConfigFile& blocked, long long limit) {
   std::vector<Block> due;
   for (long long i = 0; i < blocked.size(); ++i) {
     const char* address = blocked.getNameAt(i);
-    if (!isValidIP(address)) continue;
+    if (!readNetwork(text_detail::part(address))) continue;
     ConfigFile record(nullptr);
     record.fillFromPost(blocked.getValueAt(i));
     long long since = 0;

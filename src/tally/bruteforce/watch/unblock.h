@@ -14,12 +14,12 @@ class Config;
 ///
 ///     havedata=1&192.0.2.1=dateblocked%3D1800000000&2001%3Adb8%3A%3A1=dateblocked%3D1800000060
 ///
-/// An entry that is no address, or has no such time, stays blocked. "unblock_ip.sh" gets the variable `ip`: the
-/// addresses, separated by commas; the longest blocked 1000 of them, so that the next run lifts the rest. Each script
-/// may take 120 seconds.
+/// A range stands there in its CIDR form ("192.0.2.0/24"). An entry that is neither address nor range, or has no such
+/// time, stays blocked. "unblock_ip.sh" gets the variable `ip`: the addresses, separated by commas; the longest blocked
+/// 1000 of them, so that the next run lifts the rest. Each script may take 120 seconds.
 ///
-/// 1 also when there is nothing to unblock; 0 with an error-log line. May be called under any identity, which is the
-/// same afterwards.
+/// 1 also when there is nothing to unblock; 0 with an error-log line, for the same reason once a day. May be called
+/// under any identity, which is the same afterwards.
 [[nodiscard]] int unblock_bfm_ips(const Config* conf);
 
 }  // namespace zvtaskq

@@ -68,6 +68,7 @@ TEST_F(BruteMatching, RecognisesWhatTheServicesWrite) {
       {kClassic + "proftpd[1]: host (a[192.0.2.1]) - Maximum login attempts (3) exceeded", "proftpd3/192.0.2.1//3"},
       {kClassic + "dovecot: imap-login: Disconnected (auth failed, 4 attempts): user=<b@c.de>, rip=192.0.2.1, lip=::1",
        "dovecot1/192.0.2.1/b@c.de/4"},
+      {kClassic + "proftpd[1]: host (a[192.0.2.1]) - Maximum login attempts (-3) exceeded", "proftpd3/192.0.2.1//1"},
       {kClassic + "dovecot: x (auth failed, 1 attempts in 2 secs): user=<9 attempts)>, rip=192.0.2.1, lip=::1",
        "dovecot1/192.0.2.1/9 attempts)/1"},
       {kClassic + "dovecot: x (auth failed, 99999999999999999999 attempts): user=<>, rip=192.0.2.1,",

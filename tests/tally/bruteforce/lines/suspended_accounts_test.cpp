@@ -3,10 +3,12 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <shadow.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "core/config/config.h"
 #include "support/panel_folder.h"
@@ -18,12 +20,55 @@ namespace {
 
 long long lookUps = 0;
 
+/// Accounts that the test has beside the system's.
+struct Made {
+  const char* name;
+  uid_t user;
+  const char* password;
+};
+constexpr Made kMade[] = {{"zv-first", 1000, "!$6$x"}, {"zv-daemon", 999, "!$6$x"}, {"zv-locked", 1001, "!"},
+                          {"zv-never", 1002, "!!"},    {"zv-star", 1003, "!*"},     {"zv-open", 1004, "$6$!"}};
+passwd madeAccount;
+spwd madeShadow;
+std::size_t nextAccount = 0, nextShadow = 0;
+
+passwd* accountOf(const Made& made) {
+  madeAccount.pw_name = const_cast<char*>(made.name);
+  madeAccount.pw_uid = made.user;
+  return &madeAccount;
+}
+spwd* shadowOf(const Made& made) {
+  madeShadow.sp_namp = const_cast<char*>(made.name);
+  madeShadow.sp_pwdp = const_cast<char*>(made.password);
+  return &madeShadow;
+}
+const Made* madeOf(const std::string& name) {
+  const auto* found =
+      std::find_if(std::begin(kMade), std::end(kMade), [&](const Made& made) { return name == made.name; });
+  return found == std::end(kMade) ? nullptr : found;
+}
+template <class Function>
+Function* libraryOwn(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
 }  // namespace
 
-/// The library's own, counted: each reads the system's accounts until it finds one.
+/// The library's own, with the accounts made here, and counted: each reads the system's until it finds one.
 extern "C" passwd* getpwnam(const char* name) {
   ++lookUps;
-  return reinterpret_cast<passwd* (*)(const char*)>(::dlsym(RTLD_NEXT, "getpwnam"))(name);
+  const Made* made = madeOf(name);
+  return made == nullptr ? libraryOwn<passwd*(const char*)>("getpwnam")(name) : accountOf(*made);
+}
+extern "C" spwd* getspnam(const char* name) {
+  const Made* made = madeOf(name);
+  return made == nullptr ? libraryOwn<spwd*(const char*)>("getspnam")(name) : shadowOf(*made);
+}
+extern "C" passwd* getpwent() {
+  return nextAccount < std::size(kMade) ? accountOf(kMade[nextAccount++]) : libraryOwn<passwd*()>("getpwent")();
+}
+extern "C" spwd* getspent() {
+  return nextShadow < std::size(kMade) ? shadowOf(kMade[nextShadow++]) : libraryOwn<spwd*()>("getspent")();
 }
 
 namespace {
@@ -32,7 +77,8 @@ class Suspended : public ::testing::Test {
  protected:
   Suspended() {
     panel_.makeFolder("virtual/site.example");
-    writeText(panel_.path("virtual/site.example/passwd"), "bob:!$6$x:1:2\nann:$6$!x:1:2\nlone:!\nhalf\n:!\n../x:!a\n");
+    writeText(panel_.path("virtual/site.example/passwd"),
+              "bob:!$6$x:1:2\nann:$6$!x:1:2\nlone:!\ntwo:!!:1\nstar:!*:1:2\nhalf\n:!a\n../x:!a\n");
     writeText(panel_.path("virtual/passwd"), "bob:!x\n");
     writeText(panel_.path("ftp"), "bob@site.example:!$6$x:1:2:\nann:$6$x:1\n");
     panel_.conf.ftppasswd = panel_.path("ftp").c_str();
@@ -63,7 +109,9 @@ TEST_F(Suspended, ByServiceAndFile) {
       {"bob@site.example", "exim", true},
       {"bob@site.example", "dovecot", true},
       {"ann@site.example", "roundcube", false},
-      {"lone@site.example", "squirrelmail", true},
+      {"lone@site.example", "squirrelmail", false},
+      {"two@site.example", "dovecot", false},
+      {"star@site.example", "dovecot", false},
       {"half@site.example", "dovecot", false},
       {"@site.example", "dovecot", true},
       {"../x@site.example", "dovecot", true},
@@ -124,6 +172,19 @@ TEST_F(Suspended, ManyMadeUpNamesAreNotLookedUpOneByOne) {
   EXPECT_FALSE(accounts.isSuspended("root", "dovecot"));
   EXPECT_GT(lookUps, 0);
   EXPECT_LT(lookUps, 20);
+}
+
+TEST_F(Suspended, SystemAccountsOneByOneAndListed) {
+  for (const int others : {0, 20}) {
+    nextAccount = nextShadow = 0;
+    SuspendedAccounts accounts(panel_.conf);
+    for (int i = 0; i < others; ++i) {
+      EXPECT_FALSE(accounts.isSuspended(joined("ghost", std::to_string(i)).c_str(), "sshd"));
+    }
+    for (const Made& made : kMade) {
+      EXPECT_EQ(accounts.isSuspended(made.name, "exim"), std::string(made.name) == "zv-first") << made.name << others;
+    }
+  }
 }
 
 TEST_F(Suspended, NoFileThatOthersPlanted) {

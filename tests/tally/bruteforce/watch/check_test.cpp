@@ -19,7 +19,9 @@
 #include "support/fixed_clock.h"
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
-#include "tally/bruteforce/records/records.h"
+#include "tally/bruteforce/records/entry_log.h"
+#include "tally/bruteforce/records/journal.h"
+#include "tally/bruteforce/watch/notices.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::test;
@@ -57,6 +59,12 @@ class BruteMonitor : public ::testing::Test {
   void setData(const std::string& file, const std::string& text) {
     writeText(panel_.path("admin/" + file), text);
     ::chmod(panel_.path("admin/" + file).c_str(), 0666);
+  }
+  void hook(const std::string& name, const std::string& body) {
+    for (const char* folder : {"", "scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
+    const std::string path = panel_.path("scripts/custom/" + name);
+    writeText(path, "#!/bin/sh\n" + body);
+    ::chmod(path.c_str(), 0755);
   }
   /// Failures by name, of one of the files of counts.
   std::map<std::string, long long> counts(const std::string& file) {
@@ -102,7 +110,8 @@ TEST_F(BruteMonitor, CountsEachFailureOnce) {
                "attempts=1&filter=sshd5&ip=192.0.2.1&log=Nov  3 04:05:06 server sshd[1]: Failed password for <b> from "
                "192.0.2.1 port 22 ssh2&time=1800000000&user=<b>");
   EXPECT_EQ(modeOf(panel_.path("admin/brute_log_entries.list")), 0600U);
-  EXPECT_FALSE(exists(panel_.path("admin/brute_journal")) || exists(panel_.path("admin/brute_journal.entries")));
+  EXPECT_FALSE(exists(panel_.path("admin/state/brute_journal")) ||
+               exists(panel_.path("admin/state/brute_journal.entries")));
 }
 
 TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
@@ -165,6 +174,29 @@ TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
   EXPECT_NE(panel_.logs.errors().find("Unable to open " + log_ + " for reading"), std::string::npos);
 }
 
+TEST_F(BruteMonitor, GoesByNoStateThatMakesNoSense) {
+  const std::string line = failure("bob", "192.0.2.1"), size = std::to_string(line.size());
+  const struct {
+    const char* name;
+    std::string state;
+    long long counted;
+  } cases[] = {
+      {"of another program, without an inode", "size=" + size + "&position=" + size, 1},
+      {"position behind the end", "size=" + size + "&position=99999", 2},
+      {"position before the beginning", "size=" + size + "&position=-5", 2},
+      {"no size of a file", "size=-1&position=0", 2},
+      {"position alone", "position=" + size, 2},
+      {"another file", "size=" + size + "&position=" + size + "&inode=1", 2},
+  };
+  write(line + line);
+  for (const auto& c : cases) {
+    setData("brute.conf", log_ + "=" + c.state + "\n");
+    ::unlink(panel_.path("admin/brute_ip.data").c_str());
+    pass();
+    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", c.counted}})) << c.name;
+  }
+}
+
 TEST_F(BruteMonitor, AppendsSortedByKeyAndGoesOnInSteps) {
   std::string text;
   for (int i = 0; i < 12'345; ++i) text += failure("u" + std::to_string(i % 50), "192.0.2.1");
@@ -179,26 +211,27 @@ TEST_F(BruteMonitor, AppendsSortedByKeyAndGoesOnInSteps) {
   text.clear();
   for (int i = 0; i < 300'000; ++i) text += failure("v" + std::to_string(i), "192.0.2.1");
   write(text);
+  // So much at the end of a log that was put aside: all of that before any of the new one.
+  ::rename(log_.c_str(), (log_ + ".1").c_str());
+  write(failure("u0", "192.0.2.1"));
   pass();
-  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 312'345}}));
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 312'346}}));
   EXPECT_EQ(counts("brute_user.data").size(), 300'050U);
   EXPECT_NE(panel_.logs.errors().find("counted in several steps"), std::string::npos);
   const auto all = keys();
-  EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), 312'345U);
+  EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), 312'346U);
+
+  text.clear();
+  for (int i = 0; i < 300'000; ++i) text += failure("w" + std::to_string(i), "192.0.2.2");
+  write(text);
+  pass(kNow + 60);
+  EXPECT_EQ(counts("brute_ip.data")["192.0.2.2"], 300'000);
 }
 
 TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
   panel_.conf.ip_brutecount = 2;
   panel_.conf.user_brutecount = 3;
   setData("brute_skip.list", "192.0.2.9=\n");
-  const std::string hooks = panel_.path("scripts/custom/");
-  ::chmod(panel_.path("scripts/custom").c_str(), 0755);
-  ::chmod(panel_.path("scripts").c_str(), 0755);
-  ::chmod(panel_.path("").c_str(), 0755);
-  const auto hook = [&](const std::string& name, const std::string& body) {
-    writeText(hooks + name, "#!/bin/sh\n" + body);
-    ::chmod((hooks + name).c_str(), 0755);
-  };
   hook("brute_force_notify_pre.sh", "[ \"$type $value\" != 'IP 192.0.2.8' ] || { echo mine; exit 1; }\n");
   hook("brute_force_notice_ip.sh", "echo \"$value $count $data\"\n");
   hook("brute_force_notice_user.sh", "echo no; exit 3\n");
@@ -216,7 +249,8 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
             "\n\nView your Brute Force Monitor:\nhttp://server.example:2222/CMD_BRUTE_FORCE_MONITOR?sort1=-1\n");
   EXPECT_NE(panel_.logs.errors().find("Tally::check_count_for: Pre script output: mine"), std::string::npos);
   EXPECT_NE(panel_.logs.errors().find("Brute Force error (User, 'bob'): Script output: no"), std::string::npos);
-  EXPECT_NE(panel_.logs.system().find("Brute Force (IP, '192.0.2.1'): Script output: 192.0.2.1 2 first_entry="),
+  EXPECT_NE(panel_.logs.system().find("Brute Force (IP, '192.0.2.1'): Script output: 192.0.2.1 2 "
+                                      "first_entry=1800000000&last_entry=1800000000&last_notify=1800000000&sshd5=2"),
             std::string::npos);
 
   const struct {
@@ -234,6 +268,97 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
     pass(kNow + step.after);
     EXPECT_EQ(sent.size(), step.told) << step.name << data("brute_ip.data");
   }
+}
+
+TEST_F(BruteMonitor, TellsOfAMissingLogOnceUntilItChanges) {
+  const std::string moved = log_ + ".moved";
+  panel_.conf.brute_force_exim_log = panel_.path("no-such-log").c_str();
+  panel_.conf.brute_force_mail_log = "";
+  const auto lines = [&] {
+    const std::string errors = panel_.logs.errors();
+    return std::count(errors.begin(), errors.end(), '\n');
+  };
+  const struct {
+    const char* name;
+    std::function<void()> happens;
+    long long later;
+    long told;
+  } steps[] = {
+      {"one is missing", [] {}, 0, 1},
+      {"as before", [] {}, 60, 0},
+      {"another too", [&] { ::rename(log_.c_str(), moved.c_str()); }, 120, 1},
+      {"as before again", [] {}, 180, 0},
+      {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 240, 1},
+      {"back", [&] { ::rmdir(log_.c_str()), ::rename(moved.c_str(), log_.c_str()), write(failure("a", "::1")); }, 300,
+       0},
+      {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
+      {"a day later", [] {}, 86399, 0},
+      {"a day later for one", [] {}, 86400, 1},
+  };
+  for (const auto& step : steps) {
+    const long before = lines();
+    step.happens();
+    pass(kNow + step.later);
+    EXPECT_EQ(lines() - before, step.told) << step.name << panel_.logs.errors();
+  }
+}
+
+TEST_F(BruteMonitor, TellsAgainWhatReachedNobody) {
+  panel_.conf.ip_brutecount = 1;
+  write(failure("bob", "192.0.2.1"));
+  loseNotices(true);
+  pass();
+  EXPECT_EQ(data("brute_ip.data").find("last_notify"), std::string::npos);
+  loseNotices(false);
+  pass(kNow + 60);
+  pass(kNow + 120);
+  EXPECT_EQ(sent.size(), 2U);
+}
+
+TEST_F(BruteMonitor, AsksScriptsOnlyWhatIsNewAndInTurn) {
+  const std::string seen = panel_.path("seen");
+  panel_.conf.ip_brutecount = 2;
+  hook("brute_force_notify_pre.sh", "[ $type = User ] || echo \"$value\" >>" + seen + "; [ \"$value\" != 10.0.0.4 ]\n");
+  std::string text;
+  for (const char* address : {"10.0.0.1", "10.0.0.1", "10.0.0.2", "10.0.0.2", "10.0.0.4", "10.0.0.4", "10.0.0.3"}) {
+    text += failure("bob", address);
+  }
+  const struct {
+    const char* name;
+    std::string fails;
+    std::string asked;
+  } steps[] = {
+      {"notices first, then what has changed", text, "10.0.0.1\n10.0.0.2\n10.0.0.4\n10.0.0.3\n"},
+      {"nothing new but what was objected to", "", "10.0.0.4\n"},
+      {"changed", failure("bob", "10.0.0.1"), "10.0.0.4\n10.0.0.1\n"},
+  };
+  long long now = kNow;
+  for (const auto& step : steps) {
+    ::unlink(seen.c_str());
+    write(step.fails);
+    pass(now += 60);
+    EXPECT_EQ(contentOf(seen), step.asked) << step.name << panel_.logs.errors();
+  }
+
+  // Without time nothing is asked, told or stamped; the next pass begins where there was none.
+  const FixedClock clock(now + 4000);
+  setData("brute_ip.data", "10.0.0.1=last_entry=1&x=5\n10.0.0.2=last_entry=1&x=5\n10.0.0.3=last_entry=1&x=5\n");
+  const auto tell = [&](int hookTime) {
+    BruteFiles files;
+    sent.clear();
+    ::unlink(seen.c_str());
+    EXPECT_EQ(files.addresses.read() && files.users.read() && tellBruteForce(panel_.conf, files, hookTime), 1);
+    return contentOf(seen);
+  };
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(tell(0), "");
+  EXPECT_TRUE(sent.empty());
+  const std::string errors = panel_.logs.errors(), late = "take too long: 3 names (IP) wait for the next run";
+  EXPECT_NE(errors.find(late), std::string::npos) << errors;
+  EXPECT_EQ(errors.find(late), errors.rfind(late));
+  EXPECT_EQ(data("state/brute_hook_turns"), "IP=10.0.0.1\n");
+  setData("state/brute_hook_turns", "IP=10.0.0.2\n");
+  EXPECT_EQ(tell(30), "10.0.0.2\n10.0.0.3\n10.0.0.1\n");
+  EXPECT_EQ(sent.size(), 1U);
 }
 
 TEST_F(BruteMonitor, TellsAsTheAdministratorWishes) {
@@ -282,6 +407,22 @@ TEST_F(BruteMonitor, DropsWhatIsOldAndIsNotSilencedByTheFuture) {
   EXPECT_EQ(data("brute_ip.data"), before);
 }
 
+TEST_F(BruteMonitor, MarksNoTwoScansAlike) {
+  // Two stamps a second apart, on both sides of what still passes for now.
+  for (const long long ahead : {0LL, 118LL, 119LL, 120LL, 121LL}) {
+    std::string text;
+    for (int i = 0; i < 4; ++i) {
+      text += joined("10.0.0.", std::to_string(i), "=first_entry=1&last_entry=", std::to_string(kNow + ahead + i),
+                     "&sshd5=5\n");
+      write(failure("bob", joined("10.0.0.", std::to_string(i))));
+    }
+    setData("brute_ip.data", text);
+    pass();
+    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"10.0.0.0", 6}, {"10.0.0.1", 6}, {"10.0.0.2", 6}, {"10.0.0.3", 6}}))
+        << ahead;
+  }
+}
+
 TEST_F(BruteMonitor, DoesNothingWhenItMayNot) {
   write(failure("bob", "192.0.2.1"));
   panel_.conf.brute_force_log_scanner = 0;
@@ -303,6 +444,34 @@ TEST_F(BruteMonitor, DoesNothingWhenItMayNot) {
   pass();
   EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}}));
   EXPECT_EQ(data("brute_user.data"), "");
+}
+
+TEST_F(BruteMonitor, TakesNothingThatOthersPlanted) {
+  panel_.conf.ip_brutecount = 1;
+  panel_.conf.clear_brute_log_entry_time = 1;
+  write(failure("bob", "192.0.2.1"));
+  const std::string size = std::to_string(contentOf(log_).size());
+  panel_.makeFolder("admin/custom");
+  setData("custom/brute.conf", log_ + "=size=" + size + "&position=" + size + "\n");
+  setData("brute_skip.list", "192.0.2.1=\n");
+  setData("brute_log_entries.list", "10001=attempts=1&ip=192.0.2.7&time=1\n");
+  ASSERT_EQ(::symlink("/etc/passwd", panel_.path("admin/brute_ip.data").c_str()), 0);
+  ASSERT_EQ(::mkfifo(panel_.path("admin/brute_user.data").c_str(), 0666), 0);
+  for (const char* planted :
+       {"custom/brute.conf", "brute_skip.list", "brute_log_entries.list", "brute_ip.data", "brute_user.data"}) {
+    ASSERT_EQ(::lchown(panel_.path("admin/" + std::string(planted)).c_str(), 65534, 65534), 0);
+  }
+  EXPECT_EQ(clear_brute_log_entries(&panel_.conf), 1);
+  EXPECT_EQ(keys().size(), 1U);
+  pass();
+  // A FIFO that is still there cannot be read.
+  ASSERT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}})) << panel_.logs.errors();
+  EXPECT_EQ(counts("brute_user.data"), (Counts{{"bob", 1}}));
+  EXPECT_EQ(keys(), std::vector<std::string>{"18000000000001"});
+  EXPECT_EQ(modeOf(panel_.path("admin/brute_log_entries.list")), 0600U);
+  EXPECT_EQ(sent.size(), 1U);
+  EXPECT_TRUE(data("brute.conf").starts_with(log_ + "="));
+  EXPECT_NE(panel_.logs.security().find("custom/brute.conf belongs to uid 65534"), std::string::npos);
 }
 
 TEST_F(BruteMonitor, FloodsNoLog) {
@@ -342,8 +511,8 @@ TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
     write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2"));
     ++failures;
     killed = crashAt(step, "kill", now += 60);
-    // The dead one's locks go stale in time.
-    ASSERT_EQ(std::system(("find " + panel_.path("admin") + " -name '*.lock' -delete").c_str()), 0);
+    // The dead one's locks on data files go stale in time; that on the scan must have gone with it.
+    ASSERT_EQ(std::system(("find " + panel_.path("admin") + " -name 'brute*.lock' -delete").c_str()), 0);
     if (step % 3 == 0) {
       write(failure("bob", "192.0.2.1"));
       write(failure("eve", "192.0.2.2"));
@@ -355,10 +524,26 @@ TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
     const auto all = keys();
     ASSERT_EQ(all.size(), static_cast<std::size_t>(2 * failures)) << step;
     ASSERT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size()) << step;
-    ASSERT_FALSE(exists(panel_.path("admin/brute_journal"))) << step;
+    ASSERT_FALSE(exists(panel_.path("admin/state/brute_journal"))) << step;
   }
   EXPECT_FALSE(killed);
   EXPECT_GT(step, 30);
+}
+
+TEST_F(BruteCrash, AKilledScanDoesNotBlockTheNext) {
+  write(failure("bob", "192.0.2.1"));
+  const pid_t child = ::fork();
+  if (child == 0) {
+    setFailPlan("brute_spool.open:kill");
+    check_brute_force_logs(&panel_.conf);
+    ::_exit(0);
+  }
+  ::waitpid(child, nullptr, 0);
+  EXPECT_TRUE(exists(panel_.path("admin/check_brute_force_logs.lock")));
+  // By the clock that the lock is of.
+  check_brute_force_logs(&panel_.conf);
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}}));
+  EXPECT_FALSE(exists(panel_.path("admin/check_brute_force_logs.lock")));
 }
 
 TEST_F(BruteCrash, OutlivesAFullDisk) {

@@ -153,6 +153,10 @@ TEST_F(BruteUpkeep, Unblocks) {
       {"due and not",
        "havedata=1" + at("192.0.2.1", kNow - 60) + at("192.0.2.2", kNow - 59) + at("2001%3Adb8%3A%3A1", 5),
        "2001:db8::1,192.0.2.1", ""},
+      {"ranges",
+       "havedata=1" + at("192.0.2.0%2F24", 5) + at("2001%3Adb8%3A%3A%2F32", 6) + at("192.0.2.0%2F33", 7) +
+           at("192.0.2.0%2F$(id)", 8),
+       "192.0.2.0/24,2001:db8::/32", ""},
       {"none due", "havedata=1" + at("192.0.2.1", kNow), "", ""},
       {"odd entries",
        "havedata=1" + at("$(id)", 1) + at("192.0.2.1", 0) + "&192.0.2.2=&192.0.2.3&192.0.2.4=dateblocked%3Dx", "", ""},
