@@ -1,5 +1,6 @@
 #include "mail/actions.h"
 
+#include "account/model/account_name.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/list_file.h"
@@ -42,7 +43,7 @@ int applyDefaultSpam(const Task& task) {
   const char* domain = task.get("domain");
   const char* user = task.get("username");
   if (!isValidDomain(domain)) return refuseDefaultSpam(domain, "invalid domain name");
-  if (!isValidUsername(user)) return refuseDefaultSpam(domain, "invalid user name");
+  if (!isAccountName(user)) return refuseDefaultSpam(domain, "invalid user name");
   const std::string path = accountFile(user, "domains.list");
   PanelList domains(path);
   if (!domains.readFile()) {

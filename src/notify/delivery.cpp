@@ -2,11 +2,11 @@
 
 #include <string>
 
+#include "account/model/account_name.h"
 #include "account/model/account_record.h"
 #include "core/panel/panel_paths.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
-#include "core/text/names.h"
 #include "notify/mail_copies.h"
 #include "notify/message_list.h"
 
@@ -22,7 +22,7 @@ Delivery::Delivery(int ticket, const char* type, const char* from, const MailCop
 
 int Delivery::deliver(const char* recipient, Text& result) {
   if (std::string_view(recipient) == from_) return 1;
-  if (!isValidUsername(recipient)) {
+  if (!isAccountName(recipient)) {
     errorLog("Ticket::deliverMessage::Can't read %s: %s", recipient, "it cannot be the name of an account");
     return fail(result, "Can't read ", recipient, "'s tickets file to add ticket");
   }

@@ -93,6 +93,15 @@ class Messages(Notices):
             self.assertEqual(len(self.sent()), want, values)
             self.assertEqual(text(ADMIN + "/tickets.list"), "000000041=type=message&new=yes\n", values)
 
+    def test_names_that_the_settings_allow(self):
+        panel.panel_do("addAccount", "2Boss", "admin", "root", "boss.example")
+        for upper, want in ((0, ["boss@boss.example"]), (1, ["2Boss@boss.example", "boss@boss.example"])):
+            settings(allow_upper_case_username=upper, allow_numeric_username=1)
+            self.notify()
+            self.run_program()
+            self.assertEqual(sorted(mail_of(mail)[2]["To"] for mail in self.sent()[-len(want):]), want)
+        self.assertLogged("Ticket::deliverMessage::Can't read 2Boss: it cannot be the name of an account", times=1)
+
     def test_mail_program_fails(self):
         panel.panel_do("addAccount", "chief", "admin", "root", "chief.example")
         for then, tries, logged in [("echo refused >&2; exit 1", 4, "returned 1: refused"), (None, 0, "returned 127, no more")]:

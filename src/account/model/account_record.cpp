@@ -1,5 +1,6 @@
 #include "account/model/account_record.h"
 
+#include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
@@ -24,7 +25,7 @@ constexpr TypeName kTypes[] = {
 }  // namespace
 
 int readAccount(const char* account, ConfigFile& record) {
-  if (!isValidUsername(account)) return fail(record.result, "Invalid user name");
+  if (!isAccountName(account)) return fail(record.result, "Invalid user name");
   record.setFilename(accountFile(account, "user.conf").c_str());
   record.belongsTo(kPanelUser);
   return record.readFile();
@@ -50,7 +51,7 @@ int listAccounts(ListFile& names) {
   FolderReader folder(sys_conf->userdata);
   if (!folder) return 0;
   while (const dirent* entry = folder.next()) {
-    if (isValidUsername(entry->d_name)) names.addElement(entry->d_name);
+    if (isAccountName(entry->d_name)) names.addElement(entry->d_name);
   }
   return 1;
 }
@@ -67,7 +68,7 @@ int readDomainOwners(ConfigFile& owners) {
 }
 
 int readDomain(const char* account, const char* domain, ConfigFile& record) {
-  if (!isValidUsername(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
+  if (!isAccountName(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
   record.setFilename(accountFile(account, joined("domains/", domain, ".conf").c_str()).c_str());
   record.belongsTo(kPanelUser);
   return record.readFile();

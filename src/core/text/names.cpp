@@ -45,14 +45,14 @@ int isValidIP(const char* text) {
   return isValidIPv4(text) || isValidIPv6(text) ? 1 : 0;
 }
 
-int isValidUsername(const char* name, int maxLength, int allowUpperCase) {
+int isValidUsername(const char* name, int maxLength, int allowUpperCase, int allowNumeric) {
   const std::string_view text = name == nullptr ? std::string_view() : std::string_view(name);
   const std::size_t longest = maxLength > 0 ? static_cast<std::size_t>(maxLength) : kLongestUsername;
   const auto letter = [&](char c) { return isLower(c) || (allowUpperCase && isUpper(c)); };
   const auto fits = [&](char c) { return letter(c) || isDigit(c) || c == '-' || c == '_'; };
-  return !text.empty() && text.size() <= longest && letter(text.front()) && std::all_of(text.begin(), text.end(), fits)
-             ? 1
-             : 0;
+  if (text.empty() || text.size() > longest) return 0;
+  const bool begins = letter(text.front()) || (allowNumeric && isDigit(text.front()));
+  return begins && std::all_of(text.begin(), text.end(), fits) ? 1 : 0;
 }
 
 int isValidDomain(const char* name) {

@@ -11,9 +11,10 @@ int isValidIPv4(const char* text);
 int isValidIPv6(const char* text);
 int isValidIP(const char* text);
 
-/// An account name: a letter, then letters, digits, "-" and "_", at most `maxLength` (0: 32) in all. Lower case only
-/// unless `allowUpperCase`.
-int isValidUsername(const char* name, int maxLength = 0, int allowUpperCase = 0);
+/// A user's name: a letter (or with `allowNumeric` a digit), then letters, digits, "-" and "_", at most `maxLength`
+/// (0: 32) in all. Lower case only unless `allowUpperCase`. What the administrator allows for accounts is known to
+/// account/model/account_name.h.
+int isValidUsername(const char* name, int maxLength = 0, int allowUpperCase = 0, int allowNumeric = 0);
 
 /// A domain or host name of at least two labels, each of 1 to 63 letters, digits and inner hyphens, 253 characters in
 /// all, the last label not all digits. No dot at the end.

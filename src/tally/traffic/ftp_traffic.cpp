@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "account/model/account_name.h"
 #include "account/model/account_record.h"
 #include "core/config/config.h"
 #include "core/files/lock_file.h"
@@ -19,7 +20,6 @@
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
-#include "core/text/names.h"
 #include "core/tree/folder_reader.h"
 #include "tally/traffic/tally_file.h"
 #include "tally/traffic/traffic_ledger.h"
@@ -164,7 +164,7 @@ class FtpReading {
             std::string(transfer.bytesText).c_str(), std::string(transfer.from).c_str());
     }
     const std::string account = ownerOf(transfer.user);
-    if (isValidUsername(account.c_str(), 0, conf_.allow_upper_case_username)) ledger_.add(account, transfer.bytes);
+    if (isAccountName(account.c_str(), &conf_)) ledger_.add(account, transfer.bytes);
   }
 
   std::string ownerOf(std::string_view user) const {
@@ -237,7 +237,7 @@ int collectFtpTraffic(const Config* conf) {
 }
 
 double getFtpTotal(const char* account) {
-  if (!isValidUsername(account, 0, 1)) return 0;
+  if (!isAccountName(account)) return 0;
   const std::string path = accountFile(account, kNotedFile);
   const AsRoot root;
   struct stat what {};

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/files/lock_file.h"
 #include "core/files/paths.h"
@@ -15,7 +16,6 @@
 #include "core/read/line_reader.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
-#include "core/text/names.h"
 #include "tally/logs/rotation.h"
 #include "tally/traffic/traffic_ledger.h"
 
@@ -76,8 +76,7 @@ bool readHomeTraffic(std::string_view line, HomeTraffic& out) {
   if (tilde == std::string_view::npos) return false;
   line.remove_prefix(tilde + 1);
   out.account = line.substr(0, line.find_first_of(kNameEnds));
-  return isValidUsername(std::string(out.account).c_str(), 0,
-                         sys_conf != nullptr && sys_conf->allow_upper_case_username);
+  return isAccountName(std::string(out.account).c_str());
 }
 
 int parseHomeDirBandwidth() {

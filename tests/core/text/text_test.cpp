@@ -65,6 +65,8 @@ TEST(Names, AreWhatTheySay) {
   }
   EXPECT_EQ(isValidUsername("Bob", 10, 1), 1);
   EXPECT_EQ(isValidUsername("elevenchars", 10), 0);
+  EXPECT_EQ(isValidUsername("2bob", 10, 0, 1), 1);
+  EXPECT_EQ(isValidUsername("-bob", 10, 0, 1), 0);
   EXPECT_EQ(isValidDomain((std::string(64, 'a') + ".example").c_str()), 0);
 }
 

@@ -136,4 +136,8 @@ TEST(HomeTraffic, Lines) {
     EXPECT_EQ(traffic.account, c.account) << c.line;
     EXPECT_EQ(traffic.bytes, c.bytes) << c.line;
   }
+  PanelFolder panel;
+  panel.conf.allow_upper_case_username = panel.conf.allow_numeric_username = true;
+  HomeTraffic traffic;
+  EXPECT_TRUE(readHomeTraffic("5 /~2Bob/x", traffic));
 }
