@@ -6,11 +6,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <filesystem>
 
+#include "core/files/bounded_copy.h"
 #include "core/files/paths.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/identity.h"
+#include "core/sys/safe_point.h"
+#include "core/sys/sys.h"
 #include "core/tree/ownership.h"
 #include "support/fixtures.h"
 
@@ -119,6 +123,7 @@ TEST(Copy, CopiesBytesModeAndHoles) {
   EXPECT_EQ(modeOf(to), 0600U);
 
   ASSERT_EQ(::truncate(from.c_str(), 1000), 0);
+  ASSERT_EQ(::truncate(from.c_str(), 1 << 20), 0);
   writeText(to, "old");
   for (const char* plan : {".open:ENOSPC:1", ".read:EIO", ".write:short", ".write:ENOSPC", ".ftruncate:EIO",
                            ".chmod:EPERM", ".fsync:EIO", ".close:EDQUOT", ".rename:EROFS"}) {
@@ -136,6 +141,45 @@ TEST(Copy, CopiesBytesModeAndHoles) {
   // No half-made copy is left behind.
   for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with("to.")) << entry.path();
+  }
+}
+
+namespace {
+/// What its owner does to a file whenever the copy comes by.
+int grown = -1, growths = 0;
+void growIt() {
+  static const std::string more(300'000, '+');
+  ++growths;
+  EXPECT_EQ(::pwrite(grown, more.data(), more.size(), ::lseek(grown, 0, SEEK_END)), 300'000);
+}
+}  // namespace
+
+TEST(Copy, EndsHoweverTheFileGrows) {
+  const Folder folder;
+  const struct {
+    const char* name;
+    bool toEnd;
+    long long mostData;
+    int seconds, want, error;
+  } cases[] = {{"the size first seen", false, LLONG_MAX, 60, 1, 0},
+               {"the most data", true, 2'000'000, 60, 0, EFBIG},
+               {"time", false, LLONG_MAX, 0, 0, ETIMEDOUT}};
+  for (const auto& c : cases) {
+    writeText(folder.path("from"), std::string(1'000'000, 'x'));
+    writeText(folder.path("to"), "before");
+    const Descriptor from(::open(folder.path("from").c_str(), O_RDWR)), to(::open(folder.path("to").c_str(), O_WRONLY));
+    ASSERT_EQ(::lseek(to.get(), 6, SEEK_SET), 6);
+    const Descriptor theirs(::open(folder.path("from").c_str(), O_WRONLY));
+    grown = theirs.get();
+    growths = 0;
+    setSafePointAction(growIt);
+    BoundedCopy copy(from.get(), to.get(), c.mostData, c.seconds);
+    errno = 0;
+    EXPECT_EQ(c.toEnd ? copy.toEnd() : copy.upTo(1'000'000), c.want) << c.name;
+    EXPECT_EQ(errno, c.error) << c.name;
+    setSafePointAction(nullptr);
+    EXPECT_GT(growths, 0) << c.name;
+    EXPECT_TRUE(c.want == 0 || contentOf(folder.path("to")) == "before" + std::string(1'000'000, 'x')) << c.name;
   }
 }
 
