@@ -168,7 +168,10 @@ int copyFile(const char* from, const char* to, unsigned mode) {
   const mode_t bits = static_cast<mode_t>(mode != 0 ? mode : what.st_mode & 0777);
   const bool whole = copyContent(source.get(), target.get(), what.st_size, LLONG_MAX) &&
                      sys::fchmod(target.get(), bits) == 0 && sys::fsync(target.get()) == 0 && target.close() == 0;
-  if (whole && sys::renameat(folder.get(), temporary.c_str(), folder.get(), place.name.c_str()) == 0) return 1;
+  if (whole && sys::renameat(folder.get(), temporary.c_str(), folder.get(), place.name.c_str()) == 0) {
+    syncFolder(folder.get());
+    return 1;
+  }
   const int error = errno;
   static_cast<void>(sys::unlinkat(folder.get(), temporary.c_str(), 0));
   errno = error;

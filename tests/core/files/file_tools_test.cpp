@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <filesystem>
 
 #include "core/files/bounded_copy.h"
 #include "core/files/paths.h"
+#include "core/files/safe_file.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/identity.h"
 #include "core/sys/safe_point.h"
@@ -181,6 +183,26 @@ TEST(Copy, EndsHoweverTheFileGrows) {
     EXPECT_GT(growths, 0) << c.name;
     EXPECT_TRUE(c.want == 0 || contentOf(folder.path("to")) == "before" + std::string(1'000'000, 'x')) << c.name;
   }
+}
+
+TEST(Copy, TheFolderIsFlushedToo) {
+  const Folder folder;
+  writeText(folder.path("from"), "new");
+  const auto copy = [&] { return copyFile(folder.path("from").c_str(), folder.path("copied").c_str()); };
+  const auto replace = [&] {
+    SafeFile file(folder.path("safe").c_str());
+    if (!file.open()) return 0;
+    file.write("new");
+    return file.finish() && file.putInPlace() ? 1 : 0;
+  };
+  // The content is flushed first; whoever dies in the second flush has the file in place already.
+  const auto dieInSecondFlush = [](const char* scope, const auto& work) {
+    setFailPlan((std::string(scope) + ".fsync:kill:1").c_str());
+    ::_exit(work());
+  };
+  EXPECT_EXIT(dieInSecondFlush("", copy), ::testing::KilledBySignal(SIGKILL), "");
+  EXPECT_EXIT(dieInSecondFlush("safe_write", replace), ::testing::KilledBySignal(SIGKILL), "");
+  for (const char* name : {"copied", "safe"}) EXPECT_EQ(contentOf(folder.path(name)), "new") << name;
 }
 
 TEST_F(Ownership, KeepsToItsConditions) {
