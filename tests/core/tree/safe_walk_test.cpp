@@ -64,6 +64,13 @@ TEST(Walk, WhoMovesFoldersAboutCostsHisOwnAlone) {
     if (c.whole == 0) missing.erase("two/in/rest/file");
     EXPECT_TRUE(missing.empty()) << c.name << ": " << *missing.begin();
   }
+  // One that is gone between the look and the visit is none.
+  const Folder folder;
+  std::filesystem::create_directories(folder.path("gone"));
+  EXPECT_TRUE(walkTree(folder.path().c_str(), [&](const TreeEntry& entry) {
+    if (std::string_view(entry.name) == "gone") std::filesystem::remove(folder.path("gone"));
+    return 1;
+  }));
 }
 
 TEST(Walk, OpensOnlyBeneath) {

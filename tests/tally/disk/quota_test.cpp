@@ -157,13 +157,15 @@ TEST_F(Quotas, MountsAreCountedOnceAndOnThisFileSystemAlone) {
     fs::create_directories(panel_.path(name));
     ASSERT_EQ(::lchown(panel_.path(name).c_str(), 1, 1), 0);
   }
+  writeText(panel_.path("part/ann/data/file"), "x");
+  ASSERT_EQ(::lchown(panel_.path("part/ann/data/file").c_str(), 1, 1), 0);
   const std::string again = panel_.path("part/bob/again"), other = panel_.path("part/bob/other");
   ASSERT_EQ(::mount(panel_.path("part/ann").c_str(), again.c_str(), nullptr, MS_BIND, nullptr), 0);
   ASSERT_EQ(::mount("tmpfs", other.c_str(), "tmpfs", 0, "uid=1"), 0);
   read();
   ::umount(again.c_str());
   ::umount(other.c_str());
-  EXPECT_EQ(getInodes(&inodes_, "daemon"), 1);
+  EXPECT_EQ(getInodes(&inodes_, "daemon"), 2);
 }
 
 TEST_F(Quotas, WithoutQuotasFilesAreCounted) {

@@ -82,7 +82,9 @@ TEST_F(MonthArchive, ALogIsWrittenBehindWhatIsThere) {
     setFailPlan(nullptr);
     EXPECT_TRUE(contentOf(archive()).substr(kGzipMarkSize) == whole.substr(kGzipMarkSize)) << plan;
   }
+  give(whole + std::string(100'000, '#'));
   ASSERT_TRUE(add("c.log", "three"));
+  EXPECT_EQ(contentOf(archive()).find("####"), std::string::npos);
   EXPECT_EQ(members(), "a.log one\nb.log " + std::string(600, 'x') + "\nc.log three\n");
 }
 
