@@ -306,23 +306,28 @@ class Archives(RotationTest):
             self.assertEqual(self.contents(), sorted("%d\n" % number for number in range(1, 12)), plan)
 
     def test_failures_and_crashes_lose_and_double_nothing(self):
-        self.put(HOST + ".log.1", "first")
-        self.drive("rotateLogs", "bob", HOST)
         content = "line\n" * 100000
-        for plan in ("month_archive.open:EACCES", "month_archive.write:ENOSPC", "month_archive.write:short",
-                     "month_archive.read:EIO", "month_archive.fsync:EIO", "month_archive.rename:EDQUOT",
-                     "month_archive.*:kill:1", "month_archive.*:kill:4", "month_archive.fsync:kill",
-                     "month_archive.rename:kill", "domain_log_rotation.unlink:kill"):
-            shell("rm -f %s/*" % MAIN)
-            when = time.time() - 1
-            self.put(HOST + ".log.1", plan + content, when)
-            kills = "kill" in plan
-            self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan}, status=-9 if kills else 1)
-            self.assertEqual(self.names(), [HOST + (".log.1" if kills else ".log.2")], plan)
-            self.drive("rotateLogs", "bob", HOST)
-            self.assertEqual(self.contents().count(plan + content), 1, plan)
-            self.assertFalse([name for name in os.listdir(DOMAIN + "/logs") if name.endswith(".temp")])
-        self.assertEqual(self.contents().count("first"), 1)
+        failures = ["month_archive.open:EACCES", "month_archive.write:ENOSPC", "month_archive.write:short",
+                    "month_archive.read:EIO", "month_archive.fsync:EIO", "month_archive.rename:EDQUOT"]
+        kills = ["month_archive.*:kill:%d" % step for step in range(40)] + ["domain_log_rotation.unlink:kill"]
+        for fresh in (True, False):
+            came_through = 0
+            for plan in failures + kills:
+                shell("rm -rf %s/* %s/logs" % (MAIN, DOMAIN))
+                if not fresh:
+                    self.put(HOST + ".log.1", "first")
+                    self.drive("rotateLogs", "bob", HOST)
+                self.put(HOST + ".log.1", plan + content, time.time() - 1)
+                self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan}, status=None)
+                came_through += not self.names()
+                if "kill" not in plan:
+                    self.assertEqual(self.names(), [HOST + ".log.2"] if ("read" if fresh else "rename") not in plan else [], plan)
+                self.drive("rotateLogs", "bob", HOST)
+                self.assertEqual(self.contents(), sorted([plan + content] + ([] if fresh else ["first"])), plan)
+                self.assertEqual(len(self.names(DOMAIN + "/logs")), 1)
+                if came_through > 1 and "month_archive.*" in plan:
+                    break
+            self.assertGreater(came_through, 1)
 
     def test_what_an_account_plants(self):
         month = time.strftime("%b-%Y.tar.gz", time.localtime(time.time() - 43200))
@@ -376,6 +381,16 @@ class Attacks(RotationTest):
         self.addCleanup(end)
         time.sleep(0.3)
         self.assertIsNone(process.poll())
+
+    def test_who_compresses(self):
+        """A program of bob's own he could stop."""
+        shell("mv /usr/bin/gzip /usr/bin/gzip.real; : > /var/log/gzip.ids; chmod 666 /var/log/gzip.ids")
+        self.addCleanup(shell, "mv /usr/bin/gzip.real /usr/bin/gzip; rm /var/log/gzip.ids")
+        write("/usr/bin/gzip", "#!/bin/sh\nid -un >> /var/log/gzip.ids\nexec gzip.real \"$@\"\n", mode=0o755)
+        self.put(HOST + ".log.1", "one")
+        self.drive("rotateLogs", "bob", HOST)
+        self.assertEqual(text("/var/log/gzip.ids"), "zvadmin\n")
+        self.assertEqual(pwd.getpwuid(os.stat(glob.glob(DOMAIN + "/logs/*.gz")[0]).st_uid).pw_name, "bob")
 
     def test_a_home_log_behind_a_swapped_folder(self):
         folder = "/home/bob/.php"
@@ -451,6 +466,15 @@ class Statistics(RotationTest):
         write(script, "#!/bin/sh\necho broken; exit 4\n", mode=0o755)
         self.drive("doAwstats", "bob", HOST, status=1)
         self.assertLogged("error executing %s for %s : broken" % (script, HOST), times=1)
+
+    def test_a_program_that_its_user_stops(self):
+        settings(awstats=1, account_time_limit=1)
+        write(MAIN + "/two.%s.log" % HOST, self.visits, "root", 0o600)
+        write(panel.PANEL + "/scripts/custom/awstats_process.sh", "#!/bin/sh\necho $2 >>/home/bob/ran\nkill -STOP $$\n", mode=0o755)
+        self.drive("doAwstats", "bob", HOST, "two", "two", "two", status=1)
+        self.assertEqual(text("/home/bob/ran"), "two.%s\n" % HOST)
+        self.assertLogged("The programs of bob have used up their 1 seconds (account_time_limit).", times=1)
+        self.assertNotIn("error executing", self.log())
 
     def test_suspicious_folders(self):
         folder = DOMAIN + "/stats"

@@ -9,6 +9,7 @@
 
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
+#include "core/process/time_budget.h"
 #include "core/sys/environment.h"
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
@@ -49,6 +50,14 @@ int saying(Work work) {
   return outcome;
 }
 
+/// The statistics of a domain, or of each of its subdomains that are named, in the time of one account.
+int eachSubdomain(int (*work)(const Config*, const char*, const char*, const char*, TimeBudget&), const Call& call) {
+  TimeBudget time(call.at(0), call.conf.account_time_limit);
+  int outcome = work(&call.conf, call.at(0), call.at(1), call.at(2), time);
+  for (int i = 3; i < call.count; ++i) outcome &= work(&call.conf, call.at(0), call.at(1), call.at(i), time);
+  return outcome;
+}
+
 struct Row {
   const char* operation;
   int (*work)(const Call& call);
@@ -64,8 +73,8 @@ constexpr Row kRows[] = {
        return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });
      }},
     {"rotateLogs", [](const Call& call) { return rotateLogs(&call.conf, call.at(0), call.at(1), call.at(2)); }},
-    {"doWebalizer", [](const Call& call) { return doWebalizer(&call.conf, call.at(0), call.at(1), call.at(2)); }},
-    {"doAwstats", [](const Call& call) { return doAwstats(&call.conf, call.at(0), call.at(1), call.at(2)); }},
+    {"doWebalizer", [](const Call& call) { return eachSubdomain(doWebalizer, call); }},
+    {"doAwstats", [](const Call& call) { return eachSubdomain(doAwstats, call); }},
 };
 
 }  // namespace

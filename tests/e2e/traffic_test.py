@@ -45,7 +45,7 @@ class TrafficTest(PanelTest):
 
     def free_locks(self):
         """What a killed run had locked; others would wait a minute."""
-        for lock in glob.glob(HOME_LOG + ".lock") + glob.glob(self.account("*", "*.lock")) + glob.glob(ADMIN + "/traffic/*.lock"):
+        for lock in glob.glob(HOME_LOG + ".lock") + glob.glob(self.account("*", "*.lock")) + glob.glob(ADMIN + "/state/traffic/*.lock"):
             os.unlink(lock)
 
 
@@ -73,9 +73,22 @@ class HomeDirectories(TrafficTest):
         self.assertEqual(self.billed("bob", "homedir"), [612, 1])
         self.assertEqual(glob.glob(self.account("nobody1", "")), [])
 
+    def test_log_that_its_server_keeps_open(self):
+        for keep in (5, 1, 0):
+            settings(logs_to_keep=keep)
+            panel.shell("rm -rf %s* %s" % (HOME_LOG, self.account("bob")))
+            with open(HOME_LOG, "a", encoding="latin-1") as server:
+                for _ in range(3):
+                    server.write("512 /~bob/\n")
+                    server.flush()
+                    self.tally()
+                    self.assertEqual(text(HOME_LOG), "")
+            self.assertEqual(self.billed("bob", "homedir"), [512] * 3, keep)
+
     def test_killed_on_the_way(self):
-        for step in range(150):
-            panel.shell("rm -rf %s* %s/traffic %s" % (HOME_LOG, ADMIN, self.account("*")))
+        for step in range(400):
+            settings(logs_to_keep=1 if step % 2 else 5)
+            panel.shell("rm -rf %s* %s/state %s" % (HOME_LOG, ADMIN, self.account("*")))
             write(HOME_LOG, "512 /~bob/\n7 /~ann/\n")
             came_through = self.drive("parseHomeDirBandwidth", fail="*:kill:%d" % step).returncode == 0
             self.free_locks()
@@ -149,8 +162,8 @@ class FtpServers(TrafficTest):
 
     def test_killed_on_the_way(self):
         settings(pureftp=1, incremental_ftp=0)
-        for step in range(150):
-            panel.shell("rm -rf %s* %s/traffic %s" % (PURE_LOG, ADMIN, self.account("*")))
+        for step in range(400):
+            panel.shell("rm -rf %s* %s/state %s" % (PURE_LOG, ADMIN, self.account("*")))
             shutil.copy(SAMPLES + "/pureftpd.clf", PURE_LOG)
             came_through = self.drive("collectFtpTraffic", fail="*:kill:%d" % step).returncode == 0
             self.free_locks()

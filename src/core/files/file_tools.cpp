@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/files/bounded_copy.h"
 #include "core/files/paths.h"
 #include "core/files/safe_file.h"
 #include "core/read/line_reader.h"
@@ -34,26 +35,6 @@ Descriptor openItself(const char* path, struct stat& what) {
   if (S_ISREG(what.st_mode)) return file;
   errno = EINVAL;
   return Descriptor();
-}
-
-/// Copies from where both stand up to `end`, or to the end of the file when it comes first. `room` shrinks by what was
-/// there.
-int copyStretch(int from, int to, off_t length, std::vector<char>& block, long long& room) {
-  while (length > 0) {
-    const std::size_t wanted = static_cast<std::size_t>(std::min<off_t>(length, static_cast<off_t>(block.size())));
-    const ssize_t got = sys::read(from, block.data(), wanted);
-    if (got < 0) return 0;
-    if (got == 0) return 1;
-    room -= got;
-    if (room < 0) {
-      errno = EFBIG;
-      return 0;
-    }
-    const std::string_view piece(block.data(), static_cast<std::size_t>(got));
-    if (sys::writeAll(to, piece) != piece.size()) return 0;
-    length -= got;
-  }
-  return 1;
 }
 
 struct RenameError {
@@ -170,29 +151,6 @@ bool contains(std::string_view line, std::string_view text, int ignoreCase) {
 
 }  // namespace
 
-int copyContent(int from, int to, long long size, long long mostData) {
-  std::vector<char> block(kBlock);
-  off_t at = 0;
-  while (at < size) {
-    off_t begin = ::lseek(from, at, SEEK_DATA);
-    if (begin < 0 && errno == ENXIO) break;
-    // A file system that knows nothing of holes has data all over.
-    const bool knowsHoles = begin >= 0;
-    if (!knowsHoles) begin = at;
-    off_t end = knowsHoles ? ::lseek(from, begin, SEEK_HOLE) : size;
-    if (end < 0) end = size;
-    end = std::min<off_t>(end, size);
-    if (begin >= end) break;
-    if (::lseek(from, begin, SEEK_SET) < 0 || ::lseek(to, begin, SEEK_SET) < 0) return 0;
-    if (!copyStretch(from, to, end - begin, block, mostData)) return 0;
-    at = end;
-  }
-  // The length counts too when it ends in a hole, but not past what is left of a file that shrank meanwhile.
-  struct stat now {};
-  if (sys::fstat(from, now) != 0) return 0;
-  return sys::ftruncate(to, std::min<off_t>(size, now.st_size)) == 0 ? 1 : 0;
-}
-
 int copyFile(const char* from, const char* to, unsigned mode) {
   struct stat what {};
   const Descriptor source = openItself(from, what);
@@ -210,7 +168,10 @@ int copyFile(const char* from, const char* to, unsigned mode) {
   const mode_t bits = static_cast<mode_t>(mode != 0 ? mode : what.st_mode & 0777);
   const bool whole = copyContent(source.get(), target.get(), what.st_size, LLONG_MAX) &&
                      sys::fchmod(target.get(), bits) == 0 && sys::fsync(target.get()) == 0 && target.close() == 0;
-  if (whole && sys::renameat(folder.get(), temporary.c_str(), folder.get(), place.name.c_str()) == 0) return 1;
+  if (whole && sys::renameat(folder.get(), temporary.c_str(), folder.get(), place.name.c_str()) == 0) {
+    syncFolder(folder.get());
+    return 1;
+  }
   const int error = errno;
   static_cast<void>(sys::unlinkat(folder.get(), temporary.c_str(), 0));
   errno = error;

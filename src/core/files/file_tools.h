@@ -14,10 +14,6 @@ namespace zvtaskq {
 /// 0 with errno set.
 [[nodiscard]] int copyFile(const char* from, const char* to, unsigned mode = 0);
 
-/// Copies the first `size` bytes of one open file to an empty other, holes staying holes. 0 with errno; EFBIG when
-/// there are more than `mostData` bytes besides the holes. Nothing is flushed.
-[[nodiscard]] int copyContent(int from, int to, long long size, long long mostData);
-
 /// Renames, saying in the system result (cleared first) how it went: "File successfully renamed", or "Unable to move "
 /// + from + " to " + to + ": " and why. With `checkHardLinks`, root does not rename when either is a regular file with
 /// more than one name: "<path> is a hard link.  Will not rename ..." and a security-log line.

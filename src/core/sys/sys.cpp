@@ -122,6 +122,11 @@ int ftruncate(int fd, off_t length) {
   return retried([&] { return ::ftruncate(fd, length); });
 }
 
+int setModified(int fd, const timespec& when) {
+  const timespec times[2] = {{0, UTIME_OMIT}, when};
+  return ::futimens(fd, times);
+}
+
 int fchmod(int fd, mode_t mode) {
   if (failPoint("chmod")) return -1;
   return ::fchmod(fd, mode);

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstddef>
 #include <string>
@@ -52,6 +53,8 @@ int fsync(int fd);
 /// Flushes the whole file system that the descriptor's file is on: cheaper than many flushes one by one.
 int syncfs(int fd);
 int ftruncate(int fd, off_t length);
+/// Sets when the open file was last changed.
+int setModified(int fd, const timespec& when);
 int fchmod(int fd, mode_t mode);
 int fchown(int fd, uid_t user, gid_t group);
 /// The mode of what `path` itself is, never of a link's target.

@@ -18,11 +18,13 @@ static_assert(sizeof(FileKey) == sizeof(dev_t) + sizeof(ino_t));
 }  // namespace
 
 double LinkedFiles::share(const struct stat& what) {
-  if (S_ISDIR(what.st_mode) || what.st_nlink < 2) return 1;
+  const bool isFolder = S_ISDIR(what.st_mode);
+  if (!isFolder && what.st_nlink < 2) return 1;
   const FileKey key{what.st_dev, what.st_ino};
   const auto mark = seen_.markOf({reinterpret_cast<const char*>(&key), sizeof key});
   if (seen_.size() < kMostRemembered) return seen_.addMark(mark) ? 1 : 0;
-  return seen_.hasMark(mark) ? 0 : 1 / static_cast<double>(what.st_nlink);
+  if (seen_.hasMark(mark)) return 0;
+  return isFolder ? 1 : 1 / static_cast<double>(what.st_nlink);
 }
 
 }  // namespace zvtaskq

@@ -1,4 +1,4 @@
-// Files with several names, so that none is counted twice.
+// Files with several names, and folders that are mounted in several places, so that none is counted twice.
 #pragma once
 
 #include <sys/stat.h>
@@ -7,9 +7,9 @@
 
 namespace zvtaskq {
 
-/// How much of a file is to be counted under the name at hand: all of it, or nothing when it was met under another
-/// name. Two million such files are remembered (64 megabytes at most); of further ones each name counts its share, so
-/// that a folder full of links takes neither the memory nor the figures away.
+/// How much of a file or folder is to be counted under the name at hand: all of it, or nothing when it was met under
+/// another name. Two million folders and files with several names are remembered (64 megabytes at most); of further
+/// files each name counts its share, so that a folder full of links takes neither the memory nor the figures away.
 class LinkedFiles {
  public:
   /// 0 to 1.

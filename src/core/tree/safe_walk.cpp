@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -45,6 +46,10 @@ Descriptor openByComponents(int root, std::string_view path, int flags, mode_t m
     folder = std::move(next);
   }
 }
+
+constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK;
+/// Levels that are gone down again to find back from a folder that was moved.
+constexpr std::size_t kMostWayBack = 100;
 
 /// Bytes of names that are read before the files of these names are looked at.
 constexpr std::size_t kNamesAtOnce = std::size_t{256} * 1024;
@@ -111,7 +116,9 @@ class TreeWalk {
 
   /// Opens a folder that has been met, and meets all that stands in it.
   int enter(int parent, const char* name, const struct stat& expected) {
-    Descriptor folder(sys::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK));
+    Descriptor folder(sys::openat(parent, name, kFolder));
+    // Where it has gone to, or whether it is no more, is its owner's affair.
+    if (!folder && errno == ENOENT) return 0;
     struct stat what {};
     if (!folder || sys::fstat(folder.get(), what) != 0) return remember();
     if (!sameFile(what, expected)) {
@@ -185,19 +192,46 @@ class TreeWalk {
       here_.reset();
       return tell(AT_FDCWD, top_, done.what, true);
     }
-    Descriptor above(sys::openat(here_.get(), "..", O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
-    struct stat what {};
-    if (!above || sys::fstat(above.get(), what) != 0) return lost();
-    if (!sameFile(what, levels_.back().what)) {
-      errno = ESTALE;
-      return lost();
-    }
+    Descriptor above(sys::openat(here_.get(), "..", kFolder));
+    if (!isLevel(above, levels_.size() - 1)) return findBack();
     here_ = std::move(above);
     const std::string name =
         path_.substr(levels_.back().pathLength + (path_[levels_.back().pathLength] == '/' ? 1 : 0));
     const int goOn = tell(here_.get(), name.c_str(), done.what, true);
     path_.resize(levels_.back().pathLength);
     return goOn;
+  }
+
+  bool isLevel(const Descriptor& folder, std::size_t level) const {
+    struct stat what {};
+    return folder && sys::fstat(folder.get(), what) == 0 && sameFile(what, levels_[level].what);
+  }
+
+  /// The folder that was left stands elsewhere by now. Goes down again from the top, through those that still are where
+  /// the walk came through; what is below them is given up, and so is what is very deep: whoever moves folders again
+  /// and again loses his own, and takes little of the time of the others.
+  int findBack() {
+    Descriptor folder(sys::openat(AT_FDCWD, top_, kFolder));
+    if (!isLevel(folder, 0)) {
+      errno = ESTALE;
+      return lost();
+    }
+    std::size_t reached = 1;
+    for (; reached < levels_.size() && reached < kMostWayBack; ++reached) {
+      const std::size_t start = levels_[reached - 1].pathLength, end = levels_[reached].pathLength;
+      const std::string name = path_.substr(start, end - start);
+      Descriptor next(sys::openat(folder.get(), name.c_str() + (name.front() == '/' ? 1 : 0), kFolder));
+      if (!isLevel(next, reached)) break;
+      folder = std::move(next);
+    }
+    if (reached < levels_.size()) {
+      errno = ESTALE;
+      remember();
+      levels_.erase(levels_.begin() + static_cast<std::ptrdiff_t>(reached), levels_.end());
+    }
+    here_ = std::move(folder);
+    path_.resize(levels_.back().pathLength);
+    return 1;
   }
 
   void extend(std::string_view name) {

@@ -35,7 +35,8 @@ inline constexpr int kPassBy = 2;
 
 /// Visits `path` and all that is below it. Links are met but never crossed, mounted file systems are. Needs four
 /// descriptors and no stack however deep the tree is, and memory for its folders and a few thousand names, however many
-/// files there are; a folder that is moved away meanwhile ends the walk.
+/// files there are. A folder that vanishes meanwhile is none; one that is moved away while the walk is in it costs at
+/// most what is left to visit in the folders it was moved out of, but when it is the top itself, which ends the walk.
 /// `visit` returns 1 to go on, kPassBy not to enter a folder, and 0 to end the walk. Returns 1 when everything was
 /// visited, 0 (errno set, or the walk was ended by `visit`) when not: what could be visited was, except after an end.
 /// Works under the identity of the moment.

@@ -15,9 +15,10 @@ class Measure {
   explicit Measure(std::optional<uid_t> owner) : owner_(owner) {}
 
   int visit(const TreeEntry& entry) {
-    if (entry.leaving || (owner_ && entry.what.st_uid != *owner_)) return 1;
+    if (entry.leaving) return 1;
     const double share = links_.share(entry.what);
-    if (share == 0) return 1;
+    if (share == 0) return kPassBy;
+    if (owner_ && entry.what.st_uid != *owner_) return 1;
     if (!S_ISDIR(entry.what.st_mode)) size.bytes += part(entry.what.st_size, share);
     size.blocks += part(entry.what.st_blocks, share);
     ++size.inodes;

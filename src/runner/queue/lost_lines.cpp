@@ -7,7 +7,7 @@
 #include <ctime>
 #include <vector>
 
-#include "core/files/file_tools.h"
+#include "core/files/bounded_copy.h"
 #include "core/panel/state_folder.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/identity.h"

@@ -1,6 +1,8 @@
 #include "tally/disk/mail_counting.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -8,6 +10,7 @@
 #include "core/panel/hook_script.h"
 #include "core/panel/overrides.h"
 #include "core/read/line_reader.h"
+#include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
 
@@ -17,6 +20,7 @@ namespace {
 
 constexpr const char* kScript = "rotate_email_usage.sh";
 constexpr const char* kMounts = "/proc/self/mounts";
+constexpr std::size_t kMostMounts = 64UL << 20;
 constexpr int kByPartitions = 0, kOnTop = 1, kNotOnTop = 2;
 
 std::string_view nextWord(std::string_view& text) {
@@ -30,13 +34,14 @@ bool holdsFiles(std::string_view source, std::string_view type) {
   return source.starts_with("/dev/") || source.find(":/") != std::string_view::npos || type == "zfs";
 }
 
+/// Empty, with an error-log line, when not all of it could be read: half a table has other partitions than the disk.
 std::string readMounts() {
   std::string table;
+  const FailScope scope("mounts");
   const Descriptor mounts(sys::open(kMounts, O_RDONLY));
-  if (!mounts) return table;
-  LineReader reader(mounts.get());
-  for (std::string_view lines; reader.nextBlock(lines);) table += lines;
-  return table;
+  if (mounts && sys::readAll(mounts.get(), table, kMostMounts)) return table;
+  errorLog("Unable to read %s: %s", kMounts, std::strerror(errno));
+  return {};
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "core/config/config.h"
 #include "core/files/paths.h"
+#include "core/panel/state_folder.h"
 #include "core/process/child.h"
 #include "core/read/line_reader.h"
 #include "core/sys/log.h"
@@ -42,20 +43,26 @@ std::vector<std::string> partitionsOf(const Config& conf) {
   return all;
 }
 
-/// A file of our own among those that anybody may put there. It has no name any more when it is used, so that nobody
-/// can reach it, and no crash leaves it behind.
+/// A file of our own, which has no name any more when it is used: nobody can reach it, and no crash leaves it behind.
+Descriptor openUnnamed(const std::string& path) {
+  Descriptor file(sys::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
+  if (file && sys::unlink(path.c_str()) == 0) return file;
+  errorLog("Unable to open %s: %s", path.c_str(), std::strerror(errno));
+  return {};
+}
+
+/// The file for a report, among those that anybody may put there; without that folder, among the panel's own.
 Descriptor openDump(const char* folder) {
   struct stat what {};
-  if (folder == nullptr || sys::lstat(folder, what) != 0 || (what.st_mode & kPermissionBits) != kOpenToAll) {
+  const bool isThere = folder != nullptr && sys::lstat(folder, what) == 0;
+  if (!isThere || (what.st_mode & kPermissionBits) != kOpenToAll) {
     errorLog(
         "*** Cannot find %s to use for temp repquota dump (usually /home/tmp).  You must create it and chmod to 1777",
         folder == nullptr ? "" : folder);
   }
-  const std::string path = joined(folder, "/quota-dump.", getRandText(kRandomLength));
-  Descriptor dump(sys::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
-  if (dump && sys::unlink(path.c_str()) == 0) return dump;
-  errorLog("Unable to open %s: %s", path.c_str(), std::strerror(errno));
-  return {};
+  const std::string name = joined("quota-dump.", getRandText(kRandomLength));
+  if (isThere && S_ISDIR(what.st_mode)) return openUnnamed(joined(folder, "/", name));
+  return openStateFolder() ? openUnnamed(stateFile(name)) : Descriptor();
 }
 
 struct ReportTool {
@@ -127,13 +134,13 @@ QuotaTables& quotaTables() {
   return tables;
 }
 
-int getAllQuotas(const Config* conf, ConfigFile& quotas, ConfigFile& inodes) {
+int getAllQuotas(const Config* conf, ConfigFile& quotas, ConfigFile& inodes, const std::vector<std::string>& accounts) {
   SpaceByUser used;
   int whole = !conf->disable_quota && readReports(*conf, used) ? 1 : 0;
   if (!whole) {
     // What a first report said would be counted twice.
     used.clear();
-    whole = countByOwner(partitionsOf(*conf), used);
+    whole = accounts.empty() ? countByOwner(partitionsOf(*conf), used) : countHomes(accounts, used);
   }
   quotas.empty();
   inodes.empty();

@@ -50,6 +50,7 @@ class Count {
     if (entry.leaving) return 1;
     if (entry.what.st_dev != partition) return kPassBy;
     const double share = links_.share(entry.what);
+    if (share == 0) return kPassBy;
     Owned& owner = owned_[entry.what.st_uid];
     owner.blocks += share * static_cast<double>(entry.what.st_blocks);
     owner.inodes += share;
@@ -72,6 +73,21 @@ int countByOwner(const std::vector<std::string>& folders, SpaceByUser& used) {
     whole = 0;
   }
   count.enter(used);
+  return whole;
+}
+
+int countHomes(const std::vector<std::string>& accounts, SpaceByUser& used) {
+  std::vector<std::string> homes;
+  for (const std::string& account : accounts) {
+    const passwd* user = ::getpwnam(account.c_str());
+    if (user != nullptr && *user->pw_dir == '/') homes.emplace_back(user->pw_dir);
+  }
+  SpaceByUser all;
+  const int whole = countByOwner(homes, all);
+  for (const std::string& account : accounts) {
+    const auto found = all.find(account);
+    if (found != all.end()) used.insert(*found);
+  }
   return whole;
 }
 

@@ -1,15 +1,13 @@
 #include "tally/logs/rotation.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "core/config/config.h"
+#include "core/files/bounded_copy.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -23,7 +21,6 @@ namespace {
 constexpr int kMostKept = 1'000'000;
 constexpr int kMostDepth = 400;
 constexpr int kLargestNumber = 400;
-constexpr std::size_t kBlock = 128UL * 1024;
 /// Bytes that a writer may add while its log is copied.
 constexpr long long kMostAdded = 256LL << 20;
 
@@ -63,31 +60,6 @@ int tellFault(const std::string& path) {
   return 0;
 }
 
-/// Goes over a hole where both stand, which may be larger than any disk. 0 with errno; what is left then is no data.
-int skipHole(int from, int to) {
-  const off_t here = ::lseek(from, 0, SEEK_CUR);
-  const off_t data = ::lseek(from, here, SEEK_DATA);
-  if (data == here) return 1;
-  // A file system that knows nothing of holes has data all over, and at the end there is none.
-  if (data < 0) return errno == EINVAL || errno == ENXIO ? 1 : 0;
-  return ::lseek(from, data, SEEK_SET) == data && ::lseek(to, data, SEEK_SET) == data ? 1 : 0;
-}
-
-/// Copies from where both stand until there is nothing more. At most `room` bytes, which shrinks. 0 with errno.
-int copyToEnd(int from, int to, long long& room) {
-  std::vector<char> block(kBlock);
-  while (room > 0) {
-    if (!skipHole(from, to)) return 0;
-    const ssize_t got = sys::read(from, block.data(), block.size());
-    if (got <= 0) return got == 0 ? 1 : 0;
-    const std::size_t length = static_cast<std::size_t>(got);
-    if (sys::writeAll(to, std::string_view(block.data(), length)) != length) return 0;
-    room -= got;
-  }
-  errno = EBUSY;
-  return 0;
-}
-
 /// The content of the log into the new file, and the log emptied. 0 with errno.
 int emptyInto(int source, int target) {
   struct stat what {};
@@ -97,10 +69,10 @@ int emptyInto(int source, int target) {
     return 0;
   }
   if (sys::fchown(target, what.st_uid, what.st_gid) != 0 || sys::fchmod(target, what.st_mode & 0777) != 0) return 0;
-  long long room = what.st_blocks * 512LL + kMostAdded;
+  BoundedCopy copy(source, target, what.st_blocks * 512LL + kMostAdded);
   // The bulk is made safe first, so that only what came meanwhile lies between the last look and the emptying.
-  if (!copyToEnd(source, target, room) || sys::fsync(target) != 0) return 0;
-  return copyToEnd(source, target, room) && sys::ftruncate(source, 0) == 0 ? 1 : 0;
+  if (!copy.toEnd() || sys::fsync(target) != 0) return 0;
+  return copy.toEnd() && sys::ftruncate(source, 0) == 0 ? 1 : 0;
 }
 
 int copyAndEmpty(const LogFile& log, const std::string& next) {

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "core/text/text.h"
+
 namespace zvtaskq {
 
 namespace {
@@ -34,9 +36,16 @@ void putNumber(std::string& block, Field field, long long value) {
   put(block, field, digits);
 }
 
-std::string littleEndian(std::uint32_t value, int bytes) {
+/// The beginning of a mark: a header with one field of 16 bytes in it, which is called "ZM".
+constexpr std::string_view kMarkHead("\x1F\x8B\x08\x04\0\0\0\0\0\xFF\x14\0ZM\x10\0", kGzipMarkPlace);
+constexpr std::size_t kMarkNumber = 8;
+/// An empty block, the last one; the check sum and the length of nothing.
+constexpr std::string_view kMarkTail("\x01\0\0\xFF\xFF\0\0\0\0\0\0\0\0", 13);
+static_assert(kMarkHead.size() + 2 * kMarkNumber + kMarkTail.size() == kGzipMarkSize);
+
+std::string littleEndian(std::uint64_t value, std::size_t bytes) {
   std::string out;
-  for (int i = 0; i < bytes; ++i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
+  for (std::size_t i = 0; i < bytes; ++i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
   return out;
 }
 
@@ -83,11 +92,31 @@ std::string tarPadding(long long size) {
 }
 
 std::string gzipStored(std::string_view text) {
-  const auto length = static_cast<std::uint32_t>(text.size());
+  const std::uint64_t length = text.size();
   std::string out("\x1F\x8B\x08\0\0\0\0\0\0\xFF\x01", 11);
   out += littleEndian(length, 2) + littleEndian(~length, 2);
   out += text;
   return out + littleEndian(crc32(text), 4) + littleEndian(length, 4);
+}
+
+std::string gzipMark(long long number) {
+  return joined(kMarkHead, gzipMarkNumber(number), kMarkTail);
+}
+
+std::string gzipMarkNumber(long long number) {
+  const auto bits = static_cast<std::uint64_t>(number);
+  return littleEndian(bits, kMarkNumber) + littleEndian(~bits, kMarkNumber);
+}
+
+std::optional<long long> readGzipMark(std::string_view beginning) {
+  if (beginning.size() < kGzipMarkSize || !beginning.starts_with(kMarkHead)) return std::nullopt;
+  std::uint64_t bits = 0;
+  for (std::size_t i = kMarkNumber; i-- > 0;) {
+    bits = (bits << 8) | static_cast<unsigned char>(beginning[kGzipMarkPlace + i]);
+  }
+  const auto number = static_cast<long long>(bits);
+  if (beginning.substr(kGzipMarkPlace, 2 * kMarkNumber) != gzipMarkNumber(number)) return std::nullopt;
+  return number;
 }
 
 }  // namespace zvtaskq

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,14 @@ std::string tarHeader(const std::string& name, const struct stat& what);
 std::string tarPadding(long long size);
 /// At most 65535 bytes as a complete gzip file, uncompressed. One gzip file behind another unpacks to both contents.
 std::string gzipStored(std::string_view text);
+
+/// A gzip file of this many bytes, without content, that carries a number in its header: programs that unpack pass it
+/// by. The number alone may be written anew, at its place.
+inline constexpr std::size_t kGzipMarkSize = 45, kGzipMarkPlace = 16;
+std::string gzipMark(long long number);
+/// What stands at that place: the number, and its complement to tell it from half a number.
+std::string gzipMarkNumber(long long number);
+/// The number of the mark that a file begins with. Nothing for any other beginning, and for half a number.
+std::optional<long long> readGzipMark(std::string_view beginning);
 
 }  // namespace zvtaskq

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "account/model/user_folder.h"
@@ -11,6 +12,7 @@
 #include "core/panel/overrides.h"
 #include "core/panel/run_state.h"
 #include "core/process/child.h"
+#include "core/process/time_budget.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/text.h"
@@ -27,8 +29,6 @@ constexpr const char* kWebalizerSettings = "/etc/webalizer.conf";
 constexpr const char* kAwstatsScript = "awstats_process.sh";
 /// Visitors are served from these folders.
 constexpr mode_t kPagesMode = 0755;
-/// Seconds for the log of one day; an account that makes its program hang must not keep the others waiting for long.
-constexpr int kTimeLimit = 1800;
 
 /// Makes what stands in for the domain's folder below the administrator's, and gives it to the account.
 OpenedFolder openCustomBase(const Config& conf, const char* user, const char* domain) {
@@ -130,16 +130,15 @@ int prepare(const Config& conf, const char* user, const char* domain, const char
   return out.folder ? 1 : 0;
 }
 
-int runFor(const char* user, const Pages& pages, ChildPlan plan, const char* program) {
+int runFor(const char* user, const Pages& pages, ChildPlan plan, const char* program, TimeBudget& time) {
   plan.identity = idsOf(user);
   plan.workingDirectory = pages.folder.path;
   plan.inputDescriptor = pages.log.get();
   plan.errors = ChildPlan::Stream::collect;
-  plan.timeLimit = kTimeLimit;
-  const ChildResult result = runChild(plan);
+  const ChildResult result = time.run(std::move(plan));
   if (result.status == 0) return 1;
-  errorLog("error executing %s for %s : %s", program, pages.host.c_str(),
-           result.timedOut ? "no answer" : result.output.c_str());
+  // That the time is over has been said.
+  if (!result.timedOut) errorLog("error executing %s for %s : %s", program, pages.host.c_str(), result.output.c_str());
   return 0;
 }
 
@@ -150,7 +149,8 @@ int check_stats_path(const char* path, const char* user) {
   return checkStats(openGuardedFolder(path), path, user);
 }
 
-int doWebalizer(const Config* conf, const char* user, const char* domain, const char* subdomain) {
+int doWebalizer(const Config* conf, const char* user, const char* domain, const char* subdomain, TimeBudget& time) {
+  if (time.isSpent()) return 0;
   if (!pathExists(kWebalizer, PathKind::file)) {
     debug(100, "There is no %s", kWebalizer);
     return 1;
@@ -162,10 +162,11 @@ int doWebalizer(const Config* conf, const char* user, const char* domain, const 
   if (pathExists(kWebalizerSettings, PathKind::file)) arguments.insert(arguments.end(), {"-c", kWebalizerSettings});
   // Its own memory of what it has counted, no chatter, the host, the folder, and the log on its standard input.
   arguments.insert(arguments.end(), {"-p", "-Q", "-n", pages.host, "-o", pages.folder.path, "-"});
-  return runFor(user, pages, ChildPlan::program(kWebalizer, arguments), kWebalizer);
+  return runFor(user, pages, ChildPlan::program(kWebalizer, arguments), kWebalizer, time);
 }
 
-int doAwstats(const Config* conf, const char* user, const char* domain, const char* subdomain) {
+int doAwstats(const Config* conf, const char* user, const char* domain, const char* subdomain, TimeBudget& time) {
+  if (time.isSpent()) return 0;
   const std::string script = scriptPath(*conf, kAwstatsScript);
   if (!pathExists(script.c_str(), PathKind::file)) {
     errorLog("Tally::doAwstats: there is no %s", script.c_str());
@@ -174,7 +175,7 @@ int doAwstats(const Config* conf, const char* user, const char* domain, const ch
   Pages pages;
   const int ready = prepare(*conf, user, domain, subdomain, "awstats", pages);
   if (ready != 1) return ready == 0 ? 0 : 1;
-  return runFor(user, pages, ChildPlan::program(script, {user, pages.host, pages.folder.path}), script.c_str());
+  return runFor(user, pages, ChildPlan::program(script, {user, pages.host, pages.folder.path}), script.c_str(), time);
 }
 
 }  // namespace zvtaskq

@@ -6,6 +6,7 @@
 namespace zvtaskq {
 
 class Config;
+class TimeBudget;
 
 /// Whether statistics may be written to the folder at `path`: it and all folders above it are no links (but for an
 /// administrator's above system folders), it belongs to `user`, not everybody may write to it, and all that is in it
@@ -18,13 +19,15 @@ class Config;
 /// there. What it reads is the access log of the server that visitors speak to: the one that this tally put aside
 /// (".1"), or the current one where tallies do not put logs aside. With `custom_stats_path` the folder is
 /// "<custom_stats_path>/<domain>/stats". Missing folders are made. No log, and no Webalizer on this machine (a debug
-/// line), is nothing to be done. 1, or 0 with an error-log line. Leaves the process at nobody.
-[[nodiscard]] int doWebalizer(const Config* conf, const char* user, const char* domain,
-                              const char* subdomain = nullptr);
+/// line), is nothing to be done. The program runs within the account's `time`; when that is used up, nothing is done.
+/// 1, or 0 with an error-log line. Leaves the process at nobody.
+[[nodiscard]] int doWebalizer(const Config* conf, const char* user, const char* domain, const char* subdomain,
+                              TimeBudget& time);
 
 /// The same with AWStats and the folder "awstats", by the script "scripts/custom/awstats_process.sh" in the panel's
 /// folder or, without one, the panel's own "scripts/awstats_process.sh". As the account's user it gets the log on its
 /// standard input, and as arguments the user, the host (with the subdomain) and the folder, where it works.
-[[nodiscard]] int doAwstats(const Config* conf, const char* user, const char* domain, const char* subdomain = nullptr);
+[[nodiscard]] int doAwstats(const Config* conf, const char* user, const char* domain, const char* subdomain,
+                            TimeBudget& time);
 
 }  // namespace zvtaskq

@@ -1,8 +1,14 @@
 #include "tally/run/actions.h"
 
+#include <string>
+#include <vector>
+
+#include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/panel/marks.h"
+#include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "tally/bruteforce/records/entry_log.h"
 #include "tally/checks/hostname.h"
@@ -17,8 +23,20 @@ namespace {
 
 constexpr int kPartitionsWithTally = 2;
 
-void readAllQuotas() {
-  static_cast<void>(getAllQuotas(sys_conf, quotaTables().quotas, quotaTables().inodes));
+/// Fills the tables for all accounts, or for these. What could not be counted is in the error log by then.
+int readQuotas(const std::vector<std::string>& accounts = {}) {
+  return getAllQuotas(sys_conf, quotaTables().quotas, quotaTables().inodes, accounts);
+}
+
+/// The account that a task names, and with a reseller those of his users.
+std::vector<std::string> accountsOf(const Task& task) {
+  std::vector<std::string> accounts{joined(task.value())};
+  if (!task.is("type", "reseller")) return accounts;
+  PanelList users(accountFile(task.value(), "users.list"));
+  // Without the list the reseller's own remains.
+  static_cast<void>(isAccountName(task.value()) && users.readFile());
+  for (int i = 0; i < users.size(); ++i) accounts.emplace_back(users.getElementAt(i));
+  return accounts;
 }
 
 int afterTally() {
@@ -35,17 +53,17 @@ void keepHouse(const Task& task) {
 }
 
 int tallyAll(const Task& task) {
-  readAllQuotas();
+  const int whole = readQuotas();
   checkHostname();
   if (sys_conf->check_partitions == kPartitionsWithTally) check_partition_usage(sys_conf);
   static_cast<void>(clear_brute_log_entries(sys_conf));
   keepHouse(task);
-  return afterTally();
+  return afterTally() && whole ? 1 : 0;
 }
 
-int tallyOne(const Task&) {
-  readAllQuotas();
-  return afterTally();
+int tallyOne(const Task& task) {
+  const int whole = readQuotas(accountsOf(task));
+  return afterTally() && whole ? 1 : 0;
 }
 
 int tallyHomeDirectories(const Task&) {

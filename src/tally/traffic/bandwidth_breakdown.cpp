@@ -84,7 +84,10 @@ class Breakdown : public TallyVisitor {
     add(days_[day], type, line.amount);
   }
 
-  void put(ConfigFile& out) const {
+  void put(ConfigFile& out) {
+    // Of an account that was idle since, the last line is of a month that is over.
+    const int today = dayOf(static_cast<double>(now_));
+    if (month_ > 0 && today / kMonth > month_) startMonth(today);
     for (const auto& [day, traffic] : days_) {
       char name[32];
       std::snprintf(name, sizeof name, "%d %02d %02d", day / kMonth / kMonth, day / kMonth % kMonth, day % kMonth);

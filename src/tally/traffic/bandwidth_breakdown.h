@@ -22,7 +22,8 @@ class ConfigFile;
 /// incoming or outgoing by the record's `method`; one whose `id` has occurred adds nothing. When that is known of a
 /// million ids they are forgotten, and the counting begins anew, so that no file fills the memory.
 ///
-/// A line of a later month starts the breakdown anew. The change is told in the error log when it shows in a lower day.
+/// A line of a later month starts the breakdown anew, and so does the month of now. The change is told in the error log
+/// when it shows in a lower day.
 int get_bandwidth_breakdown(const char* path, ConfigFile& breakdown);
 
 }  // namespace zvtaskq

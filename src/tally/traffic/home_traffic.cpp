@@ -51,6 +51,21 @@ int billTail(const LogMark& mark, TrafficLedger& ledger) {
   return ledger.enter();
 }
 
+/// With nothing to be kept the rotation would delete the log, which the web server has open and goes on writing to. All
+/// that is in it is billed, so it is emptied; what came meanwhile, or is half a line, lets it wait for the next time.
+int emptyBilled(int fd, TrafficLedger& ledger) {
+  const Descriptor log(sys::open(joined("/proc/self/fd/", std::to_string(fd)).c_str(), O_WRONLY));
+  struct stat now {};
+  const bool isKnown = log && sys::fstat(log.get(), now) == 0;
+  if (isKnown && now.st_size != ledger.mark(kMarkName).offset) return 1;
+  if (!isKnown || sys::ftruncate(log.get(), 0) != 0) {
+    errorLog("Unable to empty %s: %s", kLog, std::strerror(errno));
+    return 1;
+  }
+  ledger.setMark(kMarkName, {});
+  return ledger.enter();
+}
+
 int billLog(int fd) {
   TrafficLedger ledger("homedir", "bandwidth.tally", "homedir");
   if (!ledger.open()) return 0;
@@ -61,6 +76,9 @@ int billLog(int fd) {
   if (mark.offset != end) return 0;
   ledger.setMark(kMarkName, mark);
   if (!ledger.enter()) return 0;
+  struct stat what {};
+  const bool isPlain = sys::fstat(fd, what) == 0 && what.st_nlink == 1;
+  if (logs_to_keep(sys_conf) <= 1 && isPlain) return emptyBilled(fd, ledger);
   return rotate_log_up(kLog, sys_conf, 0, true) ? billTail(mark, ledger) : 1;
 }
 

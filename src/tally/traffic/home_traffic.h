@@ -6,9 +6,9 @@
 namespace zvtaskq {
 
 /// Bills the traffic in "/var/log/httpd/homedir.log" to the accounts: one line of `type` "homedir" in the
-/// `bandwidth.tally` of each. Then rotates the log (copied and emptied, for the web server keeps it open). What was
-/// written between the reading and the emptying is billed too, and nothing is billed twice when a run is killed on the
-/// way or the log cannot be rotated.
+/// `bandwidth.tally` of each. Then rotates the log (copied and emptied, for the web server keeps it open; with one
+/// log to keep, which it is itself, emptied alone). What was written between the reading and the emptying is billed
+/// too, and nothing is billed twice when a run is killed on the way or the log cannot be rotated.
 ///
 /// Works as root, and leaves the process at nobody. 0 with an error-log line when the log is missing or cannot be read,
 /// and when nothing may be billed (TrafficLedger).

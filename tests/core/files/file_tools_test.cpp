@@ -6,11 +6,17 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <filesystem>
 
+#include "core/files/bounded_copy.h"
 #include "core/files/paths.h"
+#include "core/files/safe_file.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/identity.h"
+#include "core/sys/safe_point.h"
+#include "core/sys/sys.h"
 #include "core/tree/ownership.h"
 #include "support/fixtures.h"
 
@@ -119,6 +125,7 @@ TEST(Copy, CopiesBytesModeAndHoles) {
   EXPECT_EQ(modeOf(to), 0600U);
 
   ASSERT_EQ(::truncate(from.c_str(), 1000), 0);
+  ASSERT_EQ(::truncate(from.c_str(), 1 << 20), 0);
   writeText(to, "old");
   for (const char* plan : {".open:ENOSPC:1", ".read:EIO", ".write:short", ".write:ENOSPC", ".ftruncate:EIO",
                            ".chmod:EPERM", ".fsync:EIO", ".close:EDQUOT", ".rename:EROFS"}) {
@@ -137,6 +144,65 @@ TEST(Copy, CopiesBytesModeAndHoles) {
   for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with("to.")) << entry.path();
   }
+}
+
+namespace {
+/// What its owner does to a file whenever the copy comes by.
+int grown = -1, growths = 0;
+void growIt() {
+  static const std::string more(300'000, '+');
+  ++growths;
+  EXPECT_EQ(::pwrite(grown, more.data(), more.size(), ::lseek(grown, 0, SEEK_END)), 300'000);
+}
+}  // namespace
+
+TEST(Copy, EndsHoweverTheFileGrows) {
+  const Folder folder;
+  const struct {
+    const char* name;
+    bool toEnd;
+    long long mostData;
+    int seconds, want, error;
+  } cases[] = {{"the size first seen", false, LLONG_MAX, 60, 1, 0},
+               {"the most data", true, 2'000'000, 60, 0, EFBIG},
+               {"time", false, LLONG_MAX, 0, 0, ETIMEDOUT}};
+  for (const auto& c : cases) {
+    writeText(folder.path("from"), std::string(1'000'000, 'x'));
+    writeText(folder.path("to"), "before");
+    const Descriptor from(::open(folder.path("from").c_str(), O_RDWR)), to(::open(folder.path("to").c_str(), O_WRONLY));
+    ASSERT_EQ(::lseek(to.get(), 6, SEEK_SET), 6);
+    const Descriptor theirs(::open(folder.path("from").c_str(), O_WRONLY));
+    grown = theirs.get();
+    growths = 0;
+    setSafePointAction(growIt);
+    BoundedCopy copy(from.get(), to.get(), c.mostData, c.seconds);
+    errno = 0;
+    EXPECT_EQ(c.toEnd ? copy.toEnd() : copy.upTo(1'000'000), c.want) << c.name;
+    EXPECT_EQ(errno, c.error) << c.name;
+    setSafePointAction(nullptr);
+    EXPECT_GT(growths, 0) << c.name;
+    EXPECT_TRUE(c.want == 0 || contentOf(folder.path("to")) == "before" + std::string(1'000'000, 'x')) << c.name;
+  }
+}
+
+TEST(Copy, TheFolderIsFlushedToo) {
+  const Folder folder;
+  writeText(folder.path("from"), "new");
+  const auto copy = [&] { return copyFile(folder.path("from").c_str(), folder.path("copied").c_str()); };
+  const auto replace = [&] {
+    SafeFile file(folder.path("safe").c_str());
+    if (!file.open()) return 0;
+    file.write("new");
+    return file.finish() && file.putInPlace() ? 1 : 0;
+  };
+  // The content is flushed first; whoever dies in the second flush has the file in place already.
+  const auto dieInSecondFlush = [](const char* scope, const auto& work) {
+    setFailPlan((std::string(scope) + ".fsync:kill:1").c_str());
+    ::_exit(work());
+  };
+  EXPECT_EXIT(dieInSecondFlush("", copy), ::testing::KilledBySignal(SIGKILL), "");
+  EXPECT_EXIT(dieInSecondFlush("safe_write", replace), ::testing::KilledBySignal(SIGKILL), "");
+  for (const char* name : {"copied", "safe"}) EXPECT_EQ(contentOf(folder.path(name)), "new") << name;
 }
 
 TEST_F(Ownership, KeepsToItsConditions) {

@@ -433,3 +433,23 @@ TEST(ListFile, WritesAndReadsBack) {
   EXPECT_EQ(again.removeFile((path + ".temp").c_str()), 0);
   EXPECT_EQ(again.removeFile(path.c_str()), 1);
 }
+
+TEST(DataFile, AReadErrorIsNoEnd) {
+  const Folder folder;
+  const std::string path = folder.path("file");
+  std::string lines;
+  for (int i = 0; i < 100'000; ++i) lines += "name" + std::to_string(i) + "=1\n";
+  writeText(path, lines);
+  ConfigFile record(path.c_str());
+  ListFile list(path.c_str());
+  const auto refuses = [](auto& file) {
+    file.setUser(nullptr);
+    // The first block is there.
+    setFailPlan(".read:EIO:1");
+    EXPECT_EQ(file.readFile(), 0);
+    setFailPlan(nullptr);
+    EXPECT_NE(file.result.view().find("Input/output error"), std::string_view::npos);
+  };
+  refuses(record);
+  refuses(list);
+}

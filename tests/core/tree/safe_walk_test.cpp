@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <filesystem>
+#include <set>
+#include <vector>
 
 #include "core/sys/fail_point.h"
 #include "core/sys/sys.h"
@@ -31,6 +33,44 @@ TEST(Walk, GoesAsDeepAsItGets) {
   EXPECT_EQ(met, 2 * kDepth);
   EXPECT_EQ(removed, kDepth);
   EXPECT_FALSE(exists(folder.path("d")));
+}
+
+TEST(Walk, WhoMovesFoldersAboutCostsHisOwnAlone) {
+  using Moves = std::vector<std::pair<const char*, const char*>>;
+  const struct {
+    const char* name;
+    Moves moves;
+    int whole;
+  } cases[] = {{"the folder that the walk is in", {{"two/in/deep", "two/deep"}}, 1},
+               {"one above it", {{"two/in", "in"}}, 1},
+               {"out of the tree", {{"two/in", "../in"}}, 1},
+               {"both", {{"two/in/deep", "../deep"}, {"two/in", "../in"}}, 0}};
+  for (const auto& c : cases) {
+    const Folder folder;
+    std::set<std::string> missing{"one/file", "three/file", "two/in/deep/file", "two/in/rest/file"};
+    for (const std::string& file : missing) {
+      std::filesystem::create_directories(folder.path("top/" + file.substr(0, file.size() - 5)));
+      writeText(folder.path("top/" + file), "");
+    }
+    const auto visit = [&](const TreeEntry& entry) {
+      const std::string file = entry.path.substr(folder.path("top").size());
+      if (missing.erase(file.substr(file.empty() ? 0 : 1)) == 0 || file != "/two/in/deep/file") return 1;
+      for (const auto& [from, to] : c.moves) {
+        std::filesystem::rename(folder.path("top/") + from, folder.path("top/") + to);
+      }
+      return 1;
+    };
+    EXPECT_EQ(walkTree(folder.path("top").c_str(), visit), c.whole) << c.name;
+    if (c.whole == 0) missing.erase("two/in/rest/file");
+    EXPECT_TRUE(missing.empty()) << c.name << ": " << *missing.begin();
+  }
+  // One that is gone between the look and the visit is none.
+  const Folder folder;
+  std::filesystem::create_directories(folder.path("gone"));
+  EXPECT_TRUE(walkTree(folder.path().c_str(), [&](const TreeEntry& entry) {
+    if (std::string_view(entry.name) == "gone") std::filesystem::remove(folder.path("gone"));
+    return 1;
+  }));
 }
 
 TEST(Walk, OpensOnlyBeneath) {

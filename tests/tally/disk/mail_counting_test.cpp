@@ -5,6 +5,7 @@
 
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
+#include "core/sys/fail_point.h"
 #include "support/panel_folder.h"
 #include "tally/disk/disk_breakdown.h"
 
@@ -73,4 +74,12 @@ TEST(MailCounting, RotationScripts) {
   writeText(panel.path("scripts/custom/rotate_email_usage.sh"), "#!/bin/sh\necho broken; exit 3\n");
   rotate_email_usage(&panel.conf);
   EXPECT_NE(panel.logs.errors().find("/rotate_email_usage.sh : broken\n"), std::string::npos);
+}
+
+TEST(MailCounting, HalfATableOfMountsIsNone) {
+  const PanelFolder panel;
+  setFailPlan("mounts.read:EIO:1");
+  EXPECT_EQ(countEmail(&panel.conf), 0);
+  setFailPlan(nullptr);
+  EXPECT_NE(panel.logs.errors().find("Unable to read /proc/self/mounts: Input/output error\n"), std::string::npos);
 }

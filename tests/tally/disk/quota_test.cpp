@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -76,6 +77,7 @@ TEST(QuotaReport, Rows) {
       {"bob  102500  100000  110000  00 [6 days]  120  0  0  00 [--------]", true, "bob", 102500, 120, true},
       {"bob  5  0  0  00 [--------]  120  100  150  00 [-none-]", true, "bob", 5, 120, true},
       {"bob  5  10  0  00 [--------]  120  0  0  00 [--------]", true, "bob", 5, 120, false},
+      {"bob  10  0  10  00 [--------]  1  0  0  00 [--------]", true, "bob", 10, 1, true},
       {"User ID Used Soft Hard Warn/Grace Used Soft Hard Warn/ Grace", true, "", 0, 0, false},
       {"bob 5 0 0 00 [-----", true, "", 0, 0, false},
   };
@@ -126,11 +128,44 @@ TEST_F(Quotas, TemporaryFolder) {
   read();
   EXPECT_NE(panel_.logs.errors().find(complaint), std::string::npos);
   EXPECT_EQ(blocks("daemon"), 4);
-  // Without one the partition is counted instead.
+  // Without one, and with something else of that name, the report is read all the same.
   fs::remove(panel_.path("tmp"));
+  for (const bool isFile : {false, true}) {
+    if (isFile) writeText(panel_.path("tmp"), "x");
+    read();
+    EXPECT_EQ(blocks("daemon"), 4) << isFile;
+    EXPECT_TRUE(fs::is_empty(panel_.path("admin/state"))) << isFile;
+  }
+  const std::string errors = panel_.logs.errors();
+  EXPECT_NE(errors.find(complaint, errors.rfind(complaint) - 1), std::string::npos);
+}
+
+TEST_F(Quotas, OfOneAccountItsHomeAloneIsCounted) {
+  panel_.conf.disable_quota = true;
+  fs::create_directories(panel_.path("part/ann"));
+  ASSERT_EQ(::lchown(panel_.path("part/ann").c_str(), 8, 8), 0);
+  ASSERT_EQ(std::system("mkdir -p /var/mail/sub && chown mail /var/mail/sub"), 0);
+  ASSERT_TRUE(getAllQuotas(&panel_.conf, quotas_, inodes_, {"mail", "nosuchaccount"})) << panel_.logs.errors();
+  EXPECT_EQ(getInodes(&inodes_, "mail"), 1);
+  EXPECT_EQ(inodes_.getValue("root"), nullptr);
+  EXPECT_EQ(std::system("rm -r /var/mail/sub"), 0);
+}
+
+TEST_F(Quotas, MountsAreCountedOnceAndOnThisFileSystemAlone) {
+  panel_.conf.disable_quota = true;
+  for (const char* name : {"part/ann/data", "part/bob/again", "part/bob/other"}) {
+    fs::create_directories(panel_.path(name));
+    ASSERT_EQ(::lchown(panel_.path(name).c_str(), 1, 1), 0);
+  }
+  writeText(panel_.path("part/ann/data/file"), "x");
+  ASSERT_EQ(::lchown(panel_.path("part/ann/data/file").c_str(), 1, 1), 0);
+  const std::string again = panel_.path("part/bob/again"), other = panel_.path("part/bob/other");
+  ASSERT_EQ(::mount(panel_.path("part/ann").c_str(), again.c_str(), nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(::mount("tmpfs", other.c_str(), "tmpfs", 0, "uid=1"), 0);
   read();
-  EXPECT_EQ(blocks("daemon"), 0);
-  EXPECT_GT(getInodes(&inodes_, "root"), 0);
+  ::umount(again.c_str());
+  ::umount(other.c_str());
+  EXPECT_EQ(getInodes(&inodes_, "daemon"), 2);
 }
 
 TEST_F(Quotas, WithoutQuotasFilesAreCounted) {

@@ -9,8 +9,11 @@
 #include <fstream>
 #include <map>
 #include <thread>
+#include <tuple>
+#include <vector>
 
 #include "account/model/user_folder.h"
+#include "core/process/time_budget.h"
 #include "core/record/list_file.h"
 #include "core/sys/fail_point.h"
 #include "core/tree/guarded_folder.h"
@@ -21,6 +24,8 @@
 #include "tally/logs/old_archives.h"
 #include "tally/logs/tar_piece.h"
 #include "tally/logs/web_logs.h"
+#include "tally/logs/web_rotation.h"
+#include "tally/logs/web_statistics.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::test;
@@ -277,6 +282,65 @@ TEST_F(Rotation, WhatIsExchangedForALogIsNotArchived) {
   EXPECT_EQ(contentOf(panel_.path("secret")), "canary");
 }
 
+TEST_F(Rotation, AHardLinkIsNotArchivedAndNoOtherNameIsADomain) {
+  panel_.makeFolder("target");
+  ASSERT_EQ(::chown(panel_.path("target").c_str(), 8, 8), 0);
+  lay("");
+  writeText(panel_.path("secret"), "canary");
+  fs::create_hard_link(panel_.path("secret"), logs() + "/h.log.1");
+  const OpenedFolder target{Descriptor(sys::open(panel_.path("target").c_str(), O_RDONLY | O_DIRECTORY)), ""};
+  EXPECT_EQ(rotateLog(&panel_.conf, "mail", WebLog{logs(), "h", false}, ".log", target), 0);
+  EXPECT_TRUE(fs::is_empty(panel_.path("target")));
+  EXPECT_NE(panel_.logs.security().find("/h.log.1): is hard or symbolic link\n"), std::string::npos);
+  for (const auto& [domain, subdomain] : std::vector<std::pair<const char*, const char*>>{{"../x.org", nullptr},
+                                                                                          {"x/y.org", nullptr},
+                                                                                          {"", nullptr},
+                                                                                          {nullptr, nullptr},
+                                                                                          {"x.org", ".."},
+                                                                                          {"x.org", "a/b"}}) {
+    EXPECT_EQ(hostOf(domain, subdomain), "");
+  }
+  EXPECT_EQ(hostOf("x.org", "a"), "a.x.org");
+}
+
+TEST_F(Rotation, TheProxysLogsComeFirstAndItsPassEndsWithThem) {
+  Text said;
+  for (const auto& [proxyPass, main, proxy] :
+       {std::tuple(true, "L.log", "P.log.1"), std::tuple(false, "L.log.1", "P.log.1")}) {
+    for (const char* name : {"main/domains", "proxy/domains"}) fs::remove_all(panel_.path(name));
+    for (const char* name : {"main/domains", "proxy/domains"}) panel_.makeFolder(name);
+    panel_.conf.apachelogdir = panel_.path("main/domains").c_str();
+    panel_.conf.nginxlogdir = panel_.path("proxy/domains").c_str();
+    panel_.conf.nginx_proxy = 1;
+    for (const char* log :
+         {"main/domains/L.log", "proxy/domains/P.log", "main/modsec_audit.log", "proxy/modsec_debug.log"}) {
+      writeText(panel_.path(log), "x");
+    }
+    EXPECT_EQ(rotate_apache_logs(&panel_.conf, proxyPass, said), 1);
+    EXPECT_TRUE(exists(panel_.path(std::string("main/domains/") + main))) << proxyPass;
+    EXPECT_TRUE(exists(panel_.path(std::string("proxy/domains/") + proxy))) << proxyPass;
+    for (const char* log : {"main/modsec_audit.log", "proxy/modsec_debug.log"}) {
+      EXPECT_EQ(exists(panel_.path(log)), proxyPass) << log;
+      EXPECT_EQ(exists(panel_.path(std::string(log) + ".1")), !proxyPass) << log;
+    }
+  }
+}
+
+TEST_F(Rotation, WhatKeepsAStatisticsFolderFromBeingUsedIsSaid) {
+  EXPECT_EQ(check_stats_path(panel_.path("missing").c_str(), "mail"), 0);
+  TimeBudget time("mail", 60);
+  panel_.conf.custom_stats_path = panel_.path("missing").c_str();
+  panel_.conf.apachelogdir = logs().c_str();
+  lay("x.org.log.1=x x.org.log=x");
+  panel_.makeFolder("panel/scripts");
+  panel_.conf.serverpath = panel_.path("panel").c_str();
+  writeText(panel_.path("panel/scripts/awstats_process.sh"), "#!/bin/sh\n");
+  EXPECT_EQ(doAwstats(&panel_.conf, "mail", "x.org", nullptr, time), 0);
+  const std::string errors = panel_.logs.errors();
+  EXPECT_NE(errors.find("of mail: No such file or directory\n"), std::string::npos) << errors;
+  EXPECT_NE(errors.find("/missing/x.org): No such file or directory\n"), std::string::npos) << errors;
+}
+
 TEST(TarPiece, ReadsAsTarAndGzipDo) {
   const Folder folder;
   const std::string longest = std::string(155, 'p') + "/" + std::string(100, 'n');
@@ -371,5 +435,11 @@ TEST_F(Rotation, ModSecurity) {
     EXPECT_EQ(exists(panel_.path("audit/" + name)), kept) << name;
   }
   EXPECT_EQ(contentOf(panel_.path("canary/record")), "whole");
+  // Behind a proxy twice as many are kept.
+  panel_.conf.nginx_proxy = 1;
+  panel_.conf.nginxlogdir = panel_.path("nginx/domains").c_str();
+  for (const int ago : {6, 7}) fs::create_directories(panel_.path("audit/" + day(ago)));
+  rotate_mod_security_logs(&panel_.conf);
+  EXPECT_TRUE(exists(panel_.path("audit/" + day(6))) && !exists(panel_.path("audit/" + day(7))));
   EXPECT_EQ(panel_.logs.errors(), "");
 }

@@ -73,7 +73,7 @@ TEST(TallyFile, ManyIds) {
 
 TEST(TallyFile, MonthByKindAndDay) {
   PanelFolder panel;
-  const FixedClock clock(1'796'200'000);
+  const FixedClock november(1'794'500'000);
   const auto at = [](const char* time) { return std::string("&time=") + time; };
   std::string text =
       "1000=type=tally" + at(kFifth) + "&ftp_bw_total=100&http_bw_total=500&http_ul_total=50&zv_bw_total=250\n";
@@ -102,6 +102,7 @@ TEST(TallyFile, MonthByKindAndDay) {
     EXPECT_EQ(valueIn(month, c.pair, c.inner), c.want) << c.pair << " " << (c.inner ? c.inner : "");
   EXPECT_EQ(panel.logs.errors(), "");
 
+  const FixedClock december(1'796'200'000);
   text += "9=type=ftp" + at(kNextMonth) + "\n1=type=ftp" + at(kSixth) + "\n";
   writeText(panel.path("tally"), text);
   ASSERT_TRUE(get_bandwidth_breakdown(panel.path("tally").c_str(), month));
@@ -111,4 +112,9 @@ TEST(TallyFile, MonthByKindAndDay) {
   EXPECT_NE(
       panel.logs.errors().find("Found a lower day than logged.  Probably a new month.  Should only see this once."),
       std::string::npos);
+  // Nothing since: the month is over all the same.
+  const FixedClock january(1'800'000'000);
+  ASSERT_TRUE(get_bandwidth_breakdown(panel.path("tally").c_str(), month));
+  EXPECT_EQ(valueIn(month, "simpletotal"), "0");
+  EXPECT_EQ(valueIn(month, "2026 12 01"), "none");
 }

@@ -25,10 +25,71 @@ class Ledger : public ::testing::Test {
   std::string tally(const char* account) const {
     return contentOf(panel_.path(std::string("users/") + account + "/bandwidth.tally"));
   }
+  /// A note of an earlier run.
+  void leave(const std::string& note) const {
+    panel_.makeFolder("admin/state/traffic");
+    writeText(panel_.path("admin/state/traffic/test"), note);
+  }
   PanelFolder panel_;
 };
 
 }  // namespace
+
+TEST_F(Ledger, WhatIsBilledIsNotBilledAgainWhenItCannotBeReadOrFlushed) {
+  const struct {
+    const char* plan;
+    const char* error;
+  } cases[] = {{"traffic_ledger.read:EIO:2", "Unable to read "}, {"traffic_ledger.fsync:EIO", "Unable to flush "}};
+  for (const auto& c : cases) {
+    const LogCapture said;
+    const std::string billed = "23=type=ftp&time=5\n";
+    leave("bytes_bob=23\nentering=1\ntime=5\n");
+    writeText(panel_.path("users/bob/bandwidth.tally"), billed);
+    for (const char* plan : {c.plan, static_cast<const char*>(nullptr)}) {
+      TrafficLedger ledger("test", "bandwidth.tally", "ftp");
+      setFailPlan(plan);
+      static_cast<void>(ledger.open() && ledger.enter());
+      setFailPlan(nullptr);
+      EXPECT_EQ(tally("bob"), billed) << c.plan;
+    }
+    EXPECT_NE(said.errors().find(c.error + panel_.path("users")), std::string::npos) << said.errors();
+    EXPECT_EQ(contentOf(panel_.path("admin/state/traffic/test")).find("bytes_bob"), std::string::npos) << c.plan;
+  }
+}
+
+TEST_F(Ledger, ATimeFarAheadIsTakenForNow) {
+  const FixedClock clock(1'800'000'000);
+  for (const auto& [stored, want] : {std::pair("4100000000", "1800000000"), std::pair("1800000060", "1800000061"),
+                                     std::pair("-5", "1800000000"), std::pair("1700000000", "1800000000")}) {
+    const LogCapture said;
+    leave(std::string("time=") + stored + "\n");
+    writeText(panel_.path("users/bob/bandwidth.tally"), "");
+    TrafficLedger ledger("test", "bandwidth.tally", "ftp");
+    ASSERT_TRUE(ledger.open());
+    ledger.add("bob", 1);
+    ASSERT_TRUE(ledger.enter());
+    EXPECT_EQ(tally("bob"), std::string("1=type=ftp&time=") + want + "\n");
+    EXPECT_EQ(said.errors().empty(), *stored == '1') << said.errors();
+  }
+}
+
+TEST_F(Ledger, NamesWithoutAnAccountCostNothing) {
+  {
+    TrafficLedger ledger("test", "bandwidth.tally", "ftp");
+    ASSERT_TRUE(ledger.open());
+    for (int i = 0; i < 1000; ++i) ledger.add("made-up-" + std::to_string(i), 5);
+    ledger.add("ann", 1);
+    // The note that a killed run leaves has no more than it has in mind.
+    setFailPlan("traffic_ledger.fsync:EIO");
+    EXPECT_FALSE(ledger.enter());
+    setFailPlan(nullptr);
+  }
+  const std::string note = contentOf(panel_.path("admin/state/traffic/test"));
+  EXPECT_NE(note.find("bytes_ann=1\n"), std::string::npos) << note;
+  EXPECT_EQ(note.find("made-up"), std::string::npos);
+  panel_.conf.userdata = panel_.path("nowhere").c_str();
+  EXPECT_FALSE(TrafficLedger("test", "bandwidth.tally", "ftp").open()) << "who is an account cannot be told";
+}
 
 TEST_F(Ledger, WhatCannotBeEnteredStays) {
   const FixedClock clock(1'800'000'000);
@@ -59,8 +120,7 @@ TEST_F(Ledger, WhatCannotBeEnteredStays) {
 TEST_F(Ledger, HalfALineOfAPowerCutIsReplaced) {
   const char* const others = "1=type=tally\n";
   for (const std::string half : {"", "2", "23=type=ft", "9=type", "23=type=ftp&time=5\n"}) {
-    panel_.makeFolder("admin/traffic");
-    writeText(panel_.path("admin/traffic/test"), "bytes_bob=23\nentering=1\ntime=5\n");
+    leave("bytes_bob=23\nentering=1\ntime=5\n");
     writeText(panel_.path("users/bob/bandwidth.tally"), others + half);
     TrafficLedger ledger("test", "bandwidth.tally", "ftp");
     ASSERT_TRUE(ledger.open() && ledger.enter()) << panel_.logs.errors();
