@@ -336,7 +336,8 @@ TEST_F(Messages, GoByEmailInstead) {
     const bool stage = ::unshare(CLONE_NEWNS) == 0 &&
                        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                        ::mount(folder_.path("programs").c_str(), "/usr/sbin", nullptr, MS_BIND, nullptr) == 0;
-    ::_exit(!stage ? 9 : Ticket().notifyAdmins("named", nullptr, nullptr, 1, 1));
+    Ticket ticket;
+    ::_exit(!stage ? 9 : ticket.notifyAdmins("named", nullptr, nullptr, 1, 1) + (ticket.isLost ? 2 : 0));
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -353,6 +354,15 @@ TEST_F(Messages, GoByEmailInstead) {
     EXPECT_NE(mails.find(want), std::string::npos) << want << mails;
   }
   EXPECT_FALSE(exists(folder_.path("tickets/000")));
+
+  // Nobody with an address; no list of administrators.
+  put("admin/admin.list", "mute\n");
+  for (const int byEmail : {1, 0}) {
+    Ticket lost;
+    EXPECT_EQ(lost.notifyAdmins("named", nullptr, nullptr, 1, byEmail), 0);
+    EXPECT_TRUE(lost.isLost);
+    ::unlink(folder_.path("admin/admin.list").c_str());
+  }
 }
 
 TEST_F(Messages, ADeadMailProgramIsTriedOnce) {

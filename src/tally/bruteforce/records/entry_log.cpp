@@ -31,8 +31,7 @@ namespace {
 constexpr long long kDay = 86400;
 constexpr const char* kHook = "brute_force_clear_log_ip.sh";
 constexpr int kHookTime = 60;
-/// Seconds for the scripts of all addresses.
-constexpr int kAllHooksTime = 300;
+
 constexpr std::size_t kBlock = 64UL * 1024;
 
 /// What the trimming wants to know of an entry.
@@ -151,10 +150,10 @@ void tellRemoved(const Trimming& trimming) {
   for (const std::string& address : trimming.addresses()) debug(2000, "%s", address.c_str());
 }
 
-void runHooks(const Config& conf, const std::set<std::string>& addresses) {
+void runHooks(const Config& conf, const std::set<std::string>& addresses, int hookTime) {
   if (!hookExists(conf, kHook)) return;
   const std::string hook = hookPath(conf, kHook);
-  HookBudget budget(kAllHooksTime);
+  HookBudget budget(hookTime);
   std::size_t done = 0;
   for (const std::string& address : addresses) {
     if (budget.isSpent()) {
@@ -174,7 +173,7 @@ void runHooks(const Config& conf, const std::set<std::string>& addresses) {
 
 }  // namespace
 
-int clear_brute_log_entries(const Config* conf) {
+int clear_brute_log_entries(const Config* conf, int hookTime) {
   if (conf->clear_brute_log_entry_time <= 0) return 1;
   const std::string path = bruteEntriesFile();
   std::set<std::string> addresses;
@@ -197,7 +196,7 @@ int clear_brute_log_entries(const Config* conf) {
     tellRemoved(trimming);
     addresses = trimming.addresses();
   }
-  runHooks(*conf, addresses);
+  runHooks(*conf, addresses, hookTime);
   return 1;
 }
 

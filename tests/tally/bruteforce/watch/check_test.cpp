@@ -288,10 +288,9 @@ TEST_F(BruteMonitor, TellsOfAMissingLogOnceUntilItChanges) {
       {"as before", [] {}, 60, 0},
       {"another too", [&] { ::rename(log_.c_str(), moved.c_str()); }, 120, 1},
       {"as before again", [] {}, 180, 0},
-      {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 240, 1},
-      {"back", [&] { ::rmdir(log_.c_str()), ::rename(moved.c_str(), log_.c_str()), write(failure("a", "::1")); }, 300,
-       0},
-      {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
+      {"back", [&] { ::rename(moved.c_str(), log_.c_str()), write(failure("a", "::1")); }, 240, 0},
+      {"gone once more", [&] { ::rename(log_.c_str(), moved.c_str()); }, 300, 1},
+      {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 360, 1},
       {"a day later", [] {}, 86399, 0},
       {"a day later for one", [] {}, 86400, 1},
   };
@@ -472,6 +471,14 @@ TEST_F(BruteMonitor, TakesNothingThatOthersPlanted) {
   EXPECT_EQ(sent.size(), 1U);
   EXPECT_TRUE(data("brute.conf").starts_with(log_ + "="));
   EXPECT_NE(panel_.logs.security().find("custom/brute.conf belongs to uid 65534"), std::string::npos);
+
+  // A file of root's, put into the planted folder as another name of it.
+  setData("custom/brute.conf", "here=1\n");
+  ASSERT_EQ(::chown(panel_.path("admin/custom").c_str(), 65534, 65534), 0);
+  write(failure("bob", "192.0.2.1"));
+  pass(kNow + 60);
+  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 2}}));
+  EXPECT_EQ(data("custom/brute.conf"), "here=1\n");
 }
 
 TEST_F(BruteMonitor, FloodsNoLog) {
