@@ -114,11 +114,6 @@ void readOddly(const std::string& text, bool numericNames, bool caseSensitive) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  standAside();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   Input input(data, size);
   const Settings how(input);
