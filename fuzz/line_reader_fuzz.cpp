@@ -93,11 +93,6 @@ void requireReadsStream(std::string_view text, int maxLength) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  standAside();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   Input input(data, size);
   const std::size_t longest = 1 + input.choice(64);

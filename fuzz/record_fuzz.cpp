@@ -94,35 +94,12 @@ void requireWritesBack(ConfigFile& record, const PlainRecord& plain, const Setti
   requireSame(again, plain, "read again");
 }
 
-/// Orders that a look-up by name does not follow: whatever they give, it is some of the lines.
-void readOddly(const std::string& text, bool numericNames, bool caseSensitive) {
-  ConfigFile record("record");
-  record.setUser(nullptr);
-  record.useLock = false;
-  record.numericNames = numericNames;
-  record.caseSensitive = caseSensitive;
-  require(record.readFile(1) == 1, "read oddly", record.result.view());
-  require(record.size() <= static_cast<long long>(linesOf(text).size()), "more pairs than lines");
-  long long last = 0;
-  for (long long i = 0; numericNames && i < record.size(); ++i) {
-    long long number = 0;
-    const bool isNumber = std::sscanf(record.getNameAt(i), "%lld", &number) == 1;
-    require(!isNumber || i == 0 || number >= last || last == 0, "numbers out of order");
-    if (isNumber) last = number;
-  }
-}
-
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  standAside();
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   Input input(data, size);
   const Settings how(input);
-  const bool writes = input.choice(8) == 1, odd = input.choice(8) == 1;
+  const bool writes = input.choice(8) == 1;
   const std::string text = input.rest();
 
   writeInput("record", text);
@@ -138,6 +115,5 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
   how.giveTo(fromText);
   fromText.readFromString(text.c_str(), how.keepBareLines);
   requireSame(fromText, plainlyRead(text.c_str(), how, nullptr), "read from a text");
-  if (odd) readOddly(text, how.multiValued, how.insertSorted);
   return 0;
 }

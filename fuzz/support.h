@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -92,17 +91,6 @@ class PlainRecord {
     }
     pairs_.emplace_back(name, value);
   }
-  bool erase(const std::string& name) {
-    const auto had = pairs_.size();
-    std::erase_if(pairs_, [&](const Pair& pair) { return pair.first == name; });
-    return pairs_.size() < had;
-  }
-  std::optional<std::string> get(const std::string& name) const {
-    for (const Pair& pair : pairs_) {
-      if (pair.first == name) return pair.second;
-    }
-    return {};
-  }
   std::vector<Pair> sorted() const {
     std::vector<Pair> all = pairs_;
     std::sort(all.begin(), all.end(), [](const Pair& a, const Pair& b) {
@@ -125,14 +113,6 @@ inline void requireSame(const ConfigFile& record, const PlainRecord& plain, cons
   }
 }
 
-/// The target works in a folder of its own from here on; debug and log output goes nowhere.
-inline void standAside() {
-  std::string folder = (std::filesystem::temp_directory_path() / "zvtaskq_fuzz.XXXXXX").string();
-  require(::mkdtemp(folder.data()) != nullptr, "mkdtemp");
-  std::filesystem::current_path(folder);
-  require(std::freopen("/dev/null", "w", stdout) != nullptr, "no /dev/null");
-}
-
 inline void writeInput(const char* path, std::string_view content) {
   std::FILE* file = std::fopen(path, "we");
   require(file != nullptr, "fopen", path);
@@ -141,3 +121,12 @@ inline void writeInput(const char* path, std::string_view content) {
 }
 
 }  // namespace zvtaskq::fuzz
+
+/// Every target works in a folder of its own; debug and log output goes nowhere.
+extern "C" [[gnu::used]] inline int LLVMFuzzerInitialize(int*, char***) {
+  std::string folder = (std::filesystem::temp_directory_path() / "zvtaskq_fuzz.XXXXXX").string();
+  zvtaskq::fuzz::require(::mkdtemp(folder.data()) != nullptr, "mkdtemp");
+  std::filesystem::current_path(folder);
+  zvtaskq::fuzz::require(std::freopen("/dev/null", "w", stdout) != nullptr, "no /dev/null");
+  return 0;
+}

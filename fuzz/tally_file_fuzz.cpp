@@ -33,8 +33,6 @@ double plainTotal(std::string_view text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-  static const bool ready = (standAside(), true);
-  static_cast<void>(ready);
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   writeInput("tally", text);
   const double total = getTallyTotal("tally");

@@ -35,11 +35,6 @@ void checkMissing(const Tokenizer& tokenizer, const std::string& text, const std
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  fuzz::standAside();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
   const std::string text = input.substr(0, input.find('\0'));

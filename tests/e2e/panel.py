@@ -109,6 +109,14 @@ class PanelTest(unittest.TestCase):
                                                         start=start if comes_up else ":"), mode=0o755)
         self.addCleanup(shell, "/etc/init.d/{0} stop; rm -f /etc/init.d/{0} {1}".format(name, program))
 
+    def init_script(self, name, body):
+        """An init script that does just this."""
+        write("/etc/init.d/" + name, "#!/bin/sh\n%s\n" % body, mode=0o755)
+        self.addCleanup(os.unlink, "/etc/init.d/" + name)
+
+    def watch(self, **values):
+        write(ADMIN + "/services.status", "".join("%s=%s\n" % pair for pair in sorted(values.items())), "zvadmin", 0o600)
+
     def service_calls(self):
         return text(self.calls).split("\n")[:-1]
 
@@ -123,6 +131,10 @@ class PanelTest(unittest.TestCase):
         if status is not None:
             self.assertEqual(outcome.returncode, status, outcome.stdout + outcome.stderr)
         return outcome.stdout
+
+    def start(self):
+        """A run beside the test."""
+        return subprocess.Popen([PROGRAM], stdout=subprocess.DEVNULL)
 
     def log(self, name="errortaskq"):
         return text("%s/%s.log" % (LOGS, name))

@@ -9,14 +9,15 @@ from panel import PanelTest, settings, text, write
 
 class Queue(PanelTest):
     def test_reset_runs_first_and_once(self):
-        self.queue("action=rewrite&value=early", "action=reset&value=all", "value=%61ll&action=%72eset", "action=rewrite&value=late")
+        self.queue("action=rewrite&value=early", "action=reset&value=all", "value=%61ll&action=%72eset", "action=rewrite&value=late",
+                   "action=reset&type=user&value=bob")
         self.run_program()
         lines = self.log()
         self.assertLogged("Reset All has started", times=2)
         self.assertLess(lines.index("Reset All has started"), lines.index("Unknown rewrite: early"))
         self.assertLogged("Reset all command Received", "system", times=1)
         self.assertLogged("Reset all command : done", "system", times=1)
-        self.assertEqual(text(panel.QUEUE), "action=tally&value=all\n" * 2)
+        self.assertEqual(text(panel.QUEUE), "action=tally&value=all\n" * 2 + "action=tally&type=user&value=bob\n")
 
     def test_order_of_the_queues(self):
         for path in (panel.QUEUE + ".zv", panel.QUEUE, panel.MAIL_QUEUE, panel.QUEUE + ".cb"):
@@ -67,8 +68,7 @@ class Queue(PanelTest):
 
     def test_a_service_script_that_hangs(self):
         """It is waited for no longer, and lives on with what it started."""
-        write("/etc/init.d/sshd", "#!/bin/sh\nsleep 4; echo over >> %s\n" % self.calls, mode=0o755)
-        self.addCleanup(os.unlink, "/etc/init.d/sshd")
+        self.init_script("sshd", "sleep 4; echo over >> " + self.calls)
         self.queue("action=sshd&value=stop", "action=rewrite&value=z")
         self.run_program(env={"ZVTASKQ_FAIL": "service.patience:EIO"})
         self.assertLogged("Time limit of 2 seconds is over: not waiting for pid ", times=1)
@@ -156,11 +156,6 @@ class Queue(PanelTest):
         self.assertNotIn("email_aware", self.log())
         self.assertLogged("Converting to unified ftp password file", "system", times=1)
 
-    def test_user_reset_queues_a_tally(self):
-        self.queue("action=reset&type=user&value=bob")
-        self.run_program()
-        self.assertEqual(text(panel.QUEUE), "action=tally&type=user&value=bob\n")
-
     def test_mail_queue(self):
         self.queue("x=1", "action=limit&username=bob", "action=nobody", path=panel.MAIL_QUEUE)
         self.run_program()
@@ -190,9 +185,6 @@ class Queue(PanelTest):
 
 
 class Monitor(PanelTest):
-    def watch(self, **values):
-        write(panel.ADMIN + "/services.status", "".join("%s=%s\n" % pair for pair in sorted(values.items())), "zvadmin", 0o600)
-
     def test_watch(self):
         self.service("named")
         self.service("exim", comes_up=False)
@@ -221,14 +213,6 @@ class Monitor(PanelTest):
         self.assertGreaterEqual(restarted - started, 5e9)
         self.assertGreaterEqual(end - restarted, 5e9)
         self.assertEqual(glob.glob(panel.PANEL + "/data/tickets/*/*"), [])
-
-    def test_a_name_longer_than_the_system_keeps(self):
-        self.service("zv-delivery-agent")
-        self.watch(**{"zv-delivery-agent": "ON"})
-        for _ in range(3):
-            self.run_program()
-        self.assertEqual(self.service_calls(), ["zv-delivery-agent start"])
-        self.assertLogged("zv-delivery-agent is watched as zv-delivery-age: ", times=1)
 
     def test_odd_names_and_missing_record(self):
         write(panel.ADMIN + "/services.status", "a;touch /tmp/owned=ON\n-x=ON\n", "zvadmin", 0o600)

@@ -45,10 +45,15 @@ class Startup(PanelTest):
         write("/tmp/good.conf", "logdir=%s\nserverpath=%s\n" % (panel.LOGS, panel.PANEL), "zvadmin", 0o600)
         self.assertIn("done queue", self.run_program("d20", "--config=/tmp/good.conf"))
 
-    def test_without_panel_user(self):
-        shell("cp -p /etc/passwd /etc/passwd.kept; sed -i /^zvadmin:/d /etc/passwd")
-        self.addCleanup(shell, "mv /etc/passwd.kept /etc/passwd")
-        self.assertIn("Unable to read config file.", self.run_program())
+    def test_pigz_needs_its_program_and_compression(self):
+        for compressed, want in [(1, ""), (0, "backup_gzip is disabled, but pigz is enabled.  Disabling pigz support.\n"),
+                                 (1, "Cannot find /usr/local/bin/pigz.  Disabling pigz support. (uid=")]:
+            settings(pigz=4, backup_gzip=compressed)
+            shown = self.run_program("d1000", "--config=" + panel.CONF)
+            self.assertIn(want, shown)
+            self.assertEqual(shown.count("pigz support"), len(want) > 0)
+            if not compressed:
+                os.unlink("/usr/local/bin/pigz")
 
     def test_not_root(self):
         shell("chmod 711 %s/conf; chmod 644 %s" % (panel.PANEL, panel.CONF))
@@ -58,8 +63,7 @@ class Startup(PanelTest):
 
     def test_pid_file(self):
         seen = "/tmp/pid.seen"
-        write("/etc/init.d/sshd", "#!/bin/sh\nstat -c %%a /run/zvtaskq.pid >%s\n" % seen, mode=0o755)
-        self.addCleanup(os.unlink, "/etc/init.d/sshd")
+        self.init_script("sshd", "stat -c %a /run/zvtaskq.pid >" + seen)
         self.queue("action=sshd&value=stop")
         for age, told in [(2690, 0), (2710, 1)]:
             write("/run/zvtaskq.pid", "1\n", mode=0o600)
@@ -79,7 +83,7 @@ class Startup(PanelTest):
 
     def test_streams(self):
         settings(pipe_log="/var/log/zorvane/pipe.log", process_list_debug="1")
-        write(panel.ADMIN + "/services.status", "absent=ON\n", "zvadmin", 0o600)
+        self.watch(absent="ON")
         self.service("absent", comes_up=False)
         self.assertEqual(self.run_program(), self.run_program_errors_alone())
         piped = text("/var/log/zorvane/pipe.log")
@@ -105,9 +109,7 @@ class Startup(PanelTest):
 
     def test_nothing_from_outside_matters(self):
         report = "/tmp/child.report"
-        write("/etc/init.d/sshd", "#!/bin/sh\n{ umask; ulimit -Sc; ulimit -Sn; env; ls -l /proc/$$/fd; cat /proc/$$/status; } > %s 2>&1\n"
-              % report, mode=0o755)
-        self.addCleanup(os.unlink, "/etc/init.d/sshd")
+        self.init_script("sshd", "{ umask; ulimit -Sc; ulimit -Sn; env; ls -l /proc/$$/fd; cat /proc/$$/status; } > %s 2>&1" % report)
         self.queue("action=sshd&value=stop")
         evil = {"LD_PRELOAD_X": "/tmp/x.so", "BASH_ENV": "/tmp/x", "IFS": "x", "TAR_OPTIONS": "--x", "SECRET": "s"}
         self.run_program(env=evil, before="umask 0; trap '' TERM USR1; exec 7</etc/shadow; ulimit -Sc 7; ulimit -Sn 321;")

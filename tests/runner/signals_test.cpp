@@ -11,7 +11,7 @@ using namespace zvtaskq::test;
 TEST(Signals, AnswersEachInItsWords) {
   LogCapture log;
   handleSignal(SIGHUP);
-  EXPECT_NE(log.errors().find("] Bad Signal 1\n"), std::string::npos);
+  EXPECT_TRUE(holds(log.errors(), "] Bad Signal 1\n"));
   EXPECT_EXIT(handleSignal(SIGSEGV), testing::ExitedWithCode(666 & 0xff), "");
-  EXPECT_NE(log.errors().find("*** Segfault!!! *** "), std::string::npos);
+  EXPECT_TRUE(holds(log.errors(), "*** Segfault!!! *** "));
 }

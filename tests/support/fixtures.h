@@ -2,10 +2,13 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "core/sys/log.h"
 
@@ -30,6 +33,11 @@ std::string contentOf(const std::string& path);
 std::string fixture(const std::string& name);
 void writeText(const std::string& path, const std::string& text);
 bool exists(const std::string& path);
+/// Whether `part` stands in `text`; says both when that is not what was expected.
+inline testing::AssertionResult holds(std::string_view text, std::string_view part) {
+  const bool found = text.find(part) != std::string_view::npos;
+  return testing::AssertionResult(found) << '"' << part << (found ? "\" in:\n" : "\" is not in:\n") << text;
+}
 /// The permission bits of a file, 0 when there is none.
 unsigned modeOf(const std::string& path);
 
@@ -58,6 +66,15 @@ class Exchange {
  private:
   pid_t child_;
 };
+
+/// What `body` answers in a process of its own, which nothing it does outlives; -1 when that was killed.
+template <class Body>
+int inAProcessOfItsOwn(Body body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) ::_exit(static_cast<int>(body()));
+  int status = -1;
+  return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 /// Runs `body` and returns what it printed on standard output.
 template <class Body>

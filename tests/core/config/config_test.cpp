@@ -26,10 +26,6 @@ std::string have(const ConfigFile& settings, const char* key) {
 
 class ConfigTest : public testing::Test {
  protected:
-  void SetUp() override {
-    if (getUID(kPanelUser) == kUnknownId) GTEST_SKIP() << "needs the user zvadmin, as in dev/sandbox";
-    ASSERT_EQ(setRootPriv(), 1) << "needs root, as in dev/sandbox";
-  }
   void TearDown() override { setDebugLevel(0); }
 
   std::string path(const char* name) const { return folder_.path(name); }
@@ -51,15 +47,10 @@ void needs(bool done) {
   if (!done) ::_exit(99);
 }
 
-/// Gives this process mounts of its own, so that it can change what the machine looks like.
-void takeOwnMounts() {
-  needs(setRootPriv() != 0);
-  needs(::unshare(CLONE_NEWNS) == 0);
-  needs(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
-}
-
+/// Gives this process mounts of its own, and a list of accounts without the panel's.
 void hidePanelUser(const std::string& copy) {
-  takeOwnMounts();
+  needs(setRootPriv() != 0 && ::unshare(CLONE_NEWNS) == 0);
+  needs(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
   std::ifstream accounts("/etc/passwd");
   std::ofstream others(copy);
   for (std::string line; std::getline(accounts, line);) {
@@ -69,71 +60,37 @@ void hidePanelUser(const std::string& copy) {
   needs(::mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0);
 }
 
-enum class Pigz { installed, missing };
-
-/// Reads the file on a machine with or without pigz, its words going to standard error, and exits with `pigz`.
-[[noreturn]] void exitWithPigz(Pigz pigz, const std::string& file) {
-  takeOwnMounts();
-  needs(::mount("none", "/usr/local/bin", "tmpfs", 0, nullptr) == 0);
-  if (pigz == Pigz::installed) writeText("/usr/local/bin/pigz", "");
-  needs(::dup2(STDERR_FILENO, STDOUT_FILENO) >= 0);
-  setDebugLevel(1000);
-  const Config config(file.c_str());
-  std::fflush(stdout);
-  ::_exit(config.pigz);
-}
-
 }  // namespace
 
 TEST_F(ConfigTest, TakesEachValueFromTheFileOrItsDefault) {
   const struct {
-    const char* name;
-    const char* lines;
-    const char* key;
-    const char* want;
+    const char *name, *lines, *key, *want;
   } cases[] = {
       {"record layer", "", "brutecount", "100"},
-      {"record layer, text", "", "letsencrypt_list", "www:mail:ftp:pop:smtp"},
       {"record layer, character", "", "ftpsep", "@"},
       {"record layer, fraction", "", "hard_quota_multiplier", "1.1"},
       {"field layer", "", "clear_brute_log_entry_time", "4"},
       {"field layer, 64 bits", "", "max_read_to_memory_size", "524288000"},
-      {"both layers", "", "zip", "1"},
       {"no layer, number", "", "unblock_brute_ip_time", "0"},
-      {"no layer, text", "", "taskqueue", ""},
       {"fallback", "", "pure_pw", "/usr/bin/pure-pw"},
-      {"file over record layer", "brutecount=7\n", "brutecount", "7"},
       {"file over field layer", "clear_brute_log_entry_time=0\n", "clear_brute_log_entry_time", "0"},
-      {"file over both layers", "zip=0\n", "zip", "0"},
-      {"file over fallback", "pure_pw=/opt/pure-pw\n", "pure_pw", "/opt/pure-pw"},
       {"empty number, record layer", "brutecount=\n", "brutecount", "100"},
-      {"empty number, field layer", "clear_brute_log_entry_time=\n", "clear_brute_log_entry_time", "4"},
-      {"no number", "brutecount=many\n", "brutecount", "100"},
       {"no finite number", "check_load=nan\n", "check_load", "10"},
       {"empty fallback", "pipe_log=\n", "pipe_log", "/dev/null"},
       {"empty web site", "zv_website=\n", "zv_website", "https://www.zorvane.example"},
-      {"empty text", "webmail_link=\n", "webmail_link", ""},
       {"value with separator", "load_top_string=top -b=1\n", "load_top_string", "top -b=1"},
       {"flag above one", "lock_debug=2\n", "lock_debug", "1"},
-      {"number where flags are near", "track_task_queue_processes=2\n", "track_task_queue_processes", "2"},
       {"more than 32 bits", "hsts=63072000000\n", "hsts", "63072000000"},
       {"old name", "connect_timeout=3\n", "request_timeout", "3"},
       {"old name beside the new", "connect_timeout=3\nrequest_timeout=4\n", "request_timeout", "4"},
-      {"new name before the old", "request_timeout=4\nconnect_timeout=3\n", "request_timeout", "4"},
-      {"custom-build queue", "taskqueue=/x/task.queue\n", "taskqueuecb", "/usr/local/zorvane/data/task.queue.cb"},
       {"mail queue", "taskqueue=/x/task.queue\n", "mailtaskqueue", "/etc/virtual/mail_task.queue"},
       {"quota partition", "", "quota_partition", "/home"},
       {"Apache of the 2.0 family", "apache_ver=2.4\n", "apache_ver", "2.0"},
-      {"Apache of no known family", "apache_ver=2.6\n", "apache_ver", "2.6"},
       {"demonstration pages", "docsroot=/skin\n", "demodocsroot", "/skin"},
-      {"its own demonstration pages", "docsroot=/skin\ndemodocsroot=/demo\n", "demodocsroot", "/demo"},
       {"handshake beyond timeout", "timeout=11\n", "handshake_timeout", "11"},
-      {"handshake within timeout", "timeout=30\n", "handshake_timeout", "12"},
       {"longest session", "session_minutes=35791\n", "session_minutes", "35791"},
       {"shortest name", "max_username_length=8\n", "max_username_length", "8"},
       {"longest name", "max_username_length=14\n", "max_username_length", "14"},
-      {"method that passes", "crypt_method=3\n", "crypt_method", "3"},
-      {"other quota partition", "ext_quota_partitions=/var\n", "ext_quota_partitions", "/var"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -155,9 +112,7 @@ TEST_F(ConfigTest, CorrectsAndTells) {
   const std::string username = "You're trying to use a max_username_length value of ";
   const std::string session = "You're trying to use a session_minutes value of ";
   const struct {
-    const char* lines;
-    const char* key;
-    const char* want;
+    const char *lines, *key, *want;
     int level;
     std::string printed;
     const char* result;
@@ -167,14 +122,13 @@ TEST_F(ConfigTest, CorrectsAndTells) {
       {"timeout=19\n", "request_timeout", "19", 100,
        "request_timeout(20) is larger than timeout(19). Lowering request_timeout to match timeout.\n", ""},
       {"timeout=19\n", "request_timeout", "19", 99, "", ""},
-      {"timeout=20\nsession_minutes=0\n", "session_minutes", "60", 0,
-       session + "0.  Ignoring you and using 60 instead.\n", ""},
-      {"timeout=20\nsession_minutes=35792\n", "session_minutes", "60", 0,
-       session + "35792.  Ignoring you and using 60 instead.\n", ""},
+      {"session_minutes=0\n", "session_minutes", "60", 0, session + "0.  Ignoring you and using 60 instead.\n", ""},
+      {"session_minutes=35792\n", "session_minutes", "60", 0, session + "35792.  Ignoring you and using 60 instead.\n",
+       ""},
       {"max_username_length=7\n", "max_username_length", "10", 0,
        username + "7.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
-      {"max_username_length=20\n", "max_username_length", "10", 0,
-       username + "20.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
+      {"max_username_length=15\n", "max_username_length", "10", 0,
+       username + "15.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
       {"crypt_method=7\n", "crypt_method", "1", 0, "Please use a crypt_method of 1,5 or 6\nValue '7' is not allowed.\n",
        ""},
       {"timeout=20\next_quota_partitions=/home\n", "ext_quota_partitions", "", 1, doubled + "\n", doubled.c_str()},
@@ -200,23 +154,10 @@ TEST_F(ConfigTest, CorrectsAndTells) {
   }
 }
 
-TEST_F(ConfigTest, TellsOfTheOldNameInTheErrorLogOfThatFile) {
-  const std::string file = fileWith("timeout=30\nconnect_timeout=25\n");
-  const std::string words =
-      "DEPRECATED: connect_timeout=25 has been replaced with request_timeout. Please change your zorvane.conf.";
-  setDebugLevel(1000);
-  Config config(nullptr);
-  EXPECT_NE(printed([&] { EXPECT_EQ(config.readFile(file.c_str(), 0, 0), 1); }).find(words), std::string::npos);
-  EXPECT_NE(logged().find(words), std::string::npos);
-  EXPECT_EQ(config.request_timeout, 25);
-}
-
 TEST_F(ConfigTest, DerivesLogFilesAndTheSecondQueue) {
-  const Config config(fileWith("logdir=/var/log/zv\ntaskqueue=/x/task.queue\n").c_str());
-  EXPECT_STREQ(config.errorLogFile, "/var/log/zv/error.log");
-  EXPECT_STREQ(config.systemLogFile, "/var/log/zv/system.log");
-  EXPECT_STREQ(config.securityLogFile, "/var/log/zv/security.log");
-  EXPECT_STREQ(config.loginLogFile, "/var/log/zv/login.log");
+  const Config config(fileWith("logdir=/v\ntaskqueue=/x/task.queue\n").c_str());
+  EXPECT_EQ(joined(config.errorLogFile, config.systemLogFile, config.securityLogFile, config.loginLogFile),
+            "/v/error.log/v/system.log/v/security.log/v/login.log");
   EXPECT_STREQ(config.secondTaskQueue, "/x/task.queue.zv");
 
   const Config none(fileWith("logdir=\n").c_str());
@@ -228,15 +169,16 @@ TEST_F(ConfigTest, DerivesLogFilesAndTheSecondQueue) {
 TEST_F(ConfigTest, DirectsTheLogsForAsLongAsItIsLoaded) {
   const auto told = [](const char* message) { return printed([=] { errorLog("%s", message); }); };
   {
-    Config config(fileWith("").c_str());
+    Config config(fileWith("timeout=30\nconnect_timeout=25\n").c_str());
+    EXPECT_TRUE(holds(logged(),
+                      "DEPRECATED: connect_timeout=25 has been replaced with request_timeout. Please change your "
+                      "zorvane.conf."));
     EXPECT_EQ(told("loaded"), "");
-    EXPECT_NE(logged().find("loaded"), std::string::npos);
+    EXPECT_TRUE(holds(logged(), "loaded"));
     config.setErrLog(path("errortaskq.log").c_str());
     EXPECT_EQ(told("overridden"), "");
-    EXPECT_NE(logged("errortaskq.log").find("overridden"), std::string::npos);
+    EXPECT_TRUE(holds(logged("errortaskq.log"), "overridden"));
     EXPECT_EQ(config.readFile(), 1);
-    EXPECT_EQ(told("read again"), "");
-    EXPECT_NE(logged().find("read again"), std::string::npos);
     EXPECT_EQ(config.readFile("/nonexistent", 0, 0), 0);
     EXPECT_EQ(told("failed"), "failed\n");
     EXPECT_EQ(config.readFile(), 1);
@@ -274,14 +216,10 @@ TEST_F(ConfigTest, DefaultsAloneNeedNoFile) {
   EXPECT_FALSE(config.error);
   ConfigFile settings(nullptr);
   config.checkFile(&settings);
-  const std::pair<const char*, const char*> want[] = {{"docsroot", "./data/skins/enhanced"},
-                                                      {"demodocsroot", "./data/skins/enhanced"},
-                                                      {"ns2", "ns2.zorvane.example"},
-                                                      {"reseller_can_set_email_limit", "1"},
-                                                      {"max_user_send_limit", "400"},
-                                                      {"max_per_email_send_limit", "200"},
-                                                      {"systemd", "0"},
-                                                      {"brutecount", "100"}};
+  const std::pair<const char*, const char*> want[] = {
+      {"demodocsroot", "./data/skins/enhanced"}, {"ns2", "ns2.zorvane.example"},
+      {"reseller_can_set_email_limit", "1"},     {"max_user_send_limit", "400"},
+      {"max_per_email_send_limit", "200"},       {"systemd", "0"}};
   for (const auto& [key, value] : want) EXPECT_EQ(have(settings, key), value) << key;
   EXPECT_STREQ(config.getFilename(), "/nonexistent/zorvane.conf");
 }
@@ -322,17 +260,6 @@ TEST_F(ConfigTest, AnswersWhatOthersAskOf) {
   config.setLanguage("de");
   config.setLanguage(config.language);
   EXPECT_STREQ(config.language, "de");
-}
-
-TEST_F(ConfigDeathTest, PigzNeedsItsProgramAndCompression) {
-  const std::string both = fileWith("pigz=4\nbackup_gzip=1\n", "both.conf");
-  const std::string alone = fileWith("pigz=4\n", "alone.conf");
-  using Exits = testing::ExitedWithCode;
-  EXPECT_EXIT(exitWithPigz(Pigz::installed, both), Exits(4), "");
-  EXPECT_EXIT(exitWithPigz(Pigz::installed, alone), Exits(0),
-              "backup_gzip is disabled, but pigz is enabled.  Disabling pigz support.");
-  EXPECT_EXIT(exitWithPigz(Pigz::missing, both), Exits(0),
-              "Cannot find /usr/local/bin/pigz.  Disabling pigz support. .uid=[0-9]+");
 }
 
 TEST_F(ConfigDeathTest, WithoutThePanelUserNothingIsRead) {

@@ -40,17 +40,12 @@ void makeHardLink(const std::string& to, const std::string& at) {
 constexpr unsigned kSomebody = 12345;
 constexpr const char* kNobody = "nobody";
 
-class AsRootTest : public ::testing::Test {
+class Ownership : public ::testing::Test {
  protected:
-  void SetUp() override {
-    if (realIds().user != 0) GTEST_SKIP() << "needs root";
-    ASSERT_TRUE(switchEffective(kRootIds));
-  }
   Folder folder_;
   LogCapture logs_;
 };
-using Ownership = AsRootTest;
-using Rename = AsRootTest;
+using Rename = Ownership;
 
 }  // namespace
 
@@ -96,9 +91,8 @@ TEST_F(Rename, SaysHowItWent) {
                                              " is a hard link. Will not rename from " + b + "<br>\n");
   EXPECT_EQ(renameFile(dir.c_str(), h.c_str(), 1), 0);
   EXPECT_EQ(std::string(getSysResult()), h + " is a hard link. Will not rename from " + dir + "<br>\n");
-  EXPECT_NE(logs_.security().find("HardLink found on " + b + " (2 links) or " + a +
-                                  " (0 links).  Was attempting to rename.\n"),
-            std::string::npos);
+  EXPECT_TRUE(holds(logs_.security(),
+                    "HardLink found on " + b + " (2 links) or " + a + " (0 links).  Was attempting to rename.\n"));
   EXPECT_EQ(renameFile(b.c_str(), a.c_str(), 0), 1);
 }
 
@@ -220,12 +214,11 @@ TEST_F(Ownership, KeepsToItsConditions) {
 
   setFailPlan(".rename:EROFS");
   EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
-  EXPECT_NE(logs_.errors().find("setOwner(secure_chown): error renaming " + file + " to " + folder_.path(".")),
-            std::string::npos);
+  EXPECT_TRUE(holds(logs_.errors(), "setOwner(secure_chown): error renaming " + file + " to " + folder_.path(".")));
   setFailPlan(".rename:EROFS:1");
   EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
   setFailPlan(nullptr);
-  EXPECT_NE(logs_.errors().find(" back to " + file + ": Read-only file system"), std::string::npos) << logs_.errors();
+  EXPECT_TRUE(holds(logs_.errors(), " back to " + file + ": Read-only file system"));
 
   writeText(file, "x");
   makeHardLink(file, hard);
@@ -234,8 +227,8 @@ TEST_F(Ownership, KeepsToItsConditions) {
   EXPECT_EQ(ownerOf(file), kSomebody);
   const std::string line =
       "HardLink found on " + hard + " (2 links).  Was attempting to be reset to owner UID(7) GID(8)\n";
-  EXPECT_NE(logs_.security().find(line), std::string::npos);
-  EXPECT_NE(logs_.errors().find(line), std::string::npos);
+  EXPECT_TRUE(holds(logs_.security(), line));
+  EXPECT_TRUE(holds(logs_.errors(), line));
   EXPECT_EQ(setOwner(file.c_str(), "nosuchuser", kNobody), 0);
   EXPECT_EQ(setOwner(file.c_str(), kNobody, "nosuchgroup"), 0);
   EXPECT_EQ(ownerOf(file), kSomebody);
@@ -262,7 +255,7 @@ TEST_F(Ownership, GivesWholeTreesWithoutLeavingThem) {
   writeText(tree + "/z", "");
   EXPECT_EQ(setOwnerRecursive_secure(tree.c_str(), kNobody, kNobody), 0);
   EXPECT_EQ(ownerOf(tree + "/z"), nobodyIds().user);
-  EXPECT_NE(logs_.security().find("HardLink found on " + tree + "/a/hard (2 links)"), std::string::npos);
+  EXPECT_TRUE(holds(logs_.security(), "HardLink found on " + tree + "/a/hard (2 links)"));
   for (const std::string& spared : {canary, outside, outside + "/file"}) EXPECT_EQ(ownerOf(spared), 0U) << spared;
   EXPECT_EQ(setOwnerRecursive((outside).c_str(), kSomebody, 1U), 1);
   EXPECT_EQ(ownerOf(outside + "/file"), kSomebody);
@@ -283,13 +276,12 @@ TEST(Look, TailAndGrep) {
   for (int i = 0; i < 50000; ++i) all += "line " + std::to_string(i) + "\n";
   writeText(file, all + "Unfinished");
   std::string out;
-  const struct {
-    int lines;
-    std::string want;
-  } cases[] = {{1, "Unfinished"}, {2, "line 49999\nUnfinished"}, {0, ""}, {90000, all + "Unfinished"}};
-  for (const auto& c : cases) {
-    ASSERT_EQ(tail(file.c_str(), c.lines, out), 1);
-    EXPECT_TRUE(out == c.want) << c.lines;
+  for (const auto& [lines, want] : {std::pair<int, std::string>{1, "Unfinished"},
+                                    {2, "line 49999\nUnfinished"},
+                                    {0, ""},
+                                    {90000, all + "Unfinished"}}) {
+    ASSERT_EQ(tail(file.c_str(), lines, out), 1);
+    EXPECT_TRUE(out == want) << lines;
   }
   ASSERT_EQ(tail(file.c_str(), 49000, out), 1);
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 48999);

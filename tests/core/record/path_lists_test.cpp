@@ -37,16 +37,13 @@ TEST(Paths, CreatesAndLists) {
   EXPECT_EQ(linesOf(created), a + "/b;" + a + "/b/c;");
   EXPECT_EQ(modeOf(a + "/b"), 0755U);
   EXPECT_EQ(modeOf(a), 0700U);
-  EXPECT_EQ(createPath((a + "/b/c/").c_str(), 0755, 1, &created), 1);
-  EXPECT_EQ(created.size(), 2);
   writeText(a + "/file", "");
   EXPECT_EQ(createPath((a + "/x/y").c_str(), 01731, 0, nullptr), 1);
   EXPECT_EQ(modeOf(a + "/x/y"), 01731U);
   EXPECT_EQ(createPath((a + "/file").c_str(), 0755, 0, &created), 0);
   EXPECT_EQ(createPath((a + "/file/z").c_str(), 0755, 0, &created), 0);
-  EXPECT_NE(std::string(getSysResult()).find("/file: File exists<br>\n"), std::string::npos) << getSysResult();
-  EXPECT_EQ(createPath("", 0755, 0, nullptr), 0);
-  EXPECT_EQ(createPath(nullptr, 0755, 0, nullptr), 0);
+  EXPECT_TRUE(holds(std::string(getSysResult()), "/file: File exists<br>\n")) << getSysResult();
+  for (const char* none : {"", static_cast<const char*>(nullptr)}) EXPECT_EQ(createPath(none, 0755, 0, nullptr), 0);
 }
 
 TEST(Paths, TellsWhatIsThere) {

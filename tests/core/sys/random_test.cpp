@@ -9,8 +9,7 @@ TEST(Random, IsEvenAndWithinItsBounds) {
   int counts[6] = {};
   for (int i = 0; i < 60000; ++i) {
     const int number = getRandNumber(-2, 3, i % 100 == 0);
-    ASSERT_GE(number, -2);
-    ASSERT_LE(number, 3);
+    ASSERT_TRUE(number >= -2 && number <= 3);
     ++counts[number + 2];
   }
   for (int count : counts) EXPECT_NEAR(count, 10000, 600);

@@ -10,8 +10,7 @@ namespace {
 
 struct Item {
   std::string text;
-  unsigned value;
-  unsigned place;
+  unsigned value, place;
 };
 
 int byValue(const Item& a, const Item& b) {

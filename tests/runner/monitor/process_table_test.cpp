@@ -1,14 +1,13 @@
 #include "runner/monitor/process_table.h"
 
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "core/process/child.h"
+#include "core/process/execute.h"
 #include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "support/panel_folder.h"
@@ -16,47 +15,19 @@
 using namespace zvtaskq;
 using namespace zvtaskq::test;
 
-namespace {
-
-/// Processes that do nothing under a name, for as long as it lives.
-class Sleepers {
- public:
-  ~Sleepers() {
-    for (const pid_t pid : pids_) {
-      ::kill(pid, SIGKILL);
-      ::waitpid(pid, nullptr, 0);
-    }
-  }
-  pid_t add(const char* name) {
-    int ready[2];
-    EXPECT_EQ(::pipe(ready), 0);
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      ::prctl(PR_SET_NAME, name);
-      static_cast<void>(!::write(ready[1], "x", 1));
-      for (;;) ::pause();
-    }
-    char byte = 0;
-    EXPECT_EQ(::read(ready[0], &byte, 1), 1);
-    ::close(ready[0]);
-    ::close(ready[1]);
-    pids_.push_back(pid);
-    return pid;
-  }
-
- private:
-  std::vector<pid_t> pids_;
-};
-
-}  // namespace
-
 TEST(ProcessTable, HasTheFirstWordOfEachNameAndItsIds) {
   const PanelFolder panel;
-  Sleepers sleepers;
-  const std::string first = std::to_string(sleepers.add("zvtwin")), second = std::to_string(sleepers.add("zvtwin"));
-  const std::string spaced = std::to_string(sleepers.add("zv two words")),
-                    tabbed = std::to_string(sleepers.add(" zvtab\tx"));
-  sleepers.add("zv-fifteen-long");
+  std::vector<Child> sleepers;
+  const auto add = [&](const char* name) {
+    std::filesystem::copy("/bin/sleep", panel.path(name), std::filesystem::copy_options::skip_existing);
+    sleepers.push_back(Child::start(ChildPlan::program(panel.path(name), {"600"})));
+    const std::string pid = std::to_string(sleepers.back().pid());
+    while (contentOf("/proc/" + pid + "/comm") == contentOf("/proc/self/comm")) nap(1);
+    return pid;
+  };
+  const std::string first = add("zvtwin"), second = add("zvtwin"), spaced = add("zv two words"),
+                    tabbed = add(" zvtab\tx");
+  add("zv-fifteen-long");
   ConfigFile processes(nullptr);
   EXPECT_EQ(getProcessList(processes), 1);
   const std::string twins = std::string(processes.getValue("zvtwin") == nullptr ? "" : processes.getValue("zvtwin"));

@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <functional>
-
 #include "support/fixed_clock.h"
 #include "support/panel_folder.h"
 
@@ -44,8 +42,7 @@ TEST_F(Cleanups, KeepAndDropToTheSecond) {
     const char* name;
     std::string file;
     void (*pass)();
-    std::string before;
-    std::string after;
+    std::string before, after;
   } cases[] = {
       {"log-ins", history_, clearOldLoginAttempts,
        "a=date=" + ago(1200) + "&ip=192.0.2.1\nb=date=" + ago(1201) + "\nc=ip=192.0.2.2\nd=date=" + ago(-60) +
@@ -82,26 +79,4 @@ TEST_F(Cleanups, KnowRequestsAfterTheLastSecondOfThirtyTwoBits) {
   ::chmod(requests_.c_str(), 0666);
   clearOldPasswordResetRequests();
   EXPECT_EQ(contentOf(requests_), "b=time=2199999999\n");
-}
-
-TEST_F(Cleanups, SwitchedOff) {
-  const std::function<void()> offs[] = {
-      [&] { panel_.conf.bruteforce = 0; },
-      [&] { panel_.conf.clear_blacklist_ip_time = 0; },
-      [&] {
-        panel_.makeFolder("conf");
-        writeText(panel_.path("conf/demo"), "");
-        useConfiguration(&panel_.conf);
-      },
-  };
-  panel_.conf.lost_password = false;
-  for (const auto& off : offs) {
-    panel_.conf.bruteforce = 1;
-    panel_.conf.clear_blacklist_ip_time = 10;
-    off();
-    for (const auto& file : {blacklist_, requests_}) writeText(file, "192.0.2.1=1\n");
-    clear_old_blacklisted_ips();
-    clearOldPasswordResetRequests();
-    EXPECT_EQ(contentOf(blacklist_) + contentOf(requests_), "192.0.2.1=1\n192.0.2.1=1\n");
-  }
 }

@@ -62,8 +62,7 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
     double limit;
     int minute;
     std::string stamp;
-    const char* subject;
-    const char* error;
+    const char *subject, *error;
   } cases[] = {
       {"first notice", 1.5, 5, "", "Load 2.35", ""},
       {"equal load", 2.345703125, 5, "", nullptr, ""},
@@ -91,7 +90,7 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
     }
     EXPECT_EQ(contentOf(settings_), sentNotices().empty() ? before : "load_limit_last_sent=1800000000\nother=1\n")
         << c.name;
-    EXPECT_NE(logs.errors().find(c.error), std::string::npos) << c.name << logs.errors();
+    EXPECT_TRUE(holds(logs.errors(), c.error)) << c.name;
     EXPECT_EQ(logs.errors().empty(), *c.error == '\0') << c.name << logs.errors();
   }
 }
@@ -128,12 +127,12 @@ TEST_F(LoadCheck, SaysWhatGoesWrong) {
   check();
   setFailPlan(nullptr);
   EXPECT_EQ(sentNotices().size(), 1U);
-  EXPECT_NE(panel_.logs.errors().find("Unable to write " + settings_ + " : "), std::string::npos);
+  EXPECT_TRUE(holds(panel_.logs.errors(), "Unable to write " + settings_ + " : "));
   EXPECT_EQ(contentOf(settings_), "a=1\n");
 
   averagesKnown = -1;
   setDebugLevel(10);
   const std::string shown = printed([&] { check(); });
   setDebugLevel(0);
-  EXPECT_NE(shown.find("Tally::check_system_load:  getLoadAverage returned 0. Aborting."), std::string::npos);
+  EXPECT_TRUE(holds(shown, "Tally::check_system_load:  getLoadAverage returned 0. Aborting."));
 }

@@ -46,9 +46,7 @@ std::string listOf(const ConfigFile& usage) {
 
 TEST(Partitions, TableIsRead) {
   const struct {
-    const char* name;
-    const char* table;
-    const char* want;
+    const char *name, *table, *want;
   } cases[] = {
       {"plain", "Use% Mounted on\n 17% /\n100% /boot\n  0% /dev/shm\n", "/ Use=17;/boot Use=100;/dev/shm Use=0;"},
       {"blanks and signs in a mount point", "Use% Mounted on\n 9% /mnt/a b  99% /home\n", "/mnt/a b  99% /home Use=9;"},
@@ -77,8 +75,7 @@ TEST(Partitions, ThresholdAndOrder) {
 TEST_F(PartitionCheck, OnceADayOrEveryTime) {
   const struct {
     const char* name;
-    int mode;
-    int threshold;
+    int mode, threshold;
     long long age;
     std::size_t sent;
   } cases[] = {
@@ -98,5 +95,5 @@ TEST_F(PartitionCheck, OnceADayOrEveryTime) {
   }
   const std::string lastMessage = sentNotices().back().message;
   EXPECT_TRUE(lastMessage.starts_with("tlh 0: ") && lastMessage.ends_with("% - /\n")) << lastMessage;
-  EXPECT_EQ(lastMessage.find("/no/such"), std::string::npos) << lastMessage;
+  EXPECT_FALSE(holds(lastMessage, "/no/such"));
 }
