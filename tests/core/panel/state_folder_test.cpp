@@ -18,33 +18,23 @@ TEST(StateFolder, IsThePanelsWhateverStandsThere) {
     bool movesAway;
   } cases[] = {
       {"nothing", [](const std::string&) {}, false},
-      {"root's folder", [](const std::string& path) { ASSERT_EQ(::mkdir(path.c_str(), 0755), 0); }, false},
+      {"root's folder",
+       [](const std::string& path) {
+         const AsRoot root;
+         ::mkdir(path.c_str(), 0755);
+       },
+       false},
       {"nobody's folder",
-       [](const std::string& path) {
-         const AsUser nobody(nobodyIds());
-         ASSERT_EQ(::mkdir(path.c_str(), 0777), 0);
-         writeText(path + "/planted", "x");
-       },
-       true},
-      {"nobody's link",
-       [](const std::string& path) {
-         const AsUser nobody(nobodyIds());
-         ASSERT_EQ(::symlink("/tmp", path.c_str()), 0);
-       },
-       true},
-      {"nobody's file",
-       [](const std::string& path) {
-         const AsUser nobody(nobodyIds());
-         writeText(path, "x");
-       },
-       true},
+       [](const std::string& path) { ::mkdir(path.c_str(), 0777), writeText(path + "/planted", "x"); }, true},
+      {"nobody's link", [](const std::string& path) { ASSERT_EQ(::symlink("/tmp", path.c_str()), 0); }, true},
+      {"nobody's file", [](const std::string& path) { writeText(path, "x"); }, true},
   };
   for (const auto& c : cases) {
     PanelFolder panel;
     const std::string path = panel.path("admin/state");
     EXPECT_EQ(stateFile("x"), path + "/x");
-    c.plant(path);
     const AsUser nobody(nobodyIds());
+    c.plant(path);
     const Descriptor folder = openStateFolder("inner");
     EXPECT_EQ(effectiveIds(), nobodyIds()) << c.name;
     const AsRoot root;
@@ -52,8 +42,7 @@ TEST(StateFolder, IsThePanelsWhateverStandsThere) {
     for (const std::string& made : {path, path + "/inner"}) {
       struct stat what {};
       ASSERT_EQ(::lstat(made.c_str(), &what), 0) << c.name;
-      EXPECT_TRUE(S_ISDIR(what.st_mode)) << c.name;
-      EXPECT_EQ(what.st_mode & 07777, 0700U) << c.name;
+      EXPECT_EQ(what.st_mode, S_IFDIR | 0700U) << c.name;
       EXPECT_EQ(what.st_uid, getUID(kPanelUser)) << c.name;
     }
     EXPECT_FALSE(exists(path + "/planted")) << c.name;
