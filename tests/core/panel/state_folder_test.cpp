@@ -34,8 +34,7 @@ TEST(StateFolder, IsThePanelsWhateverStandsThere) {
     for (const std::string& made : {path, path + "/inner"}) {
       struct stat what {};
       ASSERT_EQ(::lstat(made.c_str(), &what), 0) << c.name;
-      EXPECT_TRUE(S_ISDIR(what.st_mode)) << c.name;
-      EXPECT_EQ(what.st_mode & 07777, 0700U) << c.name;
+      EXPECT_EQ(what.st_mode, S_IFDIR | 0700U) << c.name;
       EXPECT_EQ(what.st_uid, getUID(kPanelUser)) << c.name;
     }
     EXPECT_FALSE(exists(path + "/planted")) << c.name;

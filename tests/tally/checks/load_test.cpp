@@ -17,15 +17,12 @@ using namespace zvtaskq::test;
 namespace {
 
 constexpr long long kNow = 1'800'000'000;
-double averages[3];
+constexpr double kAverages[] = {3, 2.345703125, 1};
 int averagesKnown = 3;
 
 class LoadCheck : public ::testing::Test {
  protected:
   LoadCheck() {
-    averages[0] = 3;
-    averages[1] = 2.345703125;
-    averages[2] = 1;
     averagesKnown = 3;
     sentNotices().clear();
     panel_.conf.check_load = 1.5;
@@ -52,7 +49,7 @@ class LoadCheck : public ::testing::Test {
 
 /// The kernel's averages, as the test wants them.
 extern "C" int getloadavg(double* into, int count) noexcept {
-  for (int i = 0; i < count && i < averagesKnown; ++i) into[i] = averages[i];
+  for (int i = 0; i < count && i < averagesKnown; ++i) into[i] = kAverages[i];
   return averagesKnown;
 }
 
@@ -85,9 +82,7 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
     const LogCapture logs;
     check();
     ASSERT_EQ(sentNotices().size(), c.subject == nullptr ? 0U : 1U) << c.name;
-    if (c.subject != nullptr) {
-      EXPECT_EQ(sentNotices()[0].subject, joined(c.subject, " tlh"));
-    }
+    EXPECT_TRUE(sentNotices().empty() || sentNotices()[0].subject == joined(c.subject, " tlh")) << c.name;
     EXPECT_EQ(contentOf(settings_), sentNotices().empty() ? before : "load_limit_last_sent=1800000000\nother=1\n")
         << c.name;
     EXPECT_TRUE(holds(logs.errors(), c.error)) << c.name;
@@ -110,25 +105,19 @@ TEST_F(LoadCheck, ScriptsGetTheTokens) {
   EXPECT_EQ(contentOf(seen), line + line) << panel_.logs.errors();
 }
 
-TEST_F(LoadCheck, IsToldAgainWhenItReachedNobody) {
+TEST_F(LoadCheck, IsToldAgainWhenItReachedNobodyAndSaysWhatGoesWrong) {
   stamp("a=1\n");
   loseNotices(true);
   check();
-  EXPECT_EQ(contentOf(settings_), "a=1\n");
   loseNotices(false);
-  check();
-  EXPECT_EQ(sentNotices().size(), 2U);
-  EXPECT_EQ(contentOf(settings_), "a=1\nload_limit_last_sent=1800000000\n");
-}
-
-TEST_F(LoadCheck, SaysWhatGoesWrong) {
-  stamp("a=1\n");
   setFailPlan("safe_write.*:ENOSPC");
   check();
   setFailPlan(nullptr);
-  EXPECT_EQ(sentNotices().size(), 1U);
   EXPECT_TRUE(holds(panel_.logs.errors(), "Unable to write " + settings_ + " : "));
   EXPECT_EQ(contentOf(settings_), "a=1\n");
+  check();
+  EXPECT_EQ(sentNotices().size(), 3U);
+  EXPECT_EQ(contentOf(settings_), "a=1\nload_limit_last_sent=1800000000\n");
 
   averagesKnown = -1;
   setDebugLevel(10);

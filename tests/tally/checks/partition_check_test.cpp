@@ -48,8 +48,8 @@ TEST(Partitions, TableIsRead) {
   const struct {
     const char *name, *table, *want;
   } cases[] = {
-      {"plain", "Use% Mounted on\n 17% /\n100% /boot\n  0% /dev/shm\n", "/ Use=17;/boot Use=100;/dev/shm Use=0;"},
-      {"blanks and signs in a mount point", "Use% Mounted on\n 9% /mnt/a b  99% /home\n", "/mnt/a b  99% /home Use=9;"},
+      {"plain, and signs in a mount point", "Use% Mounted on\n100% /boot\n  0% /dev/shm\n 9% /mnt/a b  99% /home\n",
+       "/boot Use=100;/dev/shm Use=0;/mnt/a b  99% /home Use=9;"},
       {"without data, or hidden", " 17% /\n   - /proc\n   - /\n", "/ Use=17;"},
       {"what lies on top counts", " 17% /mnt\n 18% /mnt\n", "/mnt Use=18;"},
       {"odd lines", "x\n%\n12\n12%\n12%/\n-1% /a\n99999999999% /b\n 5% c\n", ""},

