@@ -68,6 +68,7 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
       {"one minute", 2.5, 1, "", "Load 3.00", ""},
       {"fifteen minutes", 0.5, 15, "", "Load 1.00", ""},
       {"no such minute", 0.5, 10, "", nullptr, "Tally::check_system_load: check_load_minute is not set to 1, 5 or 15."},
+      {"the same minute again", 0.5, 10, "", nullptr, ""},
       {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
       {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2.35", ""},
       {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2.35", "load_limit_last_sent is 1800000001"},
