@@ -1,101 +1,17 @@
 #include "tally/bruteforce/watch/check.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
-#include <map>
-#include <set>
-#include <sstream>
-#include <vector>
 
-#include "core/record/config_file.h"
-#include "core/sys/fail_point.h"
-#include "support/fixed_clock.h"
-#include "support/notice_recorder.h"
-#include "support/panel_folder.h"
 #include "tally/bruteforce/records/entry_log.h"
 #include "tally/bruteforce/records/journal.h"
+#include "tally/bruteforce/watch/brute_monitor.h"
 #include "tally/bruteforce/watch/notices.h"
 
 using namespace zvtaskq;
 using namespace zvtaskq::test;
-
-namespace {
-
-constexpr long long kNow = 1'800'000'000;
-std::vector<SentNotice>& sent = sentNotices();
-
-std::string failure(const std::string& user, const std::string& address) {
-  return "Nov  3 04:05:06 server sshd[1]: Failed password for " + user + " from " + address + " port 22 ssh2\n";
-}
-
-class BruteMonitor : public ::testing::Test {
- protected:
-  BruteMonitor() {
-    sent.clear();
-    Config& conf = panel_.conf;
-    conf.brute_force_log_scanner = 1;
-    conf.brute_force_secure_log = log_.c_str();
-    conf.servername = "server.example";
-    conf.clear_brute_log_time = 24;
-    conf.ip_brutecount = conf.user_brutecount = 1'000'000;
-    conf.brute_force_ignore_attempts_on_suspended = false;
-    write("", std::ios::trunc);
-  }
-  void write(const std::string& text, std::ios::openmode mode = std::ios::app) {
-    std::ofstream(log_, mode | std::ios::binary) << text;
-  }
-  void pass(long long now = kNow) {
-    const FixedClock clock(now);
-    check_brute_force_logs(&panel_.conf);
-  }
-  std::string data(const std::string& file) { return contentOf(panel_.path("admin/" + file)); }
-  void setData(const std::string& file, const std::string& text) {
-    writeText(panel_.path("admin/" + file), text);
-    ::chmod(panel_.path("admin/" + file).c_str(), 0666);
-  }
-  void hook(const std::string& name, const std::string& body) {
-    for (const char* folder : {"", "scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
-    const std::string path = panel_.path("scripts/custom/" + name);
-    writeText(path, "#!/bin/sh\n" + body);
-    ::chmod(path.c_str(), 0755);
-  }
-  /// Failures by name, of one of the files of counts.
-  std::map<std::string, long long> counts(const std::string& file) {
-    ConfigFile record(nullptr);
-    record.readFromString(data(file).c_str());
-    std::map<std::string, long long> all;
-    for (long long i = 0; i < record.size(); ++i) all[record.getNameAt(i)] = figuresOf(record.getValueAt(i)).failures;
-    return all;
-  }
-  std::vector<std::string> keys() {
-    std::vector<std::string> all;
-    std::istringstream lines(data("brute_log_entries.list"));
-    for (std::string line; std::getline(lines, line);) all.push_back(line.substr(0, line.find('=')));
-    return all;
-  }
-
-  bool hasError(const std::string& text) { return panel_.logs.errors().find(text) != std::string::npos; }
-  /// How many notices a pass sends.
-  std::size_t toldBy(long long now) {
-    sent.clear();
-    pass(now);
-    return sent.size();
-  }
-  void putAside() { ::rename(log_.c_str(), (log_ + ".1").c_str()); }
-
-  PanelFolder panel_;
-  std::string log_ = panel_.path("secure");
-};
-
-using Counts = std::map<std::string, long long>;
-
-}  // namespace
 
 TEST_F(BruteMonitor, CountsEachFailureOnce) {
   write(failure("bob", "192.0.2.1") + "nothing\n" + failure("<b>", "192.0.2.1") + failure("eve", "::1"));
@@ -447,79 +363,4 @@ TEST_F(BruteMonitor, FloodsNoLog) {
   EXPECT_NE(security.find("95 more failed log-ins"), std::string::npos) << security;
   EXPECT_TRUE(hasError("Tally::scan_log: Unable to determine IP value from string: nowhere"));
   EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.2", 50}}));
-}
-
-class BruteCrash : public BruteMonitor {
- protected:
-  /// Runs a scan in a child that dies as planned. Whether it got that far.
-  template <class Scan>
-  static bool crash(const std::string& plan, Scan scan) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-      setFailPlan(plan.c_str());
-      scan();
-      ::_exit(0);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFSIGNALED(status);
-  }
-};
-
-TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
-  long long now = kNow, failures = 0;
-  bool killed = true;
-  int step = 0;
-  for (; killed && step < 400; ++step) {
-    write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2"));
-    ++failures;
-    now += 60;
-    killed = crash("*:kill:" + std::to_string(step), [&] { pass(now); });
-    // The dead one's locks on data files go stale in time; that on the scan must have gone with it.
-    ASSERT_EQ(std::system(("find " + panel_.path("admin") + " -name 'brute*.lock' -delete").c_str()), 0);
-    if (step % 3 == 0) {
-      write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2"));
-      ++failures;
-    }
-    pass(now += step % 2);
-    ASSERT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", failures}, {"192.0.2.2", failures}})) << step;
-    ASSERT_EQ(counts("brute_user.data"), (Counts{{"bob", failures}, {"eve", failures}})) << step;
-    const auto all = keys();
-    ASSERT_EQ(all.size(), static_cast<std::size_t>(2 * failures)) << step;
-    ASSERT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size()) << step;
-    ASSERT_FALSE(exists(panel_.path("admin/state/brute_journal"))) << step;
-  }
-  EXPECT_FALSE(killed);
-  EXPECT_GT(step, 30);
-}
-
-TEST_F(BruteCrash, AKilledScanDoesNotBlockTheNext) {
-  write(failure("bob", "192.0.2.1"));
-  // By the clock that the lock is of.
-  const auto scan = [&] { check_brute_force_logs(&panel_.conf); };
-  EXPECT_TRUE(crash("brute_spool.open:kill", scan));
-  EXPECT_TRUE(exists(panel_.path("admin/check_brute_force_logs.lock")));
-  scan();
-  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}}));
-  EXPECT_FALSE(exists(panel_.path("admin/check_brute_force_logs.lock")));
-}
-
-TEST_F(BruteCrash, OutlivesAFullDisk) {
-  long long now = kNow, failures = 0;
-  for (const char* plan : {"safe_write.*:ENOSPC", "brute_spool.write:ENOSPC", "brute_spool.fsync:EIO",
-                           "brute_entries.write:short", "brute_entries.fsync:EIO", "brute_spool.open:EDQUOT",
-                           "safe_write.rename:EIO:1", "safe_write.rename:EIO:2", "safe_write.rename:EIO:3"}) {
-    write(failure("bob", "192.0.2.1") + failure("bob", "192.0.2.1"));
-    failures += 2;
-    for (int i = 0; i < 2; ++i) {
-      setFailPlan(plan);
-      pass(now += 60);
-      setFailPlan(nullptr);
-    }
-    const bool told = !panel_.logs.errors().empty();
-    pass(now += 60);
-    EXPECT_TRUE(told) << plan;
-    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", failures}})) << plan;
-    EXPECT_EQ(keys().size(), static_cast<std::size_t>(failures)) << plan;
-  }
 }
