@@ -331,7 +331,7 @@ class Partitions(UpkeepTest):
         self.addCleanup(panel.shell, "mv -f /bin/df.kept /bin/df")
         for script in ("echo nothing", "sleep 600"):
             self.forget()
-            panel.shell("printf '#!/bin/sh\\n%s\\n' >/bin/df; chmod 755 /bin/df" % script)
+            panel.shell("rm -f %s/state/marks; printf '#!/bin/sh\\n%s\\n' >/bin/df; chmod 755 /bin/df" % (ADMIN, script))
             self.run_program()
             self.assertLogged("unable to get the disk usage with the df command to check the disk usage", times=1)
         panel.shell("cp /bin/df.kept /bin/df")
@@ -429,15 +429,13 @@ class Vacations(UpkeepTest):
                 file.writelines(name + ": boss\n" for name in names)
             for name in names:
                 os.makedirs("%s/%s/reply" % (MAIL, name))
-                with open("%s/%s/vacation.conf" % (MAIL, name), "w") as file:
-                    file.writelines("box%d:%s\n" % (i, window(-1, 1)) for i in range(2))
+                write("%s/%s/vacation.conf" % (MAIL, name), "".join("box%d:%s\n" % (i, window(-1, 1)) for i in range(2)))
                 open("%s/%s/reply/box1.msg_off" % (MAIL, name), "w").close()
             panel.shell("chown -R mail:mail " + MAIL)
 
-        def run():
-            """The bytes that a run read, and its calls to read them: what a busy machine does not change."""
+        def run():  # The bytes that a run read, and its calls to read them: what a busy machine does not change.
             self.queue("action=vacation&value=all")
-            process = subprocess.Popen([panel.PROGRAM], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+            process = self.start()
             os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT)
             counts = dict(line.split(": ") for line in text("/proc/%d/io" % process.pid).splitlines())
             self.assertEqual(process.wait(), 0)
