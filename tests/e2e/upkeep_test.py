@@ -331,7 +331,7 @@ class Partitions(UpkeepTest):
         self.addCleanup(panel.shell, "mv -f /bin/df.kept /bin/df")
         for script in ("echo nothing", "sleep 600"):
             self.forget()
-            panel.shell("rm -f %s/state/marks; printf '#!/bin/sh\\n%s\\n' >/bin/df; chmod 755 /bin/df" % (ADMIN, script))
+            panel.shell("rm -rf %s/state/marks; printf '#!/bin/sh\\n%s\\n' >/bin/df; chmod 755 /bin/df" % (ADMIN, script))
             self.run_program()
             self.assertLogged("unable to get the disk usage with the df command to check the disk usage", times=1)
         panel.shell("cp /bin/df.kept /bin/df")
