@@ -28,12 +28,12 @@ void checkServer(const Config& conf) {
   }
 }
 
-void cleanUp() {
+void cleanUp(const Config& conf) {
   clearOldLoginAttempts();
   clear_old_blacklisted_ips();
   clearOldPasswordResetRequests();
   // Where no tally runs, nobody else would.
-  if (isDueAgain(kPanelLogsMark)) rotatePanelLogs(sys_conf);
+  if (conf.log_rotate_size > 0 && isDueAgain(kPanelLogsMark)) rotatePanelLogs(&conf);
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ void doQueue(const Config& conf) {
   processQueue(conf.secondTaskQueue, 0);
   checkServices();
   checkServer(conf);
-  cleanUp();
+  cleanUp(conf);
 }
 
 }  // namespace zvtaskq

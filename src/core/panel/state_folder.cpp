@@ -60,7 +60,7 @@ std::string stateFile(const std::string& name) {
 
 Descriptor openStateFolder(const char* name) {
   const AsRoot root;
-  const Ids owner{getUID(kPanelUser), getGID(kPanelUser, 0)};
+  const Ids owner = idsOf(kPanelUser);
   if (owner.user == kUnknownId || owner.group == kUnknownId) {
     errno = EINVAL;
     return {};
