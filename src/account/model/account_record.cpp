@@ -1,11 +1,14 @@
 #include "account/model/account_record.h"
 
+#include <cerrno>
+
 #include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/task.h"
 #include "core/record/list_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
@@ -22,13 +25,59 @@ struct TypeName {
 constexpr TypeName kTypes[] = {
     {"user", AccountType::user}, {"reseller", AccountType::reseller}, {"admin", AccountType::admin}};
 
+/// Bytes of the largest record or list that is taken for an account's.
+constexpr long long kMostBytes = 4LL * 1024 * 1024;
+
+/// Whether what stands there is small enough to be an account's; also when nothing does.
+int hasPossibleSize(const char* path, Text& result) {
+  struct stat what {};
+  if (sys::lstat(path, what) != 0 || what.st_size <= kMostBytes) return 1;
+  return fail(result, path, " is larger than any account's record");
+}
+
+/// Whether there is nothing of that name at all, not even a link.
+bool isMissing(const char* path) {
+  struct stat what {};
+  return sys::lstat(path, what) != 0 && errno == ENOENT;
+}
+
+template <class File, class... How>
+int readPanels(File& file, How... how) {
+  const AsUser panel(kPanelUser);
+  return hasPossibleSize(file.getFilename(), file.result) && file.readFile(how...);
+}
+
+/// The lines of a list that pass; of the others one error-log line each.
+template <class Passes>
+std::vector<std::string> passing(const ListFile& list, Passes passes, const char* what) {
+  std::vector<std::string> names;
+  for (int i = 0; i < list.size(); ++i) {
+    const char* line = list.getElementAt(i);
+    if (passes(line)) {
+      names.emplace_back(line);
+    } else {
+      errorLog("%s: %.100s is no %s", list.getFilename(), line, what);
+    }
+  }
+  return names;
+}
+
 }  // namespace
 
 int readAccount(const char* account, ConfigFile& record) {
   if (!isAccountName(account)) return fail(record.result, "Invalid user name");
   record.setFilename(accountFile(account, "user.conf").c_str());
   record.belongsTo(kPanelUser);
-  return record.readFile();
+  if (!readPanels(record)) return 0;
+  return record.size() > 0 ? 1 : fail(record.result, record.getFilename(), " is empty");
+}
+
+int readAccountFile(const char* account, const char* file, ConfigFile& record) {
+  if (!isAccountName(account)) return fail(record.result, "Invalid user name");
+  record.setFilename(accountFile(account, file).c_str());
+  record.belongsTo(kPanelUser);
+  const AsUser panel(kPanelUser);
+  return isMissing(record.getFilename()) || readPanels(record);
 }
 
 int readOwner(const Task& task, ConfigFile& record) {
@@ -69,9 +118,45 @@ int readDomainOwners(ConfigFile& owners) {
 
 int readDomain(const char* account, const char* domain, ConfigFile& record) {
   if (!isAccountName(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
-  record.setFilename(accountFile(account, joined("domains/", domain, ".conf").c_str()).c_str());
+  record.setFilename(domainFile(account, domain, "conf").c_str());
   record.belongsTo(kPanelUser);
-  return record.readFile();
+  return readPanels(record);
+}
+
+std::string domainFile(const char* account, const char* domain, const char* ending) {
+  return accountFile(account, joined("domains/", domain, ".", ending).c_str());
+}
+
+int readDomains(const char* account, std::vector<std::string>& domains, Text& result) {
+  PanelList list(accountFile(account, "domains.list"));
+  const AsUser panel(kPanelUser);
+  if (isMissing(list.getFilename())) return 1;
+  if (!readPanels(list)) return fail(result, list.result);
+  domains = passing(
+      list, [](const char* name) { return isValidDomain(name); }, "domain");
+  return 1;
+}
+
+int readSubdomains(const char* account, const char* domain, std::vector<std::string>& subdomains) {
+  PanelList list(domainFile(account, domain, "subdomains"));
+  if (!readPanels(list)) {
+    errorLog("Unable to open %s", list.getFilename());
+    return 0;
+  }
+  // A name that makes a host of the domain is one that can stand in a path.
+  subdomains = passing(
+      list, [&](const char* name) { return isValidDomain(joined(name, ".", domain).c_str()); }, "subdomain");
+  return 1;
+}
+
+int readPointers(const char* account, const char* domain, ConfigFile& pointers) {
+  pointers.setFilename(domainFile(account, domain, "pointers").c_str());
+  pointers.belongsTo(kPanelUser);
+  constexpr int kKeepBareLines = 1;
+  const AsUser panel(kPanelUser);
+  if (isMissing(pointers.getFilename()) || readPanels(pointers, kKeepBareLines)) return 1;
+  errorLog("%s: %s", pointers.getFilename(), pointers.result.orEmpty());
+  return 0;
 }
 
 }  // namespace zvtaskq

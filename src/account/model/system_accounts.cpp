@@ -1,0 +1,48 @@
+#include "account/model/system_accounts.h"
+
+#include <pwd.h>
+
+#include "core/sys/sys.h"
+
+namespace zvtaskq {
+
+namespace {
+
+bool isSame(const struct stat& a, const struct stat& b) {
+  return a.st_ino == b.st_ino && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+         a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+}  // namespace
+
+const SystemAccount* SystemAccounts::find(const char* name) {
+  readIfChanged();
+  const auto found = name == nullptr ? accounts_.end() : accounts_.find(name);
+  return found == accounts_.end() ? nullptr : &found->second;
+}
+
+Ids SystemAccounts::idsOf(const char* name) {
+  const SystemAccount* account = find(name);
+  return account == nullptr ? Ids{kUnknownId, kUnknownId} : account->ids;
+}
+
+void SystemAccounts::readIfChanged() {
+  struct stat now {};
+  if (::stat("/etc/passwd", &now) != 0) now = {};
+  if (isSame(now, seen_) && !accounts_.empty()) return;
+  accounts_.clear();
+  seen_ = now;
+  ::setpwent();
+  while (const passwd* entry = ::getpwent()) {
+    // The first of a name counts, as it does for who asks by name.
+    accounts_.try_emplace(entry->pw_name, SystemAccount{{entry->pw_uid, entry->pw_gid}, entry->pw_dir});
+  }
+  ::endpwent();
+}
+
+SystemAccounts& systemAccounts() {
+  static SystemAccounts all;
+  return all;
+}
+
+}  // namespace zvtaskq
