@@ -75,12 +75,20 @@ bool wantsCopies(const ConfigFile& account) {
 MailCopies::MailCopies(const char* senderName, const char* subject, const char* body)
     : senderName_(textOf(senderName)), subject_(textOf(subject)), body_(textOf(body)) {}
 
+void MailCopies::sentFor(const char* name, const char* address) {
+  if (address == nullptr || !isMailAddress(address)) return;
+  senderName_ = textOf(name);
+  from_ = address;
+}
+
 int MailCopies::send(const std::string& address) const {
   if (outOfReach) return 0;
   MailText mail;
   mail.fromName = senderName_;
   mail.server = serverName();
-  mail.from = joined(kPanelUser, "@", mail.server);
+  const std::string panel = joined(kPanelUser, "@", mail.server);
+  mail.from = from_.empty() ? panel : from_;
+  if (!from_.empty()) mail.sender = panel;
   mail.to = address;
   mail.subject = subject_;
   mail.body = body_;

@@ -24,6 +24,10 @@ class MailCopies {
   /// All are copied; null counts as empty. The sender is the panel's user at `servername`.
   MailCopies(const char* senderName, const char* subject, const char* body);
 
+  /// It is an account's own from now on: its name and address stand as the sender's, and the panel's user in a header
+  /// "X-Zorvane-Sender". What is no address changes nothing.
+  void sentFor(const char* name, const char* address);
+
   /// Sends it to one address. The mail program runs as the panel's user. 0, with an error-log line, when it was not
   /// taken. Once the program cannot be started or does not end in time, nothing more is sent in this process: a run
   /// must not wait a minute for each of ten thousand recipients. May be called under any identity, which is the same
@@ -34,6 +38,7 @@ class MailCopies {
   std::string senderName_;
   std::string subject_;
   std::string body_;
+  std::string from_;
 };
 
 }  // namespace zvtaskq

@@ -183,7 +183,8 @@ std::string encodeBody(std::string_view text) {
 }
 
 std::string composeMail(const MailText& mail) {
-  return joined("From: ", quotedName(mail.fromName), " <", mail.from, ">\nTo: <", mail.to,
+  return joined("From: ", quotedName(mail.fromName), " <", mail.from, ">\n",
+                mail.sender.empty() ? "" : joined("X-Zorvane-Sender: ", mail.sender, "\n"), "To: <", mail.to,
                 ">\nSubject: ", encodeHeader(mail.subject), "\nDate: ", dateText(mail.date), "\nMessage-ID: <",
                 std::to_string(static_cast<long long>(mail.date)), ".", getRandText(kIdLength), "@", mail.server,
                 ">\nAuto-Submitted: auto-generated\nMIME-Version: 1.0\nContent-Type: text/plain; charset=",

@@ -12,6 +12,8 @@ struct MailText {
   /// Display name and address of the sender.
   std::string fromName;
   std::string from;
+  /// The address that really sends, for a header "X-Zorvane-Sender"; empty for none.
+  std::string sender;
   /// The address it goes to; both have to pass `isMailAddress`.
   std::string to;
   /// One line: line breaks and other control characters count as blanks.

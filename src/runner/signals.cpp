@@ -8,7 +8,7 @@
 #include <string>
 
 #include "core/panel/panel_paths.h"
-#include "core/panel/run_state.h"
+#include "core/panel/progress.h"
 #include "core/record/config_file.h"
 #include "core/record/panel_file.h"
 #include "core/sys/log.h"
@@ -56,9 +56,10 @@ void process_new_instruction() {
     return;
   }
   if (instructions.readMtime < startedAt) return;
-  if (!instructions.isValue("action", "stop") || !instructions.isValue("value", "backup")) return;
-  runFlags.halt = true;
-  reportMissing("USR2 signal", "the halt of running backups");
+  const char* kind = instructions.getValue("value");
+  if (!instructions.isValue("action", "stop") || kind == nullptr) return;
+  static_cast<void>(haltJob(kind));
+  if (std::string_view(kind) == "backup") reportMissing("USR2 signal", "the halt of running backups");
 }
 
 [[noreturn]] void dieOfSegfault() {

@@ -102,6 +102,7 @@ int redirectOutput(const Config& conf) {
     errorLogAndDebug(100, "failed to open pipe log %s: %s", conf.pipe_log.orEmpty(), std::strerror(errno));
     return 0;
   }
+  if (::isatty(STDERR_FILENO) != 0) runFlags.terminal = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   ::dup2(pipeLog.get(), STDOUT_FILENO);
   ::dup2(pipeLog.get(), STDERR_FILENO);
   return 1;

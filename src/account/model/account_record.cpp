@@ -9,6 +9,7 @@
 #include "core/panel/task.h"
 #include "core/record/list_file.h"
 #include "core/record/panel_file.h"
+#include "core/record/record_lock.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
@@ -78,6 +79,20 @@ int readAccountFile(const char* account, const char* file, ConfigFile& record) {
   record.belongsTo(kPanelUser);
   const AsUser panel(kPanelUser);
   return isMissing(record.getFilename()) || readPanels(record);
+}
+
+int setAccountValue(const char* account, const char* file, const char* key, const char* value) {
+  PanelRecord record(accountFile(account, file));
+  const RecordLock lock(record);
+  if (!readAccountFile(account, file, record)) {
+    errorLog("Unable to read %s: %s", record.getFilename(), record.result.orEmpty());
+    return 0;
+  }
+  if (value == nullptr) record.deleteParam(key);
+  if (value != nullptr && !record.isValue(key, value)) record.setParam(key, value);
+  if (!record.changed || record.writeFile()) return 1;
+  errorLog("Unable to write %s: %s", record.getFilename(), record.result.orEmpty());
+  return 0;
 }
 
 int readOwner(const Task& task, ConfigFile& record) {

@@ -18,6 +18,8 @@ enum class AccountType { unknown, user, reseller, admin };
 /// Reads another record of an account's folder, such as "user.usage", in the same way; one that is not there, and one
 /// that holds nothing, is empty.
 [[nodiscard]] int readAccountFile(const char* account, const char* file, ConfigFile& record);
+/// Sets a pair of such a record, or removes it with a null value, under the record's lock. 0 with an error-log line.
+[[nodiscard]] int setAccountValue(const char* account, const char* file, const char* key, const char* value);
 /// Reads the account that a backup or restore is done for: the line's `owner`, a reseller or an administrator by its
 /// `type`. 0 with the error-log line "Cannot read data for Reseller %s : %s" or "Cannot read data for Admin %s : %s".
 [[nodiscard]] int readOwner(const Task& task, ConfigFile& record);

@@ -33,6 +33,8 @@ struct Tracker {
   Descriptor locations;
 };
 Tracker tracker;
+/// The action word of the task that is tracked, or would be if the administrator wanted it.
+std::string job;
 
 int reportFailure(const char* format, const char* path) {
 #pragma GCC diagnostic push
@@ -87,6 +89,8 @@ Descriptor openTrackerFile(const char* name) {
 
 int set_task_queue_tracking(const ConfigFile& task) {
   runFlags.halt = false;
+  const char* action = task.getValue("action");
+  job = action == nullptr ? "" : action;
   const int wanted = sys_conf->track_task_queue_processes;
   if (wanted == 0) return 0;
   {
@@ -118,8 +122,15 @@ void track_process(const char* format, ...) {
   static_cast<void>(sys::writeAll(tracker.progress.get(), line));
 }
 
+bool haltJob(const char* kind) {
+  // There are tallies of several kinds.
+  runFlags.halt = runFlags.halt || (*kind != '\0' && job.ends_with(kind));
+  return runFlags.halt;
+}
+
 void end_task_queue_tracking() {
   runFlags.halt = false;
+  job.clear();
   setLocationTracker(-1);
   const std::string folder = tracker.folder;
   tracker = Tracker();

@@ -23,6 +23,9 @@ class TaskTracking {
 
 /// Begins tracking the task; 1 when it is tracked. Leaves nobody's identity.
 int set_task_queue_tracking(const ConfigFile& task);
+/// Asks the task that is tracked to stop (`runFlags.halt`), if it is a job of that kind: "backup", "restore" or
+/// "tally". False when it is not.
+bool haltJob(const char* kind);
 /// Writes one line of progress: "<seconds since the epoch>: <text>".
 [[gnu::format(printf, 1, 2)]] void track_process(const char* format, ...);
 /// Ends it and removes the folder of this process.

@@ -26,6 +26,8 @@ struct RunFlags {
   int checkqueue = 0;
   /// Another program wants the tracked job of this run (progress.h) to stop; cleared when a job begins and ends.
   bool halt = false;
+  /// The terminal that the run was started from, for who looks on; -1 when there is none.
+  int terminal = -1;
 };
 extern RunFlags runFlags;
 

@@ -3,10 +3,12 @@
 #include <string>
 #include <vector>
 
+#include "account/lifecycle/ip_counts.h"
 #include "account/model/account_name.h"
 #include "core/config/config.h"
 #include "core/panel/marks.h"
 #include "core/panel/panel_paths.h"
+#include "core/panel/progress.h"
 #include "core/panel/run_state.h"
 #include "core/record/panel_file.h"
 #include "core/sys/log.h"
@@ -15,6 +17,8 @@
 #include "tally/checks/partition_check.h"
 #include "tally/disk/quota_tables.h"
 #include "tally/logs/panel_logs.h"
+#include "tally/run/reset.h"
+#include "tally/run/tally.h"
 #include "tally/traffic/home_traffic.h"
 
 namespace zvtaskq {
@@ -22,6 +26,21 @@ namespace zvtaskq {
 namespace {
 
 constexpr int kPartitionsWithTally = 2;
+
+struct Mode {
+  const char* action;
+  int mask;
+};
+constexpr Mode kModes[] = {{"tally", kTallyAll},
+                           {"quotatally", kTallyDisk | kTallyCounts},
+                           {"bandwidthtally", kTallyBandwidth | kTallyCounts}};
+
+int maskOf(const Task& task) {
+  for (const Mode& mode : kModes) {
+    if (task.is("action", mode.action)) return mode.mask;
+  }
+  return kTallyAll;
+}
 
 /// Fills the tables for all accounts, or for these. What could not be counted is in the error log by then.
 int readQuotas(const std::vector<std::string>& accounts = {}) {
@@ -39,6 +58,13 @@ std::vector<std::string> accountsOf(const Task& task) {
   return accounts;
 }
 
+int tallyScope(int type, const char* name, int mask) {
+  Tally tally(type, sys_conf, name);
+  const int whole = tally.tallyHo(&quotaTables().quotas, &quotaTables().inodes, mask);
+  if (!tally.result.isEmpty()) systemLog("%s", tally.result.get());
+  return whole;
+}
+
 int afterTally() {
   if (sys_conf->restart_apache_after_tally) queueTask("httpd", "restart");
   runFlags.checkqueue = 1;
@@ -53,16 +79,28 @@ void keepHouse(const Task& task) {
 }
 
 int tallyAll(const Task& task) {
-  const int whole = readQuotas();
+  const TaskTracking tracking(task.record);
+  const int mask = maskOf(task);
+  int whole = readQuotas();
   checkHostname();
   if (sys_conf->check_partitions == kPartitionsWithTally) check_partition_usage(sys_conf);
+  noteNewerRelease();
+  if (mask == kTallyAll) static_cast<void>(recountIps());
+  whole &= tallyScope(kTallyServer, nullptr, mask);
+  const bool isHalted = runFlags.halt;
+  if (!isHalted) {
+    Tally allocations(kTallyServer, sys_conf, nullptr);
+    whole &= allocations.getAllocations();
+  }
   static_cast<void>(clear_brute_log_entries(sys_conf));
   keepHouse(task);
-  return afterTally() && whole ? 1 : 0;
+  return afterTally() && whole && !isHalted ? 1 : 0;
 }
 
 int tallyOne(const Task& task) {
-  const int whole = readQuotas(accountsOf(task));
+  const TaskTracking tracking(task.record);
+  int whole = readQuotas(accountsOf(task));
+  whole &= tallyScope(task.is("type", "reseller") ? kTallyReseller : kTallyUser, task.value(), maskOf(task));
   return afterTally() && whole ? 1 : 0;
 }
 
@@ -72,23 +110,26 @@ int tallyHomeDirectories(const Task&) {
 
 int resetAll(const Task&) {
   errorLog("Reset All has started");
+  const int whole = resetUsage(*sys_conf, History::keep);
   queueTask("tally", "all");
   runFlags.checkqueue = 1;
   errorLog("Reset All has finished");
-  return 1;
+  return whole;
 }
 
 int resetUser(const Task& task) {
+  const int whole = resetUsageOf(*sys_conf, task.value(), History::keep);
   queueTask("tally", task.value(), "user");
   runFlags.checkqueue = 1;
-  return 1;
+  return whole;
 }
 
 int cleanResetAll(const Task&) {
   errorLog("Clean Reset All has started");
+  const int whole = resetUsage(*sys_conf, History::drop);
   runFlags.checkqueue = 1;
   errorLog("Clean Reset All has finished");
-  return 1;
+  return whole;
 }
 
 constexpr ActionRow kRows[] = {

@@ -27,6 +27,8 @@ constexpr const char* kNotes = "billing";
 constexpr const char* kTallyFile = "bandwidth.tally";
 /// More names of one log than killed tallies leave.
 constexpr int kMostNames = 10000;
+/// The stamp of a place that counts without a line.
+constexpr long long kForGood = 0;
 
 /// "<stamp>:<place>", the first of a note's value, which moves behind it. False at its end.
 bool nextMark(std::string_view& note, long long& stamp, long long& place) {
@@ -80,7 +82,7 @@ double AccountBill::noted(const char* file) {
   const FailScope scope("byte_logs");
   const AsRoot root;
   double sum = 0;
-  if (!folder_) folder_ = Descriptor(sys::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+  openOwnFolder();
   if (!folder_) return 0;
   const Place place{folder_, path_, file};
   AsideLogs logs = inOwnFolder(file);
@@ -98,6 +100,10 @@ double AccountBill::noted(const char* file) {
   }
   readAll(place, std::move(logs), [&](LineReader& reader, long long most) { sum += sumTallyLines(reader, most); });
   return sum;
+}
+
+void AccountBill::openOwnFolder() {
+  if (!folder_) folder_ = Descriptor(sys::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
 }
 
 /// What killed tallies left of a log of the account's own folder: looked for only when there was one.
@@ -193,6 +199,7 @@ bool AccountBill::isHeld(int fd, long long mark, const struct stat& what) const 
 // --- What is billed --------------------------------------------------------------------------------------------
 
 bool AccountBill::isBilled(long long stamp) {
+  if (stamp == kForGood) return true;
   const auto known = lines_.find(stamp);
   if (known != lines_.end()) return known->second;
   const std::string wanted = joined("=type=tally&time=", std::to_string(stamp), "&");
@@ -206,25 +213,50 @@ bool AccountBill::isBilled(long long stamp) {
 }
 
 long long AccountBill::markOf(const struct stat& what) {
-  const char* value = note_.getValue(numberOf(what).c_str());
+  const long long billed = billedPlace(note_.getValue(numberOf(what).c_str()));
+  return billed > what.st_size ? 0 : billed;
+}
+
+/// The last place of a note's value whose line is there.
+long long AccountBill::billedPlace(const char* value) {
   std::string_view marks = value == nullptr ? std::string_view() : std::string_view(value);
   long long stamp = 0, place = 0, billed = 0;
   while (nextMark(marks, stamp, place)) {
     if (isBilled(stamp)) billed = place;
   }
-  return billed > what.st_size ? 0 : billed;
+  return billed;
 }
 
 /// Until the line is there the place before it counts.
 void AccountBill::keepMark(const struct stat& what, long long place) {
   const long long before = markOf(what);
-  long long last = 0;
-  for (const auto& [stamp, isThere] : lines_) {
-    if (isThere) last = stamp;
-  }
   const std::string now = markText(logs_.stamp(), place);
-  note_.setParam(numberOf(what).c_str(), (before > 0 ? joined(markText(last, before), ",", now) : now).c_str());
+  note_.setParam(numberOf(what).c_str(), (before > 0 ? joined(markText(kForGood, before), ",", now) : now).c_str());
   noteChanged_ = true;
+}
+
+int AccountBill::settle(const std::vector<std::string>& hosts) {
+  const AsRoot root;
+  const auto see = [&](const Place& place, AsideLogs found) {
+    for (AsideLog& log : found) {
+      if (log.stamp != logs_.stamp()) static_cast<void>(takeOver(place, log));
+    }
+  };
+  for (const std::string& host : hosts) {
+    see({logs_.folder(), logs_.path(), joined(host, ".bytes")}, logs_.takeLogs(host));
+  }
+  openOwnFolder();
+  for (const char* file : {"ZorvaneUsage.bytes", "ftp.bytes"}) {
+    if (folder_) see({folder_, path_, file}, inOwnFolder(file));
+  }
+  for (long long i = 0; i < note_.size(); ++i) {
+    const std::string number = note_.getNameAt(i);
+    note_.setParam(number.c_str(), markText(kForGood, billedPlace(note_.getValueAt(i))).c_str());
+  }
+  if (note_.size() > 0 && !writeNote()) return 0;
+  for (const auto& [folder, name] : done_) logs_.billed(folder, name);
+  done_.clear();
+  return 1;
 }
 
 void AccountBill::forgetMark(const struct stat& what) {

@@ -42,6 +42,10 @@ class AccountBill {
   /// The stamps of killed tallies whose logs this one bills: what they noted elsewhere does not count.
   const std::set<long long>& takenOver() const { return takenOver_; }
 
+  /// Makes what is billed independent of the account's lines, which are about to go: logs that are billed are deleted
+  /// by the next flush, and places in others are noted for good. 0 with an error-log line: the lines must stay then.
+  [[nodiscard]] int settle(const std::vector<std::string>& hosts);
+
   /// Writes the line of this tally. 0 with "Unable to open %s for appending" in the error log: nothing is billed then,
   /// and the next tally does it. The logs go with the next flush.
   [[nodiscard]] int enter(const TrafficParts& parts);
@@ -66,6 +70,8 @@ class AccountBill {
   bool rename(const Place& place, AsideLog& log);
   bool isHeld(int fd, long long mark, const struct stat& what) const;
   bool isBilled(long long stamp);
+  void openOwnFolder();
+  long long billedPlace(const char* value);
   long long markOf(const struct stat& what);
   void keepMark(const struct stat& what, long long place);
   void forgetMark(const struct stat& what);

@@ -21,7 +21,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/tree/folder_reader.h"
-#include "tally/traffic/tally_file.h"
+#include "tally/traffic/account_bill.h"
 #include "tally/traffic/traffic_ledger.h"
 #include "tally/traffic/transfer_line.h"
 
@@ -236,18 +236,8 @@ int collectFtpTraffic(const Config* conf) {
   return FtpReading(kProftpd, *conf).run(proftpdLogs());
 }
 
-double getFtpTotal(const char* account) {
-  if (!isAccountName(account)) return 0;
-  const std::string path = accountFile(account, kNotedFile);
-  const AsRoot root;
-  struct stat what {};
-  if (sys::lstat(path.c_str(), what) != 0) return 0;
-  FileLock lock;
-  if (!lock.take(path.c_str(), kLockMaximumAge, "getFtpTotal", nullptr)) {
-    errorLog("Can't get lock on %s for tally of %s", path.c_str(), account);
-    return 0;
-  }
-  return getTallyTotal(path.c_str());
+double getFtpTotal(AccountBill& bill) {
+  return bill.noted(kNotedFile);
 }
 
 }  // namespace zvtaskq

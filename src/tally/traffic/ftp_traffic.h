@@ -3,6 +3,7 @@
 
 namespace zvtaskq {
 
+class AccountBill;
 class Config;
 
 /// Reads what is new in the transfer logs of the FTP server in use: once before the accounts of a tally. What it finds
@@ -28,10 +29,9 @@ class Config;
 /// their `bandwidth.tally`.
 [[nodiscard]] int parse_pure_ftp_log(const Config* conf);
 
-/// The bytes of FTP traffic that are noted for an account and stand in no tally file yet: the sum of its "ftp.bytes",
-/// which is deleted as the domains' byte logs are once it is billed. 0 when there is none, for what no account can be
-/// called, and when the file's lock cannot be had (error log: "Can't get lock on %s for tally of %s").
-/// Works as root, and leaves the process at nobody.
-double getFtpTotal(const char* account);
+/// The bytes of FTP traffic that are noted for an account and stand in no tally file yet, by its "ftp.bytes": a part of
+/// its bill. 0 when there is none, and when the file's lock cannot be had (error log: "Can't get lock on %s for tally of
+/// %s"). Only after a collectFtpTraffic that succeeded: another one may still be at work on the file.
+double getFtpTotal(AccountBill& bill);
 
 }  // namespace zvtaskq

@@ -1,0 +1,74 @@
+// What the tallies of one run have in common: read once, whoever it is asked for.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/record/config_file.h"
+#include "services/database/usage.h"
+#include "tally/counts/account_counts.h"
+#include "tally/disk/owned_files.h"
+#include "tally/run/progress_bar.h"
+#include "tally/traffic/byte_logs.h"
+
+namespace zvtaskq {
+
+class Config;
+
+class TallyRun {
+ public:
+  /// `quotas` and `inodes` may be null. All must outlive the object.
+  TallyRun(const Config& conf, ConfigFile* quotas, ConfigFile* inodes, int mask);
+
+  const Config& conf;
+  ConfigFile* const quotas;
+  ConfigFile* const inodes;
+  const int mask;
+  bool wants(int bits) const { return (mask & bits) != 0; }
+
+  /// Puts aside the byte logs of the scope's accounts (all for an empty list) and reads the FTP server's log.
+  /// Does nothing without the bandwidth bit. Before the web servers are told to open their logs anew.
+  void putTrafficAside(const std::vector<std::string>& accounts);
+  /// Tells the web servers, when a log was put aside and nobody told them of others.
+  void tellServers(bool toldAlready);
+  /// The scope's byte logs; null when they could not be put aside, and traffic is not billed then.
+  ByteLogs* byteLogs() { return byteLogs_.get(); }
+  /// The notes of the FTP traffic are whole.
+  bool ftpIsRead() const { return ftpIsRead_; }
+
+  Counts& counts();
+  /// The databases of all accounts; asked of the server once.
+  const Databases& databases();
+  /// The owner of a domain by the table of owners; null when nobody is.
+  const char* ownerOf(const char* domain) const;
+  /// The bytes that an owner has among webmail's temporary files.
+  long long webmailFilesOf(unsigned uid);
+
+  /// Whether the account is met for the first time. One in two lists is `creator`'s, whose list that is: nobody else
+  /// counts it. Error-log line.
+  bool claimUser(const std::string& account, const std::string& list);
+  /// Whether the domain is met for the first time, in the lists of accounts that it is not said to belong to another.
+  bool claimDomain(const std::string& domain, const char* account);
+  bool hasMet(const std::string& account) const { return users_.contains(account); }
+  /// An account was left out.
+  void skipped() { whole_ = false; }
+  bool isWhole() const { return whole_; }
+
+  ProgressBar progress;
+
+ private:
+  ConfigFile owners_{nullptr};
+  std::unique_ptr<ByteLogs> byteLogs_;
+  bool ftpIsRead_ = false;
+  std::unique_ptr<Counts> counts_;
+  std::unique_ptr<DatabaseOwners> databaseOwners_;
+  std::unique_ptr<Databases> databases_;
+  std::unique_ptr<OwnedFiles> webmail_;
+  std::map<std::string, std::string> users_;
+  std::map<std::string, std::string> domains_;
+  bool whole_ = true;
+};
+
+}  // namespace zvtaskq

@@ -1,0 +1,155 @@
+// The domains of an account in its step of a tally.
+#include <ctime>
+
+#include "account/lifecycle/suspension.h"
+#include "account/model/account_record.h"
+#include "account/model/limits.h"
+#include "core/config/config.h"
+#include "core/record/panel_file.h"
+#include "core/record/record_lock.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "notify/ticket.h"
+#include "tally/logs/domain_rotation.h"
+#include "tally/logs/web_logs.h"
+#include "tally/logs/web_statistics.h"
+#include "tally/run/tally_run.h"
+#include "tally/run/user_step.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr double kMegabyte = 1048576;
+constexpr const char* kForm = "%f";
+constexpr int kGeneral = 1;
+
+/// "2026-11", the month of now.
+std::string monthOfNow() {
+  const std::time_t now = std::time(nullptr);
+  std::tm today{};
+  ::localtime_r(&now, &today);
+  char text[16];
+  return {text, std::strftime(text, sizeof text, "%Y-%m", &today)};
+}
+
+}  // namespace
+
+void UserStep::visitDomains() {
+  for (const std::string& domain : domains_) visitDomain(domain);
+}
+
+void UserStep::visitDomain(const std::string& domain) {
+  std::vector<std::string> subdomains;
+  // Without the list the domain itself is tallied: the error log says so.
+  static_cast<void>(readSubdomains(name_.c_str(), domain.c_str(), subdomains));
+  ByteSums traffic;
+  visitHost(domain.c_str(), nullptr, traffic);
+  for (const std::string& subdomain : subdomains) visitHost(domain.c_str(), subdomain.c_str(), traffic);
+  traffic_.down += traffic.total - traffic.upload;
+  traffic_.up += traffic.upload;
+
+  const std::string folder = joined("domains/", domain);
+  if (run_.wants(kTallyDisk)) {
+    apacheFiles_ += static_cast<double>(
+        measure(joined("files owned by apache in ", folder).c_str(), folder.c_str(), true, "apache"));
+    const std::string anonymous = joined(folder, "/public_ftp");
+    anonymousFtp_ += static_cast<double>(
+        measure(joined("files owned by nobody in ", anonymous).c_str(), anonymous.c_str(), true, "nobody"));
+  }
+  if ((mask_ & (kTallyBandwidth | kTallySuspend)) == 0) return;
+  ConfigFile usage(nullptr);
+  keepDomainUsage(domain, traffic.total, usage);
+  checkDomainLimits(domain, usage);
+}
+
+void UserStep::visitHost(const char* domain, const char* subdomain, ByteSums& traffic) {
+  const std::string host = hostOf(domain, subdomain);
+  if (host.empty()) return;
+  if (bill_ != nullptr) {
+    const ByteSums sums = bill_->host(host);
+    traffic.total += sums.total;
+    traffic.upload += sums.upload;
+  }
+  const Config& conf = run_.conf;
+  if (run_.wants(kTallyStatistics)) {
+    if (conf.webalizer) static_cast<void>(doWebalizer(&conf, name_.c_str(), domain, subdomain, time_));
+    if (conf.awstats) static_cast<void>(doAwstats(&conf, name_.c_str(), domain, subdomain, time_));
+  }
+  if (run_.wants(kTallyDisk) && !conf.simple_disk_usage) {
+    for (const WebLog& log : webLogsOf(conf, host)) {
+      for (const char* ending : {".log", ".error.log"}) fileSizeOf(joined(log.folder, "/", log.base, ending), false);
+    }
+  }
+  if (run_.wants(kTallyHousekeeping)) static_cast<void>(rotateLogs(&conf, name_.c_str(), domain, subdomain));
+}
+
+/// The domain's traffic of the month grows with each tally. What a killed tally noted there for logs that this one
+/// bills is taken back first: "before" is what stood there before the tally of "stamp".
+void UserStep::keepDomainUsage(const std::string& domain, double bytes, ConfigFile& usage) {
+  usage.setFilename(domainFile(name_.c_str(), domain.c_str(), "usage").c_str());
+  usage.belongsTo(kPanelUser);
+  // One that is not there, or holds nonsense, begins anew.
+  static_cast<void>(usage.readFile());
+  if (bill_ == nullptr) return;
+  const std::string month = monthOfNow();
+  long long stamp = 0;
+  static_cast<void>(usage.getValue("stamp", &stamp));
+  const bool isTakenBack = bill_->takenOver().contains(stamp);
+  const bool isThisMonth = usage.isValue("month", month.c_str()) != 0;
+  if (isThisMonth && !isTakenBack && bytes <= 0) return;
+  const double before = isThisMonth ? amountOf(usage, isTakenBack ? "before" : "bandwidth") : 0;
+  usage.setParam("month", month.c_str());
+  usage.setParam("before", before, kForm);
+  usage.setParam("stamp", run_.byteLogs()->stamp());
+  usage.setParam("bandwidth", before + bytes / kMegabyte, kForm);
+  if (usage.writeFile()) return;
+  errorLog("Error writing %s: %s", usage.getFilename(), usage.result.orEmpty());
+  outcome_ = 0;
+}
+
+void UserStep::checkDomainLimits(const std::string& domain, const ConfigFile& usage) {
+  ConfigFile record(nullptr);
+  if (!readDomain(name_.c_str(), domain.c_str(), record)) {
+    errorLog("Unable to read %s of account %s: %s", record.getFilename() == nullptr ? "" : record.getFilename(),
+             name_.c_str(), record.result.orEmpty());
+    return;
+  }
+  const UsedAmount traffic{amountOf(usage, "bandwidth"), limitOf(record, "bandwidth", name_.c_str())};
+  const bool isOver = traffic.limit.amount > 0 && traffic.used > traffic.limit.amount;
+  Text words;
+  if (isOver && !record.isValue("suspended", "yes") &&
+      !suspendDomain(name_.c_str(), domain.c_str(), "domain_bandwidth", words)) {
+    errorLog("%s", words.orEmpty());
+  }
+  checkDomainQuota(domain, record);
+}
+
+void UserStep::checkDomainQuota(const std::string& domain, ConfigFile& record) {
+  const Limit limit = limitOf(record, "quota", name_.c_str());
+  if (limit.isUnlimited || !home_ || !run_.wants(kTallyDisk)) return;
+  const std::string folder = joined("domains/", domain);
+  TreeSize size;
+  {
+    const AsRoot root;
+    size = measureBeneath(home_.folder.get(), folder.c_str(), {}, deadline_);
+  }
+  if (size.isCutShort) return;
+  const double used = static_cast<double>(size.bytes) / kMegabyte;
+  const bool isOver = limit.amount > 0 && used > limit.amount;
+  const std::string shown = oneDigit(used);
+  const std::string path = joined("domains/", domain, ".conf");
+  if (!isOver && !record.existsParam("used")) return;
+  static_cast<void>(setAccountValue(name_.c_str(), path.c_str(), "used", isOver ? shown.c_str() : nullptr));
+  if (!isOver) return;
+  const std::string subject = joined("Domain ", domain, " has used up all of its disk space.");
+  const std::string body = joined("This is an automated message notifying user ", name_, " that the domain ", domain,
+                                  " has used up more than its assigned disk space.  ", shown,
+                                  " megabytes have been used from its available ", record.getValue("quota"),
+                                  ".  You should either increase the maximum limit, or suspend the domain.\n",
+                                  "User Level -> Domain Setup -> ", domain, " -> Same as Main Account");
+  Ticket ticket;
+  static_cast<void>(ticket.notifyAdmins("", subject.c_str(), body.c_str(), kGeneral));
+}
+
+}  // namespace zvtaskq
