@@ -148,7 +148,7 @@ Descriptor openOwn(const Wish& wish, const LockPlace& place) {
 /// Makes the lock file: anew, or as another name of the open file of one's own.
 Descriptor makeOnce(const Wish& wish, const LockPlace& place, Descriptor& own) {
   if (wish.own == nullptr) return place.open(O_WRONLY | O_CREAT | O_EXCL);
-  return sys::link(wish.own, place.path.c_str()) == 0 ? std::move(own) : Descriptor();
+  return sys::link(wish.own, place.path.c_str()) == 0 ? Descriptor(own.release()) : Descriptor();
 }
 
 /// The descriptor of the lock file made, or none with the reason set.

@@ -164,10 +164,8 @@ void QueueFile::finish() {
   const StandingFile file = lock.held() ? standsNow() : StandingFile();
   if (file.name.empty()) {
     errorLog("Error removing tmp Q file");
-  } else if (!readable_) {
-    static_cast<void>(keepAside(place_, file, whyUnread()));
-  } else if (reader_->unfinished() > 0) {
-    static_cast<void>(keepAside(place_, file, kUnfinishedLine));
+  } else if (!readable_ || reader_->unfinished() > 0) {
+    static_cast<void>(keepAside(place_, file, readable_ ? std::string(kUnfinishedLine) : whyUnread()));
   } else if (!retireQueueFile(place_, file, identity_, reader_->consumed()) &&
              sys::unlinkat(file.folder, file.name.c_str(), 0) != 0) {
     errorLog("Error removing tmp Q file");

@@ -49,7 +49,8 @@ class LoadCheck : public ::testing::Test {
 
 /// The kernel's averages, as the test wants them.
 extern "C" int getloadavg(double* into, int count) noexcept {
-  for (int i = 0; i < count && i < averagesKnown; ++i) into[i] = kAverages[i];
+  for (int i = 0; i < count && i < averagesKnown && i < static_cast<int>(std::size(kAverages)); ++i)
+    into[i] = kAverages[i];
   return averagesKnown;
 }
 

@@ -17,7 +17,7 @@ constexpr const char* kState = "brute.conf";
 
 std::string bruteStateFile() {
   // Everybody may make entries there: a folder or file of that name is not the administrator's for that.
-  const std::string own = customOrStock(joined(sys_conf->admindir), kState), stock = adminFile(kState);
+  std::string own = customOrStock(joined(sys_conf->admindir), kState), stock = adminFile(kState);
   if (own == stock || isPlanted(adminFile("custom").c_str()) || isPlanted(own.c_str())) return stock;
   return own;
 }
