@@ -3,10 +3,11 @@
 #include <string>
 #include <vector>
 
-#include "account/lifecycle/ip_counts.h"
 #include "account/model/account_name.h"
+#include "account/model/address_count.h"
 #include "core/config/config.h"
 #include "core/panel/marks.h"
+#include "core/panel/newer_release.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/progress.h"
 #include "core/panel/run_state.h"

@@ -62,6 +62,7 @@ class Tally {
   Tally(int type, const Config* conf, const char* name, TallyRun& run);
   /// The tallies of those in the scope, added to the sums.
   void tallyOthers(const ListFile& names, int type, int mask);
+  void tallyOwnAccount(int mask);
   int isRightType(const char* words);
   void load_shared_ips();
 

@@ -4,6 +4,7 @@
 
 #include "account/model/account_record.h"
 #include "core/config/config.h"
+#include "core/panel/panel_paths.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "services/web/web_server_signal.h"

@@ -11,6 +11,7 @@
 #include "tally/counts/account_counts.h"
 #include "tally/disk/owned_files.h"
 #include "tally/run/progress_bar.h"
+#include "tally/run/totals.h"
 #include "tally/traffic/byte_logs.h"
 
 namespace zvtaskq {

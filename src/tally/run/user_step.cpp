@@ -172,8 +172,8 @@ int UserStep::billTraffic() {
 
 void UserStep::keepHouse() {
   if (!run_.wants(kTallyHousekeeping)) return;
-  if (run_.conf.php_mail_log && !system_.home.empty()) rotatePhpMailLog(name_.c_str());
-  rotateLoginKeyLogs(name_.c_str());
+  if (run_.conf.php_mail_log && !system_.home.empty()) static_cast<void>(rotatePhpMailLog(name_.c_str(), &run_.conf));
+  static_cast<void>(rotateLoginKeyLogs(name_.c_str(), &run_.conf));
 }
 
 void UserStep::addDiskTotal() {
