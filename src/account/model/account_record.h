@@ -18,6 +18,8 @@ enum class AccountType { unknown, user, reseller, admin };
 /// Reads another record of an account's folder, such as "user.usage", in the same way; one that is not there, and one
 /// that holds nothing, is empty.
 [[nodiscard]] int readAccountFile(const char* account, const char* file, ConfigFile& record);
+/// Reads a list of an account's folder, such as "ip.list", in the same way.
+[[nodiscard]] int readAccountList(const char* account, const char* file, ListFile& list);
 /// Reads the account that a backup or restore is done for: the line's `owner`, a reseller or an administrator by its
 /// `type`. 0 with the error-log line "Cannot read data for Reseller %s : %s" or "Cannot read data for Admin %s : %s".
 [[nodiscard]] int readOwner(const Task& task, ConfigFile& record);

@@ -1,10 +1,9 @@
 #include "account/model/user_folder.h"
 
-#include <pwd.h>
-
 #include <cerrno>
 #include <cstring>
 
+#include "account/model/system_accounts.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/text.h"
@@ -42,13 +41,13 @@ Descriptor takeStep(int parent, const char* step, const std::string& path, mode_
 }  // namespace
 
 OpenedFolder openHome(const char* user) {
-  const passwd* account = user == nullptr ? nullptr : ::getpwnam(user);
+  const SystemAccount* account = systemAccounts().find(user);
   if (account == nullptr) {
     errorLog("Tally::openHome: there is no account %s", user == nullptr ? "" : user);
     return {};
   }
-  const uid_t owner = account->pw_uid;
-  const std::string path = account->pw_dir;
+  const uid_t owner = account->ids.user;
+  const std::string path = account->home;
   const AsRoot root;
   OpenedFolder home{openGuardedFolder(path.c_str()), path};
   struct stat what {};
