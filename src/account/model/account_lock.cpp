@@ -10,8 +10,8 @@
 
 #include "account/model/account_name.h"
 #include "core/panel/state_folder.h"
-#include "core/process/execute.h"
 #include "core/sys/privileges.h"
+#include "core/sys/safe_point.h"
 
 namespace zvtaskq {
 
@@ -69,7 +69,7 @@ Descriptor lockWithin(const char* account, int seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   Descriptor file = tryLock(folder.get(), account);
   while (!file && errno == EWOULDBLOCK && std::chrono::steady_clock::now() < end) {
-    nap(kBetweenTries);
+    sleepSafely(kBetweenTries);
     file = tryLock(folder.get(), account);
   }
   return file;

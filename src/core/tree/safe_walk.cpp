@@ -90,16 +90,16 @@ struct Level {
 /// The walk's one open folder and the way back from it.
 class TreeWalk {
  public:
-  TreeWalk(int (*visit)(void*, const TreeEntry&), void* context, const char* top)
-      : visit_(visit), context_(context), path_(top), top_(top) {}
+  TreeWalk(int (*visit)(void*, const TreeEntry&), void* context, int root, const char* top)
+      : visit_(visit), context_(context), path_(top), root_(root), top_(top) {}
 
   int run() {
     struct stat what {};
-    if (sys::lstat(top_, what) != 0) return 0;
-    const int answer = tell(AT_FDCWD, top_, what, false);
+    if (sys::lstatAt(root_, top_, what) != 0) return 0;
+    const int answer = tell(root_, top_, what, false);
     if (!answer) return 0;
     if (!S_ISDIR(what.st_mode) || answer == kPassBy) return 1;
-    if (!enter(AT_FDCWD, top_, what)) return 0;
+    if (!enter(root_, top_, what)) return 0;
     while (!levels_.empty() && !ended_) {
       if (!(levels_.back().folders.isEmpty() ? leave() : descend())) break;
     }
@@ -190,7 +190,7 @@ class TreeWalk {
     levels_.pop_back();
     if (levels_.empty()) {
       here_.reset();
-      return tell(AT_FDCWD, top_, done.what, true);
+      return tell(root_, top_, done.what, true);
     }
     Descriptor above(sys::openat(here_.get(), "..", kFolder));
     if (!isLevel(above, levels_.size() - 1)) return findBack();
@@ -211,7 +211,7 @@ class TreeWalk {
   /// the walk came through; what is below them is given up, and so is what is very deep: whoever moves folders again
   /// and again loses his own, and takes little of the time of the others.
   int findBack() {
-    Descriptor folder(sys::openat(AT_FDCWD, top_, kFolder));
+    Descriptor folder(sys::openat(root_, top_, kFolder));
     if (!isLevel(folder, 0)) {
       errno = ESTALE;
       return lost();
@@ -254,6 +254,7 @@ class TreeWalk {
   int (*visit_)(void*, const TreeEntry&);
   void* context_;
   std::string path_;
+  int root_;
   const char* top_;
   Descriptor here_;
   std::vector<Level> levels_;
@@ -279,8 +280,8 @@ Descriptor openFolder(const char* path) {
   return Descriptor(sys::open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK));
 }
 
-int walkTree(const char* path, int (*visit)(void* context, const TreeEntry& entry), void* context) {
-  return TreeWalk(visit, context, path).run();
+int walkTreeAt(int root, const char* path, int (*visit)(void* context, const TreeEntry& entry), void* context) {
+  return TreeWalk(visit, context, root, path).run();
 }
 
 }  // namespace zvtaskq

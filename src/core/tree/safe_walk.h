@@ -19,7 +19,7 @@ Descriptor openFolder(const char* path);
 
 /// One thing met by `walkTree`.
 struct TreeEntry {
-  /// The folder it stands in, and its name there. For the top of the tree: its path from AT_FDCWD.
+  /// The folder it stands in, and its name there. For the top of the tree: what the walk was started with.
   int folder;
   const char* name;
   /// Its path, beginning with the one that the walk was started with.
@@ -40,13 +40,21 @@ inline constexpr int kPassBy = 2;
 /// `visit` returns 1 to go on, kPassBy not to enter a folder, and 0 to end the walk. Returns 1 when everything was
 /// visited, 0 (errno set, or the walk was ended by `visit`) when not: what could be visited was, except after an end.
 /// Works under the identity of the moment.
-[[nodiscard]] int walkTree(const char* path, int (*visit)(void* context, const TreeEntry& entry), void* context);
+/// `path` is relative to the open folder `root`.
+[[nodiscard]] int walkTreeAt(int root, const char* path, int (*visit)(void* context, const TreeEntry& entry),
+                             void* context);
 
 template <class Visit>
-[[nodiscard]] int walkTree(const char* path, Visit visit) {
-  return walkTree(
-      path, [](void* context, const TreeEntry& entry) -> int { return (*static_cast<Visit*>(context))(entry); },
+[[nodiscard]] int walkTreeAt(int root, const char* path, Visit visit) {
+  return walkTreeAt(
+      root, path, [](void* context, const TreeEntry& entry) -> int { return (*static_cast<Visit*>(context))(entry); },
       &visit);
+}
+
+/// The same from the working directory, or of an absolute path.
+template <class Visit>
+[[nodiscard]] int walkTree(const char* path, Visit visit) {
+  return walkTreeAt(AT_FDCWD, path, visit);
 }
 
 }  // namespace zvtaskq

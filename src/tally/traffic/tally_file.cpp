@@ -78,6 +78,15 @@ class Sum : public TallyVisitor {
 
 }  // namespace
 
+double sumTallyLines(LineReader& reader, long long most) {
+  Sum sum;
+  TallyLine parts;
+  for (std::string_view line; reader.consumed() < most && reader.next(line);) {
+    if (readTallyLine(line, parts)) sum.meet(parts);
+  }
+  return sum.total();
+}
+
 void TallyRecord::read(std::string_view encoded) {
   pairs_.clear();
   if (encoded.find('%') != std::string_view::npos || encoded.find('+') != std::string_view::npos) {

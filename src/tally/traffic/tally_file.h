@@ -8,12 +8,17 @@
 
 namespace zvtaskq {
 
+class LineReader;
+
 /// The bytes that a tally file sums up to: `bandwidth.tally`, `bandwidth.reseller.tally`, `ZorvaneUsage.bytes`. Lines
 /// that do not begin with a finite number above 0 count nothing. An e-mail (`type` "email") whose `id` stood in an
 /// earlier line is billed once. A last line without its line feed is not read. A missing file, and null, are 0.
 ///
 /// Reads as root, and leaves the process at nobody.
 double getTallyTotal(const char* path);
+
+/// The same of the lines that a reader hands out, up to `most` bytes of them.
+double sumTallyLines(LineReader& reader, long long most);
 
 /// The pairs of a line's record. The views are of the text read last, or of this object.
 class TallyRecord {

@@ -53,7 +53,7 @@ class KeyOrder {
 class EntryWriter {
  public:
   EntryWriter(int fd, const std::vector<std::string>& filters, long long time) : fd_(fd), time_(std::to_string(time)) {
-    for (const std::string& name : filters) filters_.push_back(escaped(name));
+    for (const std::string& name : filters) filters_.push_back(escapedSparingly(name));
   }
   void write(long long number, const BruteEntry& entry) {
     const std::size_t most = kFixedRoom + filters_[entry.filter].size() + entry.address.size() +
@@ -90,11 +90,6 @@ class EntryWriter {
   bool finish() { return drain(0) && !failed_; }
 
  private:
-  static std::string escaped(std::string_view text) {
-    std::string into(text.size() * kLongestEscape + kEscapeSlack, '\0');
-    into.resize(static_cast<std::size_t>(writeSparingly(into.data(), text) - into.data()));
-    return into;
-  }
   bool drain(std::size_t wanted) {
     if (used_ > 0 && !failed_) failed_ = sys::writeAll(fd_, {buffer_.get(), used_}) < used_;
     used_ = 0;
