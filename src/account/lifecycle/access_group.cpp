@@ -48,14 +48,11 @@ class GroupChange {
     struct stat what {};
     if (sys::lstatAt(home_.folder.get(), name, what) != 0)
       return errno == ENOENT ? 1 : tell(name, std::strerror(errno));
-    // The home is held by its descriptor, whatever becomes of its path.
-    const std::string top = joined("/proc/self/fd/", std::to_string(home_.folder.get()), "/", name);
-    const std::size_t own = top.size() - std::strlen(name);
     int outcome = 1;
-    const int walked = walkTree(top.c_str(), [&](const TreeEntry& entry) {
+    const int walked = walkTreeAt(home_.folder.get(), name, [&](const TreeEntry& entry) {
       if (entry.leaving) return 1;
       if (isTimeOver()) return 0;
-      if (!give(entry)) outcome = tell(entry.path.c_str() + own, std::strerror(errno));
+      if (!give(entry)) outcome = tell(entry.path.c_str(), std::strerror(errno));
       return 1;
     });
     if (walked) return outcome;
