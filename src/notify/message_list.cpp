@@ -26,6 +26,12 @@ int readList(ConfigFile& list) {
   return list.readFile();
 }
 
+bool isMissing(const char* path) {
+  const AsUser panel(kPanelUser);
+  struct stat what {};
+  return sys::lstat(path, what) != 0 && errno == ENOENT;
+}
+
 }  // namespace
 
 int announceTicket(const char* path, int ticket, const char* type, const char* recipient, Text& result) {
@@ -48,6 +54,30 @@ int announceTicket(const char* path, int ticket, const char* type, const char* r
   if (list.writeFile()) return 1;
   errorLog("Tickets::deliverMessage::Unable to write %s", path);
   return fail(result, "Unable to write ", recipient, "'s tickets file to add ticket");
+}
+
+int readMessageList(const char* path, ConfigFile& list) {
+  list.setFilename(path);
+  list.belongsTo(kPanelUser);
+  return isMissing(path) || readList(list);
+}
+
+int removeFromList(const char* path, const std::vector<std::string>& names) {
+  PanelRecord list(path);
+  list.fileMode = kListMode;
+  const RecordLock lock(list);
+  if (readList(list)) {
+    // Emptied first and moved up once: a list may be long.
+    std::vector<long long> places;
+    for (const std::string& name : names) places.push_back(list.getIndex(name.c_str()));
+    for (const long long place : places) {
+      if (place >= 0) list.deleteParamAt(place);
+    }
+    list.shift_down_and_count();
+    if (list.writeFile()) return 1;
+  }
+  errorLog("%s: %s", path, list.result.orEmpty());
+  return 0;
 }
 
 }  // namespace zvtaskq

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "core/config/config.h"
@@ -86,6 +87,50 @@ int nextMessage(int folder) {
   int highest = 0;
   static_cast<void>(eachNumber(folder, [&](int number) { highest = std::max(highest, number); }));
   return highest + 1;
+}
+
+int listTickets(std::vector<int>& numbers) {
+  const Descriptor top = openFolder(sys_conf->ticketsdir);
+  std::vector<int> thousands;
+  if (!top || !eachNumber(top.get(), [&](int number) { thousands.push_back(number); })) return 0;
+  for (const int thousand : thousands) {
+    const Descriptor folder = openBeneath(top.get(), threeDigits(thousand).c_str(), O_RDONLY | O_DIRECTORY);
+    if (!folder) continue;
+    static_cast<void>(eachNumber(folder.get(), [&](int number) {
+      if (number / kFolderSize == thousand) numbers.push_back(number);
+    }));
+  }
+  std::sort(numbers.begin(), numbers.end());
+  numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+  return 1;
+}
+
+StoredTicket lookAtTicket(int number) {
+  StoredTicket ticket;
+  const Descriptor top = openFolder(sys_conf->ticketsdir);
+  const std::string path = joined(threeDigits(number / kFolderSize), "/", threeDigits(number));
+  struct stat what {};
+  if (top) ticket.folder = openBeneath(top.get(), path.c_str(), O_RDONLY | O_DIRECTORY);
+  if (!ticket.folder || sys::fstat(ticket.folder.get(), what) != 0) return {};
+  ticket.last = what.st_mtim.tv_sec;
+  FolderReader entries(ticket.folder.get());
+  std::vector<std::pair<long long, std::string>> files;
+  while (const dirent* entry = entries ? entries.next() : nullptr) {
+    if (sys::lstatAt(ticket.folder.get(), entry->d_name, what) != 0) continue;
+    files.emplace_back(what.st_mtim.tv_sec, entry->d_name);
+  }
+  std::sort(files.begin(), files.end());
+  if (!files.empty()) ticket.last = files.back().first;
+  for (auto& [time, name] : files) ticket.names.push_back(std::move(name));
+  return ticket;
+}
+
+int removeTicket(int number, const StoredTicket& ticket) {
+  for (const std::string& name : ticket.names) {
+    if (sys::unlinkat(ticket.folder.get(), name.c_str(), 0) != 0 && errno != ENOENT) return 0;
+  }
+  const Descriptor middle = openFolder(middleFolder(number).c_str());
+  return middle && sys::unlinkat(middle.get(), threeDigits(number).c_str(), AT_REMOVEDIR) == 0 ? 1 : 0;
 }
 
 }  // namespace zvtaskq

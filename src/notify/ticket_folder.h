@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "core/sys/sys.h"
 
@@ -25,5 +26,22 @@ Descriptor openTicketFolder(int number);
 int highestTicket();
 /// The first message number above all that have a file in the open folder of a ticket.
 int nextMessage(int folder);
+
+/// Adds the numbers of all tickets that have a folder, in rising order. 0 with errno when `ticketsdir` cannot be read.
+[[nodiscard]] int listTickets(std::vector<int>& numbers);
+
+/// A ticket as it is stored.
+struct StoredTicket {
+  /// Not open when there is none.
+  Descriptor folder;
+  /// When the last of its files was changed, or when it has none, the folder itself; seconds since the epoch.
+  long long last = 0;
+  /// What stands in it, the last changed at the end.
+  std::vector<std::string> names;
+};
+StoredTicket lookAtTicket(int number);
+/// Removes a ticket that has been looked at: its files, the last changed at the end, so that one whose removal is cut
+/// short is still as old as it was, and then its folder. 0 with errno; ENOTEMPTY when something else stands in it.
+[[nodiscard]] int removeTicket(int number, const StoredTicket& ticket);
 
 }  // namespace zvtaskq

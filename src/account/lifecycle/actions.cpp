@@ -1,22 +1,16 @@
 #include "account/lifecycle/actions.h"
 
+#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
+#include "account/model/address_count.h"
 #include "core/config/config.h"
-#include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/list_file.h"
-#include "core/record/panel_file.h"
-#include "core/sys/identity.h"
 #include "core/sys/log.h"
 
 namespace zvtaskq {
 
 namespace {
-
-int confirmDomainsList(const Task& task) {
-  debug(10, "Confirming domains.list for User %s", task.get("user"));
-  return 1;
-}
 
 /// An administrator may ask for the domains' DNS zones to stay while they are shared with a cluster.
 void checkLeaveDns(const Task& task, AccountType type) {
@@ -48,29 +42,19 @@ int deleteAccounts(const Task& task) {
   return 1;
 }
 
-int swapLinkedIps(const Task&) {
-  debug(10, "Swapping Linked-IPs");
-  return 1;
-}
-
-int rewriteAccessGroup(const Task&) {
-  if (!sys_conf->secure_access_group.isEmpty()) return 1;
-  errorLogAndDebug(10, "Unable to rewrite secure_access_group.  It's not set in the zorvane.conf");
-  return 0;
-}
-
-int rewriteHeloData(const Task&) {
-  PanelList addresses(adminFile("ip.list"));
-  if (addresses.readFile()) return 1;
-  errorLog("ip.list: readFile error: %s", addresses.result.orEmpty());
-  return 0;
+int countAddressUsers(const Task&) {
+  return recountIps();
 }
 
 constexpr ActionRow kRows[] = {
     {"confirm", "type", "domains.list", confirmDomainsList, "checks a user's domains against the table of owners"},
     {"delete", "value", "account", deleteAccounts, "deletes accounts"},
+    {"addoptions", nullptr, nullptr, addOptions, "gives every account the features its record says nothing of"},
     {"ipswap", "value", "linked_ips", swapLinkedIps, "swaps linked addresses"},
     {"rewrite", "value", "secure_access_group", rewriteAccessGroup, "sets the access group of every user's files"},
+    {"rewrite", "value", "links", rewriteLinks, "makes the links to the web pages in the homes"},
+    {"rewrite", "value", "ipcount", countAddressUsers, "counts the accounts of each address"},
+    {"rewrite", "value", "domainips", rewriteDomainIps, "rewrites the mail server's table of domains to addresses"},
     {"rewrite", "value", "helo_data", rewriteHeloData, "rewrites the mail server's HELO table"},
 };
 

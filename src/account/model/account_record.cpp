@@ -48,6 +48,16 @@ int readPanels(File& file, How... how) {
   return hasPossibleSize(file.getFilename(), file.result) && file.readFile(how...);
 }
 
+/// Reads a file of an account's folder; one that is not there is empty.
+template <class File>
+int readIfThere(const char* account, const char* name, File& file) {
+  if (!isAccountName(account)) return fail(file.result, "Invalid user name");
+  file.setFilename(accountFile(account, name).c_str());
+  file.belongsTo(kPanelUser);
+  const AsUser panel(kPanelUser);
+  return isMissing(file.getFilename()) || readPanels(file);
+}
+
 /// The lines of a list that pass; of the others one error-log line each.
 template <class Passes>
 std::vector<std::string> passing(const ListFile& list, Passes passes, const char* what) {
@@ -74,11 +84,11 @@ int readAccount(const char* account, ConfigFile& record) {
 }
 
 int readAccountFile(const char* account, const char* file, ConfigFile& record) {
-  if (!isAccountName(account)) return fail(record.result, "Invalid user name");
-  record.setFilename(accountFile(account, file).c_str());
-  record.belongsTo(kPanelUser);
-  const AsUser panel(kPanelUser);
-  return isMissing(record.getFilename()) || readPanels(record);
+  return readIfThere(account, file, record);
+}
+
+int readAccountList(const char* account, const char* file, ListFile& list) {
+  return readIfThere(account, file, list);
 }
 
 int setAccountValue(const char* account, const char* file, const char* key, const char* value) {

@@ -20,6 +20,8 @@ enum class AccountType { unknown, user, reseller, admin };
 [[nodiscard]] int readAccountFile(const char* account, const char* file, ConfigFile& record);
 /// Sets a pair of such a record, or removes it with a null value, under the record's lock. 0 with an error-log line.
 [[nodiscard]] int setAccountValue(const char* account, const char* file, const char* key, const char* value);
+/// Reads a list of an account's folder, such as "ip.list", in the same way.
+[[nodiscard]] int readAccountList(const char* account, const char* file, ListFile& list);
 /// Reads the account that a backup or restore is done for: the line's `owner`, a reseller or an administrator by its
 /// `type`. 0 with the error-log line "Cannot read data for Reseller %s : %s" or "Cannot read data for Admin %s : %s".
 [[nodiscard]] int readOwner(const Task& task, ConfigFile& record);

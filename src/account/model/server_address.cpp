@@ -1,10 +1,10 @@
 #include "account/model/server_address.h"
 
+#include "account/model/addresses.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/system_info.h"
-#include "core/record/config_file.h"
 #include "core/record/list_file.h"
 #include "core/record/panel_file.h"
 #include "core/sys/identity.h"
@@ -15,10 +15,8 @@ namespace zvtaskq {
 namespace {
 
 bool isServerAddress(const char* address) {
-  if (!isValidIPv4(address)) return false;
-  const std::string path = adminFile(joined("ips/", address).c_str());
-  PanelRecord record(path);
-  return record.readFile() && record.isValue("status", "server");
+  ConfigFile record(nullptr);
+  return isValidIPv4(address) && readAddress(address, record) && record.isValue("status", kServerStatus);
 }
 
 }  // namespace

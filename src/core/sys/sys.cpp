@@ -24,6 +24,10 @@ auto retried(Call call) {
   return outcome;
 }
 
+int chmodThrough(int fd, mode_t mode) {
+  return ::chmod(("/proc/self/fd/" + std::to_string(fd)).c_str(), mode);
+}
+
 }  // namespace
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
@@ -148,7 +152,12 @@ int chmodNoFollow(int directory, const char* path, mode_t mode) {
     errno = ELOOP;
     return -1;
   }
-  return ::chmod(("/proc/self/fd/" + std::to_string(pinned.get())).c_str(), mode);
+  return chmodThrough(pinned.get(), mode);
+}
+
+int chmodPinned(int fd, mode_t mode) {
+  if (failPoint("chmod")) return -1;
+  return chmodThrough(fd, mode);
 }
 
 int chownNoFollow(int directory, const char* path, uid_t user, gid_t group) {
@@ -177,6 +186,11 @@ int unlinkat(int directory, const char* path, int flags) {
 
 int unlink(const char* path) {
   return sys::unlinkat(AT_FDCWD, path, 0);
+}
+
+int symlinkat(const char* target, int directory, const char* name) {
+  if (failPoint("link")) return -1;
+  return ::symlinkat(target, directory, name);
 }
 
 int link(const char* file, const char* name) {

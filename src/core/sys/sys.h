@@ -59,6 +59,8 @@ int fchmod(int fd, mode_t mode);
 int fchown(int fd, uid_t user, gid_t group);
 /// The mode of what `path` itself is, never of a link's target.
 int chmodNoFollow(int directory, const char* path, mode_t mode);
+/// The mode of the very file that a descriptor stands for, one opened with O_PATH included; a link has none.
+int chmodPinned(int fd, mode_t mode);
 /// The owner of what `path` itself is, never of a link's target.
 int chownNoFollow(int directory, const char* path, uid_t user, gid_t group);
 /// The owner of the very file that a descriptor stands for, one opened with O_PATH included.
@@ -67,6 +69,8 @@ int renameat(int fromDirectory, const char* from, int toDirectory, const char* t
 int rename(const char* from, const char* to);
 int unlinkat(int directory, const char* path, int flags);
 int unlink(const char* path);
+/// A symbolic link of that name which leads to `target`; -1 with EEXIST when there is something of that name.
+int symlinkat(const char* target, int directory, const char* name);
 /// A second name for a file; -1 with EEXIST when there is something of that name.
 int link(const char* file, const char* name);
 int mkdirat(int directory, const char* path, mode_t mode);

@@ -1,0 +1,87 @@
+#include "account/model/addresses.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "core/panel/panel_paths.h"
+#include "core/record/panel_file.h"
+#include "core/record/record_lock.h"
+#include "core/sys/log.h"
+#include "core/text/names.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr const char* kBlanks = " \t\r";
+
+void useRecordOf(const char* address, ConfigFile& record) {
+  record.setFilename(adminFile(joined("ips/", address).c_str()).c_str());
+  record.belongsTo(kPanelUser);
+}
+
+Address addressOf(const char* text) {
+  Address address;
+  address.text = text;
+  ConfigFile record(nullptr);
+  address.hasRecord = readAddress(text, record) != 0;
+  if (!address.hasRecord) {
+    errorLog("%s: %s", record.getFilename(), record.result.orEmpty());
+    return address;
+  }
+  const char* status = record.getValue("status");
+  address.status = status == nullptr ? "" : status;
+  address.linked = addressesIn(record.getValue("linked"));
+  record.getValue("users", &address.users);
+  return address;
+}
+
+}  // namespace
+
+int readAddress(const char* address, ConfigFile& record) {
+  if (!isValidIP(address)) return fail(record.result, "Invalid address");
+  useRecordOf(address, record);
+  return record.readFile();
+}
+
+int readAddresses(std::vector<Address>& addresses) {
+  PanelList list(adminFile("ip.list"));
+  if (!list.readFile()) {
+    errorLog("ip.list: readFile error: %s", list.result.orEmpty());
+    return 0;
+  }
+  for (int i = 0; i < list.size(); ++i) {
+    const char* text = list.getElementAt(i);
+    if (isValidIP(text)) {
+      addresses.push_back(addressOf(text));
+    } else {
+      errorLog("%s: %.100s is no address", list.getFilename(), text);
+    }
+  }
+  return 1;
+}
+
+int changeAddress(const char* address, const std::function<bool(ConfigFile& record)>& change) {
+  ConfigFile record(nullptr);
+  useRecordOf(address, record);
+  const RecordLock lock(record);
+  if (readAddress(address, record) && (!change(record) || record.writeFile())) return 1;
+  errorLog("%s: %s", record.getFilename(), record.result.orEmpty());
+  return 0;
+}
+
+std::vector<std::string> addressesIn(const char* list) {
+  std::vector<std::string> addresses;
+  std::string_view rest = list == nullptr ? "" : list;
+  while (!rest.empty()) {
+    const std::size_t comma = rest.find(',');
+    std::string_view one = rest.substr(0, comma);
+    rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
+    one.remove_prefix(std::min(one.find_first_not_of(kBlanks), one.size()));
+    std::string text(one.substr(0, one.find_last_not_of(kBlanks) + 1));
+    if (isValidIP(text.c_str())) addresses.push_back(std::move(text));
+  }
+  return addresses;
+}
+
+}  // namespace zvtaskq
