@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "account/model/account_name.h"
+#include "account/model/password_marks.h"
 #include "core/config/config.h"
 #include "core/files/safe_file.h"
 #include "core/panel/run_state.h"
@@ -27,9 +28,6 @@ constexpr std::size_t kMostFiles = 1000;
 /// How many system accounts are asked for one by one.
 constexpr std::size_t kHandful = 8;
 constexpr uid_t kFirstAccountId = 1000;
-constexpr char kSuspendedMark = '!';
-/// What a password is made of that is locked, and none of anybody's.
-constexpr std::string_view kLocked = "!*";
 constexpr int kMostComplaints = 20;
 constexpr std::size_t kLongestShown = 64;
 
@@ -67,10 +65,6 @@ bool mayBeAccount(const char* name) {
 int tellUnknown(const char* name) {
   debug(kShown, "Tally::system_acount_is_suspended(%s): unable to get user_info", name);
   return 0;
-}
-
-bool isSuspendedPassword(std::string_view password) {
-  return password.starts_with(kSuspendedMark) && password.find_first_not_of(kLocked) != std::string_view::npos;
 }
 
 /// 1 with a security-log line when the names of the file hold the account.

@@ -1,0 +1,20 @@
+// The one place where the lifecycle of accounts meets their databases.
+//
+// May be called under any identity, which is the same afterwards. 0 with a line in `result`, when something of it
+// failed for good. A server that is not there has nothing to do; one that does not answer is told in the next run.
+// Neither is a failure.
+#pragma once
+
+#include "core/text/text.h"
+
+namespace zvtaskq {
+
+/// Keeps the account's database users out, and lets them in again.
+[[nodiscard]] int lockServices(const char* account, Text& result);
+[[nodiscard]] int unlockServices(const char* account, Text& result);
+/// Drops his databases and their users.
+[[nodiscard]] int dropDatabasesOf(const char* account, Text& result);
+/// Whether there are none yet that would belong to a new account of that name.
+[[nodiscard]] int hasNoDatabases(const char* account, Text& result);
+
+}  // namespace zvtaskq

@@ -1,0 +1,46 @@
+#include "account/lifecycle/account_holder.h"
+
+#include <algorithm>
+
+#include "account/model/account_record.h"
+#include "account/model/system_accounts.h"
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+
+namespace zvtaskq {
+
+namespace {
+/// Below are the system's own accounts.
+constexpr uid_t kFirstPerson = 1000;
+}  // namespace
+
+bool AccountHolder::isPerson() const {
+  return hasSystemAccount() && ids.user >= kFirstPerson && ids.user != nobodyIds().user &&
+         ids.user != getUID(kPanelUser);
+}
+
+bool AccountHolder::ownsFtp(std::string_view ftpName, std::string_view uid) const {
+  if (ftpName == name || (isPerson() && uid == std::to_string(ids.user))) return true;
+  const std::size_t at = ftpName.rfind(sys_conf->ftpsep);
+  return at != std::string_view::npos &&
+         std::find(domains.begin(), domains.end(), ftpName.substr(at + 1)) != domains.end();
+}
+
+int findHolder(const char* account, AccountHolder& holder, Text& result) {
+  holder.name = account;
+  holder.ids = systemAccounts().idsOf(account);
+  return readDomains(account, holder.domains, result);
+}
+
+PasswordLine::PasswordLine(std::string_view line) {
+  const std::size_t first = line.find(':');
+  if (first == std::string_view::npos || first == 0) return;
+  isOne = true;
+  name = line.substr(0, first);
+  const std::size_t second = std::min(line.find(':', first + 1), line.size());
+  hash = line.substr(first + 1, second - first - 1);
+  rest = line.substr(second);
+  if (!rest.empty()) uid = rest.substr(1, std::min(rest.find(':', 1), rest.size()) - 1);
+}
+
+}  // namespace zvtaskq

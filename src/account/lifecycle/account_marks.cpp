@@ -1,0 +1,186 @@
+#include "account/lifecycle/account_marks.h"
+
+#include <shadow.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "account/lifecycle/system_tool.h"
+#include "account/model/password_marks.h"
+#include "core/config/config.h"
+#include "core/files/line_edit.h"
+#include "core/panel/run_state.h"
+#include "core/sys/privileges.h"
+#include "mail/mail_files.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr const char* kSystem = "system";
+/// A day long past, at which a suspended system account expires; the tool's own manual names this one.
+constexpr long kExpired = 1;
+
+// --- Password files ----------------------------------------------------------------------------------------------
+
+/// A password file: where it is, whose its folder is, whose of its lines count, and how the notes name them.
+struct PasswordFile {
+  std::string path;
+  Ids owner{};
+  std::function<bool(const PasswordLine&)> counts;
+  std::function<std::string(std::string_view)> note;
+  explicit operator bool() const { return !path.empty(); }
+};
+
+/// The password file of a mail domain. None, with 1, when there is none; 0 when a link stands on the way to it.
+int mailboxesOf(const char* domain, PasswordFile& file, Text& result) {
+  const Ids mail = idsOf(kMailUser);
+  if (mail.user == kUnknownId || sys_conf->emailvirtual.isEmpty()) return 1;
+  const AsUser user(mail);
+  const std::string name = joined(domain, "/passwd");
+  const Descriptor there = openMailPath(name, O_PATH);
+  if (!there) {
+    if (errno == ENOENT || errno == ENOTDIR) return 1;
+    return fail(result, "Unable to open ", sys_conf->emailvirtual, "/", name, ": ", std::strerror(errno));
+  }
+  file.path = joined(sys_conf->emailvirtual, "/", name);
+  file.owner = mail;
+  file.counts = [](const PasswordLine&) { return true; };
+  file.note = [domain = std::string(domain)](std::string_view box) { return mailboxNote(box, domain.c_str()); };
+  return 1;
+}
+
+PasswordFile ftpOf(const AccountHolder& holder) {
+  return {std::string(sys_conf->ftppasswd.view()), kRootIds,
+          [&holder](const PasswordLine& line) { return holder.ownsFtp(line.name, line.uid); },
+          [](std::string_view name) { return joined("ftp ", name); }};
+}
+
+int noteMarksIn(const PasswordFile& file, SuspensionNotes& notes, Text& result) {
+  if (!file) return 1;
+  const auto look = [&](std::string_view text) {
+    const PasswordLine line(text);
+    if (line.isOne && file.counts(line) && isSuspendedPassword(line.hash)) notes.blocked.insert(file.note(line.name));
+  };
+  return readLinesOf(file.path, file.owner, look, result);
+}
+
+int markIn(const PasswordFile& file, Text& result) {
+  if (!file) return 1;
+  const auto mark = [&](std::string_view text, std::string& instead) {
+    const PasswordLine line(text);
+    if (!line.isOne || !file.counts(line) || !isLivePassword(line.hash)) return LineFate::keep;
+    instead = joined(line.name, ":!", line.hash, line.rest);
+    return LineFate::replace;
+  };
+  return editLines(file.path, file.owner, mark, {}, result);
+}
+
+int freeIn(const PasswordFile& file, const SuspensionNotes& notes, Text& result) {
+  if (!file) return 1;
+  const auto free = [&](std::string_view text, std::string& instead) {
+    const PasswordLine line(text);
+    if (!line.isOne || !file.counts(line) || !isSuspendedPassword(line.hash)) return LineFate::keep;
+    if (notes.blocked.contains(file.note(line.name))) return LineFate::keep;
+    instead = joined(line.name, ":", line.hash.substr(1), line.rest);
+    return LineFate::replace;
+  };
+  return editLines(file.path, file.owner, free, {}, result);
+}
+
+// --- The system account ------------------------------------------------------------------------------------------
+
+struct SystemPassword {
+  bool exists = false;
+  std::string hash;
+  long expires = -1;
+};
+
+SystemPassword systemPasswordOf(const AccountHolder& holder) {
+  const AsRoot root;
+  const spwd* shadow = holder.isPerson() ? ::getspnam(holder.name.c_str()) : nullptr;
+  if (shadow == nullptr) return {};
+  return {true, std::string(text_detail::part(shadow->sp_pwdp)), shadow->sp_expire};
+}
+
+/// Lets the system's own program change the account. That it says so is not enough.
+int change(const AccountHolder& holder, std::vector<std::string> arguments,
+           const std::function<bool(const SystemPassword&)>& isDone, Text& result) {
+  arguments.push_back(holder.name);
+  if (!useTool(sys_conf->usermod, arguments, result)) return 0;
+  return isDone(systemPasswordOf(holder))
+             ? 1
+             : fail(result, sys_conf->usermod, " did not change the password of ", holder.name);
+}
+
+}  // namespace
+
+std::string mailboxNote(std::string_view mailbox, const char* domain) {
+  return joined("mail ", mailbox, "@", domain);
+}
+
+int noteMailboxMarks(const char* domain, SuspensionNotes& notes, Text& result) {
+  PasswordFile file;
+  return mailboxesOf(domain, file, result) && noteMarksIn(file, notes, result);
+}
+
+int noteAccountMarks(const AccountHolder& holder, SuspensionNotes& notes, Text& result) {
+  const SystemPassword system = systemPasswordOf(holder);
+  if (isSuspendedPassword(system.hash)) notes.blocked.insert(kSystem);
+  if (system.exists) notes.expires = system.expires < 0 ? std::string() : std::to_string(system.expires);
+  return noteMarksIn(ftpOf(holder), notes, result);
+}
+
+int markSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
+  const SystemPassword system = systemPasswordOf(holder);
+  if (!system.exists) return 1;
+  std::vector<std::string> arguments;
+  if (isLivePassword(system.hash)) arguments.emplace_back("-L");
+  if (notes.expires && system.expires != kExpired) {
+    arguments.insert(arguments.end(), {"-e", std::to_string(kExpired)});
+  }
+  if (arguments.empty()) return 1;
+  return change(
+      holder, std::move(arguments), [](const SystemPassword& now) { return !isLivePassword(now.hash); }, result);
+}
+
+int freeSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
+  const SystemPassword system = systemPasswordOf(holder);
+  std::vector<std::string> arguments;
+  if (isSuspendedPassword(system.hash) && !notes.blocked.contains(kSystem)) arguments.emplace_back("-U");
+  if (notes.expires && system.expires == kExpired) arguments.insert(arguments.end(), {"-e", *notes.expires});
+  if (!system.exists || arguments.empty()) return 1;
+  const std::string wanted = arguments.front() == "-U" ? system.hash.substr(1) : system.hash;
+  return change(
+      holder, std::move(arguments), [&](const SystemPassword& now) { return now.hash == wanted; }, result);
+}
+
+int markMailboxes(const char* domain, Text& result) {
+  PasswordFile file;
+  return mailboxesOf(domain, file, result) && markIn(file, result);
+}
+
+int freeMailboxes(const char* domain, const SuspensionNotes& notes, Text& result) {
+  PasswordFile file;
+  return mailboxesOf(domain, file, result) && freeIn(file, notes, result);
+}
+
+int markFtp(const AccountHolder& holder, Text& result) {
+  return markIn(ftpOf(holder), result);
+}
+
+int freeFtp(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
+  return freeIn(ftpOf(holder), notes, result);
+}
+
+int dropFtp(const AccountHolder& holder, Text& result) {
+  const PasswordFile file = ftpOf(holder);
+  if (!file) return 1;
+  const auto drop = [&](std::string_view text, std::string&) {
+    const PasswordLine line(text);
+    return line.isOne && file.counts(line) ? LineFate::drop : LineFate::keep;
+  };
+  return editLines(file.path, file.owner, drop, {}, result);
+}
+
+}  // namespace zvtaskq
