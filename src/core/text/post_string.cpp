@@ -228,4 +228,15 @@ char* writeSparingly(char* to, std::string_view text) {
   }
 }
 
+std::string escapedSparingly(std::string_view text) {
+  std::string into(text.size() * kLongestEscape + kEscapeSlack, '\0');
+  into.resize(static_cast<std::size_t>(writeSparingly(into.data(), text) - into.data()));
+  return into;
+}
+
+void addPair(std::string& record, std::string_view name, std::string_view value) {
+  if (!record.empty()) record += '&';
+  record.append(escapedSparingly(name)).append("=").append(escapedSparingly(value));
+}
+
 }  // namespace zvtaskq

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace zvtaskq {
@@ -56,5 +57,8 @@ char* writeEscaped(char* to, std::string_view text);
 /// The same as short as a reader can still decode it, for texts of which there are very many: a space becomes "+", and
 /// only "%", "&", "+", "=", control characters and what is not ASCII are escaped.
 char* writeSparingly(char* to, std::string_view text);
+std::string escapedSparingly(std::string_view text);
+/// Adds "name=value", escaped sparingly, to an encoded record, behind "&" when it is not the first pair.
+void addPair(std::string& record, std::string_view name, std::string_view value);
 
 }  // namespace zvtaskq
