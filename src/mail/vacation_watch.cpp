@@ -22,19 +22,13 @@ namespace {
 
 constexpr const char* kNoDomain = "majordomo";
 
-bool isFolder(const FolderReader& in, const dirent& entry) {
-  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
-  struct stat what {};
-  return sys::lstatAt(in.descriptor(), entry.d_name, what) == 0 && S_ISDIR(what.st_mode);
-}
-
 /// The folders that may be mail domains. 0 when they cannot be listed.
 int listDomains(const char* path, std::vector<std::string>& names) {
   const AsUser mail(kMailUser);
   FolderReader folder(path);
   if (!folder) return 0;
   while (const dirent* entry = folder.next()) {
-    if (isMailName(entry->d_name) && std::strcmp(entry->d_name, kNoDomain) != 0 && isFolder(folder, *entry)) {
+    if (isMailName(entry->d_name) && std::strcmp(entry->d_name, kNoDomain) != 0 && folder.isFolder(*entry)) {
       names.emplace_back(entry->d_name);
     }
   }

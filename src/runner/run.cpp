@@ -1,5 +1,6 @@
 #include "runner/run.h"
 
+#include "account/lifecycle/account_databases.h"
 #include "core/config/config.h"
 #include "core/panel/marks.h"
 #include "core/panel/run_state.h"
@@ -45,6 +46,7 @@ void doQueue(const Config& conf) {
   processQueue(conf.taskqueue, 0);
   processQueue(conf.secondTaskQueue, 0);
   checkServices();
+  finishDatabaseWork();
   checkServer(conf);
   cleanUp(conf);
 }

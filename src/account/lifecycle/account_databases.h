@@ -16,5 +16,7 @@ namespace zvtaskq {
 [[nodiscard]] int dropDatabasesOf(const char* account, Text& result);
 /// Whether there are none yet that would belong to a new account of that name.
 [[nodiscard]] int hasNoDatabases(const char* account, Text& result);
+/// Does what the server did not answer to in earlier runs.
+void finishDatabaseWork();
 
 }  // namespace zvtaskq

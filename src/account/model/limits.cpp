@@ -36,14 +36,18 @@ std::span<const LimitKey> limitKeys() {
 }
 
 Limit limitOf(const ConfigFile& record, const char* key, const char* account) {
+  const Limit limit = shownLimitOf(record, key);
   const std::string_view value = valueOf(record, key);
-  if (value.empty() || value == "unlimited") return {};
-  Limit limit{false, 0};
-  if (!readAmount(value, limit.amount)) {
+  if (limit.isUnlimited && !value.empty() && value != "unlimited") {
     errorLog("%s: %s=%.100s of account %s is no limit, and limits nothing", record.getFilename(), key, value.data(),
              account);
-    return {};
   }
+  return limit;
+}
+
+Limit shownLimitOf(const ConfigFile& record, const char* key) {
+  Limit limit{false, 0};
+  if (!readAmount(valueOf(record, key), limit.amount)) return {};
   if (std::string_view(key) == "bandwidth") limit.amount += amountOf(record, "additional_bandwidth");
   return limit;
 }

@@ -35,6 +35,9 @@ std::span<const LimitKey> limitKeys();
 /// and the account.
 Limit limitOf(const ConfigFile& record, const char* key, const char* account);
 
+/// The same without a word in the log, for those who only show it.
+Limit shownLimitOf(const ConfigFile& record, const char* key);
+
 /// A limit that is exceeded.
 struct Exceeded {
   const LimitKey* what;

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::string_view kOver = "over";
 constexpr std::string_view kCrontab = "crontab";
+constexpr std::string_view kDatabases = "databases";
 constexpr std::string_view kBlocked = "blocked ";
 constexpr std::string_view kExpires = "expires ";
 constexpr std::string_view kNever = "never";
@@ -20,6 +21,7 @@ constexpr std::string_view kNever = "never";
 void take(SuspensionNotes& notes, std::string_view line) {
   if (line == kOver) notes.isOver = true;
   if (line == kCrontab) notes.hadCrontab = true;
+  if (line == kDatabases) notes.hasDatabases = true;
   if (line.starts_with(kBlocked)) notes.blocked.emplace(line.substr(kBlocked.size()));
   if (!line.starts_with(kExpires)) return;
   const std::string_view day = line.substr(kExpires.size());
@@ -45,6 +47,7 @@ int SuspensionNotes::write(Text& result) const {
   for (const std::string& name : blocked) list.addElement(joined(kBlocked, name).c_str());
   if (expires) list.addElement(joined(kExpires, expires->empty() ? kNever : std::string_view(*expires)).c_str());
   if (hadCrontab) list.addElement(kCrontab);
+  if (hasDatabases) list.addElement(kDatabases);
   if (isOver) list.addElement(kOver);
   list.changed = true;
   return list.writeFile() ? 1 : fail(result, list.result);

@@ -29,13 +29,16 @@ struct SuspensionNotes {
   bool exists = false;
   /// Everything was given back already; only the record did not say so yet.
   bool isOver = false;
-  /// The passwords that were marked before, and stay so: "system", "mail <mailbox>@<domain>", "ftp <name>".
+  /// The passwords that were marked before, and stay so: "system", "mail <mailbox>@<domain>", "ftp <name>",
+  /// "database <user>".
   std::set<std::string> blocked;
   /// What the system account's day of expiry was, as the system keeps it: days since 1970, or empty for none. Absent
   /// when it was not changed.
   std::optional<std::string> expires;
   /// There was an installed crontab.
   bool hadCrontab = false;
+  /// It is noted which database users were locked before.
+  bool hasDatabases = false;
 };
 
 /// The file of an account.

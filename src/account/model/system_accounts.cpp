@@ -26,16 +26,23 @@ Ids SystemAccounts::idsOf(const char* name) {
   return account == nullptr ? Ids{kUnknownId, kUnknownId} : account->ids;
 }
 
+bool SystemAccounts::hasUser(uid_t user) {
+  readIfChanged();
+  return users_.contains(user);
+}
+
 void SystemAccounts::readIfChanged() {
   struct stat now {};
   if (::stat("/etc/passwd", &now) != 0) now = {};
   if (isSame(now, seen_) && !accounts_.empty()) return;
   accounts_.clear();
+  users_.clear();
   seen_ = now;
   ::setpwent();
   while (const passwd* entry = ::getpwent()) {
     // The first of a name counts, as it does for who asks by name.
     accounts_.try_emplace(entry->pw_name, SystemAccount{{entry->pw_uid, entry->pw_gid}, entry->pw_dir});
+    users_.insert(entry->pw_uid);
   }
   ::endpwent();
 }

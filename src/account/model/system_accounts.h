@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <map>
+#include <set>
 #include <string>
 
 #include "core/sys/identity.h"
@@ -23,11 +24,14 @@ class SystemAccounts {
   const SystemAccount* find(const char* name);
   /// The ids, each `kUnknownId` when there is no such account.
   Ids idsOf(const char* name);
+  /// Whether some account has that user id.
+  bool hasUser(uid_t user);
 
  private:
   void readIfChanged();
 
   std::map<std::string, SystemAccount, std::less<>> accounts_;
+  std::set<uid_t> users_;
   struct stat seen_ {};
 };
 

@@ -133,9 +133,9 @@ void forbidDumps();
 [[nodiscard]] ChildResult runChild(const ChildPlan& plan);
 
 /// Runs `work` in a process of its own that nobody waits for, under the present identity and in its own session.
-/// What the work returns is its exit status; it leaves without running any destructor of this process. It keeps the
-/// descriptors it was born with: it must close those it does not want. 0 with an error-log line when there is no
-/// process to be had.
+/// What the work returns is its exit status; it leaves without running any destructor of this process. It has none of
+/// the descriptors of this process, and so none of its locks; 0 to 2 lead nowhere. What an object of this process made
+/// before keeps a number of must not be used. 0 with an error-log line when there is no process to be had.
 [[nodiscard]] int runDetached(int (*work)(void*), void* argument);
 
 /// Waits until the child ends. Returns its exit status, or the number of the signal that killed it (error log and

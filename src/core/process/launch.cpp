@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -72,19 +73,35 @@ void placeStreams(const ChildLaunch& launch) {
   }
 }
 
+/// Closes all descriptors from `first` on but `kept`, which may be below it.
+void closeFrom(int first, int kept) {
+  if (kept < first && ::syscall(SYS_close_range, first, ~0U, 0) == 0) return;
+  struct rlimit limit {};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur > kMostDescriptors) limit.rlim_cur = kMostDescriptors;
+  for (int number = first; number < static_cast<int>(limit.rlim_cur); ++number) {
+    if (number != kept) ::close(number);
+  }
+}
+
 /// Leaves 0 to 2 and the report, and returns the report's new number.
 int closeTheRest(int report) {
   int kept = report;
   if (report != kReportDescriptor && ::dup3(report, kReportDescriptor, O_CLOEXEC) == kReportDescriptor) {
     kept = kReportDescriptor;
   }
-  if (kept == kReportDescriptor && ::syscall(SYS_close_range, kReportDescriptor + 1, ~0U, 0) == 0) return kept;
-  struct rlimit limit {};
-  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur > kMostDescriptors) limit.rlim_cur = kMostDescriptors;
-  for (int number = 3; number < static_cast<int>(limit.rlim_cur); ++number) {
-    if (number != kept) ::close(number);
-  }
+  closeFrom(kept == kReportDescriptor ? kReportDescriptor + 1 : kReportDescriptor, kept);
   return kept;
+}
+
+/// A file or lock of this process that a longer-lived one holds too would stay open or taken; and who waits for the end
+/// of what we print would wait for that one as well.
+void leaveDescriptors() {
+  // Both remember a number that is about to be another file's.
+  ::closelog();
+  setLocationTracker(-1);
+  const int nowhere = ::open("/dev/null", O_RDWR | O_NOCTTY);
+  for (int number = 0; number < 3; ++number) ::dup2(nowhere, number);
+  closeFrom(3, -1);
 }
 
 /// A hard limit that was lowered can be raised again by root alone.
@@ -170,10 +187,9 @@ int runDetached(int (*work)(void*), void* argument) {
   }
   if (pid > 0) return 1;
   ::setsid();
+  leaveDescriptors();
   randseed();
-  const int status = work(argument);
-  std::fflush(stdout);
-  ::_exit(status);
+  ::_exit(work(argument));
 }
 
 int do_waitpid(pid_t pid, int& status, const char* name) {

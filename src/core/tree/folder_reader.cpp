@@ -30,4 +30,10 @@ const dirent* FolderReader::next() {
   return nullptr;
 }
 
+bool FolderReader::isFolder(const dirent& entry) const {
+  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+  struct stat what {};
+  return sys::lstatAt(descriptor(), entry.d_name, what) == 0 && S_ISDIR(what.st_mode);
+}
+
 }  // namespace zvtaskq

@@ -21,6 +21,8 @@ class FolderReader {
   explicit operator bool() const { return entries_ != nullptr; }
   /// The next entry, valid until the next call; null at the end and on an error (see `failed`).
   const dirent* next();
+  /// Whether the entry itself is a folder, and no link to one.
+  bool isFolder(const dirent& entry) const;
   /// Reading ended early, with errno.
   bool failed() const { return failed_; }
   /// The open folder, for work relative to it.

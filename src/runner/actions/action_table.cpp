@@ -15,6 +15,7 @@
 #include "services/dns/actions.h"
 #include "services/ftp/actions.h"
 #include "services/web/actions.h"
+#include "tally/counts/actions.h"
 #include "tally/run/actions.h"
 
 namespace zvtaskq {
@@ -59,8 +60,8 @@ constexpr ActionWord kActions[] = {
     {"ipswap"},
 };
 
-ActionRows (*const kRooms[])() = {tallyActions, dnsActions,     webActions,    accountActions, backupActions,
-                                  mailActions,  restoreActions, notifyActions, ftpActions};
+ActionRows (*const kRooms[])() = {tallyActions, cacheActions,   webActions,    accountActions, backupActions,
+                                  mailActions,  restoreActions, notifyActions, ftpActions,     dnsActions};
 
 const ActionWord* wordOf(const Task& task) {
   const std::string_view action = task.action();

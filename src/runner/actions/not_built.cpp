@@ -28,7 +28,6 @@ constexpr Missing kMissing[] = {
     {"bandwidthtally", "type", "reseller", "the tally of a reseller"},
     {"syscheck", nullptr, nullptr, "the system self-check"},
     {"sync", "type", "cluster", "the DNS cluster"},
-    {"cache", "value", "showallusers", "the cached list of all users"},
     {"cache", "value", "safemode", "the PHP safe-mode cache"},
     {"cache", "type", "popquota", "the cache of mailbox disk usage"},
     {"confirm", "type", "httpd.conf", "the web server's include"},

@@ -77,7 +77,9 @@ int countEmail(const Config* conf) {
 
 void rotate_email_usage(const Config* conf) {
   const std::string script = scriptPath(*conf, kScript);
-  const HookAnswer answer = executeIfExists(script.c_str(), static_cast<const ConfigFile*>(nullptr));
+  const std::string file(text_detail::part(conf->getFilename()));
+  const HookAnswer answer =
+      executeIfExists(script.c_str(), {{"serverpath", conf->serverpath.orEmpty()}, {"config", file}});
   if (answer.failed()) errorLog("error executing %s : %s", script.c_str(), answer.error.c_str());
 }
 

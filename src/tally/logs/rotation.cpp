@@ -153,4 +153,9 @@ int rotate_log_up(const char* path, const Config* conf, int depth, bool copyAndT
   return tellFault(whole);
 }
 
+int rotateLogIn(int folder, const std::string& folderPath, const std::string& name, const Config* conf) {
+  const FailScope scope("log_rotation");
+  return rotate(LogFile{folder, folderPath, name}, logs_to_keep(conf), 0, false);
+}
+
 }  // namespace zvtaskq

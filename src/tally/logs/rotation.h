@@ -1,6 +1,8 @@
 // The numbered rotation of one log: L becomes L.1, L.1 becomes L.2, and the oldest goes.
 #pragma once
 
+#include <string>
+
 namespace zvtaskq {
 
 class Config;
@@ -26,5 +28,9 @@ int logs_to_keep(const Config* conf);
 /// Works as root, whatever the identity, which is the same afterwards. Returns 1, also when there is no such log; 0
 /// with an error-log line ("Tally::rotate_log_up...") and, for a link, a security-log line.
 [[nodiscard]] int rotate_log_up(const char* path, const Config* conf, int depth, bool copyAndTruncate);
+
+/// The same, without a copy, for the log `name` in an open folder, `folderPath` (with a slash at its end) for the
+/// messages: under the identity of the moment, which may be the user's whose folder it is.
+[[nodiscard]] int rotateLogIn(int folder, const std::string& folderPath, const std::string& name, const Config* conf);
 
 }  // namespace zvtaskq

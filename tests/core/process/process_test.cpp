@@ -347,14 +347,23 @@ TEST(Wait, TellsWhatHappened) {
 
 TEST(Detached, WorksOnItsOwn) {
   const Folder folder;
-  std::string path = folder.path("done");
+  struct Work {
+    std::string path;
+    Descriptor held;
+  } work{folder.path("done"), Descriptor(sys::open(folder.path().c_str(), O_RDONLY))};
+  setLocationTracker(work.held.get());
   ASSERT_TRUE(runDetached(
-      [](void* where) {
-        writeText(*static_cast<std::string*>(where), ::getsid(0) == ::getpid() ? "own" : "shared");
-        return 0;
+      [](void* argument) {
+        const auto& mine = *static_cast<Work*>(argument);
+        const bool isFree = ::fcntl(mine.held.get(), F_GETFD) < 0 && ::isatty(1) == 0 && errno == ENOTTY;
+        const Descriptor reused(sys::open(mine.path.c_str(), O_WRONLY | O_CREAT, 0600));
+        set_program_location("into no file of ours");
+        const std::string_view said = ::getsid(0) == ::getpid() && isFree ? "own" : "shared";
+        return sys::writeAll(reused.get(), said) == said.size() ? 0 : 1;
       },
-      &path));
+      &work));
+  setLocationTracker(-1);
   int status = 0;
   EXPECT_EQ(do_waitpid(-1, status, "detached"), 0);
-  EXPECT_EQ(contentOf(path), "own");
+  EXPECT_EQ(contentOf(work.path), "own");
 }
