@@ -105,7 +105,8 @@ done
 
 def lay(accounts):
     subprocess.run(["bash", PANEL, "layPanel", os.environ["ZVTASKQ_BUILD"]], check=True)
-    subprocess.run(["bash", PANEL, "setSetting", "rotation", "0"], check=True)
+    for key, value in (("rotation", "0"), ("apachelogdir", server.WEB_LOGS)):
+        subprocess.run(["bash", PANEL, "setSetting", key, value], check=True)
     found = server.Server(accounts)
     found.lay()
     found.serve()

@@ -19,6 +19,10 @@ LIMITS = {"bandwidth": "10240", "quota": "1024", "inode": "100000", "vdomains": 
           "nemailf": "20", "nemailml": "5", "nemailr": "5", "mysql": "5", "domainptr": "5", "ftp": "10"}
 
 
+# How a line of a byte log may look, and how many of its two numbers count.
+FORMS = (("{} {}\n", 2), ("{} {}\n", 2), ("{} -{}\n", 1), ("{}\n", 1), ("-\n", 0), ("\n", 0))
+
+
 class Server:
     """The names are given; what stands in the logs is chosen by `seed`, and the same every time."""
 
@@ -101,9 +105,9 @@ class Server:
                 with open(f"{WEB_LOGS}/{host}.bytes", "a", encoding="ascii") as log:
                     for _ in range(lines):
                         sent, received = self.random.randrange(100_000), self.random.randrange(2000)
-                        log.write(self.random.choice((f"{sent} {received}\n", f"{sent} {received}\n", f"{sent} -{received}\n", "-\n", "\n")))
-                total += sum(sum(max(int(number), 0) for number in line.split())
-                             for line in open(f"{WEB_LOGS}/{host}.bytes", encoding="ascii") if line[0] not in "-\n")
+                        form, counted = self.random.choice(FORMS)
+                        log.write(form.format(sent, received))
+                        total += sum((sent, received)[:counted])
             panel = self.random.randrange(1, 50_000)
             self.put(f"{USERS}/{user}/ZorvaneUsage.bytes", [f"{panel}=type=panel&time={now}"])
             bytes_of[user] = total + panel

@@ -18,6 +18,7 @@
 #include "tally/logs/rotation.h"
 #include "tally/logs/web_rotation.h"
 #include "tally/logs/web_statistics.h"
+#include "tally/traffic/account_bill.h"
 #include "tally/traffic/ftp_traffic.h"
 #include "tally/traffic/home_traffic.h"
 
@@ -67,7 +68,13 @@ constexpr Row kRows[] = {
     {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.has("copy")); }},
     {"parseHomeDirBandwidth", [](const Call&) { return parseHomeDirBandwidth(); }},
     {"collectFtpTraffic", [](const Call& call) { return collectFtpTraffic(&call.conf); }},
-    {"getFtpTotal", [](const Call& call) { return std::printf("%.0f\n", getFtpTotal(call.at(0))) > 0 ? 1 : 0; }},
+    {"getFtpTotal",
+     [](const Call& call) {
+       ByteLogs logs(call.conf);
+       if (!logs.begin([](std::string_view) { return false; })) return 0;
+       AccountBill bill(logs, call.at(0));
+       return std::printf("%.0f\n", getFtpTotal(bill)) > 0 ? 1 : 0;
+     }},
     {"rotate_apache_logs",
      [](const Call& call) {
        return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });

@@ -44,7 +44,7 @@ class TallyTest(PanelTest):
         for path, content in tables.items():
             self.addCleanup(write, path, content)
         panel.shell("rm -rf /var/log/httpd /home/u0* /home/r0*; mkdir -p /var/log/httpd/domains")
-        settings(quota_partition="/home", disable_quota=1, webalizer=0, php_mail_log=0, user_warning_thresh_disk=80,
+        settings(apachelogdir=generated.WEB_LOGS, quota_partition="/home", disable_quota=1, webalizer=0, php_mail_log=0, user_warning_thresh_disk=80,
                  user_warning_thresh_inode=80)
         self.server = generated.Server(self.accounts)
         self.server.lay()
@@ -74,10 +74,11 @@ class Figures(TallyTest):
         server = self.server
         server.make_homes()
         served = server.serve()
-        self.tally()
         disk, files = {}, {}
         for i, user in enumerate(server.users):
             disk[user], files[user] = disk_of(generated.FIRST_ID + i)
+        self.tally()
+        for user in server.users:
             found = usage(user)
             self.assertBandwidth(user, served[user])
             self.assertAlmostEqual(float(found["quota"]), disk[user] / MEGABYTE, 5, user)

@@ -56,6 +56,9 @@ int lockServices(const char* account, Text& result) {
 
 int unlockServices(const char* account, Text& result) {
   NotedUsers before;
+  // Without what was noted nobody could tell who is to be let in.
+  SuspensionNotes notes(suspensionFile(account));
+  if (!notes.read(result)) return 0;
   return withOwners(result, [&](const ListFile&, const DatabaseOwners& owners) {
     return unlockDatabases(account, owners, before, result);
   });

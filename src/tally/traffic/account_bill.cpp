@@ -62,6 +62,10 @@ AccountBill::AccountBill(ByteLogs& logs, const char* account)
   if (!note_.readFile()) errorLog("Unable to read %s: %s", note_.getFilename(), note_.result.orEmpty());
 }
 
+AccountBill::~AccountBill() {
+  if (hasOwnAside_) logs_.leftBehind();
+}
+
 // --- Reading ---------------------------------------------------------------------------------------------------
 
 ByteSums AccountBill::host(const std::string& host) {
@@ -98,6 +102,7 @@ double AccountBill::noted(const char* file) {
       addCurrent(place, logs);
     }
   }
+  hasOwnAside_ = hasOwnAside_ || !logs.empty();
   readAll(place, std::move(logs), [&](LineReader& reader, long long most) { sum += sumTallyLines(reader, most); });
   return sum;
 }
@@ -179,6 +184,7 @@ void AccountBill::readAll(const Place& place, AsideLogs logs, Sum sum) {
     }
     if (held || reader.failed()) {
       keepMark(what, mark + reader.consumed());
+      staysAside_ = true;
     } else {
       forgetMark(what);
       done_.emplace_back(place.path, log.name);
@@ -298,6 +304,7 @@ int AccountBill::enter(const TrafficParts& parts) {
     errorLog("Unable to open %s for appending", path.c_str());
     return 0;
   }
+  hasOwnAside_ = staysAside_;
   // Without that the logs stay, and their places with them.
   if (!dropForgotten(path)) return 1;
   for (const auto& [folder, name] : done_) logs_.billed(folder, name);

@@ -33,6 +33,9 @@ class AccountBill {
  public:
   /// The logs must outlive the object, and have begun.
   AccountBill(ByteLogs& logs, const char* account);
+  ~AccountBill();
+  AccountBill(const AccountBill&) = delete;
+  AccountBill& operator=(const AccountBill&) = delete;
 
   /// What the byte logs of a host say that is not billed yet. What is no plain file adds nothing, with an error-log
   /// line that names it and the account.
@@ -84,6 +87,9 @@ class AccountBill {
   Descriptor folder_;
   PanelRecord note_;
   bool noteChanged_ = false;
+  /// A log of the account's own folder is aside, and is not billed to its end yet.
+  bool hasOwnAside_ = false;
+  bool staysAside_ = false;
   std::vector<std::string> forgotten_;
   /// Which stamps the tally file has a line of, as far as it was asked.
   std::map<long long, bool> lines_;

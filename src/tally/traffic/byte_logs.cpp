@@ -61,9 +61,9 @@ ByteLogs::~ByteLogs() {
   const AsUser panel(kPanelUser);
   const Descriptor state = openStateFolder();
   if (!state || ::flock(state.get(), LOCK_EX) != 0 || !stamps_.readFile()) return;
-  stamps_.deleteParam(joined(kOpen, std::to_string(stamp_)).c_str());
+  if (whole && !leftBehind_) stamps_.deleteParam(joined(kOpen, std::to_string(stamp_)).c_str());
   // Those of tallies that go on beside this one stay: theirs are as young as this one.
-  for (long long i = stamps_.size() - 1; whole && sawEverything_ && i >= 0; --i) {
+  for (long long i = stamps_.size() - 1; whole && sawEverything_ && !leftBehind_ && i >= 0; --i) {
     long long stamp = 0;
     const std::string_view name = stamps_.getNameAt(i);
     if (!name.starts_with(kOpen) || !isNumber(name.substr(kOpen.size()), stamp) || stamp > stamp_ - kSlack) continue;

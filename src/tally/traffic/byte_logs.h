@@ -60,6 +60,8 @@ class ByteLogs {
   /// A tally before this one did not come to its end: there may be something of it in the accounts' folders.
   bool otherDied() const { return otherDied_; }
 
+  /// Something stays aside in an account's folder: the next tally has to look there.
+  void leftBehind() { leftBehind_ = true; }
   /// Has a log that is billed deleted by the next flush. `folder` is a path.
   void billed(const std::string& folder, const std::string& name) { billed_.push_back({folder, name}); }
   /// How many wait for that.
@@ -90,6 +92,7 @@ class ByteLogs {
   bool anyPutAside_ = false;
   bool otherDied_ = false;
   bool sawEverything_ = false;
+  bool leftBehind_ = false;
   long long graceEnd_ = 0;
   std::multimap<std::string, AsideLog, std::less<>> aside_;
   std::vector<Billed> billed_;

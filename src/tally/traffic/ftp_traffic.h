@@ -30,8 +30,8 @@ class Config;
 [[nodiscard]] int parse_pure_ftp_log(const Config* conf);
 
 /// The bytes of FTP traffic that are noted for an account and stand in no tally file yet, by its "ftp.bytes": a part of
-/// its bill. 0 when there is none, and when the file's lock cannot be had (error log: "Can't get lock on %s for tally of
-/// %s"). Only after a collectFtpTraffic that succeeded: another one may still be at work on the file.
+/// its bill. 0 when there is none, and when the file's lock cannot be had (error log: "Can't get lock on %s for tally
+/// of %s"). Only after a collectFtpTraffic that succeeded: another one may still be at work on the file.
 double getFtpTotal(AccountBill& bill);
 
 }  // namespace zvtaskq
