@@ -29,6 +29,7 @@ int debugLevel = 0;
 bool chrooted = false;
 int locationTracker = -1;
 std::array<char, 256> location{};
+std::string programTask;
 
 /// What to do with a message when its file cannot be opened.
 enum class Fallback { whenDebugging, always, drop };
@@ -254,8 +255,15 @@ void set_program_location(const char* format, ...) {
   static_cast<void>(!::write(locationTracker, line.data(), line.size()));
 }
 
+void setProgramTask(const char* task) {
+  programTask = task == nullptr ? "" : task;
+}
+
 const char* get_program_location() {
-  return location.data();
+  static std::string whole;
+  if (programTask.empty()) return location.data();
+  whole = joined(programTask, ": ", location.data());
+  return whole.c_str();
 }
 
 void setLocationTracker(int fd) {

@@ -66,7 +66,11 @@ void setDebugLevel(int level);
 /// Records what the process is doing, in at most 255 characters; also written to the location tracker when one is
 /// open, and shown at debug level 4000.
 [[gnu::format(printf, 1, 2)]] void set_program_location(const char* format, ...);
-/// What `set_program_location` last recorded; never null.
+/// What the long task at hand is about, for who asks what is being done: it stands before the location, whatever that
+/// comes to say, until another or null takes its place. A copy is kept.
+void setProgramTask(const char* task);
+/// What `set_program_location` last recorded, behind "<task>: " while there is one; never null. Valid until the next
+/// call.
 const char* get_program_location();
 /// The open file that receives every program location; -1 for none. Not owned.
 void setLocationTracker(int fd);

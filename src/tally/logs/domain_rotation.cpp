@@ -166,6 +166,21 @@ int archiveAll(const Waiting& waiting, const std::vector<int>& places, const cha
   return outcome;
 }
 
+/// Whether a host has a log, or one that waits: most hosts of most servers have nothing to rotate most of the time.
+bool hasAnyLog(const std::vector<WebLog>& logs) {
+  const AsRoot root;
+  struct stat what {};
+  for (const WebLog& log : logs) {
+    for (const char* ending : kEndings) {
+      const std::string path = joined(log.folder, "/", log.base, ending);
+      for (const char* place : {"", ".1", ".2"}) {
+        if (sys::lstat(joined(path, place).c_str(), what) == 0) return true;
+      }
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 int rotateLog(const Config* conf, const char* user, const WebLog& log, const std::string& ending,
@@ -200,9 +215,11 @@ int rotateLogs(const Config* conf, const char* user, const char* domain, const c
              subdomain == nullptr ? "" : subdomain);
     return 0;
   }
+  const std::vector<WebLog> logs = webLogsOf(*conf, host);
+  if (!hasAnyLog(logs)) return 1;
   const OpenedFolder target = openUserFolder(user, openHome(user), {"domains", domain, "logs"}, kLogFolderMode);
   int outcome = target ? 1 : 0;
-  for (const WebLog& log : webLogsOf(*conf, host)) {
+  for (const WebLog& log : logs) {
     for (const char* ending : kEndings) {
       if (!rotateLog(conf, user, log, ending, target)) outcome = 0;
     }

@@ -9,6 +9,7 @@
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
+#include "core/text/text.h"
 
 namespace zvtaskq {
 
@@ -34,7 +35,7 @@ void ProgressBar::begin(std::size_t total) {
 }
 
 void ProgressBar::next(const char* name) {
-  set_program_location("tally of %s", name);
+  setProgramTask(joined("tally of ", name).c_str());
   track_process("tally of %s, %zu of %zu", name, done_ + 1, std::max(total_, done_ + 1));
   if (terminal_ >= 0 && milliseconds() - drawnAt_ >= kBetweenDraws) draw(name);
   ++done_;
@@ -55,6 +56,7 @@ void ProgressBar::draw(const char* name) {
 }
 
 void ProgressBar::end() {
+  setProgramTask(nullptr);
   if (terminal_ >= 0 && drawnAt_ > 0) static_cast<void>(sys::writeAll(terminal_, kClearLine));
   terminal_ = -1;
 }

@@ -7,12 +7,16 @@ namespace zvtaskq {
 
 class ProgressBar {
  public:
+  ProgressBar() = default;
+  ProgressBar(const ProgressBar&) = delete;
+  ProgressBar& operator=(const ProgressBar&) = delete;
   /// `total` is how many there are to be done.
   void begin(std::size_t total);
   /// The next one is taken up. A terminal sees it ten times a second at most.
   void next(const char* name);
   /// All that are to be done are; the bar goes.
   void end();
+  ~ProgressBar() { end(); }
 
  private:
   void draw(const char* name);

@@ -91,6 +91,9 @@ int UserStep::run() {
   const AsUser panel(kPanelUser);
   if (!lock_.held()) return countAsBefore();
   if (!readFiles()) return 0;
+  if (system_.home.empty() && kind_ == Kind::user && run_.wants(kTallyDisk)) {
+    errorLog("Account %s: there is no system account of that name", name_.c_str());
+  }
   if (run_.byteLogs() != nullptr) bill_ = std::make_unique<AccountBill>(*run_.byteLogs(), name_.c_str());
   if (!system_.home.empty() && run_.wants(kTallyDisk)) home_ = openHome(name_.c_str());
   if (run_.wants(kTallyDisk) && !run_.conf.simple_disk_usage) measureMail();
