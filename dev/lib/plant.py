@@ -32,7 +32,7 @@ def programs():
 def test_of(name, method, known):
     """The targets to build, and the command that runs the test."""
     if name.startswith("e2e."):
-        return ["zvtaskq", "tally_driver"], ["env", f"ZVTASKQ_TEST_BUILD={BUILD}", "python3",
+        return ["zvtaskq", "zvdb", "tally_driver"], ["env", f"ZVTASKQ_TEST_BUILD={BUILD}", "python3",
                                              TREE / f"tests/e2e/{name.removeprefix('e2e.')}_test.py", *method]
     room = next(room for room in known if name == room or name.startswith(room + "."))
     cases = name[len(room) + 1:]

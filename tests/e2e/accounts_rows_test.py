@@ -86,7 +86,7 @@ class RowsTest(PanelTest):
 
     def lay_linked(self):
         ip_record(OLD, status="owned", reseller="boss", netmask="255.255.255.0", users=2, linked=NEW + "," + SPARE)
-        ip_record(NEW, status="free", netmask="255.255.255.128", ns="ns1.example")
+        ip_record(NEW, status="free", netmask="255.255.255.128", ns="ns1.example", linked=OLD)
         ip_record(SPARE, status="free", linked=OLD)
         conf("alice", ip=OLD)
         put(USERS + "/alice/ip.list", "%s\n%s\n" % (OLD, SERVER))
@@ -103,7 +103,7 @@ class RowsTest(PanelTest):
         want = ({SERVER: {"status": "server", "netmask": "255.255.255.0"},
                  NEW: {"status": "owned", "reseller": "boss", "netmask": "255.255.255.128", "ns": "ns1.example", "users": "2",
                        "linked": OLD + "," + SPARE},
-                 OLD: {"status": "free", "netmask": "255.255.255.0"}, SPARE: {"status": "free", "linked": NEW}},
+                 OLD: {"status": "free", "netmask": "255.255.255.0", "linked": NEW}, SPARE: {"status": "free", "linked": NEW}},
                 [NEW, OLD, SERVER], ["%s\n%s\n" % (NEW, SERVER), "%s\n%s\n" % (NEW, OLD), SERVER + "\n"], NEW)
         killed, planned = 0, 0
         for step in range(0, 4000, 3):
@@ -127,6 +127,12 @@ class RowsTest(PanelTest):
         for what in ("httpd", "ips", "domainips", "helo_data"):
             self.assertIn("action=rewrite&value=" + what.replace("_", "%5F"), text(panel.QUEUE))
         self.assertIn("update%5Fserial=yes&value=named", text(panel.QUEUE))
+        self.assertLogged("Unable to swap %s with %s" % (SPARE, OLD))
+        self.assertLogged("Unable to swap " + NEW, times=0)
+        # Of a swap that was cut short, what somebody else has changed since stays.
+        put(ADMIN + "/state/ip_swap", "carol\tuser.conf\tip\t%s\t%s\nbob\tuser.conf\tip\t%s\t%s\n" % (OLD, NEW, OLD, SPARE))
+        self.line("action=ipswap&value=linked_ips")
+        self.assertEqual(self.swapped()[1], [NEW, SPARE, SERVER])
 
     def test_domain_addresses(self):
         conf("alice", ip=OLD)
@@ -201,7 +207,7 @@ class RowsTest(PanelTest):
         pages = "/home/alice/domains/alice.example/public_html"
         os.symlink("/srv/canary", pages + "/out")
         shell("cd /home/alice && install -o alice -g alice -m 2664 /dev/null {0}/open && install -o alice -g mail -m 660 /dev/null "
-              "{0}/shared && install -o alice -g alice -m 640 /dev/null private && install -o root -m 640 /dev/null {0}/roots"
+              "{0}/shared && install -o alice -g alice -m 640 /dev/null private && install -o root -g alice -m 640 /dev/null {0}/roots"
               .format(pages))
         shell("mkdir /home/bob/domains/x; chown -R bob: /home/bob; rm -rf /home/carol; ln -s /srv/canary /home/carol")
         mover = subprocess.Popen(["setpriv", "--reuid=bob", "--clear-groups", "bash", "-c",
@@ -215,7 +221,7 @@ class RowsTest(PanelTest):
             return grp.getgrgid(what.st_gid).gr_name, stat.S_IMODE(what.st_mode)
         self.assertEqual([seen(p) for p in ("/home/alice", pages, pages + "/open", pages + "/shared", pages + "/roots",
                                             "/home/alice/private", "/srv/canary/file", "/home/bob")],
-                         [("servers", 0o710), ("servers", 0o711), ("servers", 0o644), ("mail", 0o660), ("root", 0o640),
+                         [("servers", 0o710), ("servers", 0o711), ("servers", 0o644), ("mail", 0o660), ("alice", 0o640),
                           ("alice", 0o640), ("alice", 0o640), ("servers", 0o710)])
         self.assertLogged("the home of carol, /home/carol, cannot be used", times=1)
         for service in ("httpd", "exim", "proftpd", "zorvane"):

@@ -44,6 +44,11 @@ class OldMessages : public ::testing::Test {
     give(folder + "/001.conf", days + 1);
     give(folder, 0);
   }
+  void answer(int number, long long days) {
+    std::filesystem::create_directories(folderOf(number));
+    writeText(folderOf(number) + "/002.msg", "text");
+    give(folderOf(number) + "/002.msg", days);
+  }
   void list(const std::string& name, const std::string& entries) {
     writeText(panel_.path(name), entries);
     give(panel_.path(name), 0);
@@ -70,6 +75,10 @@ TEST_F(OldMessages, GoByTypeAndAgeAndTheirFoldersWithTheLastList) {
       {7, "ticket", 31, false, false, true},  {1008, "message", 31, false, false, false},
   };
   std::string entries = "000000099=type=message&new=yes\nodd=type=message\n";
+  // In whichever order a folder is read.
+  answer(9, 2);
+  for (const int number : {9, 10}) store(number, "ticket", 91);
+  answer(10, 2);
   for (const auto& c : cases) {
     store(c.number, c.type, c.days);
     char line[64];
@@ -87,6 +96,7 @@ TEST_F(OldMessages, GoByTypeAndAgeAndTheirFoldersWithTheLastList) {
     EXPECT_EQ(kept.find("00000000" + std::to_string(c.number) + "=") != std::string::npos, c.stays) << c.number;
     EXPECT_EQ(exists(folderOf(c.number)), c.folderStays) << c.number;
   }
+  EXPECT_TRUE(exists(folderOf(9)) && exists(folderOf(10)));
   EXPECT_TRUE(holds(kept, "odd="));
   EXPECT_EQ(contentOf(panel_.path("admin/tickets.list")), "");
 }

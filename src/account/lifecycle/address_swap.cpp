@@ -13,6 +13,7 @@
 #include "core/panel/task_queue.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
+#include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
 
 namespace zvtaskq {
@@ -158,6 +159,8 @@ int plan(AddressChanges& changes) {
   SwapPlan swap(partners, changes);
   for (const Address& address : addresses) swap.addAddress(address.text);
   int whole = 1;
+  // Taken once, and not anew for every file.
+  const AsUser panel(kPanelUser);
   for (int i = 0; i < accounts.size(); ++i) {
     whole &= swap.addAccount(accounts.getElementAt(i));
     atSafePoint();

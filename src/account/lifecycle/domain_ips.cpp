@@ -11,6 +11,7 @@
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"
+#include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
 #include "core/text/names.h"
 
@@ -110,9 +111,13 @@ int rewriteOne(const char* domain, const ConfigFile& owners) {
 int rewriteAll(const ConfigFile& owners) {
   DomainIps ips(owners);
   int told = 1;
-  for (long long i = 0; i < owners.size(); ++i) {
-    told &= ips.add(owners.getNameAt(i));
-    atSafePoint();
+  {
+    // Taken once, and not anew for every file.
+    const AsUser panel(kPanelUser);
+    for (long long i = 0; i < owners.size(); ++i) {
+      told &= ips.add(owners.getNameAt(i));
+      atSafePoint();
+    }
   }
   const std::string server = sys_conf->domainips_default_ip ? mainServerAddress() : "";
   if (!server.empty()) ips.table.setParam(kEveryOther, server.c_str());

@@ -10,6 +10,7 @@
 #include "core/panel/run_state.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
+#include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
 
 namespace zvtaskq {
@@ -66,6 +67,8 @@ int recountIps() {
   }
   Users users;
   int outcome = 1;
+  // Taken once, and not anew for every file.
+  const AsUser panel(kPanelUser);
   for (int i = 0; i < accounts.size(); ++i) {
     outcome &= users.add(accounts.getElementAt(i));
     atSafePoint();
