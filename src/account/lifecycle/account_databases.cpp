@@ -2,11 +2,11 @@
 
 namespace zvtaskq {
 
-int lockServices(const char*, Text&) {
+int lockServices(const char*, SuspensionNotes&, Text&) {
   return 1;
 }
 
-int unlockServices(const char*, Text&) {
+int unlockServices(const char*, SuspensionNotes&, Text&) {
   return 1;
 }
 
