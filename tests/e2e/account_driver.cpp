@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "account/lifecycle/creation.h"
+#include "account/lifecycle/deletion.h"
 #include "account/lifecycle/suspension.h"
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
@@ -26,7 +28,16 @@ struct Row {
   int (*work)(char** words, Text& result);
 };
 
+/// The account that a record in URL-encoded form describes, with a password hash.
+int create(char** words, Text& result) {
+  ConfigFile record(nullptr);
+  record.fillFromPost(words[0]);
+  return createAccount(record, words[1], result);
+}
+
 constexpr Row kRows[] = {
+    {"create", 2, create},
+    {"delete", 1, [](char** words, Text& result) { return deleteAccount(words[0], false, result); }},
     {"suspend", 2,
      [](char** words, Text& result) { return suspendAccount(words[0], words[1], SuspendedBy::person, result); }},
     {"suspendByTally", 2,

@@ -67,10 +67,11 @@ class AccountTest(PanelTest):
 
     def free_locks(self):
         """What a killed work had locked; others would wait a minute."""
-        for lock in glob.glob("/etc/*.lock") + glob.glob("/etc/virtual/*/*.lock") + glob.glob(panel.PANEL + "/data/**/*.lock", recursive=True):
+        for lock in glob.glob("/etc/*.lock") + glob.glob("/etc/virtual/**/*.lock", recursive=True) + glob.glob(panel.PANEL + "/data/**/*.lock", recursive=True):
             if os.path.basename(lock) != ".pwd.lock":
                 os.unlink(lock)
-        for leftover in glob.glob("/etc/proftpd.passwd.temp") + glob.glob("/etc/virtual/*/*.temp") + glob.glob(BOB + "/**/*.temp", recursive=True):
+        for leftover in [FTP + ".temp"] * os.path.exists(FTP + ".temp") + [path for top in ("/etc/virtual", panel.PANEL + "/data")
+                                                                         for path in glob.glob(top + "/**/*.temp", recursive=True)]:
             os.unlink(leftover)
 
 

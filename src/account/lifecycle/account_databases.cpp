@@ -11,30 +11,38 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr std::string_view kDatabase = "database ";
-
-/// Which users were locked before a suspension stands in its notes.
+/// Which users were locked before a suspension stands in its notes: those at hand, or those of the account's file.
 class NotedUsers : public LockedBefore {
  public:
+  explicit NotedUsers(SuspensionNotes* notes) : notes_(notes) {}
+
   int keep(const char* account, const ListFile& users) override {
-    SuspensionNotes notes(suspensionFile(account));
     Text why;
-    if (!notes.read(why)) return 0;
-    std::erase_if(notes.blocked, [](const std::string& name) { return name.starts_with(kDatabase); });
-    for (int i = 0; i < users.size(); ++i) notes.blocked.insert(joined(kDatabase, users.getElementAt(i)));
-    notes.hasDatabases = true;
-    return notes.write(why);
+    return with(account, why, [&](SuspensionNotes& notes) {
+      notes.lockedDatabaseUsers.emplace();
+      for (int i = 0; i < users.size(); ++i) notes.lockedDatabaseUsers->insert(users.getElementAt(i));
+      return notes.write(why);
+    });
   }
 
   bool read(const char* account, ListFile& users) override {
-    SuspensionNotes notes(suspensionFile(account));
     Text why;
-    if (!notes.read(why) || !notes.hasDatabases) return false;
-    for (const std::string& name : notes.blocked) {
-      if (name.starts_with(kDatabase)) users.addElement(name.c_str() + kDatabase.size());
-    }
-    return true;
+    return with(account, why, [&](SuspensionNotes& notes) {
+             if (!notes.lockedDatabaseUsers) return 0;
+             for (const std::string& name : *notes.lockedDatabaseUsers) users.addElement(name.c_str());
+             return 1;
+           }) != 0;
   }
+
+ private:
+  template <class Work>
+  int with(const char* account, Text& why, Work work) {
+    if (notes_ != nullptr) return work(*notes_);
+    SuspensionNotes notes(suspensionFile(account));
+    return notes.read(why) && work(notes);
+  }
+
+  SuspensionNotes* notes_;
 };
 
 /// Calls `work` with the rule of whose a database is.
@@ -47,18 +55,15 @@ int withOwners(Text& result, Work work) {
 
 }  // namespace
 
-int lockServices(const char* account, Text& result) {
-  NotedUsers before;
+int lockServices(const char* account, SuspensionNotes& notes, Text& result) {
+  NotedUsers before(&notes);
   return withOwners(result, [&](const ListFile&, const DatabaseOwners& owners) {
     return lockDatabases(account, owners, before, result);
   });
 }
 
-int unlockServices(const char* account, Text& result) {
-  NotedUsers before;
-  // Without what was noted nobody could tell who is to be let in.
-  SuspensionNotes notes(suspensionFile(account));
-  if (!notes.read(result)) return 0;
+int unlockServices(const char* account, SuspensionNotes& notes, Text& result) {
+  NotedUsers before(&notes);
   return withOwners(result, [&](const ListFile&, const DatabaseOwners& owners) {
     return unlockDatabases(account, owners, before, result);
   });
@@ -84,7 +89,7 @@ int hasNoDatabases(const char* account, Text& result) {
 }
 
 void finishDatabaseWork() {
-  NotedUsers before;
+  NotedUsers before(nullptr);
   carryOutDatabaseWishes(before);
 }
 

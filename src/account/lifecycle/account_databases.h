@@ -5,13 +5,14 @@
 // Neither is a failure.
 #pragma once
 
-#include "core/text/text.h"
+#include "account/model/suspension_notes.h"
 
 namespace zvtaskq {
 
-/// Keeps the account's database users out, and lets them in again.
-[[nodiscard]] int lockServices(const char* account, Text& result);
-[[nodiscard]] int unlockServices(const char* account, Text& result);
+/// Keeps the account's database users out, and lets them in again but for those that were locked before: the notes,
+/// which are on the disk already, are written again with these before the first is locked.
+[[nodiscard]] int lockServices(const char* account, SuspensionNotes& notes, Text& result);
+[[nodiscard]] int unlockServices(const char* account, SuspensionNotes& notes, Text& result);
 /// Drops his databases and their users.
 [[nodiscard]] int dropDatabasesOf(const char* account, Text& result);
 /// Whether there are none yet that would belong to a new account of that name.

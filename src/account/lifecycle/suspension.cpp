@@ -36,9 +36,10 @@ int markAllMailboxes(const AccountWork& work, Text& result) {
 
 /// Stops everything. Who runs when the log-ins are closed may still put a cron job in place: that is taken away when he
 /// is gone.
-int stopAll(const AccountWork& work, Text& result) {
+int stopAll(AccountWork& work, Text& result) {
   if (!markSystem(work.holder, work.notes, result) || !markAllMailboxes(work, result) ||
-      !markFtp(work.holder, result) || !holdCrontab(work.holder, result) || !lockServices(work.account, result)) {
+      !markFtp(work.holder, result) || !holdCrontab(work.holder, result) ||
+      !lockServices(work.account, work.notes, result)) {
     return 0;
   }
   // Who cannot be ended keeps nothing else from being stopped.
@@ -47,14 +48,14 @@ int stopAll(const AccountWork& work, Text& result) {
 }
 
 /// Gives everything back that is not noted; what fails does not keep the rest.
-int giveBackAll(const AccountWork& work, Text& result) {
+int giveBackAll(AccountWork& work, Text& result) {
   int done = freeSystem(work.holder, work.notes, result);
   for (const std::string& domain : work.holder.domains) {
     if (isDomainSuspended(work.account, domain.c_str())) continue;
     done &= freeMailboxes(domain.c_str(), work.notes, result);
   }
   done &= freeFtp(work.holder, work.notes, result);
-  done &= unlockServices(work.account, result);
+  done &= unlockServices(work.account, work.notes, result);
   if (work.notes.hadCrontab) done &= releaseCrontab(work.holder, result);
   return done;
 }

@@ -37,8 +37,8 @@ struct SuspensionNotes {
   std::optional<std::string> expires;
   /// There was an installed crontab.
   bool hadCrontab = false;
-  /// It is noted which database users were locked before.
-  bool hasDatabases = false;
+  /// The users of the database server that were locked before; absent until the account's users are to be locked.
+  std::optional<std::set<std::string>> lockedDatabaseUsers;
 };
 
 /// The file of an account.

@@ -246,6 +246,13 @@ int fstat(int fd, struct stat& out) {
   return ::fstat(fd, &out);
 }
 
+bool mountAt(int directory, const char* path, unsigned long long& mount) {
+  struct statx what {};
+  if (::statx(directory, path, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_MNT_ID, &what) != 0) return false;
+  mount = what.stx_mnt_id;
+  return (what.stx_mask & STATX_MNT_ID) != 0;
+}
+
 }  // namespace sys
 
 ReadLease::ReadLease(int fd) : fd_(fd), error_(sys::takeReadLease(fd) == 0 ? 0 : errno) {}

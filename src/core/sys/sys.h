@@ -90,6 +90,8 @@ int signalProcess(int process, int signal);
 int lstat(const char* path, struct stat& out);
 int lstatAt(int directory, const char* path, struct stat& out);
 int fstat(int fd, struct stat& out);
+/// Tells apart what is mounted, also where one file system is mounted twice. False when the system cannot say.
+bool mountAt(int directory, const char* path, unsigned long long& mount);
 
 }  // namespace sys
 

@@ -1,0 +1,21 @@
+// What the mail server keeps of an account: folders of its domains, limits, the spool, and who owns which domain.
+//
+// All may be called under any identity, which is the same afterwards; 0 comes with a line in `result`.
+#pragma once
+
+#include "account/lifecycle/account_holder.h"
+
+namespace zvtaskq {
+
+/// Makes the folder of a mail domain, with empty lists. Without a mail server there is none to make.
+[[nodiscard]] int makeMailDomain(const char* domain, Text& result);
+/// Removes it, and its mailboxes of the old format.
+[[nodiscard]] int removeMailDomain(const char* domain, Text& result);
+/// Removes what is the account's own: its spool, its limit, its accounting.
+[[nodiscard]] int removeMailOf(const AccountHolder& holder, Text& result);
+
+/// The table of domain owners: adds a domain's line; takes out all of an account's.
+[[nodiscard]] int addDomainOwner(const char* domain, const char* account, Text& result);
+[[nodiscard]] int removeDomainOwner(const char* account, Text& result);
+
+}  // namespace zvtaskq

@@ -1,0 +1,241 @@
+#include "account/lifecycle/creation.h"
+
+#include <grp.h>
+#include <pwd.h>
+
+#include <cstring>
+#include <iterator>
+
+#include "account/lifecycle/account_data.h"
+#include "account/lifecycle/account_home.h"
+#include "account/lifecycle/account_hooks.h"
+#include "account/lifecycle/account_lists.h"
+#include "account/lifecycle/account_mail.h"
+#include "account/lifecycle/account_work.h"
+#include "account/lifecycle/creation_checks.h"
+#include "account/lifecycle/disk_quota.h"
+#include "account/lifecycle/system_tool.h"
+#include "account/model/system_accounts.h"
+#include "core/config/config.h"
+#include "core/panel/panel_paths.h"
+#include "core/panel/run_state.h"
+#include "core/panel/state_folder.h"
+#include "core/panel/task.h"
+#include "core/panel/task_queue.h"
+#include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/random.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr const char* kFolder = "creations";
+constexpr std::size_t kTokenLength = 20;
+
+const char* valueOf(const ConfigFile& record, const char* key) {
+  const char* value = record.getValue(key);
+  return value == nullptr ? "" : value;
+}
+
+/// A creation on its way. Its note stands in the state folder as long as it is: a system account is its own when the
+/// comment is the note's token, whatever was made by hand meanwhile.
+struct Creation {
+  const ConfigFile& record;
+  const char* hash;
+  const char* name;
+  PanelRecord note;
+
+  std::string domain() const { return valueOf(record, "domain"); }
+  std::string address() const { return valueOf(note, "address"); }
+  bool ownsSystemAccount() const {
+    const char* token = valueOf(note, "token");
+    const passwd* account = ::getpwnam(name);
+    return account != nullptr && *token != '\0' && std::strcmp(account->pw_gecos, token) == 0;
+  }
+};
+
+/// One step, and what takes it back, however far it came. Nothing that was not made by this creation is taken back.
+struct Step {
+  int (*make)(Creation& creation, Text& result);
+  int (*undo)(Creation& creation, Text& result);
+};
+
+int nothing(Creation&, Text&) {
+  return 1;
+}
+
+int makeSystemAccount(Creation& creation, Text& result) {
+  std::vector<std::string> arguments = {"-m", "-c", valueOf(creation.note, "token")};
+  if (::getgrnam(creation.name) == nullptr) {
+    arguments.emplace_back("-U");
+  } else {
+    arguments.insert(arguments.end(), {"-g", creation.name});
+  }
+  arguments.emplace_back(creation.name);
+  return useTool(sys_conf->useradd, std::move(arguments), result);
+}
+
+int removeSystemAccount(Creation& creation, Text& result) {
+  if (!creation.ownsSystemAccount()) return 1;
+  AccountHolder holder;
+  holder.name = creation.name;
+  holder.ids = idsOf(creation.name);
+  return removeHome(holder, result) && useTool(sys_conf->userdel, {creation.name}, result);
+}
+
+int setPassword(Creation& creation, Text& result) {
+  if (creation.hash == nullptr || *creation.hash == '\0') return 1;
+  if (std::strpbrk(creation.hash, ":\r\n") != nullptr) return fail(result, "That is no password hash");
+  return useTool(sys_conf->chpasswd, {"-e"}, result, joined(creation.name, ":", creation.hash, "\n"));
+}
+
+int giveQuota(Creation& creation, Text& result) {
+  return setQuota(creation.name, quotaOf(creation.record, creation.name), result);
+}
+
+int makePagesOf(Creation& creation, Text& result) {
+  return makePages(creation.name, creation.domain().c_str(), result);
+}
+
+int makeDataOf(Creation& creation, Text& result) {
+  return makeData(creation.record, result);
+}
+
+int removeDataOf(Creation& creation, Text& result) {
+  return removeData(creation.name, result);
+}
+
+int makeMail(Creation& creation, Text& result) {
+  const std::string domain = creation.domain();
+  return domain.empty() ||
+                 (makeMailDomain(domain.c_str(), result) && addDomainOwner(domain.c_str(), creation.name, result))
+             ? 1
+             : 0;
+}
+
+/// A domain that somebody else got meanwhile is left to him.
+int removeMail(Creation& creation, Text& result) {
+  const std::string domain = valueOf(creation.note, "domain");
+  ConfigFile owners(nullptr);
+  const bool isKnown = readDomainOwners(owners) && owners.existsParam(domain.c_str());
+  const bool isOthers = isKnown && !owners.isValue(domain.c_str(), creation.name);
+  const int done = domain.empty() || isOthers || removeMailDomain(domain.c_str(), result);
+  return done & removeDomainOwner(creation.name, result);
+}
+
+int takeAddressOf(Creation& creation, Text& result) {
+  return takeAddress(creation.address().c_str(), result);
+}
+
+int releaseAddressOf(Creation& creation, Text& result) {
+  return releaseAddresses(creation.name, creation.address().c_str(), result);
+}
+
+int list(Creation& creation, Text& result) {
+  return listAccount(creation.record, result);
+}
+
+int unlist(Creation& creation, Text& result) {
+  return unlistAccount(creation.name, result);
+}
+
+int queueRewrites(Creation& creation, Text& result) {
+  ConfigFile whose(nullptr);
+  whose.setParam("user", creation.name);
+  return queueWebRewrite(creation.name, result) && pushOnTaskQueue("rewrite", "links", nullptr, &whose) &&
+         pushOnTaskQueue("rewrite", "ipcount");
+}
+
+int writeRecordOf(Creation& creation, Text& result) {
+  return writeUserRecord(creation.record, result);
+}
+
+constexpr Step kSteps[] = {
+    {makeSystemAccount, removeSystemAccount},
+    {setPassword, nothing},
+    {giveQuota, nothing},
+    {makePagesOf, nothing},
+    {makeDataOf, removeDataOf},
+    {makeMail, removeMail},
+    {takeAddressOf, releaseAddressOf},
+    {list, unlist},
+    {queueRewrites, nothing},
+    {writeRecordOf, nothing},
+};
+
+std::string noteFile(const char* name) {
+  return stateFile(joined(kFolder, "/", name));
+}
+
+int writeNote(Creation& creation, Text& result) {
+  const char* ip = valueOf(creation.record, "ip");
+  creation.note.empty();
+  creation.note.setParam("token", getRandText(kTokenLength).c_str());
+  creation.note.setParam("domain", creation.domain().c_str());
+  PanelRecord address(adminFile(joined("ips/", ip).c_str()));
+  if (*ip != '\0' && address.readFile() && address.isValue("status", "free")) creation.note.setParam("address", ip);
+  if (openStateFolder(kFolder) && creation.note.writeFile()) return 1;
+  return fail(result, "Unable to write ", creation.note.getFilename(), ": ", creation.note.result);
+}
+
+int removeNote(const Creation& creation, Text& result) {
+  const AsUser panel(kPanelUser);
+  return sys::unlink(creation.note.getFilename()) == 0 ? 1
+                                                       : fail(result, "Unable to remove ", creation.note.getFilename());
+}
+
+/// The comment has served when the account is whole.
+int complete(Creation& creation, Text& result) {
+  if (creation.ownsSystemAccount() && !useTool(sys_conf->usermod, {"-c", "", creation.name}, result)) return 0;
+  return removeNote(creation, result);
+}
+
+/// Takes the steps back, the last first. When one cannot be, the note stays for the next.
+int takeBack(Creation& creation, Text& result) {
+  int done = 1;
+  for (auto step = std::rbegin(kSteps); step != std::rend(kSteps); ++step) done &= step->undo(creation, result);
+  return done && removeNote(creation, result);
+}
+
+/// What one that was killed left.
+int settleLeftovers(Creation& creation, Text& result) {
+  const AsUser panel(kPanelUser);
+  struct stat what {};
+  if (sys::lstat(creation.note.getFilename(), what) != 0) return 1;
+  if (!creation.note.readFile()) return fail(result, creation.note.result);
+  ConfigFile record(nullptr);
+  if (readAccount(creation.name, record)) return complete(creation, result);
+  systemLog("What a creation of account %s left that did not end is taken back", creation.name);
+  return takeBack(creation, result);
+}
+
+int makeAll(Creation& creation, Text& result) {
+  for (const Step& step : kSteps) {
+    if (step.make(creation, result)) continue;
+    static_cast<void>(takeBack(creation, result));
+    return 0;
+  }
+  return complete(creation, result);
+}
+
+}  // namespace
+
+int createAccount(const ConfigFile& record, const char* passwordHash, Text& result) {
+  const char* name = valueOf(record, "username");
+  const AccountWork work(name);
+  if (!work.begin(result)) return 0;
+  Creation creation{record, passwordHash, name, PanelRecord(noteFile(name))};
+  if (!settleLeftovers(creation, result) || !mayCreate(record, result)) return 0;
+  const AccountHooks hooks{"create", name, &record};
+  if (!hooks.allow(result) || !writeNote(creation, result) || !makeAll(creation, result)) return 0;
+  // What the next tally counts anyway is no reason to take an account back.
+  Text ignored;
+  if (!allocate(record, true, ignored)) errorLog("%s", ignored.orEmpty());
+  queueTask("cache", "showallusers");
+  hooks.tell();
+  systemLog("Account %s created", name);
+  return 1;
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,85 @@
+#include "account/lifecycle/creation_checks.h"
+
+#include <grp.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+#include "account/lifecycle/account_databases.h"
+#include "account/lifecycle/account_lists.h"
+#include "account/model/account_name.h"
+#include "account/model/system_accounts.h"
+#include "core/config/config.h"
+#include "core/panel/panel_paths.h"
+#include "core/panel/run_state.h"
+#include "core/sys/privileges.h"
+#include "core/text/names.h"
+#include "mail/mail_files.h"
+
+namespace zvtaskq {
+
+namespace {
+
+/// Names that stand for somebody or something else: in lists and messages, or before the "_" of a database of the
+/// server's own.
+constexpr std::string_view kReserved[] = {"root",   "zvadmin", "nobody", "all",  "multiple",    "shared",
+                                          "server", "mysql",   "sys",    "test", "information", "performance"};
+
+const char* valueOf(const ConfigFile& record, const char* key) {
+  const char* value = record.getValue(key);
+  return value == nullptr ? "" : value;
+}
+
+bool stands(const std::string& path, const char* user) {
+  const AsUser owner(user);
+  struct stat what {};
+  return sys::lstat(path.c_str(), what) == 0 || (errno != ENOENT && errno != ENOTDIR);
+}
+
+int isFreeName(const char* name, Text& result) {
+  if (std::find(std::begin(kReserved), std::end(kReserved), name) != std::end(kReserved)) {
+    return fail(result, "The name ", name, " is reserved");
+  }
+  if (stands(accountFile(name, nullptr), kPanelUser)) return fail(result, "Account ", name, " exists already");
+  if (systemAccounts().find(name) != nullptr) return fail(result, "There is a system account ", name, " already");
+  if (sys_conf->check_group_on_user_create && ::getgrnam(name) != nullptr) {
+    return fail(result, "There is a group ", name, " already");
+  }
+  return hasNoDatabases(name, result);
+}
+
+int isFreeDomain(const char* domain, Text& result) {
+  if (*domain == '\0') return 1;
+  if (!isValidDomain(domain)) return fail(result, domain, " is no domain");
+  ConfigFile owners(nullptr);
+  if (stands(domainOwnersFile(), "root") && !readDomainOwners(owners)) return fail(result, owners.result);
+  if (owners.existsParam(domain)) return fail(result, "The domain ", domain, " is another account's");
+  const std::string mail = joined(sys_conf->emailvirtual, "/", domain);
+  if (getUID(kMailUser) != kUnknownId && stands(mail, kMailUser)) return fail(result, mail, " is there already");
+  return 1;
+}
+
+/// A creator must be able to have accounts; only an administrator makes managers.
+int isFitCreator(const ConfigFile& record, Text& result) {
+  const char* creator = valueOf(record, "creator");
+  const AccountType wanted = accountTypeOf(record);
+  if (wanted == AccountType::unknown) return fail(result, valueOf(record, "usertype"), " is no type of an account");
+  ConfigFile account(nullptr);
+  if (!readAccount(creator, account)) return fail(result, "Unable to read account ", creator, " : ", account.result);
+  const AccountType type = accountTypeOf(account);
+  const bool isManager = type == AccountType::reseller || type == AccountType::admin;
+  if (isManager && (wanted == AccountType::user || type == AccountType::admin)) return 1;
+  return fail(result, "Account ", creator, " may not make such an account");
+}
+
+}  // namespace
+
+int mayCreate(const ConfigFile& record, Text& result) {
+  const char* name = valueOf(record, "username");
+  if (!isAccountName(name)) return fail(result, "Invalid user name");
+  return isFreeName(name, result) && isFreeDomain(valueOf(record, "domain"), result) && isFitCreator(record, result) &&
+         mayUseAddress(valueOf(record, "ip"), valueOf(record, "creator"), result) && mayAllocate(record, result);
+}
+
+}  // namespace zvtaskq
