@@ -7,15 +7,13 @@ import os
 import pwd
 import re
 import shutil
-import signal
 import subprocess
 import tarfile
 import time
 
 import panel
-from panel import PanelTest, settings, shell, text, write
+from panel import PanelTest, mode, owner, settings, shell, text, write
 
-DRIVER = panel.BUILD + "/tally_driver"
 MAIN = "/var/log/httpd/domains"
 PROXY = "/var/log/nginx/domains"
 HOST = "example.org"
@@ -84,17 +82,9 @@ class RotationTest(PanelTest):
         settings(apachelogdir=MAIN, nginxlogdir=PROXY, apache_pid="/run/apache2/apache2.pid", nginx_pid="/run/nginx.pid")
         shell("mkdir -m 755 {0}; echo whole > {0}/php-mail.log; cp {0}/php-mail.log {0}/Nov-2026.tar.gz".format(CANARY))
 
-    def drive(self, *words, status=0, env=None, timeout=120):
-        outcome = subprocess.run([DRIVER, *words], capture_output=True, encoding="latin-1", check=False, timeout=timeout,
-                                 env={**os.environ, **(env or {})})
-        if status is not None:
-            self.assertEqual(outcome.returncode, status, outcome.stdout + outcome.stderr + self.log())
-        return outcome.stdout
-
     def assertCanary(self):
-        self.assertEqual(sorted(os.listdir(CANARY)), ["Nov-2026.tar.gz", "php-mail.log"])
-        for name in os.listdir(CANARY):
-            self.assertEqual(text(CANARY + "/" + name), "whole\n")
+        self.assertEqual({name: text(CANARY + "/" + name) for name in os.listdir(CANARY)},
+                         {"Nov-2026.tar.gz": "whole\n", "php-mail.log": "whole\n"})
 
     def put(self, name, content, when=None, folder=MAIN):
         path = "%s/%s" % (folder, name)
@@ -193,10 +183,8 @@ class Servers(RotationTest):
         # Apache reads its settings anew when it gets to it, and must not meet a broken file then.
         for times, step in enumerate((self.start_apache, lambda: self.drive("rotate_apache_logs")), 1):
             step()
-            deadline = time.monotonic() + 20
-            while text("/var/log/apache2/error.log").count("resuming normal operations") < times:
-                self.assertLess(time.monotonic(), deadline)
-                time.sleep(0.1)
+            shell("for i in $(seq 200); do [ $(grep -c 'resuming normal operations' /var/log/apache2/error.log) -lt %d ] || "
+                  "exit 0; sleep 0.1; done; exit 1" % times)
         with open("/etc/apache2/sites-enabled/000-default.conf", "a") as file:
             file.write("NoSuchWord\n")
         self.assertIn("Unable to reload Apache: its configuration fails the test: ", self.drive("rotate_apache_logs"))
@@ -255,7 +243,7 @@ class Archives(RotationTest):
         self.assertEqual(self.contents(), ["2026-10-01 12:01", "2026-11-05 00:10"])
         self.assertLogged("Path %s/logs was missing. Re-added it. NOTE: other folders are probably missing." % DOMAIN, times=1)
         for path in glob.glob(DOMAIN + "/logs*"):
-            self.assertEqual(pwd.getpwuid(os.stat(path).st_uid).pw_name, "bob")
+            self.assertEqual(owner(path), "bob")
 
     def test_variants_subdomains_and_awstats(self):
         settings(nginx_proxy=1, awstats=1)
@@ -290,13 +278,13 @@ class Archives(RotationTest):
     def test_places_stay_in_a_row(self):
         def place(number):
             return self.put("%s.log.%d" % (HOST, number), "%d\n" % number, time.time() - 10 * number)
-        plans = (None, "domain_log_rotation.rename:kill", "domain_log_rotation.rename:EIO", "domain_log_rotation.unlink:kill:1")
+        plans = ("", "domain_log_rotation.rename:kill", "domain_log_rotation.rename:EIO", "domain_log_rotation.unlink:kill:1")
         for plan in plans:
             shell("rm -rf %s/* %s/logs" % (MAIN, DOMAIN))
             busy = [open(place(number), "a") for number in (4, 9, 10)]
             for number in (1, 2, 3, 5, 6, 7, 8, 11):
                 place(number)
-            self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan or ""}, status=None)
+            self.drive("rotateLogs", "bob", HOST, fail=plan, status=None)
             self.drive("rotateLogs", "bob", HOST)
             self.assertEqual(self.names(), ["%s.log.%d" % (HOST, number) for number in (2, 3, 4)], plan)
             for file in busy:
@@ -318,7 +306,7 @@ class Archives(RotationTest):
                     self.put(HOST + ".log.1", "first")
                     self.drive("rotateLogs", "bob", HOST)
                 self.put(HOST + ".log.1", plan + content, time.time() - 1)
-                self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan}, status=None)
+                self.drive("rotateLogs", "bob", HOST, fail=plan, status=None)
                 came_through += not self.names()
                 if "kill" not in plan:
                     self.assertEqual(self.names(), [HOST + ".log.2"] if ("read" if fresh else "rename") not in plan else [], plan)
@@ -354,7 +342,6 @@ class Archives(RotationTest):
 
 SWAP = """
 import itertools, os
-os.setgid({gid}); os.setuid({uid})
 there = "{path}"
 for turn in itertools.count():
     try:
@@ -372,13 +359,9 @@ for turn in itertools.count():
 class Attacks(RotationTest):
     def swap(self, path):
         """Lets bob put a link to the canary's folder in place of the one at `path`, and back, as fast as can be."""
-        bob = pwd.getpwnam("bob")
-        process = subprocess.Popen(["python3", "-c", SWAP.format(gid=bob.pw_gid, uid=bob.pw_uid, path=path, canary=CANARY)])
-
-        def end():
-            process.send_signal(signal.SIGTERM)
-            process.wait()
-        self.addCleanup(end)
+        process = subprocess.Popen(["python3", "-c", SWAP.format(path=path, canary=CANARY)], user="bob", group="bob")
+        self.addCleanup(process.wait)
+        self.addCleanup(process.terminate)
         time.sleep(0.3)
         self.assertIsNone(process.poll())
 
@@ -389,8 +372,7 @@ class Attacks(RotationTest):
         write("/usr/bin/gzip", "#!/bin/sh\nid -un >> /var/log/gzip.ids\nexec gzip.real \"$@\"\n", mode=0o755)
         self.put(HOST + ".log.1", "one")
         self.drive("rotateLogs", "bob", HOST)
-        self.assertEqual(text("/var/log/gzip.ids"), "zvadmin\n")
-        self.assertEqual(pwd.getpwuid(os.stat(glob.glob(DOMAIN + "/logs/*.gz")[0]).st_uid).pw_name, "bob")
+        self.assertEqual((text("/var/log/gzip.ids"), owner(glob.glob(DOMAIN + "/logs/*.gz")[0])), ("zvadmin\n", "bob"))
 
     def test_a_home_log_behind_a_swapped_folder(self):
         folder = "/home/bob/.php"
@@ -398,8 +380,8 @@ class Attacks(RotationTest):
         self.swap(folder)
         outcomes = set()
         for turn in range(150):
-            outcomes.add(subprocess.run([DRIVER, "rotate_log_up", folder + "/php-mail.log", *["copy"][turn % 2:]],
-                                        check=False, timeout=60).returncode)
+            self.drive("rotate_log_up", folder + "/php-mail.log", *["copy"][turn % 2:], status=None, timeout=60)
+            outcomes.add(self.status)
         self.assertEqual(outcomes, {0, 1})
         self.assertLogged("Tally::rotate_log_up(%s/php-mail.log): is hard or symbolic link" % folder, "security")
 
@@ -411,7 +393,7 @@ class Attacks(RotationTest):
         self.swap(DOMAIN + "/logs")
         for turn in range(60):
             self.put(HOST + ".log.1", "turn %d\n" % turn)
-            subprocess.run([DRIVER, "rotateLogs", "bob", HOST], check=False, timeout=60)
+            self.drive("rotateLogs", "bob", HOST, status=None, timeout=60)
         self.doCleanups()
         shell("[ ! -L {0}/logs ] || rm {0}/logs".format(DOMAIN))
         self.drive("rotateLogs", "bob", HOST)
@@ -438,8 +420,7 @@ class Statistics(RotationTest):
             pages = text(folder + "/index.html")
             self.assertIn("Seen by " + host, pages.replace("\n", " "))
             self.assertRegex(text(folder + time.strftime("/usage_%Y%m.html")), r"Total Hits</FONT></TD>\s*<TD.*<B>6</B>")
-            what = os.stat(folder + "/index.html")
-            self.assertEqual((pwd.getpwuid(what.st_uid).pw_name, what.st_mode & 0o777), ("bob", 0o644))
+            self.assertEqual((owner(folder + "/index.html"), mode(folder + "/index.html")), ("bob", 0o644))
         settings(custom_stats_path="/var/stats")
         shell("rm -rf /var/stats; mkdir /var/stats")
         self.drive("doWebalizer", "bob", HOST)
@@ -454,8 +435,7 @@ class Statistics(RotationTest):
             if turn == 2:
                 when = time.strftime("%d/%b/%Y:00:00:01 +0000")
                 write(MAIN + "/%s.log" % HOST, self.visits + "".join(VISIT % (1, when, page) for page in ("b", "c")))
-        self.assertEqual(os.stat(DOMAIN + "/awstats/index.html").st_mode & 0o777, 0o644)
-        self.assertEqual(os.stat(DOMAIN + "/awstats/.data").st_mode & 0o777, 0o700)
+        self.assertEqual((mode(DOMAIN + "/awstats/index.html"), mode(DOMAIN + "/awstats/.data")), (0o644, 0o700))
         script = panel.PANEL + "/scripts/custom/awstats_process.sh"
         write(script, "#!/bin/sh\nids=$(grep -hE '^(Uid|Gid|Groups):' /proc/self/status)\n"
                       "echo \"$@\" $(pwd) $ids >seen; wc -l >>seen\n", mode=0o755)

@@ -1,14 +1,7 @@
 #include "mail/block_lists.h"
 
-#include <gtest/gtest.h>
-
-#include "core/record/config_file.h"
 #include "mail/email.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 constexpr long long kNow = 1'800'000'000;

@@ -1,19 +1,7 @@
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <ctime>
-
-#include "core/record/list_file.h"
-#include "core/sys/fail_point.h"
 #include "mail/email.h"
 #include "mail/mail_files.h"
 #include "mail/vacation_watch.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 

@@ -1,10 +1,6 @@
 #include "notify/mail_text.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 TEST(MailText, Addresses) {
   for (const char* good : {"bob@bob.example", "bob.o'neil+x@mail.bob.example", "root@localhost", "a@b.c"}) {

@@ -1,24 +1,12 @@
 #include "notify/ticket.h"
 
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
-#include "core/sys/fail_point.h"
-#include "core/sys/privileges.h"
-#include "core/sys/sys.h"
 #include "notify/notice_limit.h"
-#include "support/fixed_clock.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
@@ -106,8 +94,8 @@ TEST_F(Messages, OneRecipientOutOfReachDoesNotKeepTheOthers) {
   addUser("bob");
   addUser("ann");
   put("canary", "untouched");
-  std::filesystem::remove(folder_.path("users/ann/tickets.list"));
-  std::filesystem::create_symlink(folder_.path("canary"), folder_.path("users/ann/tickets.list"));
+  fs::remove(folder_.path("users/ann/tickets.list"));
+  fs::create_symlink(folder_.path("canary"), folder_.path("users/ann/tickets.list"));
   const LogCapture logs;
   EXPECT_EQ(send({"ann", "../admin", "ghost", "bob"}), 0);
   EXPECT_FALSE(isLost_);
@@ -208,9 +196,7 @@ TEST_F(Messages, WritingFailsInItsOwnWords) {
       {"safe_write.rename:EIO:1", "Ticket::writeTicket::Error writing ", "Could not write message configuration file"}};
   for (const auto& c : cases) {
     const LogCapture logs;
-    setFailPlan(c.plan);
-    EXPECT_EQ(send({}), 0) << c.plan;
-    setFailPlan(nullptr);
+    EXPECT_EQ(failing(c.plan, [&] { return send({}); }), 0) << c.plan;
     EXPECT_TRUE(isLost_) << c.plan;
     EXPECT_EQ(result_.find(c.result), 0U) << c.plan << result_;
     EXPECT_TRUE(holds(logs.errors(), c.logged)) << c.plan;
@@ -260,9 +246,8 @@ TEST_F(Messages, ServiceNoticesAreLimited) {
   }
   const LogCapture logs;
   put("admin/admin.conf", cases[0].settings, "nobody");
-  setFailPlan("safe_write.rename:ENOSPC");
-  EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0), 1);
-  setFailPlan(nullptr);
+  EXPECT_EQ(failing("safe_write.rename:ENOSPC", [&] { return Ticket().notifyAdmins("named", nullptr, nullptr, 0); }),
+            1);
   EXPECT_TRUE(holds(logs.errors(), "Unable to write " + folder_.path("admin/admin.conf") + ": "));
   ::unlink(folder_.path("admin/admin.conf").c_str());
   EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0), 1);
@@ -295,7 +280,7 @@ TEST_F(Messages, GoByEmailInstead) {
   EXPECT_TRUE(holds(logs.errors(), "'nonsense' of account boss is no e-mail address"));
   EXPECT_TRUE(holds(logs.errors(), "There is no e-mail address of administrator mute"));
   std::string mails;
-  for (const auto& entry : std::filesystem::directory_iterator(folder_.path("sent"))) mails += contentOf(entry.path());
+  for (const auto& entry : fs::directory_iterator(folder_.path("sent"))) mails += contentOf(entry.path());
   for (const char* want :
        {"zvadmin\n-t\nFrom: \"Message System\" <zvadmin@server.example>\nTo: <boss@boss.example>\n",
         "\nTo: <chief@chief.example>\nSubject: The service 'named' on server server.example is currently down\n"}) {

@@ -1,15 +1,7 @@
 #include "account/model/account_name.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include "account/model/account_record.h"
-#include "core/record/list_file.h"
-#include "core/sys/privileges.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(AccountName, FollowsTheSettings) {
   PanelFolder panel;

@@ -1,13 +1,6 @@
 #include "account/model/server_address.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include "core/sys/privileges.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(ServerAddress, IsTheOneOfThatStatus) {
   PanelFolder panel;

@@ -1,21 +1,10 @@
 #include "core/config/config.h"
 
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
-
-#include <fstream>
-#include <string>
 
 #include "core/record/config_file.h"
-#include "core/sys/identity.h"
-#include "core/sys/log.h"
-#include "core/sys/privileges.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 

@@ -1,27 +1,11 @@
 #include "core/files/file_tools.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <csignal>
-#include <filesystem>
-
 #include "core/files/bounded_copy.h"
 #include "core/files/paths.h"
 #include "core/files/safe_file.h"
-#include "core/sys/fail_point.h"
-#include "core/sys/identity.h"
 #include "core/sys/safe_point.h"
-#include "core/sys/sys.h"
 #include "core/tree/ownership.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
@@ -79,9 +63,7 @@ TEST_F(Rename, SaysHowItWent) {
     EXPECT_EQ(renameFile(c.from.c_str(), c.to.c_str(), 0), 0);
     EXPECT_EQ(std::string(getSysResult()), "Unable to move " + c.from + " to " + c.to + ": " + c.sentence + "<br>\n");
   }
-  setFailPlan(".rename:EIO");
-  EXPECT_EQ(renameFile(b.c_str(), a.c_str(), 0), 0);
-  setFailPlan(nullptr);
+  EXPECT_EQ(failing(".rename:EIO", [&] { return renameFile(b.c_str(), a.c_str(), 0); }), 0);
   EXPECT_EQ(std::string(getSysResult()), "Unable to move " + b + " to " + a + ": <br>\n");
 
   const std::string h = folder_.path("h");
@@ -135,7 +117,7 @@ TEST(Copy, CopiesBytesModeAndHoles) {
   ::mkfifo(folder.path("fifo").c_str(), 0600);
   EXPECT_EQ(copyFile(folder.path("fifo").c_str(), to.c_str()), 0);
   // No half-made copy is left behind.
-  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+  for (const auto& entry : fs::directory_iterator(folder.path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with("to.")) << entry.path();
   }
 }
@@ -215,9 +197,7 @@ TEST_F(Ownership, KeepsToItsConditions) {
   setFailPlan(".rename:EROFS");
   EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
   EXPECT_TRUE(holds(logs_.errors(), "setOwner(secure_chown): error renaming " + file + " to " + folder_.path(".")));
-  setFailPlan(".rename:EROFS:1");
-  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
-  setFailPlan(nullptr);
+  EXPECT_EQ(failing(".rename:EROFS:1", [&] { return setOwner(file.c_str(), kSomebody, 1, 1, 1); }), 0);
   EXPECT_TRUE(holds(logs_.errors(), " back to " + file + ": Read-only file system"));
 
   writeText(file, "x");
@@ -243,7 +223,7 @@ TEST_F(Ownership, GivesWholeTreesWithoutLeavingThem) {
   writeText(canary, "c");
   ASSERT_EQ(::mkdir(outside.c_str(), 0755), 0);
   writeText(outside + "/file", "o");
-  std::filesystem::create_directories(tree + "/a/b");
+  fs::create_directories(tree + "/a/b");
   writeText(tree + "/a/b/file", "");
   makeLink(outside, tree + "/a/out");
   makeLink(canary, tree + "/a/b/canary");

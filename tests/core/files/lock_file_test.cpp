@@ -1,18 +1,9 @@
 #include "core/files/lock_file.h"
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
 #include <atomic>
 
-#include "core/sys/sys.h"
-#include "support/fixed_clock.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 

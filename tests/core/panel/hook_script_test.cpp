@@ -1,18 +1,7 @@
 #include "core/panel/hook_script.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <sstream>
-
 #include "core/record/config_file.h"
-#include "core/sys/identity.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 

@@ -1,13 +1,6 @@
 #include "core/panel/marks.h"
 
-#include <gtest/gtest.h>
-
-#include "core/sys/privileges.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(Marks, AreDueAgainAfterADayOrAboutSomethingElse) {
   const PanelFolder panel;

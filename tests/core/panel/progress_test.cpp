@@ -1,14 +1,6 @@
 #include "core/panel/progress.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include "core/record/config_file.h"
-#include "core/sys/privileges.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 class Tracker : public testing::Test {
  protected:

@@ -1,15 +1,6 @@
 #include "core/panel/state_folder.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "core/sys/identity.h"
-#include "core/sys/privileges.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(StateFolder, IsThePanelsWhateverStandsThere) {
   const AsRoot root;
@@ -45,7 +36,7 @@ TEST(StateFolder, IsThePanelsWhateverStandsThere) {
 
 TEST(StateFolder, FollowsNoLinkOfRoots) {
   PanelFolder panel;
-  std::filesystem::create_symlink(panel.path("virtual"), panel.path("admin/state"));
+  fs::create_symlink(panel.path("virtual"), panel.path("admin/state"));
   EXPECT_FALSE(openStateFolder("inner"));
   EXPECT_FALSE(exists(panel.path("virtual/inner")));
 }

@@ -1,8 +1,6 @@
 #include "core/panel/system_info.h"
 
-#include <gtest/gtest.h>
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 TEST(SystemInfo, Answers) {
   EXPECT_EQ(resolveIPv4("127.0.0.1"), "127.0.0.1");

@@ -1,11 +1,6 @@
 #include "core/panel/task.h"
 
-#include <gtest/gtest.h>
-
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(Task, KnowsASwitchThatIsOff) {
   ConfigFile record(nullptr);

@@ -1,27 +1,15 @@
-#include "core/process/child.h"
-
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
-#include <filesystem>
-
+#include "core/process/child.h"
 #include "core/process/execute.h"
-#include "core/sys/fail_point.h"
-#include "core/sys/privileges.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
 int openDescriptors() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
+  const fs::directory_iterator all("/proc/self/fd");
   return static_cast<int>(std::distance(begin(all), end(all)));
 }
 
@@ -78,7 +66,7 @@ TEST(Execute, GrowsPastTheFirstBufferAndTellsInDebug) {
 TEST(Execute, DirectSeesItsNameAndTheCurrentEnvironment) {
   const Folder folder;
   const std::string program = folder.path("show");
-  std::filesystem::create_symlink("/usr/bin/env", program);
+  fs::create_symlink("/usr/bin/env", program);
   ::setenv("ZV_OF_OURS", "1", 1);
   Text direct = Text::copyOf(program.c_str());
   EXPECT_EQ(execute(direct, 16, 1, 1), 0);
@@ -87,9 +75,9 @@ TEST(Execute, DirectSeesItsNameAndTheCurrentEnvironment) {
   EXPECT_EQ(execute(shell, 16, 1, 0), 0);
   EXPECT_FALSE(holds(shell.view(), "ZV_OF_OURS"));
   ::unsetenv("ZV_OF_OURS");
-  std::filesystem::remove(program);
+  fs::remove(program);
   // A program that cannot do what it is called says by which name it was called.
-  std::filesystem::create_symlink("/bin/cp", program);
+  fs::create_symlink("/bin/cp", program);
   direct = program.c_str();
   EXPECT_EQ(execute(direct, 16, 2, 1), 1);
   EXPECT_EQ(direct.view().substr(0, 6), "/show:");
@@ -313,9 +301,7 @@ TEST(Child, FailsCleanly) {
   setFailPlan(nullptr);
   EXPECT_TRUE(holds(logs.errors(), "Dup Error on cat; echo goes on : Too many open files"));
   EXPECT_TRUE(holds(logs.errors(), "already has the maximum number of file descriptors open"));
-  setFailPlan("process.dup:EIO");
-  EXPECT_EQ(outputOf("echo goes on"), "goes on\n");
-  setFailPlan(nullptr);
+  EXPECT_EQ(failing("process.dup:EIO", [&] { return outputOf("echo goes on"); }), "goes on\n");
   EXPECT_TRUE(holds(logs.errors(), "close must have caused the dup error: 5"));
   EXPECT_EQ(openDescriptors(), before);
   EXPECT_FALSE(hasChildren());

@@ -1,16 +1,9 @@
 #include "core/read/line_reader.h"
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <string>
-
-#include "core/sys/sys.h"
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 namespace {
 

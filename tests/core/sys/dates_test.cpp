@@ -1,9 +1,6 @@
 #include "core/sys/dates.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <ctime>
+#include "support/fixtures.h"
 
 using zvtaskq::getTimeFrom;
 

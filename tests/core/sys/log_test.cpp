@@ -1,15 +1,6 @@
 #include "core/sys/log.h"
 
-#include <gtest/gtest.h>
-
-#include "core/sys/fail_point.h"
-#include "core/sys/privileges.h"
-#include "core/text/text.h"
-#include "support/fixed_clock.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(Log, WritesOneHarmlessLineAMessage) {
   LogCapture capture;

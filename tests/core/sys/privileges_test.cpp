@@ -1,9 +1,5 @@
 #include "core/sys/privileges.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include "core/sys/fail_point.h"
 #include "support/fixtures.h"
 
 namespace zvtaskq {

@@ -1,9 +1,6 @@
 #include "core/sys/random.h"
 
-#include <gtest/gtest.h>
-#include <climits>
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 TEST(Random, IsEvenAndWithinItsBounds) {
   int counts[6] = {};

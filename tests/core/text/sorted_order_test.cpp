@@ -1,10 +1,6 @@
 #include "core/text/sorted_order.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 namespace {
 

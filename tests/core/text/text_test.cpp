@@ -1,15 +1,9 @@
 #include "core/text/text.h"
 
-#include <gtest/gtest.h>
-#include <algorithm>
-#include <string>
-#include <vector>
-
 #include "core/text/line_search.h"
 #include "core/text/names.h"
 #include "core/text/post_string.h"
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 TEST(Text, OrdersAndEdits) {
   const struct {

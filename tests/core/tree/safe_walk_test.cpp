@@ -1,18 +1,6 @@
 #include "core/tree/safe_walk.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-#include <filesystem>
-#include <set>
-#include <vector>
-
-#include "core/sys/fail_point.h"
-#include "core/sys/sys.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(Walk, GoesAsDeepAsItGets) {
   constexpr int kDepth = 20000;
@@ -49,14 +37,14 @@ TEST(Walk, WhoMovesFoldersAboutCostsHisOwnAlone) {
     const Folder folder;
     std::set<std::string> missing{"one/file", "three/file", "two/in/deep/file", "two/in/rest/file"};
     for (const std::string& file : missing) {
-      std::filesystem::create_directories(folder.path("top/" + file.substr(0, file.size() - 5)));
+      fs::create_directories(folder.path("top/" + file.substr(0, file.size() - 5)));
       writeText(folder.path("top/" + file), "");
     }
     const auto visit = [&](const TreeEntry& entry) {
       const std::string file = entry.path.substr(folder.path("top").size());
       if (missing.erase(file.substr(file.empty() ? 0 : 1)) == 0 || file != "/two/in/deep/file") return 1;
       for (const auto& [from, to] : c.moves) {
-        std::filesystem::rename(folder.path("top/") + from, folder.path("top/") + to);
+        fs::rename(folder.path("top/") + from, folder.path("top/") + to);
       }
       return 1;
     };
@@ -66,19 +54,19 @@ TEST(Walk, WhoMovesFoldersAboutCostsHisOwnAlone) {
   }
   // One that is gone between the look and the visit is none.
   const Folder folder;
-  std::filesystem::create_directories(folder.path("gone"));
+  fs::create_directories(folder.path("gone"));
   EXPECT_TRUE(walkTree(folder.path().c_str(), [&](const TreeEntry& entry) {
-    if (std::string_view(entry.name) == "gone") std::filesystem::remove(folder.path("gone"));
+    if (std::string_view(entry.name) == "gone") fs::remove(folder.path("gone"));
     return 1;
   }));
 }
 
 TEST(Walk, OpensOnlyBeneath) {
   const Folder folder;
-  std::filesystem::create_directories(folder.path("a/b"));
+  fs::create_directories(folder.path("a/b"));
   writeText(folder.path("a/b/file"), "in");
-  std::filesystem::create_symlink("b", folder.path("a/link"));
-  std::filesystem::create_symlink("file", folder.path("a/b/end"));
+  fs::create_symlink("b", folder.path("a/link"));
+  fs::create_symlink("file", folder.path("a/b/end"));
   const Descriptor root = openFolder(folder.path().c_str());
   for (const bool steps : {false, true}) {
     const auto open = [&](const char* path, int flags) {

@@ -1,17 +1,7 @@
 #include "core/tree/tree_size.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
-
-#include "core/sys/sys.h"
 #include "core/tree/safe_walk.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-namespace fs = std::filesystem;
 
 TEST(TreeSize, LinksAndNames) {
   Folder outside, folder;

@@ -1,25 +1,14 @@
 #include "runner/monitor/process_table.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "core/process/child.h"
 #include "core/process/execute.h"
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(ProcessTable, HasTheFirstWordOfEachNameAndItsIds) {
   const PanelFolder panel;
   std::vector<Child> sleepers;
   const auto add = [&](const char* name) {
-    std::filesystem::copy("/bin/sleep", panel.path(name), std::filesystem::copy_options::skip_existing);
+    fs::copy("/bin/sleep", panel.path(name), fs::copy_options::skip_existing);
     sleepers.push_back(Child::start(ChildPlan::program(panel.path(name), {"600"})));
     const std::string pid = std::to_string(sleepers.back().pid());
     while (contentOf("/proc/" + pid + "/comm") == contentOf("/proc/self/comm")) nap(1);

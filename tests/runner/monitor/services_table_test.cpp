@@ -1,11 +1,7 @@
 #include "runner/monitor/services_table.h"
 
-#include <gtest/gtest.h>
-#include <vector>
-
 #include "core/record/config_file.h"
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 TEST(ServiceActions, StrongestVerbWins) {
   const struct {

@@ -1,22 +1,9 @@
 #include "runner/queue/queue_file.h"
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <memory>
-#include <vector>
-
 #include "core/panel/task_queue.h"
-#include "core/sys/fail_point.h"
-#include "core/sys/identity.h"
-#include "core/text/text.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
@@ -58,7 +45,7 @@ class QueueFiles : public testing::Test {
   static Texts filesIn(const std::string& folder) {
     Texts paths;
     std::error_code missing;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, missing)) paths.push_back(entry.path());
+    for (const auto& entry : fs::directory_iterator(folder, missing)) paths.push_back(entry.path());
     std::sort(paths.begin(), paths.end());
     return paths;
   }
@@ -154,11 +141,9 @@ TEST_F(QueueFiles, HalfALineInARetiredFileIsKeptAndReported) {
 TEST_F(QueueFiles, AReadErrorIsNoEnd) {
   for (const char* plan : {"queue.read:EIO", "queue.read:EIO:1"}) {
     writeText(queue(), "value=a\n");
-    setFailPlan(plan);
-    EXPECT_EQ(run(queue()), Texts{}) << plan;
-    setFailPlan(nullptr);
+    EXPECT_EQ(failing(plan, [&] { return run(queue()); }), Texts{}) << plan;
     ASSERT_EQ(contents(kept()), Texts{"value=a\n"}) << plan;
-    std::filesystem::remove(kept()[0]);
+    fs::remove(kept()[0]);
   }
   EXPECT_EQ(timesLogged("Error reading the tmp Q file"), 2);
   EXPECT_EQ(timesLogged(": could not be read\n"), 2);
@@ -256,9 +241,9 @@ TEST_F(QueueFiles, AcrossFileSystemsNothingGoesBeforeItsCopyIsSafe) {
     ASSERT_EQ(all.size(), 1U) << what;
     EXPECT_EQ(contentOf(all[0]).substr(0, c.text.size()), c.text) << what;
     EXPECT_LT(statOf(all[0]).st_blocks * 512L, std::ssize(c.text) + (1L << 20)) << what;
-    std::filesystem::remove(all[0]);
+    fs::remove(all[0]);
   }
-  std::filesystem::remove_all(folder);
+  fs::remove_all(folder);
 }
 
 TEST_F(QueueFiles, TheFoldersOwnerCannotLeadElsewhere) {
@@ -268,8 +253,8 @@ TEST_F(QueueFiles, TheFoldersOwnerCannotLeadElsewhere) {
   const unsigned mode = modeOf(names[0]);
   const std::string spool = panel_.path("spool");
   ASSERT_EQ(::chown(spool.c_str(), 8, 8), 0);
-  std::filesystem::create_symlink(panel_.path("etc"), spool + "/link");
-  std::filesystem::create_symlink(panel_.path("etc/passwd"), spool + "/file");
+  fs::create_symlink(panel_.path("etc"), spool + "/link");
+  fs::create_symlink(panel_.path("etc/passwd"), spool + "/file");
   {
     writeText(queue(), "value=x\n");
     run(queue());

@@ -1,18 +1,7 @@
 #include "tally/checks/load.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <vector>
-
-#include "core/record/config_file.h"
-#include "core/sys/fail_point.h"
-#include "support/fixed_clock.h"
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
@@ -32,10 +21,7 @@ class LoadCheck : public ::testing::Test {
     panel_.conf.language = "tlh";
     writeText(panel_.path("templates/load_check_message.txt"), "|?SUBJECT=Load `LOAD` `LANG`|");
   }
-  void stamp(const std::string& pairs) {
-    writeText(settings_, pairs);
-    ::chmod(settings_.c_str(), 0666);
-  }
+  void stamp(const std::string& pairs) { panel_.put("admin/admin.conf", pairs); }
   void check() {
     const FixedClock clock(kNow);
     check_system_load(&panel_.conf);
@@ -91,17 +77,15 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
 }
 
 TEST_F(LoadCheck, ScriptsGetTheTokens) {
-  for (const char* folder : {"", "scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
   const std::string seen = panel_.path("seen");
-  for (const std::string when : {"pre", "post"}) {
-    const std::string script = panel_.path("scripts/custom/load_spike_notice_" + when + ".sh");
-    writeText(script, "#!/bin/sh\necho \"$ONE $FIVE $FIFTEEN $LOAD $MINUTE $LANG\" >>" + seen + "\n");
-    ::chmod(script.c_str(), 0755);
+  for (const char* when : {"pre", "post"}) {
+    panel_.script(joined("custom/load_spike_notice_", when, ".sh"),
+                  "echo \"$ONE $FIVE $FIFTEEN $LOAD $MINUTE $LIMIT $LANG\" >>" + seen);
   }
   panel_.conf.language = "de";
   stamp("a=1\n");
   check();
-  const std::string line = "3.00 2.35 1.00 2.35 5 de\n";
+  const std::string line = "3.00 2.35 1.00 2.35 5 1.5 de\n";
   EXPECT_EQ(contentOf(seen), line + line) << panel_.logs.errors();
 }
 
@@ -110,9 +94,7 @@ TEST_F(LoadCheck, IsToldAgainWhenItReachedNobodyAndSaysWhatGoesWrong) {
   loseNotices(true);
   check();
   loseNotices(false);
-  setFailPlan("safe_write.*:ENOSPC");
-  check();
-  setFailPlan(nullptr);
+  failing("safe_write.*:ENOSPC", [&] { check(); });
   EXPECT_TRUE(holds(panel_.logs.errors(), "Unable to write " + settings_ + " : "));
   EXPECT_EQ(contentOf(settings_), "a=1\n");
   check();
@@ -120,8 +102,5 @@ TEST_F(LoadCheck, IsToldAgainWhenItReachedNobodyAndSaysWhatGoesWrong) {
   EXPECT_EQ(contentOf(settings_), "a=1\nload_limit_last_sent=1800000000\n");
 
   averagesKnown = -1;
-  setDebugLevel(10);
-  const std::string shown = printed([&] { check(); });
-  setDebugLevel(0);
-  EXPECT_TRUE(holds(shown, "Tally::check_system_load:  getLoadAverage returned 0. Aborting."));
+  EXPECT_TRUE(holds(printed([&] { check(); }, 10), "check_system_load:  getLoadAverage returned 0. Aborting."));
 }

@@ -1,17 +1,8 @@
 #include "tally/checks/partition_check.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include "core/panel/partitions.h"
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
-#include "support/fixed_clock.h"
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
@@ -27,9 +18,7 @@ class PartitionCheck : public ::testing::Test {
   }
   void check(const std::string& pairs) {
     panel_.conf.language = "tlh";
-    const std::string path = panel_.path("admin/admin.conf");
-    writeText(path, pairs);
-    ::chmod(path.c_str(), 0666);
+    panel_.put("admin/admin.conf", pairs);
     const FixedClock clock(kNow);
     check_partition_usage(&panel_.conf);
   }

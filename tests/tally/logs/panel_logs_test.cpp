@@ -1,12 +1,6 @@
 #include "tally/logs/panel_logs.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(PanelLogs, GoUpAPlaceAboveTheirSize) {
   PanelFolder panel;

@@ -1,15 +1,8 @@
 #include "tally/traffic/tally_file.h"
 
-#include <gtest/gtest.h>
-
-#include "core/record/config_file.h"
 #include "core/tables/id_set.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
 #include "tally/traffic/bandwidth_breakdown.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
@@ -20,8 +13,7 @@ constexpr const char* kNextMonth = "1796126400";
 
 double totalOf(const PanelFolder& panel, const std::string& text) {
   writeText(panel.path("tally"), text);
-  const double total = getTallyTotal(panel.path("tally").c_str());
-  return total;
+  return getTallyTotal(panel.path("tally").c_str());
 }
 
 std::string valueIn(const ConfigFile& record, const char* name, const char* inner = nullptr) {
@@ -87,34 +79,26 @@ TEST(TallyFile, MonthByKindAndDay) {
   ASSERT_TRUE(get_bandwidth_breakdown(panel.path("tally").c_str(), month));
   EXPECT_EQ(valueIn(month, "simpletotal"), "1118");
   const struct {
-    const char* pair;
-    const char* inner;
-    const char* want;
+    const char *pair, *inner, *want;
   } cases[] = {
       {"2026 11 05", "http", "500"},   {"2026 11 05", "http_ul", "50"},    {"2026 11 05", "ftp", "107"},
       {"2026 11 05", "other", "350"},  {"2026 11 05", "email", "6"},       {"2026 11 05", "email_count_incoming", "1"},
       {"2026 11 06", "ftp", "20"},     {"2026 11 06", "imap", "30"},       {"2026 11 06", "other", "40"},
       {"2026 11 06", "total", "95"},   {"2026 11 06", "email_count", "1"}, {"2026 11 06", "email_count_outgoing", "1"},
-      {"total", "http_homedir", "10"}, {"total", "email_count", "2"},      {"email_count", nullptr, "2"},
-      {"total", "total", "1118"},      {"2026 11 07", nullptr, "none"},
+      {"total", "http_homedir", "10"}, {"total", "email_count", "2"},      {"total", "total", "1118"},
   };
-  for (const auto& c : cases)
-    EXPECT_EQ(valueIn(month, c.pair, c.inner), c.want) << c.pair << " " << (c.inner ? c.inner : "");
-  EXPECT_EQ(panel.logs.errors(), "");
+  for (const auto& c : cases) EXPECT_EQ(valueIn(month, c.pair, c.inner), c.want) << c.pair << " " << c.inner;
+  EXPECT_EQ(valueIn(month, "email_count") + valueIn(month, "2026 11 07") + panel.logs.errors(), "2none");
 
   const FixedClock december(1'796'200'000);
   text += "9=type=ftp" + at(kNextMonth) + "\n1=type=ftp" + at(kSixth) + "\n";
   writeText(panel.path("tally"), text);
   ASSERT_TRUE(get_bandwidth_breakdown(panel.path("tally").c_str(), month));
-  EXPECT_EQ(valueIn(month, "simpletotal"), "10");
-  EXPECT_EQ(valueIn(month, "2026 12 01", "ftp"), "9");
-  EXPECT_EQ(valueIn(month, "2026 11 05"), "none");
-  EXPECT_NE(
-      panel.logs.errors().find("Found a lower day than logged.  Probably a new month.  Should only see this once."),
-      std::string::npos);
+  EXPECT_EQ(valueIn(month, "simpletotal") + valueIn(month, "2026 12 01", "ftp") + valueIn(month, "2026 11 05"),
+            "109none");
+  EXPECT_TRUE(holds(panel.logs.errors(), "Found a lower day than logged.  Probably a new month.  Should only see"));
   // Nothing since: the month is over all the same.
   const FixedClock january(1'800'000'000);
   ASSERT_TRUE(get_bandwidth_breakdown(panel.path("tally").c_str(), month));
-  EXPECT_EQ(valueIn(month, "simpletotal"), "0");
-  EXPECT_EQ(valueIn(month, "2026 12 01"), "none");
+  EXPECT_EQ(valueIn(month, "simpletotal") + valueIn(month, "2026 12 01"), "0none");
 }

@@ -1,16 +1,6 @@
 #include "tally/traffic/transfer_line.h"
 
-#include <gtest/gtest.h>
-
-#include <map>
-#include <sstream>
-
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
-namespace {}  // namespace
 
 // Lines about real transfers: names with blanks, quotes and line feeds, broken-off ones.
 TEST(TransferLine, WhatTheServersWrote) {

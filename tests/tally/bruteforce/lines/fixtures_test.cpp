@@ -1,16 +1,9 @@
 // The stock filters on what real daemons write (tests/fixtures/brute).
-#include <gtest/gtest.h>
 
-#include <map>
-#include <sstream>
-
-#include "core/text/text.h"
 #include "support/fixtures.h"
+
 #include "tally/bruteforce/lines/filters.h"
 #include "tally/bruteforce/lines/match.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 

@@ -1,19 +1,9 @@
 // The brute-force monitor's web logs, the trimming of its entry log, and the unblocking.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
-#include "core/sys/fail_point.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
 #include "tally/bruteforce/lines/web_log_list.h"
 #include "tally/bruteforce/records/entry_log.h"
 #include "tally/bruteforce/watch/unblock.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 
@@ -22,16 +12,7 @@ constexpr long long kDay = 86400;
 
 class BruteUpkeep : public ::testing::Test {
  protected:
-  void SetUp() override {
-    if (::getuid() != 0) GTEST_SKIP() << "needs root";
-    ::chmod(panel_.path("").c_str(), 0755);
-    for (const char* folder : {"scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
-  }
-  void script(const std::string& name, const std::string& body) const {
-    writeText(panel_.path("scripts/" + name), "#!/bin/sh\n" + body);
-    ::chmod(panel_.path("scripts/" + name).c_str(), 0700);
-  }
-  bool hasError(const std::string& text) const { return panel_.logs.errors().find(text) != std::string::npos; }
+  auto hasError(const std::string& text) const { return holds(panel_.logs.errors(), text); }
 
   PanelFolder panel_;
   const FixedClock clock_{kNow};
@@ -91,17 +72,16 @@ TEST_F(BruteUpkeep, TrimsTheEntryLog) {
   const std::string old = entry(kNow - 3 * kDay, "2001:db8::1") +
                           entry(kNow - 4 * kDay, "192.0.2.1", "x\n&ip=192.0.2.66") + entry(1, "$(id)");
   panel_.conf.clear_brute_log_entry_time = 3;
-  script("custom/brute_force_clear_log_ip.sh",
-         "echo \"$value\" >>" + panel_.path("cleared") + "; case $value in 1*) echo done;; *) echo no; exit 1; esac\n");
-  const auto write = [&](const std::string& text) { writeText(path, text), ::chmod(path.c_str(), 0666); };
+  panel_.script(
+      "custom/brute_force_clear_log_ip.sh",
+      "echo \"$value\" >>" + panel_.path("cleared") + "; case $value in 1*) echo done;; *) echo no; exit 1; esac\n");
+  const auto write = [&](const std::string& text) { panel_.put("admin/brute_log_entries.list", text); };
   const auto clear = [&] { return clear_brute_log_entries(&panel_.conf); };
   EXPECT_EQ(clear(), 1);
   const std::string whole = old + odd + young + old + odd + tail;
   write(whole);
   for (const char* plan : {"safe_write.*:ENOSPC", "safe_write.fsync:EIO", "safe_write.rename:EDQUOT"}) {
-    setFailPlan(plan);
-    EXPECT_EQ(clear(), 0) << plan;
-    setFailPlan(nullptr);
+    EXPECT_EQ(failing(plan, [&] { return clear(); }), 0) << plan;
     EXPECT_EQ(contentOf(path), whole) << plan;
     EXPECT_FALSE(exists(path + ".temp")) << plan;
   }
@@ -113,8 +93,8 @@ TEST_F(BruteUpkeep, TrimsTheEntryLog) {
   EXPECT_EQ(modeOf(path), 0600U);
   EXPECT_EQ(contentOf(panel_.path("cleared")), "192.0.2.1\n2001:db8::1\n");
   EXPECT_TRUE(hasError("Clear IP '2001:db8::1' error: Script output: no"));
-  EXPECT_NE(panel_.logs.system().find("Clear IP '192.0.2.1': Script output: done"), std::string::npos);
-  EXPECT_NE(panel_.logs.system().find("Removed 6 log entires:"), std::string::npos);
+  EXPECT_TRUE(holds(panel_.logs.system(), "Clear IP '192.0.2.1': Script output: done"));
+  EXPECT_TRUE(holds(panel_.logs.system(), "Removed 6 log entires:"));
 
   // No time for scripts.
   write(old);
@@ -162,22 +142,20 @@ TEST_F(BruteUpkeep, Unblocks) {
       {"nothing", "", "", "show_blocked_ips.sh returns no result"},
   };
   panel_.conf.unblock_brute_ip_time = 1;
-  script("unblock_ip.sh", "echo \"$ip\" >>" + seen + "\n");
+  panel_.script("unblock_ip.sh", "echo \"$ip\" >>" + seen + "\n");
   for (const auto& c : cases) {
     const LogCapture logs;
     ::unlink(seen.c_str());
-    script("show_blocked_ips.sh", "cat <<'END'\n" + c.show + "\nEND\n");
+    panel_.script("show_blocked_ips.sh", "cat <<'END'\n" + c.show + "\nEND\n");
     EXPECT_EQ(unblock_bfm_ips(&panel_.conf), *c.error == '\0' ? 1 : 0) << c.name;
     EXPECT_EQ(contentOf(seen), c.unblocked.empty() ? "" : c.unblocked + "\n") << c.name;
-    EXPECT_NE(logs.errors().find(c.error), std::string::npos) << c.name << logs.errors();
+    EXPECT_TRUE(holds(logs.errors(), c.error)) << c.name;
   }
   const LogCapture logs;
-  script("show_blocked_ips.sh", "echo 'havedata=1" + at("192.0.2.1", 1) + "'\n");
-  script("custom/unblock_ip.sh", "echo no; exit 1\n");
+  panel_.script("show_blocked_ips.sh", "echo 'havedata=1" + at("192.0.2.1", 1) + "'\n");
+  panel_.script("custom/unblock_ip.sh", "echo no; exit 1\n");
   for (int i = 0; i < 2; ++i) EXPECT_EQ(unblock_bfm_ips(&panel_.conf), 0);
-  const std::string refused = "Tally::unblock_bfm_ips error: no";
-  EXPECT_NE(logs.errors().find(refused), std::string::npos);
-  EXPECT_EQ(logs.errors().find(refused), logs.errors().rfind(refused));
+  EXPECT_EQ(times(logs.errors(), "Tally::unblock_bfm_ips error: no"), 1);
   panel_.conf.unblock_brute_ip_time = 0;
   EXPECT_EQ(unblock_bfm_ips(&panel_.conf), 1);
 }
