@@ -1,9 +1,7 @@
 """The brute-force monitor from outside: real log lines in, counts, notices, scripts and blocked addresses out."""
 import os
 import re
-import socket
 import subprocess
-import threading
 import time
 import unittest
 import urllib.parse
@@ -198,42 +196,6 @@ class Upkeep(BruteForceTest):
         """How many of them block_ip.sh takes."""
         outcomes = [subprocess.run([panel.PANEL + "/scripts/block_ip.sh", one], capture_output=True, check=False) for one in addresses]
         return sum(outcome.returncode == 0 for outcome in outcomes)
-
-
-@unittest.skipUnless(os.path.exists("/usr/sbin/sshd"), "needs sshd")
-class RealSshd(BruteForceTest):
-    def log_socket(self):
-        """What a system logger does: takes /dev/log, writes classic lines."""
-        receiver = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        receiver.bind("/dev/log")
-        os.chmod("/dev/log", 0o666)
-        self.addCleanup(os.unlink, "/dev/log")
-
-        def write_lines():
-            while True:
-                message = receiver.recv(8192).decode("latin-1")
-                stamp, rest = re.match(r"<\d+>(\w+ +\d+ [\d:]+) (.*)", message, re.S).groups()
-                append(SECURE, "%s panel %s\n" % (stamp, rest.rstrip("\n\0")))
-        threading.Thread(target=write_lines, daemon=True).start()
-
-    def test_failed_log_ins(self):
-        self.log_socket()
-        panel.shell("mkdir -p /run/sshd; ssh-keygen -A >/dev/null; printf '#!/bin/sh\\necho wrong\\n' >/tmp/ask; chmod 755 /tmp/ask")
-        server = subprocess.Popen(["/usr/sbin/sshd", "-D", "-p", "2201", "-o", "PasswordAuthentication=yes", "-o", "UsePAM=no",
-                                   "-o", "KbdInteractiveAuthentication=no"])
-        self.addCleanup(server.wait)
-        self.addCleanup(server.terminate)
-        time.sleep(1)
-        for address, prompts in (("127.0.0.1", 3), ("::1", 1)):
-            subprocess.run(["setsid", "ssh", "-p", "2201", "-l", "nosuch", "-o", "StrictHostKeyChecking=no", "-o",
-                            "UserKnownHostsFile=/dev/null", "-o", "NumberOfPasswordPrompts=%d" % prompts, address, "true"],
-                           env={**os.environ, "SSH_ASKPASS": "/tmp/ask", "SSH_ASKPASS_REQUIRE": "force"},
-                           capture_output=True, check=False, timeout=60)
-        time.sleep(0.5)
-        self.run_program()
-        self.assertEqual(counts(ADDRESSES), {"127.0.0.1": {"sshd4": 3}, "::1": {"sshd4": 1}}, text(SECURE))
-        [(subject, _)] = self.notices()
-        self.assertEqual(subject, SUBJECT + " from IP(s) 127.0.0.1")
 
 
 if __name__ == "__main__":

@@ -71,14 +71,6 @@ class HandOver(PanelTest):
             run.wait()
         self.assertIn("value=later", self.done())
 
-    def test_line_without_end(self):
-        self.queue("value=whole")
-        with open(QUEUE, "a", encoding="latin-1") as file:
-            file.write("value=half")
-        self.run_program()
-        self.assertEqual(self.done(), ["value=whole"])
-        self.assertEqual(self.lost(), ["value=whole\nvalue=half"])
-
     def test_leftovers_of_a_crash(self):
         write(QUEUE + ".tmp", "value=old\n")
         self.run_program()

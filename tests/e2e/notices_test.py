@@ -113,18 +113,6 @@ class Messages(Notices):
             self.assertLogged("Unable to send an e-mail to boss@boss.example: /usr/sbin/sendmail " + logged)
             self.assertEqual(text(ADMIN + "/tickets.list").count("new=yes"), 2)
 
-    def test_lists_that_cannot_be_read(self):
-        os.unlink(ADMIN + "/tickets.list")
-        self.notify()
-        self.run_program()
-        self.assertLogged("Ticket::deliverMessage::Can't read %s/tickets.list: " % ADMIN)
-        self.assertEqual(len(self.tickets()), 2)
-        os.unlink(ADMIN + "/admin.list")
-        self.notify()
-        self.run_program()
-        self.assertLogged("Unable to read: %s/admin.list: " % ADMIN)
-        self.assertEqual((len(self.tickets()), self.sent()), (2, []))
-
     def test_planted_links(self):
         canary = "/var/tmp/canary"
         write(canary, "60\n", "zvadmin", 0o600)

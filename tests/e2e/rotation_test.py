@@ -33,22 +33,17 @@ CustomLog {logs}/{host}.log combined
 STOP = "kill -TERM $(cat {0}); for i in $(seq 100); do [ -e {0} ] || exit 0; sleep 0.1; done; rm {0}"
 # Asks with a connection for each request until its input ends; prints what was answered and what was not.
 LOAD = """
-import http.client, json, sys, threading
+import http.client, itertools, json, sys, threading, urllib.request
 over, answered, failed = threading.Event(), [], []
 def ask(worker):
-    number = 0
-    while not over.is_set():
+    for number in itertools.takewhile(lambda _: not over.is_set(), itertools.count()):
         name = "%s-%d-%d" % (sys.argv[2], worker, number)
-        number += 1
-        connection = http.client.HTTPConnection("127.0.0.1", int(sys.argv[1]), timeout=20)
         try:
-            connection.request("GET", "/?" + name)
-            answer = connection.getresponse()
-            answer.read()
-            (answered if answer.status == 200 else failed).append(name)
+            with urllib.request.urlopen("http://127.0.0.1:%s/?%s" % (sys.argv[1], name), timeout=20) as answer:
+                answer.read()
+            answered.append(name)
         except (OSError, http.client.HTTPException):
             failed.append(name)
-        connection.close()
 workers = [threading.Thread(target=ask, args=(n,)) for n in range(4)]
 [worker.start() for worker in workers]
 sys.stdin.read()
@@ -203,8 +198,7 @@ class Servers(RotationTest):
         os.makedirs(PROXY + "/folder.log")
         os.symlink("/etc/passwd", PROXY + "/link.log")
         os.link(PROXY + "/a.bytes", PROXY + "/hard.log")
-        script = panel.PANEL + "/scripts/custom/tally_rotation_post.sh"
-        write(script, "#!/bin/sh\necho rotated $(id -u)\n", mode=0o700)
+        self.script("custom/tally_rotation_post.sh", "echo rotated $(id -u)\n")
         self.assertEqual(self.drive("rotate_apache_logs"), "rotated 0")
         self.assertEqual(self.names(PROXY), sorted(["a.error.log.1", "a.log.1", "a.bytes", "b.log", "b.log.1", "folder.log",
                                                     "hard.log", "link.log", "log"]))
@@ -213,8 +207,9 @@ class Servers(RotationTest):
         for name in ("link", "hard"):
             for log in ("errortaskq", "security"):
                 self.assertLogged("Tally::rotate_apache_logs(%s/%s.log): is hard or symbolic link" % (PROXY, name), log, times=1)
-        write(script, "#!/bin/sh\necho no; exit 3\n", mode=0o700)
-        self.assertEqual(self.drive("rotate_apache_logs"), "<b>Script output %s</b>: no<br>\n" % script)
+        self.script("custom/tally_rotation_post.sh", "echo no; exit 3\n")
+        self.assertEqual(self.drive("rotate_apache_logs"),
+                         "<b>Script output %s/scripts/custom/tally_rotation_post.sh</b>: no<br>\n" % panel.PANEL)
         self.assertLogged("Tally::rotate_apache_logs: Rotation Post output: no", times=1)
         write(PROXY + "/c.log", "c")
         write(panel.PANEL + "/conf/demo", "")
@@ -437,20 +432,20 @@ class Statistics(RotationTest):
                 write(MAIN + "/%s.log" % HOST, self.visits + "".join(VISIT % (1, when, page) for page in ("b", "c")))
         self.assertEqual((mode(DOMAIN + "/awstats/index.html"), mode(DOMAIN + "/awstats/.data")), (0o644, 0o700))
         script = panel.PANEL + "/scripts/custom/awstats_process.sh"
-        write(script, "#!/bin/sh\nids=$(grep -hE '^(Uid|Gid|Groups):' /proc/self/status)\n"
-                      "echo \"$@\" $(pwd) $ids >seen; wc -l >>seen\n", mode=0o755)
+        self.script("custom/awstats_process.sh", "ids=$(grep -hE '^(Uid|Gid|Groups):' /proc/self/status)\n"
+                    "echo \"$@\" $(pwd) $ids >seen; wc -l >>seen\n")
         self.drive("doAwstats", "bob", HOST)
         bob = pwd.getpwnam("bob")
         self.assertEqual(text(DOMAIN + "/awstats/seen").split(), ["bob", HOST] + [DOMAIN + "/awstats"] * 2 +
                          ["Uid:"] + [str(bob.pw_uid)] * 4 + ["Gid:"] + [str(bob.pw_gid)] * 4 + ["Groups:", "8"])
-        write(script, "#!/bin/sh\necho broken; exit 4\n", mode=0o755)
+        self.script("custom/awstats_process.sh", "echo broken; exit 4\n")
         self.drive("doAwstats", "bob", HOST, status=1)
         self.assertLogged("error executing %s for %s : broken" % (script, HOST), times=1)
 
     def test_a_program_that_its_user_stops(self):
         settings(awstats=1, account_time_limit=1)
         write(MAIN + "/two.%s.log" % HOST, self.visits, "root", 0o600)
-        write(panel.PANEL + "/scripts/custom/awstats_process.sh", "#!/bin/sh\necho $2 >>/home/bob/ran\nkill -STOP $$\n", mode=0o755)
+        self.script("custom/awstats_process.sh", "echo $2 >>/home/bob/ran\nkill -STOP $$\n")
         self.drive("doAwstats", "bob", HOST, "two", "two", "two", status=1)
         self.assertEqual(text("/home/bob/ran"), "two.%s\n" % HOST)
         self.assertLogged("The programs of bob have used up their 1 seconds (account_time_limit).", times=1)

@@ -22,7 +22,7 @@ class Startup(PanelTest):
             (["--config=%s" % other, "--config=/nowhere"], "Error reading new config: /nowhere\n"),
         ]:
             self.assertEqual(self.run_program(*arguments), want, arguments)
-        for arguments, level in [(["d"], 10), (["debug"], 10), (["d5x"], 10), (["d20"], 20), (["d0"], 0), (["d3", "d200"], 200)]:
+        for arguments, level in [(["d"], 10), (["d5x"], 10), (["d20"], 20), (["d0"], 0), (["d3", "d200"], 200)]:
             shown = self.run_program(*arguments)
             self.assertEqual("staring queue\n" in shown, level >= 20, arguments)
             self.assertEqual("pidfile written\n" in shown, level >= 200, arguments)

@@ -40,17 +40,3 @@ TEST(BlockLists, LiftedToTheSecond) {
   EXPECT_TRUE(
       holds(panel.logs.system(), "BlockCracking: account 'e' has been removed from the block list due to age."));
 }
-
-TEST(BlockLists, RefusedCalls) {
-  PanelFolder panel;
-  panel.conf.block_cracking_unblock = 2;
-  Email::check_block_cracking_auto_unblock(&panel.conf, 2);
-  Email::check_block_cracking_auto_unblock(&panel.conf, -1);
-  EXPECT_TRUE(holds(panel.logs.errors(), "Email::check_block_cracking_auto_unblock: Unknown block type: 2"));
-  EXPECT_TRUE(holds(panel.logs.errors(), "Unknown block type: -1"));
-  panel.conf.block_cracking_unblock = 1;
-  setDebugLevel(100);
-  const std::string shown = printed([&] { Email::check_block_cracking_auto_unblock(&panel.conf, 0); });
-  setDebugLevel(0);
-  EXPECT_EQ(shown, "Email::check_block_cracking_auto_unblock: auto unblock is not set. Shouldn't be here.\n");
-}

@@ -4,7 +4,6 @@
 #include "support/panel_folder.h"
 
 namespace {
-
 /// The dates of `start` and `end` as the panel keeps them.
 std::string window(const std::string& start, const std::string& end) {
   const auto part = [](const std::string& edge, const std::string& date) {
@@ -47,7 +46,6 @@ class Vacations : public ::testing::Test {
 
   PanelFolder panel_;
 };
-
 }  // namespace
 
 TEST(VacationStep, ToTheSecond) {

@@ -59,6 +59,9 @@ inline testing::AssertionResult holds(std::string_view text, std::string_view pa
   const bool found = text.find(part) != std::string_view::npos;
   return testing::AssertionResult(found) << '"' << part << (found ? "\" in:\n" : "\" is not in:\n") << text;
 }
+/// A table of cases: for (const auto& [name, text, want] : Rows<const char*, std::string, int>{{...}, {...}}).
+template <class... Columns>
+using Rows = std::vector<std::tuple<Columns...>>;
 /// How often `part` stands in `text`.
 long times(std::string_view text, std::string_view part);
 /// What there is to know of a file, or of the link itself; all of it 0 when there is none.

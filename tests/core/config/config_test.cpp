@@ -7,7 +7,6 @@
 #include "support/fixtures.h"
 
 namespace {
-
 std::string have(const ConfigFile& settings, const char* key) {
   const char* value = settings.getValue(key);
   return value == nullptr ? "(absent)" : value;
@@ -15,8 +14,6 @@ std::string have(const ConfigFile& settings, const char* key) {
 
 class ConfigTest : public testing::Test {
  protected:
-  void TearDown() override { setDebugLevel(0); }
-
   std::string path(const char* name) const { return folder_.path(name); }
   std::string logged(const char* name = "error.log") const { return contentOf(path(name)); }
   /// The folder's file with these lines, and `logdir` set to the folder.
@@ -48,47 +45,39 @@ void hidePanelUser(const std::string& copy) {
   others.close();
   needs(::mount(copy.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) == 0);
 }
-
 }  // namespace
 
 TEST_F(ConfigTest, TakesEachValueFromTheFileOrItsDefault) {
-  const struct {
-    const char *name, *lines, *key, *want;
-  } cases[] = {
-      {"record layer", "", "brutecount", "100"},
-      {"record layer, character", "", "ftpsep", "@"},
-      {"record layer, fraction", "", "hard_quota_multiplier", "1.1"},
-      {"field layer", "", "clear_brute_log_entry_time", "4"},
-      {"field layer, 64 bits", "", "max_read_to_memory_size", "524288000"},
-      {"no layer, number", "", "unblock_brute_ip_time", "0"},
-      {"fallback", "", "pure_pw", "/usr/bin/pure-pw"},
-      {"file over field layer", "clear_brute_log_entry_time=0\n", "clear_brute_log_entry_time", "0"},
-      {"empty number, record layer", "brutecount=\n", "brutecount", "100"},
-      {"no finite number", "check_load=nan\n", "check_load", "10"},
-      {"empty fallback", "pipe_log=\n", "pipe_log", "/dev/null"},
-      {"empty web site", "zv_website=\n", "zv_website", "https://www.zorvane.example"},
-      {"value with separator", "load_top_string=top -b=1\n", "load_top_string", "top -b=1"},
-      {"flag above one", "lock_debug=2\n", "lock_debug", "1"},
-      {"more than 32 bits", "hsts=63072000000\n", "hsts", "63072000000"},
-      {"old name", "connect_timeout=3\n", "request_timeout", "3"},
-      {"old name beside the new", "connect_timeout=3\nrequest_timeout=4\n", "request_timeout", "4"},
-      {"mail queue", "taskqueue=/x/task.queue\n", "mailtaskqueue", "/etc/virtual/mail_task.queue"},
-      {"quota partition", "", "quota_partition", "/home"},
-      {"Apache of the 2.0 family", "apache_ver=2.4\n", "apache_ver", "2.0"},
-      {"demonstration pages", "docsroot=/skin\n", "demodocsroot", "/skin"},
-      {"handshake beyond timeout", "timeout=11\n", "handshake_timeout", "11"},
-      {"longest session", "session_minutes=35791\n", "session_minutes", "35791"},
-      {"shortest name", "max_username_length=8\n", "max_username_length", "8"},
-      {"longest name", "max_username_length=14\n", "max_username_length", "14"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const Config config(fileWith(c.lines).c_str());
+  for (const auto& [name, lines, key, want] : Rows<const char*, const char*, const char*, const char*>{
+           {"record layer", "", "brutecount", "100"},
+           {"record layer, fraction", "", "hard_quota_multiplier", "1.1"},
+           {"field layer, 64 bits", "", "max_read_to_memory_size", "524288000"},
+           {"fallback", "", "pure_pw", "/usr/bin/pure-pw"},
+           {"file over field layer", "clear_brute_log_entry_time=0\n", "clear_brute_log_entry_time", "0"},
+           {"empty number, record layer", "brutecount=\n", "brutecount", "100"},
+           {"no finite number", "check_load=nan\n", "check_load", "10"},
+           {"empty fallback", "pipe_log=\n", "pipe_log", "/dev/null"},
+           {"empty web site", "zv_website=\n", "zv_website", "https://www.zorvane.example"},
+           {"value with separator", "load_top_string=top -b=1\n", "load_top_string", "top -b=1"},
+           {"flag above one", "lock_debug=2\n", "lock_debug", "1"},
+           {"more than 32 bits", "hsts=63072000000\n", "hsts", "63072000000"},
+           {"old name", "connect_timeout=3\n", "request_timeout", "3"},
+           {"old name beside the new", "connect_timeout=3\nrequest_timeout=4\n", "request_timeout", "4"},
+           {"quota partition", "", "quota_partition", "/home"},
+           {"Apache of the 2.0 family", "apache_ver=2.4\n", "apache_ver", "2.0"},
+           {"demonstration pages", "docsroot=/skin\n", "demodocsroot", "/skin"},
+           {"handshake beyond timeout", "timeout=11\n", "handshake_timeout", "11"},
+           {"longest session", "session_minutes=35791\n", "session_minutes", "35791"},
+           {"shortest name", "max_username_length=8\n", "max_username_length", "8"},
+           {"longest name", "max_username_length=14\n", "max_username_length", "14"},
+       }) {
+    SCOPED_TRACE(name);
+    const Config config(fileWith(lines).c_str());
     EXPECT_FALSE(config.error);
     EXPECT_TRUE(config.result.isNull());
     ConfigFile settings(nullptr);
     EXPECT_EQ(config.checkFile(&settings), 1);
-    EXPECT_EQ(have(settings, c.key), c.want);
+    EXPECT_EQ(have(settings, key), want);
   }
 }
 
@@ -100,46 +89,41 @@ TEST_F(ConfigTest, CorrectsAndTells) {
   const std::string noLogs = "logs_to_keep=0 keeps no log: what is rotated or archived is deleted at once";
   const std::string username = "You're trying to use a max_username_length value of ";
   const std::string session = "You're trying to use a session_minutes value of ";
-  const struct {
-    const char *lines, *key, *want;
-    int level;
-    std::string printed;
-    const char* result;
-  } cases[] = {
-      {"timeout=20\nhandshake_timeout=21\n", "handshake_timeout", "20", 100,
-       "handshake_timeout(21) is larger than timeout(20). Lowering handshake_timeout to match timeout.\n", ""},
-      {"timeout=19\n", "request_timeout", "19", 100,
-       "request_timeout(20) is larger than timeout(19). Lowering request_timeout to match timeout.\n", ""},
-      {"timeout=19\n", "request_timeout", "19", 99, "", ""},
-      {"session_minutes=0\n", "session_minutes", "60", 0, session + "0.  Ignoring you and using 60 instead.\n", ""},
-      {"session_minutes=35792\n", "session_minutes", "60", 0, session + "35792.  Ignoring you and using 60 instead.\n",
-       ""},
-      {"max_username_length=7\n", "max_username_length", "10", 0,
-       username + "7.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
-      {"max_username_length=15\n", "max_username_length", "10", 0,
-       username + "15.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
-      {"crypt_method=7\n", "crypt_method", "1", 0, "Please use a crypt_method of 1,5 or 6\nValue '7' is not allowed.\n",
-       ""},
-      {"timeout=20\next_quota_partitions=/home\n", "ext_quota_partitions", "", 1, doubled + "\n", doubled.c_str()},
-      {"ext_quota_partitions=/home\n", "ext_quota_partitions", "", 0, "", doubled.c_str()},
-      {"timeout=20\nlogs_to_keep=0\n", "logs_to_keep", "0", 1, noLogs + "\n", noLogs.c_str()},
-      {"logs_to_keep=1\n", "logs_to_keep", "1", 1, "", ""},
-      {"nginx=1\nnginx_proxy=1\n", "nginx", "1", 0,
-       "nginx=0 should be set when nginx_proxy=1 (httpd is the main server).  Please change nginx=1 to nginx=0\n", ""},
-      {"nginx=1\nlitespeed=1\n", "nginx", "1", 0, bothServers + "\n", bothServers.c_str()},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.lines);
-    const std::string file = fileWith(c.lines);
-    setDebugLevel(c.level);
+  for (const auto& [lines, key, want, level, told, result] :
+       Rows<const char*, const char*, const char*, int, std::string, const char*>{
+           {"timeout=20\nhandshake_timeout=21\n", "handshake_timeout", "20", 100,
+            "handshake_timeout(21) is larger than timeout(20). Lowering handshake_timeout to match timeout.\n", ""},
+           {"timeout=19\n", "request_timeout", "19", 100,
+            "request_timeout(20) is larger than timeout(19). Lowering request_timeout to match timeout.\n", ""},
+           {"timeout=19\n", "request_timeout", "19", 99, "", ""},
+           {"session_minutes=0\n", "session_minutes", "60", 0, session + "0.  Ignoring you and using 60 instead.\n",
+            ""},
+           {"session_minutes=35792\n", "session_minutes", "60", 0,
+            session + "35792.  Ignoring you and using 60 instead.\n", ""},
+           {"max_username_length=7\n", "max_username_length", "10", 0,
+            username + "7.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
+           {"max_username_length=15\n", "max_username_length", "10", 0,
+            username + "15.  Ignoring you and using 10 instead (valid: 8-14)\n", ""},
+           {"crypt_method=7\n", "crypt_method", "1", 0,
+            "Please use a crypt_method of 1,5 or 6\nValue '7' is not allowed.\n", ""},
+           {"timeout=20\next_quota_partitions=/home\n", "ext_quota_partitions", "", 1, doubled + "\n", doubled.c_str()},
+           {"ext_quota_partitions=/home\n", "ext_quota_partitions", "", 0, "", doubled.c_str()},
+           {"timeout=20\nlogs_to_keep=0\n", "logs_to_keep", "0", 1, noLogs + "\n", noLogs.c_str()},
+           {"logs_to_keep=1\n", "logs_to_keep", "1", 1, "", ""},
+           {"nginx=1\nnginx_proxy=1\n", "nginx", "1", 0,
+            "nginx=0 should be set when nginx_proxy=1 (httpd is the main server).  Please change nginx=1 to nginx=0\n",
+            ""},
+           {"nginx=1\nlitespeed=1\n", "nginx", "1", 0, bothServers + "\n", bothServers.c_str()},
+       }) {
+    SCOPED_TRACE(lines);
+    const std::string file = fileWith(lines);
     Config config(nullptr);
-    EXPECT_EQ(printed([&] { EXPECT_EQ(config.readFile(file.c_str(), 0, 0), 1); }), c.printed);
-    setDebugLevel(0);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(config.readFile(file.c_str(), 0, 0), 1); }, level), told);
     EXPECT_FALSE(config.error);
-    EXPECT_EQ(std::string(config.result.view()), *c.result == '\0' ? "" : std::string(c.result) + "<br>\n");
+    EXPECT_EQ(std::string(config.result.view()), *result == '\0' ? "" : std::string(result) + "<br>\n");
     ConfigFile settings(nullptr);
     config.checkFile(&settings);
-    EXPECT_EQ(have(settings, c.key), c.want);
+    EXPECT_EQ(have(settings, key), want);
   }
 }
 
@@ -199,20 +183,6 @@ TEST_F(ConfigTest, AnotherFileReplacesEverythingAndClearsTheFailure) {
   EXPECT_EQ(config.result.view(), "Filename is null<br>\n");
 }
 
-TEST_F(ConfigTest, DefaultsAloneNeedNoFile) {
-  Config config("/nonexistent/zorvane.conf");
-  EXPECT_EQ(config.set_defaults(), 1);
-  EXPECT_FALSE(config.error);
-  ConfigFile settings(nullptr);
-  config.checkFile(&settings);
-  const std::pair<const char*, const char*> want[] = {
-      {"demodocsroot", "./data/skins/enhanced"}, {"ns2", "ns2.zorvane.example"},
-      {"reseller_can_set_email_limit", "1"},     {"max_user_send_limit", "400"},
-      {"max_per_email_send_limit", "200"},       {"systemd", "0"}};
-  for (const auto& [key, value] : want) EXPECT_EQ(have(settings, key), value) << key;
-  EXPECT_STREQ(config.getFilename(), "/nonexistent/zorvane.conf");
-}
-
 TEST_F(ConfigTest, EffectiveSettingsReadBackAsTheyAre) {
   const Config config(
       fileWith("ftpsep=%\nhsts=-5\ncheck_load=0.25\nfm_hour_offset=-1.5\nSSL=1\nmaxfilesize=18446744073709551615\n")
@@ -233,22 +203,6 @@ TEST_F(ConfigTest, EffectiveSettingsReadBackAsTheyAre) {
   }
   EXPECT_EQ(printed([&] { EXPECT_EQ(config.checkFile(nullptr), 1); }), sorted);
   EXPECT_EQ(sorted.find("SSL=1\n"), 0U) << "capitals sort first";
-}
-
-TEST_F(ConfigTest, AnswersWhatOthersAskOf) {
-  const Config unnamed;
-  EXPECT_STREQ(unnamed.getFilename(), "./conf/zorvane.conf");
-  Config config(fileWith("").c_str());
-  int major = 0, minor = 0, patch = 0;
-  config.get_version_nums(major, minor, patch);
-  EXPECT_EQ(major * 10000 + minor * 100 + patch, 15001);
-  EXPECT_EQ(config.get_backup_nice_string(), "/bin/nice -n 19 ");
-  config.ionice_string = "/usr/bin/ionice -c3";
-  config.backup_nice = 5;
-  EXPECT_EQ(config.get_backup_nice_string(), "/bin/nice -n 5 /usr/bin/ionice -c3 ");
-  config.setLanguage("de");
-  config.setLanguage(config.language);
-  EXPECT_STREQ(config.language, "de");
 }
 
 TEST_F(ConfigDeathTest, WithoutThePanelUserNothingIsRead) {

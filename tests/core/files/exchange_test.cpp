@@ -7,7 +7,6 @@
 #include "support/fixtures.h"
 
 namespace {
-
 constexpr int kRounds = 3000;
 constexpr unsigned kOwner = 8;
 
@@ -15,7 +14,7 @@ class Exchanged : public testing::Test {
  protected:
   Exchanged() {
     for (const char* name : {"theirs", "ours"}) fs::create_directory(folder_.path(name));
-    EXPECT_EQ(::chown(theirs("").c_str(), kOwner, kOwner), 0);
+    give(theirs(""), kOwner);
     writeText(ours("file"), "ours");
     writeText(theirs("file"), "theirs");
   }
@@ -24,13 +23,12 @@ class Exchanged : public testing::Test {
   Folder folder_;
   LogCapture logs_;
 };
-
 }  // namespace
 
 TEST_F(Exchanged, OnlyALinkOfRootsIsFollowed) {
   fs::create_symlink(ours("file"), theirs("own"));
   fs::create_symlink(theirs("file"), theirs("roots"));
-  ASSERT_EQ(::lchown(theirs("own").c_str(), kOwner, kOwner), 0);
+  give(theirs("own"), kOwner);
   const Exchange exchange(theirs(""), "own", "roots");
   for (int i = 0; i < kRounds * 10; ++i) {
     const Descriptor file = openRegularFile(theirs("own").c_str());
@@ -45,7 +43,7 @@ TEST_F(Exchanged, LinksOfRootsMayLeadOnToOthersOfRoots) {
   fs::create_symlink("../theirs/second", ours("first"));
   fs::create_symlink("file", theirs("second"));
   EXPECT_TRUE(openRegularFile(ours("first").c_str()));
-  ASSERT_EQ(::lchown(theirs("second").c_str(), kOwner, kOwner), 0);
+  give(theirs("second"), kOwner);
   errno = 0;
   EXPECT_FALSE(openRegularFile(ours("first").c_str()));
   EXPECT_EQ(errno, ELOOP);
@@ -58,9 +56,7 @@ TEST_F(Exchanged, AFileWithAnotherNameIsNeitherGivenNorMoved) {
   const Exchange exchange(theirs(""), "file", "hard");
   for (int i = 0; i < kRounds; ++i) {
     static_cast<void>(setOwner(theirs("file").c_str(), kOwner, kOwner, 1));
-    struct stat what {};
-    ASSERT_EQ(::lstat(ours("file").c_str(), &what), 0);
-    ASSERT_EQ(what.st_uid, 0U);
+    ASSERT_EQ(statOf(ours("file")).st_uid, 0U);
     if (!renameFile(theirs("file").c_str(), ours("moved").c_str(), 1)) continue;
     ASSERT_EQ(contentOf(ours("moved")), "theirs");
     fs::rename(ours("moved"), theirs("file"));

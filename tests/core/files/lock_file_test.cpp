@@ -6,13 +6,11 @@
 #include "support/fixtures.h"
 
 namespace {
-
 /// Why the lock cannot be had; "taken" when it can.
 std::string whyNot(const std::string& path) {
   char reason[kLockReasonSize] = "";
   return getLock(path.c_str(), 60, "test", reason) ? "taken" : reason;
 }
-
 }  // namespace
 
 TEST(LockFile, SaysWhyItCannotBeHad) {
@@ -46,7 +44,7 @@ TEST(LockFile, NeverFollowsALinkAndNeverFreesAnothersLock) {
   Folder folder;
   const std::string path = folder.path("file");
   writeText(folder.path("canary"), "whole\n");
-  ASSERT_EQ(::symlink(folder.path("canary").c_str(), (path + ".lock").c_str()), 0);
+  fs::create_symlink(folder.path("canary"), path + ".lock");
   EXPECT_NE(whyNot(path), "taken");
   EXPECT_EQ(contentOf(folder.path("canary")), "whole\n");
   ASSERT_EQ(::unlink((path + ".lock").c_str()), 0);
@@ -65,21 +63,14 @@ TEST(LockFile, GoesByAnAgeThatNobodyCanSet) {
   const LogCapture log;
   const std::string path = folder.path("file"), lock = path + ".lock";
   writeText(lock, "");
-  struct stat made {};
-  ASSERT_EQ(sys::lstat(lock.c_str(), made), 0);
-  const struct {
-    const char* name;
-    long long later;
-    int taken;
-  } cases[] = {{"young", 60, 0}, {"a little ahead", -60, 0}, {"old", 61, 1}, {"of the future", -61, 1}};
   const timespec longAgo[2] = {{1, 0}, {1, 0}};
-  for (const auto& c : cases) {
+  for (const auto& [name, later, taken] : Rows<const char*, long long, int>{
+           {"young", 60, 0}, {"a little ahead", -60, 0}, {"old", 61, 1}, {"of the future", -61, 1}}) {
     if (!exists(lock)) writeText(lock, "");
     ASSERT_EQ(::utimensat(AT_FDCWD, lock.c_str(), longAgo, 0), 0);
-    ASSERT_EQ(sys::lstat(lock.c_str(), made), 0);
-    const FixedClock clock(made.st_ctim.tv_sec + c.later);
-    EXPECT_EQ(whyNot(path) == "taken", c.taken != 0) << c.name;
-    if (c.taken != 0) freeLock(path.c_str());
+    const FixedClock clock(statOf(lock).st_ctim.tv_sec + later);
+    EXPECT_EQ(whyNot(path) == "taken", taken != 0) << name;
+    if (taken != 0) freeLock(path.c_str());
   }
 }
 
@@ -90,14 +81,9 @@ TEST(LockFile, ForLifeEndsWithItsHolder) {
     FileLock mine;
     return mine.takeForLife(path.c_str(), own.c_str(), 10800, "test", nullptr);
   };
-  if (::fork() == 0) {
-    FileLock dying;
-    const int taken = dying.takeForLife(path.c_str(), own.c_str(), 10800, "test", nullptr);
-    ::_exit(taken != 0 && exists(lock) ? 0 : 1);
-  }
-  int status = 1;
-  ::wait(&status);
-  EXPECT_EQ(status, 0);
+  FileLock dying;
+  EXPECT_EQ(inAProcessOfItsOwn([&] { return dying.takeForLife(path.c_str(), own.c_str(), 10800, "test", nullptr); }),
+            1);
   EXPECT_TRUE(exists(lock));
   {
     FileLock living;
@@ -121,16 +107,13 @@ TEST(LockFile, HasOneHolderAtATime) {
   LogCapture log;
   const std::string path = folder.path("file");
   writeText(path + ".lock", "");
-  struct stat old {
-  }, probe{};
-  ASSERT_EQ(sys::lstat((path + ".lock").c_str(), old), 0);
+  const auto old = statOf(path + ".lock").st_ctim.tv_sec;
   // To a clock that stands still, the locks of the next second are young, however long the test takes.
   do {
     ::usleep(20'000);
     writeText(folder.path("probe"), "");
-    ASSERT_EQ(sys::lstat(folder.path("probe").c_str(), probe), 0);
-  } while (probe.st_ctim.tv_sec <= old.st_ctim.tv_sec);
-  const FixedClock clock(old.st_ctim.tv_sec + kAge + 1);
+  } while (statOf(folder.path("probe")).st_ctim.tv_sec <= old);
+  const FixedClock clock(old + kAge + 1);
   struct Shared {
     std::atomic<int> inside, taken, collisions;
   };
@@ -153,6 +136,5 @@ TEST(LockFile, HasOneHolderAtATime) {
   EXPECT_EQ(shared->collisions.load(), 0);
   EXPECT_GT(shared->taken.load(), 0);
   EXPECT_FALSE(exists(path + ".lock"));
-  const std::string logged = log.errors();
-  EXPECT_TRUE(holds(logged, "removing old lock: " + path + ".lock (age: 10801 seconds)"));
+  EXPECT_TRUE(holds(log.errors(), "removing old lock: " + path + ".lock (age: 10801 seconds)"));
 }

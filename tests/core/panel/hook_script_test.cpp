@@ -1,41 +1,34 @@
 #include "core/panel/hook_script.h"
 
+#include "core/panel/system_info.h"
 #include "core/record/config_file.h"
 #include "support/fixtures.h"
 
 namespace {
-
 class Hook : public ::testing::Test {
  protected:
   Hook() { ::chmod(folder_.path().c_str(), 0755); }
-  HookAnswer run(const std::string& text, const std::vector<Variable>& variables = {}, int timeLimit = 20) {
-    writeText(script_, text);
-    ::chmod(script_.c_str(), 0700);
-    return executeIfExists(script_.c_str(), variables, timeLimit);
-  }
-
   Folder folder_;
   std::string script_ = folder_.path("hook.sh");
 };
-
 }  // namespace
 
 TEST_F(Hook, AnswersByStatusAndOutput) {
-  const struct {
-    const char *name, *script, *result, *error;
-  } cases[] = {{"result", "#!/bin/sh\necho one; echo two\n", "one\ntwo", ""},
-               {"nothing", "#!/bin/sh\n", "", ""},
-               {"error", "#!/bin/sh\necho 'not today'; exit 1\n", "", "not today"},
-               {"error on standard error", "#!/bin/sh\necho 'not today' >&2; exit 1\n", "", "not today"},
-               {"silent error", "#!/bin/sh\nexit 3\n", "", "exit status 3"},
-               {"hangs", "#!/bin/sh\nsleep 60\n", "", "no answer within 1 seconds"},
-               {"no interpreter", "#!/no/such\n", "", "exit status 127"}};
   const LogCapture logs;
-  for (const auto& c : cases) {
-    const HookAnswer answer = run(c.script, {}, *c.name == 'h' ? 1 : 20);
-    EXPECT_TRUE(answer.ran) << c.name;
-    EXPECT_EQ(answer.result, c.result) << c.name;
-    EXPECT_EQ(answer.error, c.error) << c.name;
+  for (const auto& [name, script, result, error] : Rows<const char*, const char*, const char*, const char*>{
+           {"result", "#!/bin/sh\necho one; echo two\n", "one\ntwo", ""},
+           {"nothing", "#!/bin/sh\n", "", ""},
+           {"error", "#!/bin/sh\necho 'not today'; exit 1\n", "", "not today"},
+           {"error on standard error", "#!/bin/sh\necho 'not today' >&2; exit 1\n", "", "not today"},
+           {"silent error", "#!/bin/sh\nexit 3\n", "", "exit status 3"},
+           {"hangs", "#!/bin/sh\nsleep 60\n", "", "no answer within 1 seconds"},
+           {"no interpreter", "#!/no/such\n", "", "exit status 127"}}) {
+    writeText(script_, script);
+    ::chmod(script_.c_str(), 0700);
+    const HookAnswer answer = executeIfExists(script_.c_str(), std::vector<Variable>{}, *name == 'h' ? 1 : 20);
+    EXPECT_TRUE(answer.ran) << name;
+    EXPECT_EQ(answer.result, result) << name;
+    EXPECT_EQ(answer.error, error) << name;
   }
   const HookAnswer none = executeIfExists(folder_.path("none").c_str(), std::vector<Variable>{});
   EXPECT_FALSE(none.ran);
@@ -48,8 +41,7 @@ TEST_F(Hook, RunsAsRootWithItsVariables) {
   request.setParam("file", "/home/bob's \"x\"\t$(id)");
   request.setParam("LD_PRELOAD", "/tmp/evil.so");
   request.setParam("select-0", "odd");
-  writeText(script_, "#!/bin/sh\nid -u; echo \"$username,$file,$LD_PRELOAD\"; env | grep -c -e select -e LD_\n");
-  ::chmod(script_.c_str(), 0700);
+  writeScript(script_, "id -u; echo \"$username,$file,$LD_PRELOAD\"; env | grep -c -e select -e LD_\n");
   ASSERT_TRUE(switchEffective(nobodyIds()));
   const HookAnswer answer = executeIfExists(script_.c_str(), &request);
   EXPECT_TRUE(effectiveIds() == nobodyIds());
@@ -61,8 +53,7 @@ TEST_F(Hook, RunsAsRootWithItsVariables) {
 TEST_F(Hook, OneTimeForMany) {
   HookBudget budget(1);
   EXPECT_FALSE(budget.isSpent());
-  writeText(script_, "#!/bin/sh\nsleep 60\n");
-  ::chmod(script_.c_str(), 0700);
+  writeScript(script_, "sleep 60\n");
   EXPECT_EQ(budget.run(script_.c_str(), {}, 60).error, "no answer within 1 seconds");
   EXPECT_TRUE(budget.isSpent());
 }
@@ -111,4 +102,15 @@ TEST_F(Hook, RefusesWhatOthersCouldHavePlanted) {
   }
   EXPECT_TRUE(runs("chmod 755 $(dirname $h)").ran);
   EXPECT_TRUE(exists(mark));
+}
+
+TEST(SystemInfo, Answers) {
+  EXPECT_EQ(resolveIPv4("127.0.0.1"), "127.0.0.1");
+  EXPECT_EQ(resolveIPv4("localhost"), "127.0.0.1");
+  EXPECT_EQ(resolveIPv4("-s"), "");
+  EXPECT_EQ(resolveIPv4("a b"), "");
+  EXPECT_EQ(getHostName().find('\n'), std::string::npos);
+  double one = -1, five = -1, fifteen = -1;
+  EXPECT_EQ(getLoadAverage(one, five, fifteen), 1);
+  EXPECT_GE(fifteen, 0);
 }

@@ -5,22 +5,20 @@
 class Tracker : public testing::Test {
  protected:
   Tracker() {
-    EXPECT_EQ(::chown(admin_.c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
+    EXPECT_EQ(::chown(panel_.path("admin").c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
     panel_.conf.track_task_queue_processes = 2;
   }
-  std::string own(const char* file) const {
-    return (admin_ + "/task_queue_processes/" + std::to_string(::getpid()) + "/" + file);
-  }
+  std::string own(const char* file) const { return all_ + "/" + std::to_string(::getpid()) + "/" + file; }
 
   PanelFolder panel_;
-  const std::string admin_ = panel_.path("admin");
+  const std::string all_ = panel_.path("admin/task_queue_processes");
   ConfigFile task_{nullptr};
 };
 
 TEST_F(Tracker, MakesItsFolderAnew) {
-  ::mkdir((admin_ + "/task_queue_processes").c_str(), 0755);
+  ::mkdir(all_.c_str(), 0755);
   ::mkdir(own("").c_str(), 0755);
-  for (const std::string& path : {(admin_ + "/task_queue_processes"), own("")}) {
+  for (const std::string& path : {all_, own("")}) {
     ASSERT_EQ(::chown(path.c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
   }
   writeText(own("instructions"), "action=stop\nvalue=backup\n");
@@ -28,7 +26,7 @@ TEST_F(Tracker, MakesItsFolderAnew) {
   {
     const TaskTracking tracking(task_);
     EXPECT_FALSE(exists(own("instructions")));
-    EXPECT_EQ(modeOf((admin_ + "/task_queue_processes")), 0700U);
+    EXPECT_EQ(modeOf(all_), 0700U);
     track_process("Backup User %s", "bob\nforged");
     set_program_location("somewhere");
     const std::string info = contentOf(own("process_info"));
@@ -40,10 +38,9 @@ TEST_F(Tracker, MakesItsFolderAnew) {
 }
 
 TEST_F(Tracker, RefusesASquattedFolder) {
-  ASSERT_EQ(::symlink("/tmp", (admin_ + "/task_queue_processes").c_str()), 0);
+  ASSERT_EQ(::symlink("/tmp", all_.c_str()), 0);
   EXPECT_EQ(set_task_queue_tracking(task_), 0);
-  EXPECT_TRUE(holds(panel_.logs.errors(), "set_task_queue_tracking: unable to create directory (" +
-                                              (admin_ + "/task_queue_processes") + "): "));
+  EXPECT_TRUE(holds(panel_.logs.errors(), "set_task_queue_tracking: unable to create directory (" + all_ + "): "));
   panel_.conf.track_task_queue_processes = 0;
   EXPECT_EQ(set_task_queue_tracking(task_), 0);
 }

@@ -6,7 +6,6 @@
 #include "support/fixtures.h"
 
 namespace {
-
 /// A file in memory: `before`, a hole, `after`.
 Descriptor withHole(const std::string& before, long long hole, const std::string& after) {
   Descriptor file(::memfd_create("lines", MFD_CLOEXEC));
@@ -22,7 +21,6 @@ long peak() {
   ::getrusage(RUSAGE_SELF, &usage);
   return usage.ru_maxrss / 1024;
 }
-
 }  // namespace
 
 TEST(LineReader, ReadsOverAHoleInFlatMemory) {
@@ -49,25 +47,19 @@ TEST(LineReader, ReadsOverAHoleInFlatMemory) {
 
 TEST(LineReader, RefusesALineThatIsTooLong) {
   const std::string longest(1 << 20, 'x');
-  const struct {
-    const char* name;
-    std::string text;
-    long long hole;
-    bool fits;
-  } cases[] = {
-      {"just fits", longest.substr(1), 0, true},
-      {"too long", longest + longest, 0, false},
-      {"a hole", "x", 10LL << 30, false},
-  };
-  for (const auto& c : cases) {
-    const Descriptor file = withHole("first\n" + c.text, c.hole, "\nlast\n");
+  for (const auto& [name, text, hole, fits] : Rows<const char*, std::string, long long, bool>{
+           {"just fits", longest.substr(1), 0, true},
+           {"too long", longest + longest, 0, false},
+           {"a hole", "x", 10LL << 30, false},
+       }) {
+    const Descriptor file = withHole("first\n" + text, hole, "\nlast\n");
     LineReader reader(file.get(), std::ssize(longest));
     std::string_view line;
     ASSERT_TRUE(reader.next(line));
     errno = 0;
-    EXPECT_EQ(reader.next(line), c.fits) << c.name;
-    EXPECT_EQ(reader.failed(), !c.fits) << c.name;
-    EXPECT_EQ(errno, c.fits ? 0 : EFBIG) << c.name;
-    EXPECT_EQ(reader.consumed(), 6 + (c.fits ? std::ssize(c.text) + 1 : 0)) << c.name;
+    EXPECT_EQ(reader.next(line), fits) << name;
+    EXPECT_EQ(reader.failed(), !fits) << name;
+    EXPECT_EQ(errno, fits ? 0 : EFBIG) << name;
+    EXPECT_EQ(reader.consumed(), 6 + (fits ? std::ssize(text) + 1 : 0)) << name;
   }
 }

@@ -6,7 +6,6 @@
 #include "support/fixtures.h"
 
 namespace {
-
 std::string pairsOf(const ConfigFile& record) {
   std::string all;
   for (long long i = 0; i < record.size(); ++i) {
@@ -21,65 +20,32 @@ std::string pairsOf(const ConfigFile& record) {
 struct Record : ConfigFile {
   explicit Record(const std::string& path) : ConfigFile(path.c_str()) { setUser(nullptr); }
 };
-
 }  // namespace
 
 TEST(ConfigFile, ReadsLines) {
-  const struct {
-    std::string text;
-    int bare;
-    const char* want;
-  } cases[] = {
-      {"b=1\na=2\nb=3\n", 0, "a=2;b=3;"},
-      {"#a=b\n a=b\nx=1\n", 0, "x=1;"},
-      {"abc\n\nx=1\n", 0, "x=1;"},
-      {"abc\n\nx=1\n", 1, "abc=;x=1;"},
-      {"a=1\r\nb=\r\n", 0, "a=1;b=;"},
-      {"a=1\nb=2", 0, "a=1;"},
-      {"=1\na=2\n", 0, "a=2;"},
-      {"a=1\n\xc3=2\n", 0, "\xc3=2;a=1;"},
-      {"ab=1\na=2\na\xff=3\n", 0, "a=2;a\xff=3;ab=1;"},
-      {std::string("a=1\0x\nb=2\n", 10), 0, "a=1;b=2;"},
-  };
   Folder folder;
-  for (const auto& c : cases) {
-    writeText(folder.path("record"), c.text);
+  for (const auto& [text, bare, want] : Rows<std::string, int, const char*>{
+           {"b=1\na=2\nb=3\n", 0, "a=2;b=3;"},
+           {"#a=b\n a=b\nx=1\n", 0, "x=1;"},
+           {"abc\n\nx=1\n", 0, "x=1;"},
+           {"abc\n\nx=1\n", 1, "abc=;x=1;"},
+           {"a=1\r\nb=\r\n", 0, "a=1;b=;"},
+           {"a=1\nb=2", 0, "a=1;"},
+           {"=1\na=2\n", 0, "a=2;"},
+           {"a=1\n\xc3=2\n", 0, "\xc3=2;a=1;"},
+           {"ab=1\na=2\na\xff=3\n", 0, "a=2;a\xff=3;ab=1;"},
+           {std::string("a=1\0x\nb=2\n", 10), 0, "a=1;b=2;"},
+       }) {
+    writeText(folder.path("record"), text);
     Record record(folder.path("record"));
-    ASSERT_EQ(record.readFile(c.bare), 1) << record.result.orEmpty();
-    EXPECT_EQ(pairsOf(record), c.want);
+    ASSERT_EQ(record.readFile(bare), 1) << record.result.orEmpty();
+    EXPECT_EQ(pairsOf(record), want);
     EXPECT_FALSE(record.changed);
-    if (c.text.size() != std::strlen(c.text.c_str())) continue;
+    if (text.size() != std::strlen(text.c_str())) continue;
     ConfigFile fromText(nullptr);
-    fromText.readFromString(c.text.c_str(), c.bare);
-    EXPECT_EQ(pairsOf(fromText), c.want);
+    fromText.readFromString(text.c_str(), bare);
+    EXPECT_EQ(pairsOf(fromText), want);
   }
-}
-
-TEST(ConfigFile, ReadsSelectively) {
-  Folder folder;
-  writeText(folder.path("r"), "\"a=b\"=1\nk=1\nk=2\nz=9\n\"x=2\n");
-  Record quoted(folder.path("r"));
-  quoted.quoteCount = 2;
-  quoted.quoteChar = '"';
-  ASSERT_TRUE(quoted.readFile());
-  EXPECT_EQ(pairsOf(quoted), "\"a=b\"=1;k=2;z=9;");
-
-  Record several(folder.path("r"));
-  several.multiValued = true;
-  ASSERT_TRUE(several.readFile(0, "k"));
-  EXPECT_EQ(pairsOf(several), "k=1;k=2;");
-  EXPECT_TRUE(several.existsParam("k", "2"));
-  EXPECT_TRUE(several.deleteParam("k", "1"));
-  EXPECT_EQ(pairsOf(several), "k=2;");
-
-  Record first(folder.path("r"));
-  ASSERT_TRUE(first.readFile(0, "k"));
-  EXPECT_EQ(pairsOf(first), "k=1;");
-
-  Record tail(folder.path("r"));
-  tail.startOffset = -10;  // in the middle of "z=9"
-  ASSERT_TRUE(tail.readFile());
-  EXPECT_EQ(pairsOf(tail), "\"x=2;z=9;");
 }
 
 // Appending lazily must give what sorting after every call would give; bytes above 0x7F sort first.
@@ -367,25 +333,6 @@ TEST(ListFile, OrdersAddresses) {
     list.deleteElement(lines[0]);
     EXPECT_FALSE(list.existElement(lines[0]));
   }
-}
-
-TEST(ListFile, WritesAndReadsBack) {
-  Folder folder;
-  const std::string path = folder.path("list");
-  ListFile list(path.c_str());
-  list.setUser(nullptr);
-  for (int i = 300; i > 0; --i) list.addElement(i);
-  EXPECT_EQ(list.getDataSize(), 9 * 2 + 90 * 3 + 201 * 4);
-  ASSERT_EQ(list.writeFile(), 1) << list.result.orEmpty();
-  ListFile again(path.c_str());
-  again.setUser(nullptr);
-  ASSERT_EQ(again.readFile(), 1);
-  EXPECT_EQ(again.size(), 300);
-  again.shuffle();
-  again.sort();
-  EXPECT_TRUE(again.existElement("17"));
-  EXPECT_EQ(again.removeFile((path + ".temp").c_str()), 0);
-  EXPECT_EQ(again.removeFile(path.c_str()), 1);
 }
 
 TEST(DataFile, AReadErrorIsNoEnd) {

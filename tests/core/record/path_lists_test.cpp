@@ -5,13 +5,11 @@
 #include "support/fixtures.h"
 
 namespace {
-
 std::string linesOf(const ListFile& list) {
   std::string all;
   for (int i = 0; i < list.size(); ++i) all += std::string(list.getElementAt(i)) + ";";
   return all;
 }
-
 }  // namespace
 
 TEST(Paths, CreatesAndLists) {

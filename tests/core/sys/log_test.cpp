@@ -1,5 +1,6 @@
 #include "core/sys/log.h"
 
+#include "core/sys/random.h"
 #include "support/fixtures.h"
 
 TEST(Log, WritesOneHarmlessLineAMessage) {
@@ -53,40 +54,37 @@ TEST(Log, FallsBackToStandardOutput) {
   EXPECT_EQ(printed([] { errorLog("early %s", "words"); }), "early words\n");
   const LogTargets nowhere{"/nowhere/e", "/nowhere/s", "/nowhere/x", "/nowhere/l", false};
   setLogTargets(&nowhere);
-  const struct {
-    int level;
-    const char* want;
-  } cases[] = {
-      {0, "sys\n"},
-      {1,
-       "Error opening /nowhere/e: No such file or directory\nError opening /nowhere/s: No such file or directory\nsys\n"
-       "Error opening /nowhere/x: No such file or directory\n"},
-      {10,
-       "Error opening /nowhere/e: No such file or directory\nerr\nError opening /nowhere/s: No such file or directory\n"
-       "sys\nError opening /nowhere/x: No such file or directory\n"},
-  };
-  for (const auto& c : cases) {
-    setDebugLevel(c.level);
-    EXPECT_EQ(printed([] {
-                errorLog("err");
-                systemLog("sys");
-                securityLog("sec");
-              }),
-              c.want);
-  }
-  setDebugLevel(0);
+  const auto say = [] { errorLog("err"), systemLog("sys"), securityLog("sec"); };
+  EXPECT_EQ(printed(say, 0), "sys\n");
+  EXPECT_EQ(
+      printed(say, 10),
+      "Error opening /nowhere/e: No such file or directory\nerr\nError opening /nowhere/s: No such file or directory\n"
+      "sys\nError opening /nowhere/x: No such file or directory\n");
   setLogTargets(nullptr);
 }
 
 TEST(Log, DebugsByLevelAndMarksTheLocation) {
-  setDebugLevel(999);
-  EXPECT_EQ(printed([] { debug(1000, "hidden"); }), "");
-  setDebugLevel(1000);
-  EXPECT_EQ(printed([] { debug(1000, "shown %d", 1); }), "shown 1\n");
-  setDebugLevel(0);
+  EXPECT_EQ(printed([] { debug(1000, "hidden"); }, 999), "");
+  EXPECT_EQ(printed([] { debug(1000, "shown %d", 1); }, 1000), "shown 1\n");
   set_program_location("%s", std::string(400, 'x').c_str());
   EXPECT_EQ(std::string(get_program_location()), std::string(255, 'x'));
   for (const auto& [name, want] : {std::pair{"Jan", 1}, {"dEC", 12}, {"Janu", 0}, {"", 0}}) {
     EXPECT_EQ(Log::get_month_number(name), want);
   }
+}
+
+TEST(Random, IsEvenAndWithinItsBounds) {
+  int counts[6] = {};
+  for (int i = 0; i < 60000; ++i) {
+    const int number = getRandNumber(-2, 3, i % 100 == 0);
+    ASSERT_TRUE(number >= -2 && number <= 3);
+    ++counts[number + 2];
+  }
+  for (int count : counts) EXPECT_NEAR(count, 10000, 600);
+  EXPECT_EQ(getRandNumber(5, 5), 5);
+  EXPECT_EQ(getRandNumber(5, 4), 5);
+  bool high = false, low = false;
+  for (int i = 0; i < 200; ++i) (getRandNumber(INT_MIN, INT_MAX) > 0 ? high : low) = true;
+  EXPECT_TRUE(high && low);
+  EXPECT_NE(getRandText(20), getRandText(20));
 }

@@ -4,7 +4,6 @@
 
 namespace zvtaskq {
 namespace {
-
 using test::holds;
 using test::LogCapture;
 
@@ -30,7 +29,6 @@ void innermost(Way way) {
   const AsOwner owner("daemon", kPanelUser);
   EXPECT_TRUE(effectiveIds() == (Ids{getUID("daemon"), getGID(kPanelUser, 0)}));
 }
-
 }  // namespace
 
 TEST_F(Guards, NestAndGiveBackWhatTheyFound) {

@@ -3,7 +3,6 @@
 #include "support/panel_folder.h"
 
 namespace {
-
 /// A record made of "name=value" lines.
 struct Tokens : ConfigFile {
   explicit Tokens(const std::string& pairs) : ConfigFile(nullptr) { readFromString(pairs.c_str()); }
@@ -15,16 +14,10 @@ std::string missingOf(const Tokenizer& tokenizer) {
   return names;
 }
 
-struct FillCase {
-  const char* name;
-  std::string text, want;
-  const char* missing;
-};
-
 const std::string kLongName(64, 'N');
 const std::string kNameOf63(63, 'N');
 
-const FillCase kFillings[] = {
+const Rows<const char*, std::string, std::string, const char*> kFillings{
     {"value", "Hello |NAME|", "Hello World", ""},
     {"no value", "Hello |NOBODY|, |NOBODY|", "Hello |NOBODY|, |NOBODY|", "NOBODY"},
     {"empty value", "[|EMPTY|]", "[]", ""},
@@ -37,7 +30,6 @@ const FillCase kFillings[] = {
     {"value with a missing token", "|ODD|", "x|NOWHERE|y", "NOWHERE"},
     {"longest name", "|" + kNameOf63 + "|", "63", ""},
     {"too long a name", "|" + kLongName + "|NAME|", "|" + kLongName + "World", ""},
-    {"escaped", "abc\\|NAME|x|", "abc\\|NAME|x|", "x"},
     {"just far enough to be escaped", "ab\\|NAME|x|", "ab\\|NAME|x|", "x"},
     {"too near the start to be escaped", "a\\|NAME|", "a\\World", ""},
     {"two backslashes", "ab\\\\|NAME|", "ab\\World", ""},
@@ -59,17 +51,16 @@ const FillCase kFillings[] = {
 
 const std::string kRecord =
     "NAME=World\nEMPTY=\nGREETING=Hello |NAME|\nODD=x|NOWHERE|y\nFIVE=5\n" + kNameOf63 + "=63\n";
-
 }  // namespace
 
 TEST(Tokenizer, Fills) {
   const LogCapture logs;
-  for (const FillCase& c : kFillings) {
+  for (const auto& [name, text, want, missing] : kFillings) {
     Tokens tokens(kRecord);
     Tokenizer tokenizer;
-    EXPECT_EQ(tokenizer.runTokenizer(c.text.c_str(), tokens, 0), 1) << c.name;
-    EXPECT_EQ(tokenizer.output(), c.want) << c.name;
-    EXPECT_EQ(missingOf(tokenizer), c.missing) << c.name;
+    EXPECT_EQ(tokenizer.runTokenizer(text.c_str(), tokens, 0), 1) << name;
+    EXPECT_EQ(tokenizer.output(), want) << name;
+    EXPECT_EQ(missingOf(tokenizer), missing) << name;
   }
   Tokens tokens("ONE=1\nGREETING=Hello |NAME|\n");
   Tokenizer dump("|DUMPTOKENS|");
@@ -101,77 +92,53 @@ TEST(Tokenizer, FlagsChangeWhatIsFilled) {
 }
 
 TEST(Tokenizer, Conditions) {
-  const struct {
-    const char *left, *operation, *right;
-    bool want;
-    const char* logged;
-  } cases[] = {
-      {"A", "", "", true, ""},
-      {"NO", "", "", false, ""},
-      {"\"x\"", "", "", true, ""},
-      {"A", "=", "\"1.0\"", true, ""},
-      {"A", "=", "B", false, ""},
-      {"A", "!=", "B", true, ""},
-      {"NO", "=", "\"\"", true, ""},
-      {"A", "=", "\"1.0", false, "Could not find closing \" in \"1.0"},
-      {"\"", "", "", false, "Could not find closing \" in \""},
-      {"B", ">", "A", true, ""},
-      {"B", "<", "A", false, ""},
-      {"A", ">=", "\"1\"", true, ""},
-      {"A", "<=", "\"1.00\"", true, ""},
-      {"A", ">", "\"1\"", false, ""},
-      {"A", "<", "\"1e0\"", false, ""},
-      {"A", "<=", "\"0.5e0\"", false, ""},
-      {"A", "<", "\"2x\"", false, "2x is not a number"},
-      {"NO", "<", "A", false, " is not a number"},
-      {"A", "<", "\"inf\"", false, "inf is not a number"},
-      {"", "!", "NO", true, ""},
-      {"", "!", "A", false, ""},
-      {"A", "!", "NO", false, "There is no operator '!'"},
-      {"A", "==", "A", false, "There is no operator '=='"},
-      {nullptr, nullptr, nullptr, false, ""},
-  };
   Tokens tokens("A=1.0\nB=10\n");
-  for (const auto& c : cases) {
-    const LogCapture logs;
-    const std::string name = joined(c.left, c.operation, c.right);
-    EXPECT_EQ(Tokenizer::eval_expression(c.left, c.operation, c.right, tokens), c.want) << name;
-    EXPECT_EQ(logs.errors().empty(), *c.logged == '\0') << name;
-    EXPECT_TRUE(holds(logs.errors(), c.logged)) << name;
-  }
-}
-
-TEST(Tokenizer, ConditionalBlocks) {
   const std::string longest(256, 'x');
-  const struct {
-    std::string block;
-    const char *want, *logged;
-  } cases[] = {
-      {"|*if A|a|*else|b|*endif|", "a", ""},
-      {"|*if\tA = \"1\" |<|A|>|*endif|", "<1>", ""},
-      {"|*if B|a|*endif|", "", ""},
-      {"|*if A||*else|b|*endif|", "", ""},
-      {"|*if", nullptr, "no space or tab after 'if'"},
-      {"|*ifA|a|*endif|", nullptr, "no space or tab after 'if'"},
-      {"|*fi A|a|*endif|", nullptr, "no space or tab after 'if'"},
-      {"|*if A", nullptr, "Could not find operator '=!<>|' from |*if A"},
-      {"|*if A=", nullptr, "Could not find the end of the operator"},
-      {"|*if A=B", nullptr, "Could not find the 2nd variable"},
-      {"|*if A|a", nullptr, "Cannot find |*endif|"},
-      {"|*if \"" + longest + "\"|a|*endif|", nullptr, "An operand is too long"},
-      {"|*if " + longest + "|a|*else|b|*endif|", "b", ""},
-  };
-  Tokens tokens("A=1\n");
-  for (const auto& c : cases) {
+  std::string said;
+  const auto fill = [&](const std::string& block) {
     const LogCapture logs;
     Tokenizer tokenizer;
-    const Text got = tokenizer.doIfThenElse(c.block.c_str(), tokens, 0);
-    EXPECT_EQ(got.isNull(), c.want == nullptr) << c.block;
-    if (c.want != nullptr) {
-      EXPECT_STREQ(got.orEmpty(), c.want) << c.block;
-    }
-    EXPECT_TRUE(holds(logs.errors(), c.logged)) << c.block;
+    const Text got = tokenizer.doIfThenElse(block.c_str(), tokens, 0);
+    said = logs.errors();
+    return got.isNull() ? "null" : std::string(got.orEmpty());
+  };
+  const auto decide = [&](const std::string& condition) {
+    return fill("|*if " + condition + "|<|A|>|*else|b|*endif|");
+  };
+  for (const char* condition :
+       {"A", "\"x\"", "A=\"1.0\"", "\tA = \"1.0\" ", "A!=B", "NO=\"\"", "B>A", "A>=\"1\"", "A<=\"1.00\"", "!NO"}) {
+    EXPECT_EQ(decide(condition) + said, "<1.0>") << condition;
   }
+  for (const std::string& condition :
+       {std::string("NO"), std::string("A=B"), std::string("B<A"), std::string("A>\"1\""), std::string("A<\"1e0\""),
+        std::string("A<=\"0.5e0\""), std::string("!A"), longest}) {
+    EXPECT_EQ(decide(condition) + said, "b") << condition;
+  }
+  EXPECT_EQ(fill("|*if B||*else|b|*endif|") + fill("|*if NO|a|*endif|"), "");
+  for (const auto& [condition, logged] :
+       Rows<const char*, const char*>{{"A=\"1.0", "Could not find closing \" in \"1.0"},
+                                      {"\"", "Could not find closing \" in \""},
+                                      {"A<\"2x\"", "2x is not a number"},
+                                      {"NO<A", " is not a number"},
+                                      {"A<\"inf\"", "inf is not a number"},
+                                      {"A!NO", "There is no operator '!'"},
+                                      {"A==A", "There is no operator '=='"}}) {
+    EXPECT_EQ(decide(condition), "b") << condition;
+    EXPECT_TRUE(holds(said, logged)) << condition;
+  }
+  for (const auto& [block, logged] :
+       Rows<std::string, const char*>{{"|*if", "no space or tab after 'if'"},
+                                      {"|*ifA|a|*endif|", "no space or tab after 'if'"},
+                                      {"|*fi A|a|*endif|", "no space or tab after 'if'"},
+                                      {"|*if A", "Could not find operator '=!<>|' from |*if A"},
+                                      {"|*if A=", "Could not find the end of the operator"},
+                                      {"|*if A=B", "Could not find the 2nd variable"},
+                                      {"|*if A|a", "Cannot find |*endif|"},
+                                      {"|*if \"" + longest + "\"|a|*endif|", "An operand is too long"}}) {
+    EXPECT_EQ(fill(block), "null") << block;
+    EXPECT_TRUE(holds(said, logged)) << block;
+  }
+  EXPECT_FALSE(Tokenizer::eval_expression(nullptr, nullptr, nullptr, tokens));
 }
 
 TEST(Tokenizer, ValuesThatNeverEndAreLeftWithALogLine) {
@@ -193,41 +160,37 @@ TEST(Tokenizer, ValuesThatNeverEndAreLeftWithALogLine) {
 
 TEST(Scripts, Run) {
   Tokenizer tokenizer;
-  const struct {
-    const char *name, *text, *want;
-    int outcome;
-  } cases[] = {
-      {"shell", "<|$echo |NAME|\nDONE|>", "<World\n>", 1},
-      {"interpreter", "|$\n#!/usr/bin/env cat\n|NAME|\nDONE|", "#!/usr/bin/env cat\nWorld\n", 1},
-      {"interpreter by a bare name", "|$#!sh\necho $0 | cut -c1-5\nDONE|", "/tmp/\n", 1},
-      {"as nobody, in a clean environment", "|$id -un; umask; pwd; echo $NAME $LD_PRELOAD $PATH\nDONE|",
-       "nobody\n0022\n/\nWorld /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n", 1},
-      {"the file", "|$stat -c '%a %U' $0\nDONE|", "700 nobody\n", 1},
-      {"nothing printed", "<|$true\nDONE|>", "<>", 1},
-      {"standard error", "<|$echo x >&2; exit 3\nDONE|>", "<>", 1},
-      {"empty", "<|$\nDONE|>", "<>", 1},
-      {"code in a value", "<|$echo |EVIL|\nDONE|>", "<>", 0},
-      {"code in a value's value", "<|$echo |OUTER|\nDONE|>", "<>", 0},
-      {"code in a branch", "<|$echo |*if EVIL||EVIL||*endif|\nDONE|>", "<>", 0},
-      {"code in a default", "<|$echo |?D=`EVIL`||D|\nDONE|>", "<>", 0},
-      {"code in the dump", "<|$echo |DUMPTOKENS|\nDONE|>", "<>", 0},
-      {"that value as environment", "|$echo \"$EVIL\"\nDONE|", "x; id\n", 1},
-      {"in a value", "|BLOCK|", "|$id\nDONE|", 1},
-      {"what it prints", "|$echo '-NAME-' | tr - '\\174'\nDONE|", "|NAME|\n", 1},
-      {"hangs", "<|$echo x; sleep 60\nDONE|>", "<>", 0},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [name, text, want, outcome] : Rows<const char*, const char*, const char*, int>{
+           {"shell", "<|$echo |NAME|\nDONE|>", "<World\n>", 1},
+           {"interpreter", "|$\n#!/usr/bin/env cat\n|NAME|\nDONE|", "#!/usr/bin/env cat\nWorld\n", 1},
+           {"interpreter by a bare name", "|$#!sh\necho $0 | cut -c1-5\nDONE|", "/tmp/\n", 1},
+           {"as nobody, in a clean environment", "|$id -un; umask; pwd; echo $NAME $LD_PRELOAD $PATH\nDONE|",
+            "nobody\n0022\n/\nWorld /usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n", 1},
+           {"the file", "|$stat -c '%a %U' $0\nDONE|", "700 nobody\n", 1},
+           {"nothing printed", "<|$true\nDONE|>", "<>", 1},
+           {"standard error", "<|$echo x >&2; exit 3\nDONE|>", "<>", 1},
+           {"empty", "<|$\nDONE|>", "<>", 1},
+           {"code in a value", "<|$echo |EVIL|\nDONE|>", "<>", 0},
+           {"code in a value's value", "<|$echo |OUTER|\nDONE|>", "<>", 0},
+           {"code in a branch", "<|$echo |*if EVIL||EVIL||*endif|\nDONE|>", "<>", 0},
+           {"code in a default", "<|$echo |?D=`EVIL`||D|\nDONE|>", "<>", 0},
+           {"code in the dump", "<|$echo |DUMPTOKENS|\nDONE|>", "<>", 0},
+           {"that value as environment", "|$echo \"$EVIL\"\nDONE|", "x; id\n", 1},
+           {"in a value", "|BLOCK|", "|$id\nDONE|", 1},
+           {"what it prints", "|$echo '-NAME-' | tr - '\\174'\nDONE|", "|NAME|\n", 1},
+           {"hangs", "<|$echo x; sleep 60\nDONE|>", "<>", 0},
+       }) {
     const LogCapture logs;
     Tokens tokens("NAME=World\nEVIL=x; id\nOUTER=|EVIL|\nLD_PRELOAD=/tmp/x.so\n");
     tokens.setParam("BLOCK", "|$id\nDONE|");
-    tokenizer.scriptTimeLimit = *c.name == 'h' ? 1 : 20;
-    EXPECT_EQ(tokenizer.runTokenizer(c.text, tokens, 0), c.outcome) << c.name;
-    EXPECT_STREQ(tokenizer.output(), c.want) << c.name;
-    EXPECT_TRUE(effectiveIds() == kRootIds) << c.name;
-    if (c.outcome == 0) {
-      EXPECT_NE(logs.errors(), "") << c.name;
+    tokenizer.scriptTimeLimit = *name == 'h' ? 1 : 20;
+    EXPECT_EQ(tokenizer.runTokenizer(text, tokens, 0), outcome) << name;
+    EXPECT_STREQ(tokenizer.output(), want) << name;
+    EXPECT_TRUE(effectiveIds() == kRootIds) << name;
+    if (outcome == 0) {
+      EXPECT_NE(logs.errors(), "") << name;
     }
-    if (std::string_view(c.name) == "in a value") {
+    if (std::string_view(name) == "in a value") {
       EXPECT_TRUE(holds(logs.security(), "is not run"));
     }
   }
@@ -268,21 +231,19 @@ TEST(TokenizerFiles, ReadsATemplateAndReplacesTheTarget) {
   EXPECT_EQ(modeOf(folder.path("target")), 0644U);
   EXPECT_EQ(contentOf(folder.path("canary")), "untouched");
 
-  const struct {
-    const char *plan, *owner, *words;
-  } cases[] = {{"safe_write.write:ENOSPC", nullptr, "Error writing "},
-               {"safe_write.rename:EIO", nullptr, "Error writing "},
-               {"safe_write.open:EACCES", nullptr, "Unable to open file for writing: "},
-               {"", "no-such-user", "Unable to set the owner of "}};
   ASSERT_EQ(tokenizer.runTokenizer("other", tokens, 0), 1);
-  for (const auto& c : cases) {
-    setFailPlan(c.plan);
+  for (const auto& [plan, owner, words] : Rows<const char*, const char*, const char*>{
+           {"safe_write.write:ENOSPC", nullptr, "Error writing "},
+           {"safe_write.rename:EIO", nullptr, "Error writing "},
+           {"safe_write.open:EACCES", nullptr, "Unable to open file for writing: "},
+           {"", "no-such-user", "Unable to set the owner of "}}) {
+    setFailPlan(plan);
     tokenizer.result = "";
-    EXPECT_EQ(tokenizer.save_to_file(c.owner, nullptr, 0600), 0) << c.words;
+    EXPECT_EQ(tokenizer.save_to_file(owner, nullptr, 0600), 0) << words;
     setFailPlan(nullptr);
-    EXPECT_EQ(tokenizer.result.view().substr(0, std::strlen(c.words)), c.words);
-    EXPECT_EQ(contentOf(folder.path("target")), "Hello World\n") << c.words;
-    EXPECT_FALSE(exists(folder.path("target.temp"))) << c.words;
+    EXPECT_EQ(tokenizer.result.view().substr(0, std::strlen(words)), words);
+    EXPECT_EQ(contentOf(folder.path("target")), "Hello World\n") << words;
+    EXPECT_FALSE(exists(folder.path("target.temp"))) << words;
   }
 }
 
@@ -323,22 +284,4 @@ TEST(TokenizerFiles, FooterComesFromTheNearestFile) {
     EXPECT_EQ(footer(), joined("from ", kind));
   }
   EXPECT_EQ(footer("FOOTER=mine\n"), "mine");
-}
-
-TEST(TokenizerFiles, ShowsItsTextsOnDemand) {
-  PanelFolder panel;
-  panel.conf.tokenizer_debug = true;
-  setDebugLevel(3500);
-  const std::string shown = printed([] {
-    Tokens tokens("A=1\n");
-    Tokenizer tokenizer("x|A|");
-    tokenizer.reduceNewlines = true;
-    static_cast<void>(tokenizer.run(tokens, 2));
-  });
-  setDebugLevel(0);
-  for (const char* want : {"Running tokenizer. User=nobody, depth=2\n", "token text---\nx|A|\n---end text\n",
-                           "Tokens to be parsed:\n 0: A=1\n", "Tokenizer: reducing newlines - start\n",
-                           "Tokenizer: reducing newlines - done: reduced=0\n"}) {
-    EXPECT_TRUE(holds(shown, want));
-  }
 }

@@ -3,7 +3,6 @@
 #include "support/fixtures.h"
 
 namespace {
-
 struct Item {
   std::string text;
   unsigned value, place;
@@ -12,7 +11,6 @@ struct Item {
 int byValue(const Item& a, const Item& b) {
   return static_cast<int>(a.value > b.value) - static_cast<int>(a.value < b.value);
 }
-
 }  // namespace
 
 TEST(SortByText, OrdersWhateverTheTextsShareAsComparingThemDoes) {

@@ -4,27 +4,22 @@
 #include "support/fixtures.h"
 
 TEST(ServiceActions, StrongestVerbWins) {
-  const struct {
-    const char* name;
-    std::vector<const char*> verbs;
-    const char* want;
-  } cases[] = {
-      {"weakest to strongest", {"reload", "graceful", "reread", "restart", "start", "stop"}, "stop"},
-      {"strongest first", {"stop", "restart", "start"}, "stop"},
-      {"unknown verb comes first", {"bogus", "reload"}, "reload"},
-      {"unknown verb replaces nothing", {"reload", "bogus"}, "reload"},
-      {"unknown verb alone", {"bogus"}, "bogus"},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [name, verbs, want] : Rows<const char*, std::vector<const char*>, const char*>{
+           {"weakest to strongest", {"reload", "graceful", "reread", "restart", "start", "stop"}, "stop"},
+           {"strongest first", {"stop", "restart", "start"}, "stop"},
+           {"unknown verb comes first", {"bogus", "reload"}, "reload"},
+           {"unknown verb replaces nothing", {"reload", "bogus"}, "reload"},
+           {"unknown verb alone", {"bogus"}, "bogus"},
+       }) {
     PendingServices pending;
-    for (const char* verb : c.verbs) {
+    for (const char* verb : verbs) {
       ConfigFile line(nullptr);
       line.setParam("action", "httpd");
       line.setParam("value", verb);
       setHardest(pending, line);
     }
-    ASSERT_EQ(pending.size(), 1U) << c.name;
-    EXPECT_STREQ(pending.begin()->second.getValue("value"), c.want) << c.name;
+    ASSERT_EQ(pending.size(), 1U) << name;
+    EXPECT_STREQ(pending.begin()->second.getValue("value"), want) << name;
   }
   ConfigFile first(nullptr), second(nullptr);
   PendingServices pending;

@@ -6,14 +6,7 @@
 #include "support/panel_folder.h"
 
 namespace {
-
 using Texts = std::vector<std::string>;
-
-struct stat statOf(const std::string& path) {
-  struct stat what {};
-  EXPECT_EQ(::lstat(path.c_str(), &what), 0) << path;
-  return what;
-}
 
 void append(const std::string& path, const std::string& text) {
   const Descriptor file(::open(path.c_str(), O_WRONLY | O_APPEND));
@@ -23,8 +16,6 @@ void append(const std::string& path, const std::string& text) {
 class QueueFiles : public testing::Test {
  protected:
   QueueFiles() { panel_.makeFolder("spool"); }
-  ~QueueFiles() override { setFailPlan(nullptr); }
-
   std::string queue(const std::string& name = "task.queue") const { return panel_.path("spool/" + name); }
 
   /// One run over a queue: the lines that it would carry out.
@@ -61,16 +52,10 @@ class QueueFiles : public testing::Test {
     const FixedClock clock(statOf(retired().at(0)).st_ctim.tv_sec + seconds);
     return run(queue());
   }
-  long timesLogged(const std::string& text) const {
-    const std::string log = panel_.logs.errors();
-    long count = 0;
-    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
-    return count;
-  }
+  long timesLogged(const std::string& text) const { return times(panel_.logs.errors(), text); }
 
   PanelFolder panel_;
 };
-
 }  // namespace
 
 TEST_F(QueueFiles, AnOvertakenRunThatDiesLeavesItsLinesInSight) {
@@ -108,22 +93,18 @@ TEST_F(QueueFiles, ARetiredFileStaysTenSecondsAndAsLongAsSomebodyMayWriteToIt) {
 
 TEST_F(QueueFiles, LateLinesAreQueuedAgainForTheQueuesOwner) {
   writeText(queue(), "value=done\n");
-  ASSERT_EQ(::chown(queue().c_str(), 8, 8), 0);
-  ASSERT_EQ(::chmod(queue().c_str(), 0640), 0);
+  give(queue(), 8);
+  ::chmod(queue().c_str(), 0640);
   run(queue());
   append(retired().at(0), "value=late\n");
   QueueFile(queue().c_str()).take();
   EXPECT_EQ(contentOf(queue() + ".tmp"), "value=late\n");
-  const struct stat what = statOf(queue() + ".tmp");
-  EXPECT_EQ(what.st_uid, 8U);
-  EXPECT_EQ(what.st_mode & 07777, 0640U);
+  EXPECT_TRUE(statOf(queue() + ".tmp").st_uid == 8 && modeOf(queue() + ".tmp") == 0640);
 
   // What the panel itself appends is the panel's, whoever made the file.
   writeText(queue(), "");
   ASSERT_EQ(appendToQueue(queue().c_str(), "value=x\n"), 1);
-  EXPECT_EQ(statOf(queue()).st_uid, getUID(kPanelUser));
-  EXPECT_EQ(statOf(queue()).st_gid, getGID(kPanelUser, 0));
-  EXPECT_EQ(modeOf(queue()), 0600U);
+  EXPECT_TRUE((Ids{statOf(queue()).st_uid, statOf(queue()).st_gid} == idsOf(kPanelUser)) && modeOf(queue()) == 0600);
 }
 
 TEST_F(QueueFiles, HalfALineInARetiredFileIsKeptAndReported) {
@@ -150,8 +131,7 @@ TEST_F(QueueFiles, AReadErrorIsNoEnd) {
   writeText(queue(), "value=b\n");
   run(queue());
   append(retired().at(0), "value=late\n");
-  setFailPlan("retired.read:EIO");
-  run(queue());
+  failing("retired.read:EIO", [&] { return run(queue()); });
   EXPECT_EQ(contents(kept()), Texts{"value=b\nvalue=late\n"});
 }
 
@@ -204,8 +184,7 @@ TEST_F(QueueFiles, TheNewestTwentyOfEachQueueAreKept) {
   Texts wanted{"value=mail\n"};
   for (int i = 5; i < 25; ++i) wanted.push_back(std::to_string(i));
   EXPECT_EQ(contents(kept()), wanted);
-  EXPECT_EQ(modeOf(kept().back()), 0600U);
-  EXPECT_EQ(statOf(kept().back()).st_uid, getUID(kPanelUser));
+  EXPECT_TRUE(modeOf(kept().back()) == 0600 && statOf(kept().back()).st_uid == getUID(kPanelUser));
 }
 
 TEST_F(QueueFiles, AcrossFileSystemsNothingGoesBeforeItsCopyIsSafe) {
@@ -214,33 +193,26 @@ TEST_F(QueueFiles, AcrossFileSystemsNothingGoesBeforeItsCopyIsSafe) {
   const std::string path = folder + "/q", leftover = path + ".tmp";
   ASSERT_NE(statOf(folder).st_dev, statOf(panel_.path("admin")).st_dev);
   const std::string large(17UL << 20, 'x');
-  const struct {
-    const char* plan;
-    long hole;
-    std::string text;
-    bool isKept;
-  } cases[] = {{nullptr, 256L << 20, "value=a\n", true},
-               {"keep_aside.write:ENOSPC", 0, "value=a\n", false},
-               {"keep_aside.fsync:EIO", 0, "value=a\n", false},
-               {"keep_aside.fsync:EIO:1", 0, "value=a\n", false},
-               {nullptr, 0, large, false}};
-  for (const auto& c : cases) {
-    const std::string what = joined(c.plan == nullptr ? "" : c.plan, " ", std::to_string(c.hole + std::ssize(c.text)));
-    writeText(leftover, c.text);
-    ASSERT_TRUE(c.hole == 0 || ::truncate(leftover.c_str(), c.hole) == 0);
+  for (const auto& [plan, hole, text, isKept] :
+       Rows<const char*, long, std::string, bool>{{"", 256L << 20, "value=a\n", true},
+                                                  {"keep_aside.write:ENOSPC", 0, "value=a\n", false},
+                                                  {"keep_aside.fsync:EIO", 0, "value=a\n", false},
+                                                  {"keep_aside.fsync:EIO:1", 0, "value=a\n", false},
+                                                  {"", 0, large, false}}) {
+    const std::string what = joined(plan, " ", std::to_string(hole + std::ssize(text)));
+    writeText(leftover, text);
+    ASSERT_TRUE(hole == 0 || ::truncate(leftover.c_str(), hole) == 0);
     writeText(path, "");
-    setFailPlan(c.plan);
-    run(path);
-    setFailPlan(nullptr);
+    failing(plan, [&] { return run(path); });
     EXPECT_FALSE(exists(leftover)) << what;
     Texts all = kept();
-    EXPECT_EQ(all.size(), c.isKept ? 1U : 0U) << what;
+    EXPECT_EQ(all.size(), isKept ? 1U : 0U) << what;
     for (const std::string& beside : filesIn(folder)) {
       if (beside.starts_with(path + ".2")) all.push_back(beside);
     }
     ASSERT_EQ(all.size(), 1U) << what;
-    EXPECT_EQ(contentOf(all[0]).substr(0, c.text.size()), c.text) << what;
-    EXPECT_LT(statOf(all[0]).st_blocks * 512L, std::ssize(c.text) + (1L << 20)) << what;
+    EXPECT_EQ(contentOf(all[0]).substr(0, text.size()), text) << what;
+    EXPECT_LT(statOf(all[0]).st_blocks * 512L, std::ssize(text) + (1L << 20)) << what;
     fs::remove(all[0]);
   }
   fs::remove_all(folder);
@@ -252,7 +224,7 @@ TEST_F(QueueFiles, TheFoldersOwnerCannotLeadElsewhere) {
   for (const std::string& name : names) writeText(name, "canary\n");
   const unsigned mode = modeOf(names[0]);
   const std::string spool = panel_.path("spool");
-  ASSERT_EQ(::chown(spool.c_str(), 8, 8), 0);
+  give(spool, 8);
   fs::create_symlink(panel_.path("etc"), spool + "/link");
   fs::create_symlink(panel_.path("etc/passwd"), spool + "/file");
   {

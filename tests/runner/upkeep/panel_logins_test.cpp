@@ -3,7 +3,6 @@
 #include "support/panel_folder.h"
 
 namespace {
-
 constexpr long long kNow = 1'800'000'000;
 
 /// A time that many seconds ago.
@@ -18,21 +17,18 @@ class Cleanups : public ::testing::Test {
     panel_.conf.bruteforce = 1;
     panel_.conf.brute_force_time_limit = 1200;
     panel_.conf.clear_blacklist_ip_time = 10;
-    panel_.conf.ip_blacklist = blacklist_.c_str();
+    panel_.conf.ip_blacklist = panel_.path(blacklist_).c_str();
   }
   PanelFolder panel_;
   FixedClock clock_{kNow};
-  std::string history_ = panel_.path("admin/login.hist");
-  std::string requests_ = panel_.path("admin/lost_password_request.txt");
-  std::string blacklist_ = panel_.path("admin/ip_blacklist");
+  const char *history_ = "admin/login.hist", *requests_ = "admin/lost_password_request.txt",
+             *blacklist_ = "admin/ip_blacklist";
 };
-
 }  // namespace
 
 TEST_F(Cleanups, KeepAndDropToTheSecond) {
   const struct {
-    const char* name;
-    std::string file;
+    const char *name, *file;
     void (*pass)();
     std::string before, after;
   } cases[] = {
@@ -55,20 +51,17 @@ TEST_F(Cleanups, KeepAndDropToTheSecond) {
        "192.0.2.9\n192.0.2.1=0\n", "192.0.2.9\n192.0.2.1=0\n"},
   };
   for (const auto& c : cases) {
-    writeText(c.file, c.before);
-    ::chmod(c.file.c_str(), 0666);
+    panel_.put(c.file, c.before);
     c.pass();
-    EXPECT_EQ(contentOf(c.file), c.after) << c.name;
-    EXPECT_FALSE(exists(c.file + ".lock")) << c.name;
-    ::unlink(c.file.c_str());
+    EXPECT_EQ(contentOf(panel_.path(c.file)), c.after) << c.name;
+    EXPECT_FALSE(exists(panel_.path(joined(c.file, ".lock")))) << c.name;
   }
   EXPECT_EQ(panel_.logs.errors(), "");
 }
 
 TEST_F(Cleanups, KnowRequestsAfterTheLastSecondOfThirtyTwoBits) {
   const FixedClock later(2'200'000'000);
-  writeText(requests_, "a=user=bob\nb=time=2199999999\n");
-  ::chmod(requests_.c_str(), 0666);
+  panel_.put(requests_, "a=user=bob\nb=time=2199999999\n");
   clearOldPasswordResetRequests();
-  EXPECT_EQ(contentOf(requests_), "b=time=2199999999\n");
+  EXPECT_EQ(contentOf(panel_.path(requests_)), "b=time=2199999999\n");
 }

@@ -4,7 +4,6 @@
 #include "support/panel_folder.h"
 
 namespace {
-
 constexpr long long kNow = 1'800'000'000;
 constexpr double kAverages[] = {3, 2.345703125, 1};
 int averagesKnown = 3;
@@ -30,7 +29,6 @@ class LoadCheck : public ::testing::Test {
   PanelFolder panel_;
   std::string settings_ = panel_.path("admin/admin.conf");
 };
-
 }  // namespace
 
 /// The kernel's averages, as the test wants them.
@@ -40,39 +38,34 @@ extern "C" int getloadavg(double* into, int count) noexcept {
 }
 
 TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
-  const struct {
-    const char* name;
-    double limit;
-    int minute;
-    std::string stamp;
-    const char *subject, *error;
-  } cases[] = {
-      {"first notice", 1.5, 5, "", "Load 2.35", ""},
-      {"equal load", 2.345703125, 5, "", nullptr, ""},
-      {"off", 0, 5, "", nullptr, ""},
-      {"one minute", 2.5, 1, "", "Load 3.00", ""},
-      {"fifteen minutes", 0.5, 15, "", "Load 1.00", ""},
-      {"no such minute", 0.5, 10, "", nullptr, "Tally::check_system_load: check_load_minute is not set to 1, 5 or 15."},
-      {"told of that before", 0.5, 10, "", nullptr, ""},
-      {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
-      {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2.35", ""},
-      {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2.35", "load_limit_last_sent is 1800000001"},
-      {"stamp that is no number", 1.5, 5, "soon", "Load 2.35", ""},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [name, limit, minute, sent, subject, error] :
+       Rows<const char*, double, int, std::string, const char*, const char*>{
+           {"first notice", 1.5, 5, "", "Load 2.35", ""},
+           {"equal load", 2.345703125, 5, "", nullptr, ""},
+           {"off", 0, 5, "", nullptr, ""},
+           {"one minute", 2.5, 1, "", "Load 3.00", ""},
+           {"fifteen minutes", 0.5, 15, "", "Load 1.00", ""},
+           {"no such minute", 0.5, 10, "", nullptr,
+            "Tally::check_system_load: check_load_minute is not set to 1, 5 or 15."},
+           {"told of that before", 0.5, 10, "", nullptr, ""},
+           {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
+           {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2.35", ""},
+           {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2.35", "load_limit_last_sent is 1800000001"},
+           {"stamp that is no number", 1.5, 5, "soon", "Load 2.35", ""},
+       }) {
     sentNotices().clear();
-    panel_.conf.check_load = c.limit;
-    panel_.conf.check_load_minute = c.minute;
-    const std::string before = "load_limit_last_sent=" + c.stamp + "\nother=1\n";
+    panel_.conf.check_load = limit;
+    panel_.conf.check_load_minute = minute;
+    const std::string before = "load_limit_last_sent=" + sent + "\nother=1\n";
     stamp(before);
     const LogCapture logs;
     check();
-    ASSERT_EQ(sentNotices().size(), c.subject == nullptr ? 0U : 1U) << c.name;
-    EXPECT_TRUE(sentNotices().empty() || sentNotices()[0].subject == joined(c.subject, " tlh")) << c.name;
+    ASSERT_EQ(sentNotices().size(), subject == nullptr ? 0U : 1U) << name;
+    EXPECT_TRUE(sentNotices().empty() || sentNotices()[0].subject == joined(subject, " tlh")) << name;
     EXPECT_EQ(contentOf(settings_), sentNotices().empty() ? before : "load_limit_last_sent=1800000000\nother=1\n")
-        << c.name;
-    EXPECT_TRUE(holds(logs.errors(), c.error)) << c.name;
-    EXPECT_EQ(logs.errors().empty(), *c.error == '\0') << c.name << logs.errors();
+        << name;
+    EXPECT_TRUE(holds(logs.errors(), error)) << name;
+    EXPECT_EQ(logs.errors().empty(), *error == '\0') << name << logs.errors();
   }
 }
 

@@ -5,7 +5,6 @@
 #include "tally/disk/quota_tables.h"
 
 namespace {
-
 constexpr const char* kReport =
     "*** Report for user quotas on device /dev/sda3\nBlock grace time: 7days; Inode grace time: 7days\n"
     "User            used    soft    hard  grace    used  soft  hard  grace\n"
@@ -34,42 +33,34 @@ class Quotas : public ::testing::Test {
   ConfigFile quotas_{nullptr};
   ConfigFile inodes_{nullptr};
 };
-
 }  // namespace
 
 TEST(QuotaReport, Rows) {
-  const struct {
-    const char* line;
-    bool xfs;
-    const char* user;
-    unsigned long long blocks;
-    unsigned long long inodes;
-    bool over;
-  } cases[] = {
-      {"bob       --  102400       0       0              7     0     0       ", false, "bob", 102400, 7, false},
-      {"bob +- 11 5 10 6days 7 0 0", false, "bob", 11, 7, true},
-      {"bob -+ 4 5 10 7 5 10 none", false, "bob", 4, 7, true},
-      {"averylongusername ++ 11 5 10 6days 7 5 10 00:30", false, "averylongusername", 11, 7, true},
-      {"bob -- 4 0 0 0 7 0 0 0", false, "bob", 4, 7, false},
-      {"User used soft hard grace used soft hard grace", false, "", 0, 0, false},
-      {"bob -- 4k 0 0 0 7 0 0 0", false, "", 0, 0, false},
-      {"bob -- 4 0 0 0 7", false, "", 0, 0, false},
-      {"bob", false, "", 0, 0, false},
-      {"", false, "", 0, 0, false},
-      {"bob  102500  100000  110000  00 [6 days]  120  0  0  00 [--------]", true, "bob", 102500, 120, true},
-      {"bob  5  0  0  00 [--------]  120  100  150  00 [-none-]", true, "bob", 5, 120, true},
-      {"bob  5  10  0  00 [--------]  120  0  0  00 [--------]", true, "bob", 5, 120, false},
-      {"bob  10  0  10  00 [--------]  1  0  0  00 [--------]", true, "bob", 10, 1, true},
-      {"User ID Used Soft Hard Warn/Grace Used Soft Hard Warn/ Grace", true, "", 0, 0, false},
-      {"bob 5 0 0 00 [-----", true, "", 0, 0, false},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [line, xfs, user, blocks, inodes, over] :
+       Rows<const char*, bool, const char*, unsigned long long, unsigned long long, bool>{
+           {"bob       --  102400       0       0              7     0     0       ", false, "bob", 102400, 7, false},
+           {"bob +- 11 5 10 6days 7 0 0", false, "bob", 11, 7, true},
+           {"bob -+ 4 5 10 7 5 10 none", false, "bob", 4, 7, true},
+           {"averylongusername ++ 11 5 10 6days 7 5 10 00:30", false, "averylongusername", 11, 7, true},
+           {"bob -- 4 0 0 0 7 0 0 0", false, "bob", 4, 7, false},
+           {"User used soft hard grace used soft hard grace", false, "", 0, 0, false},
+           {"bob -- 4k 0 0 0 7 0 0 0", false, "", 0, 0, false},
+           {"bob -- 4 0 0 0 7", false, "", 0, 0, false},
+           {"bob", false, "", 0, 0, false},
+           {"", false, "", 0, 0, false},
+           {"bob  102500  100000  110000  00 [6 days]  120  0  0  00 [--------]", true, "bob", 102500, 120, true},
+           {"bob  5  0  0  00 [--------]  120  100  150  00 [-none-]", true, "bob", 5, 120, true},
+           {"bob  5  10  0  00 [--------]  120  0  0  00 [--------]", true, "bob", 5, 120, false},
+           {"bob  10  0  10  00 [--------]  1  0  0  00 [--------]", true, "bob", 10, 1, true},
+           {"User ID Used Soft Hard Warn/Grace Used Soft Hard Warn/ Grace", true, "", 0, 0, false},
+           {"bob 5 0 0 00 [-----", true, "", 0, 0, false},
+       }) {
     QuotaRow row;
-    const bool found = c.xfs ? readXfsQuotaRow(c.line, row) : readQuotaRow(c.line, row);
-    ASSERT_EQ(found, *c.user != '\0') << c.line;
+    const bool found = xfs ? readXfsQuotaRow(line, row) : readQuotaRow(line, row);
+    ASSERT_EQ(found, *user != '\0') << line;
     if (!found) continue;
-    EXPECT_EQ(row.user, c.user) << c.line;
-    EXPECT_TRUE(row.used.blocks == c.blocks && row.used.inodes == c.inodes && row.isOver == c.over) << c.line;
+    EXPECT_EQ(row.user, user) << line;
+    EXPECT_TRUE(row.used.blocks == blocks && row.used.inodes == inodes && row.isOver == over) << line;
   }
 }
 
@@ -155,19 +146,15 @@ TEST_F(Quotas, WithoutQuotasFilesAreCounted) {
   fs::create_symlink(panel_.path("away"), panel_.path("part/home/link"));
   for (const char* name : {"part/home", "part/home/one", "part/home/link"}) give(panel_.path(name), 1);
   const double size = static_cast<double>(statOf(panel_.path("part/home/one")).st_blocks) / 2;
-  const struct {
-    const char* name;
-    const char* tool;
-    bool disabled;
-  } cases[] = {{"switched off", "cat /dev/null", true},
-               {"says nothing", "exit 0", false},
-               {"fails", "echo 'bob -- 1 0 0 1 0 0'; exit 2", false}};
-  for (const auto& c : cases) {
-    writeScript(panel_.path("repquota"), c.tool);
-    panel_.conf.disable_quota = c.disabled;
+  for (const auto& [name, tool, disabled] :
+       Rows<const char*, const char*, bool>{{"switched off", "cat /dev/null", true},
+                                            {"says nothing", "exit 0", false},
+                                            {"fails", "echo 'bob -- 1 0 0 1 0 0'; exit 2", false}}) {
+    writeScript(panel_.path("repquota"), tool);
+    panel_.conf.disable_quota = disabled;
     read();
-    EXPECT_EQ(getInodes(&inodes_, "daemon"), 3) << c.name;
-    EXPECT_TRUE(blocks("daemon") >= size && blocks("daemon") < size + 20) << c.name << blocks("daemon");
-    EXPECT_EQ(quotas_.getValue("bob"), nullptr) << c.name;
+    EXPECT_EQ(getInodes(&inodes_, "daemon"), 3) << name;
+    EXPECT_TRUE(blocks("daemon") >= size && blocks("daemon") < size + 20) << name << blocks("daemon");
+    EXPECT_EQ(quotas_.getValue("bob"), nullptr) << name;
   }
 }

@@ -5,7 +5,6 @@
 #include "tally/logs/tar_piece.h"
 
 namespace {
-
 constexpr const char* kUser = "mail";
 constexpr unsigned kUserId = 8;
 constexpr const char* kArchive = "Nov-2026.tar.gz";
@@ -47,7 +46,6 @@ class MonthArchive : public ::testing::Test {
   PanelFolder panel_;
   OpenedFolder folder_;
 };
-
 }  // namespace
 
 TEST_F(MonthArchive, ALogIsWrittenBehindWhatIsThere) {

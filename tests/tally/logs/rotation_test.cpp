@@ -17,7 +17,6 @@
 #include "tally/logs/web_statistics.h"
 
 namespace {
-
 class Rotation : public ::testing::Test {
  protected:
   /// Replaces the content of the log folder: "L=a L.1=b".
@@ -44,36 +43,30 @@ class Rotation : public ::testing::Test {
 
   PanelFolder panel_;
 };
-
 }  // namespace
 
 TEST_F(Rotation, Places) {
-  const struct {
-    const char* name;
-    int keep, proxy;
-    bool copy;
-    const char *log, *before, *after;
-  } cases[] = {
-      {"chain, oldest goes", 5, 0, false, "L", "L=a L.1=b L.2=c L.3=d L.4=e", "L.1=a L.2=b L.3=c L.4=d"},
-      {"gap ends it", 5, 0, false, "L", "L=a L.1=b L.3=d", "L.1=a L.2=b L.3=d"},
-      {"one to keep", 1, 0, false, "L", "L=a L.1=b", "L.1=b"},
-      {"none to keep, copied", 0, 0, true, "L", "L=a", ""},
-      {"doubled by a proxy", 1, 1, false, "L", "L=a L.1=b", "L.1=a"},
-      {"leading zeros", 5, 0, false, "L.007", "L.007=a", "L.8=a"},
-      {"largest counted", 9, 0, false, "L.400", "L.400=a L.401=b", "L.401=a L.401.401=b"},
-      {"beyond", 5, 0, false, "L.500", "L.500=a", "L.500.500=a"},
-      {"far beyond", 5, 0, false, "L.99999999999", "L.99999999999=a", "L.99999999999.99999999999=a"},
-      {"no number", 5, 0, false, "L.1x", "L.1x=a L.-1=b", "L.-1=b L.1x.1=a"},
-      {"copied", 5, 0, true, "L", "L=a L.1=b", "L= L.1=a L.2=b"},
-      {"missing", 5, 0, false, "M", "L=a", "L=a"},
-      {"in a missing folder", 5, 0, false, "no/M", "L=a", "L=a"},
-  };
-  for (const auto& c : cases) {
-    panel_.conf.logs_to_keep = c.keep;
-    panel_.conf.nginx_proxy = c.proxy;
-    lay(c.before);
-    EXPECT_EQ(rotate(c.log, c.copy), 1) << c.name;
-    EXPECT_EQ(shown(), c.after) << c.name;
+  for (const auto& [name, keep, proxy, copy, log, before, after] :
+       Rows<const char*, int, int, bool, const char*, const char*, const char*>{
+           {"chain, oldest goes", 5, 0, false, "L", "L=a L.1=b L.2=c L.3=d L.4=e", "L.1=a L.2=b L.3=c L.4=d"},
+           {"gap ends it", 5, 0, false, "L", "L=a L.1=b L.3=d", "L.1=a L.2=b L.3=d"},
+           {"one to keep", 1, 0, false, "L", "L=a L.1=b", "L.1=b"},
+           {"none to keep, copied", 0, 0, true, "L", "L=a", ""},
+           {"doubled by a proxy", 1, 1, false, "L", "L=a L.1=b", "L.1=a"},
+           {"leading zeros", 5, 0, false, "L.007", "L.007=a", "L.8=a"},
+           {"largest counted", 9, 0, false, "L.400", "L.400=a L.401=b", "L.401=a L.401.401=b"},
+           {"beyond", 5, 0, false, "L.500", "L.500=a", "L.500.500=a"},
+           {"far beyond", 5, 0, false, "L.99999999999", "L.99999999999=a", "L.99999999999.99999999999=a"},
+           {"no number", 5, 0, false, "L.1x", "L.1x=a L.-1=b", "L.-1=b L.1x.1=a"},
+           {"copied", 5, 0, true, "L", "L=a L.1=b", "L= L.1=a L.2=b"},
+           {"missing", 5, 0, false, "M", "L=a", "L=a"},
+           {"in a missing folder", 5, 0, false, "no/M", "L=a", "L=a"},
+       }) {
+    panel_.conf.logs_to_keep = keep;
+    panel_.conf.nginx_proxy = proxy;
+    lay(before);
+    EXPECT_EQ(rotate(log, copy), 1) << name;
+    EXPECT_EQ(shown(), after) << name;
   }
   EXPECT_EQ(panel_.logs.errors(), "");
 }

@@ -5,7 +5,6 @@
 #include "tally/traffic/bandwidth_breakdown.h"
 
 namespace {
-
 // 2026-11-05 and -06, 2026-12-01, all at noon UTC.
 constexpr const char* kFifth = "1793880000";
 constexpr const char* kSixth = "1793966400";
@@ -23,29 +22,24 @@ std::string valueIn(const ConfigFile& record, const char* name, const char* inne
   pairs.fillFromPost(value);
   return valueIn(pairs, inner);
 }
-
 }  // namespace
 
 TEST(TallyFile, EachMessageIsBilledOnce) {
-  const struct {
-    const char* name;
-    std::string text;
-    double total;
-  } cases[] = {
-      {"plain", "5=type=tally\n7.5=type=homedir&time=1\n", 12.5},
-      {"an id twice", "5=type=email&id=a1\n5=type=email&id=a1\n5=type=email&id=a2\n", 10},
-      {"without an id, or an empty one", "5=type=email\n5=type=email\n5=type=email&id=\n5=type=email&id=\n", 20},
-      {"the same id encoded", "5=type=email&id=a-1\n5=type=%65mail&%69d=a%2D%31\n", 5},
-      {"another type may repeat an id", "5=type=ftp&id=x\n5=type=ftp&id=x\n5=type=email&id=x\n", 10},
-      {"of several ids the last", "5=type=email&id=a&id=b\n5=type=email&id=b\n5=type=email&id=a\n", 10},
-      {"an id within a value is none", "5=type=email&path=?id=x\n5=type=email&path=?id=x\n", 10},
-      {"nothing to count", "0=type=tally\n-5=a\nx=5\n\n=9\nnan=1\ninf=1\n1e999=1\n", 0},
-      {"odd numbers", "1e3=a\n0x10=a\n 4=a\n+5=a\n6\n7 8=a\n1e=a\n", 1000 + 16 + 4 + 5 + 6 + 7 + 1},
-      {"unfinished", "5=a\n6=a", 5},
-      {"a NUL, a carriage return", std::string("5=type=email&id=q\0r\n5=type=email&id=q\r\n", 38), 5},
-  };
   PanelFolder panel;
-  for (const auto& c : cases) EXPECT_EQ(totalOf(panel, c.text), c.total) << c.name;
+  for (const auto& [name, text, total] : Rows<const char*, std::string, double>{
+           {"plain", "5=type=tally\n7.5=type=homedir&time=1\n", 12.5},
+           {"an id twice", "5=type=email&id=a1\n5=type=email&id=a1\n5=type=email&id=a2\n", 10},
+           {"without an id, or an empty one", "5=type=email\n5=type=email\n5=type=email&id=\n5=type=email&id=\n", 20},
+           {"the same id encoded", "5=type=email&id=a-1\n5=type=%65mail&%69d=a%2D%31\n", 5},
+           {"another type may repeat an id", "5=type=ftp&id=x\n5=type=ftp&id=x\n5=type=email&id=x\n", 10},
+           {"of several ids the last", "5=type=email&id=a&id=b\n5=type=email&id=b\n5=type=email&id=a\n", 10},
+           {"an id within a value is none", "5=type=email&path=?id=x\n5=type=email&path=?id=x\n", 10},
+           {"nothing to count", "0=type=tally\n-5=a\nx=5\n\n=9\nnan=1\ninf=1\n1e999=1\n", 0},
+           {"odd numbers", "1e3=a\n0x10=a\n 4=a\n+5=a\n6\n7 8=a\n1e=a\n", 1000 + 16 + 4 + 5 + 6 + 7 + 1},
+           {"unfinished", "5=a\n6=a", 5},
+           {"a NUL, a carriage return", std::string("5=type=email&id=q\0r\n5=type=email&id=q\r\n", 38), 5},
+       })
+    EXPECT_EQ(totalOf(panel, text), total) << name;
   EXPECT_EQ(getTallyTotal(panel.path("none").c_str()), 0);
   EXPECT_EQ(getTallyTotal(nullptr), 0);
 }

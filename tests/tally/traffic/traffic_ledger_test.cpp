@@ -4,7 +4,6 @@
 #include "tally/traffic/home_traffic.h"
 
 namespace {
-
 class Ledger : public ::testing::Test {
  protected:
   Ledger() {
@@ -22,7 +21,6 @@ class Ledger : public ::testing::Test {
   }
   PanelFolder panel_;
 };
-
 }  // namespace
 
 TEST_F(Ledger, WhatIsBilledIsNotBilledAgainWhenItCannotBeReadOrFlushed) {

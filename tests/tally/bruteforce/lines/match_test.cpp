@@ -5,7 +5,6 @@
 #include "tally/bruteforce/lines/address.h"
 
 namespace {
-
 const std::string kClassic = "Nov  3 04:05:06 server ";
 constexpr const char* kNoAddress = "none";
 
@@ -34,7 +33,6 @@ class BruteMatching : public ::testing::Test {
   BruteFilters filters_;
   std::vector<const BruteFilter*> all_;
 };
-
 }  // namespace
 
 TEST_F(BruteMatching, RecognisesWhatTheServicesWrite) {
@@ -76,23 +74,19 @@ TEST_F(BruteMatching, IsNotLedAstrayByWhatAttackersCallThemselves) {
       kClassic + "sshd[1]: Failed password for invalid user x from 192.0.2.1 from 203.0.113.5 port 2";
   const std::string helo = "login authenticator failed for (a[192.0.2.1]b) [203.0.113.5]: 535";
   const std::string spoilt = "login authenticator failed for ([nonsense]) [203.0.113.5] [192.0.2.1]: 535";
-  const struct {
-    std::string line;
-    AddressChoice choice;
-    const char* want;
-  } cases[] = {
-      {named, AddressChoice::first, "sshd4/192.0.2.1/x/1?"},
-      {named, AddressChoice::last, "sshd4/203.0.113.5/x/1?"},
-      {named, AddressChoice::none, "sshd4/none/x/1?"},
-      {helo, AddressChoice::last, "exim1/203.0.113.5//1?"},
-      {spoilt, AddressChoice::first, "exim1/203.0.113.5//1!?"},
-      {spoilt, AddressChoice::last, "exim1/192.0.2.1//1!?"},
-      {"login authenticator failed for ([x]) [203.0.113.5]", AddressChoice::none, "exim1/203.0.113.5//1!"},
-      {"login authenticator failed for [192.0.2.256] [1.2.3]", AddressChoice::first, "exim1/none//1!"},
-      {"login authenticator failed for [::1] [::1] [0:0::1]", AddressChoice::none, "exim1/::1//1"},
-      {"login authenticator failed for []", AddressChoice::first, "exim1/none//1!"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(match(c.line, c.choice), c.want) << c.line;
+  for (const auto& [line, choice, want] : Rows<std::string, AddressChoice, const char*>{
+           {named, AddressChoice::first, "sshd4/192.0.2.1/x/1?"},
+           {named, AddressChoice::last, "sshd4/203.0.113.5/x/1?"},
+           {named, AddressChoice::none, "sshd4/none/x/1?"},
+           {helo, AddressChoice::last, "exim1/203.0.113.5//1?"},
+           {spoilt, AddressChoice::first, "exim1/203.0.113.5//1!?"},
+           {spoilt, AddressChoice::last, "exim1/192.0.2.1//1!?"},
+           {"login authenticator failed for ([x]) [203.0.113.5]", AddressChoice::none, "exim1/203.0.113.5//1!"},
+           {"login authenticator failed for [192.0.2.256] [1.2.3]", AddressChoice::first, "exim1/none//1!"},
+           {"login authenticator failed for [::1] [::1] [0:0::1]", AddressChoice::none, "exim1/::1//1"},
+           {"login authenticator failed for []", AddressChoice::first, "exim1/none//1!"},
+       })
+    EXPECT_EQ(match(line, choice), want) << line;
   EXPECT_EQ(addressChoiceOf("last"), AddressChoice::last);
   EXPECT_EQ(addressChoiceOf("skip"), AddressChoice::none);
   EXPECT_EQ(addressChoiceOf(nullptr), AddressChoice::first);

@@ -7,7 +7,6 @@
 #include "support/panel_folder.h"
 
 namespace {
-
 long long lookUps = 0;
 
 /// Accounts that the test has beside the system's.
@@ -42,7 +41,6 @@ template <class Function>
 Function* libraryOwn(const char* name) {
   return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
-
 }  // namespace
 
 /// The library's own, with the accounts made here, and counted: each reads the system's until it finds one.
@@ -63,7 +61,6 @@ extern "C" spwd* getspent() {
 }
 
 namespace {
-
 class Suspended : public ::testing::Test {
  protected:
   Suspended() {
@@ -81,33 +78,28 @@ class Suspended : public ::testing::Test {
 
   PanelFolder panel_;
 };
-
 }  // namespace
 
 TEST_F(Suspended, ByServiceAndFile) {
   const std::string huge(1'000'000, 'x'), hugeMailbox = huge + "@site.example";
-  const struct {
-    const char* service;
-    std::vector<const char*> suspended, others;
-  } cases[] = {
-      {"exim", {"bob@site.example"}, {"bob@other.example"}},
-      {"dovecot",
-       {"bob@site.example", "@site.example", "../x@site.example"},
-       {"two@site.example", "star@site.example", "bob@../site.example", "bob@", "x@bob@site.example",
-        "bob\n@site.example", "", nullptr, hugeMailbox.c_str()}},
-      {"roundcube", {"bob@site.example"}, {"ann@site.example"}},
-      {"squirrelmail", {"bob@site.example"}, {"lone@site.example"}},
-      {"proftpd", {"bob@site.example"}, {"bob", huge.c_str()}},
-      {"pure-ftpd", {"bob@site.example"}, {"ann"}},
-      {"wordpress", {}, {"bob@site.example"}},
-      {"sshd", {}, {"root", "no-such-account", huge.c_str()}},
-      {"", {}, {"bob@site.example"}},
-      {nullptr, {}, {"bob@site.example"}},
-  };
-  for (const auto& c : cases) {
-    for (const char* name : c.suspended) EXPECT_TRUE(isSuspended(name, c.service)) << name;
-    for (const char* name : c.others) {
-      EXPECT_FALSE(isSuspended(name, c.service)) << std::string(name == nullptr ? "null" : name).substr(0, 60);
+  for (const auto& [service, suspended, others] : Rows<const char*, std::vector<const char*>, std::vector<const char*>>{
+           {"exim", {"bob@site.example"}, {"bob@other.example"}},
+           {"dovecot",
+            {"bob@site.example", "@site.example", "../x@site.example"},
+            {"two@site.example", "star@site.example", "bob@../site.example", "bob@", "x@bob@site.example",
+             "bob\n@site.example", "", nullptr, hugeMailbox.c_str()}},
+           {"roundcube", {"bob@site.example"}, {"ann@site.example"}},
+           {"squirrelmail", {"bob@site.example"}, {"lone@site.example"}},
+           {"proftpd", {"bob@site.example"}, {"bob", huge.c_str()}},
+           {"pure-ftpd", {"bob@site.example"}, {"ann"}},
+           {"wordpress", {}, {"bob@site.example"}},
+           {"sshd", {}, {"root", "no-such-account", huge.c_str()}},
+           {"", {}, {"bob@site.example"}},
+           {nullptr, {}, {"bob@site.example"}},
+       }) {
+    for (const char* name : suspended) EXPECT_TRUE(isSuspended(name, service)) << name;
+    for (const char* name : others) {
+      EXPECT_FALSE(isSuspended(name, service)) << std::string(name == nullptr ? "null" : name).substr(0, 60);
     }
   }
   EXPECT_EQ(user_is_suspended(nullptr, "bob@site.example", "exim"), 0);

@@ -6,7 +6,6 @@
 #include "tally/bruteforce/watch/unblock.h"
 
 namespace {
-
 constexpr long long kNow = 1'800'000'000;
 constexpr long long kDay = 86400;
 
@@ -25,7 +24,6 @@ std::string entry(long long time, const std::string& address, const std::string&
   record.setParam("log", log.c_str());
   return joined(std::to_string(time), "0001=", record.createPostString(1), "\n");
 }
-
 }  // namespace
 
 TEST_F(BruteUpkeep, WebLogs) {
@@ -124,32 +122,27 @@ TEST_F(BruteUpkeep, Unblocks) {
     many += at(address.c_str(), 2000 - i);
     if (i >= 200) first = joined(address, first.empty() ? "" : ",", first);
   }
-  const struct {
-    const char* name;
-    std::string show;
-    std::string unblocked;
-    const char* error;
-  } cases[] = {
-      {"due and not",
-       "havedata=1" + at("192.0.2.1", kNow - 60) + at("192.0.2.2", kNow - 59) + at("2001%3Adb8%3A%3A1", 5) +
-           at("192.0.2.0%2F24", 4) + at("192.0.2.0%2F33", 7),
-       "192.0.2.0/24,2001:db8::1,192.0.2.1", ""},
-      {"none due", "havedata=1" + at("192.0.2.1", kNow), "", ""},
-      {"odd entries",
-       "havedata=1" + at("$(id)", 1) + at("192.0.2.1", 0) + "&192.0.2.2=&192.0.2.3&192.0.2.4=dateblocked%3Dx", "", ""},
-      {"more than one run may lift", "havedata=1" + many, first, ""},
-      {"no data", "havedata=0" + at("192.0.2.1", 1), "", "show_blocked_ips.sh did not return havedata=1"},
-      {"nothing", "", "", "show_blocked_ips.sh returns no result"},
-  };
   panel_.conf.unblock_brute_ip_time = 1;
   panel_.script("unblock_ip.sh", "echo \"$ip\" >>" + seen + "\n");
-  for (const auto& c : cases) {
+  for (const auto& [name, show, unblocked, error] : Rows<const char*, std::string, std::string, const char*>{
+           {"due and not",
+            "havedata=1" + at("192.0.2.1", kNow - 60) + at("192.0.2.2", kNow - 59) + at("2001%3Adb8%3A%3A1", 5) +
+                at("192.0.2.0%2F24", 4) + at("192.0.2.0%2F33", 7),
+            "192.0.2.0/24,2001:db8::1,192.0.2.1", ""},
+           {"none due", "havedata=1" + at("192.0.2.1", kNow), "", ""},
+           {"odd entries",
+            "havedata=1" + at("$(id)", 1) + at("192.0.2.1", 0) + "&192.0.2.2=&192.0.2.3&192.0.2.4=dateblocked%3Dx", "",
+            ""},
+           {"more than one run may lift", "havedata=1" + many, first, ""},
+           {"no data", "havedata=0" + at("192.0.2.1", 1), "", "show_blocked_ips.sh did not return havedata=1"},
+           {"nothing", "", "", "show_blocked_ips.sh returns no result"},
+       }) {
     const LogCapture logs;
     ::unlink(seen.c_str());
-    panel_.script("show_blocked_ips.sh", "cat <<'END'\n" + c.show + "\nEND\n");
-    EXPECT_EQ(unblock_bfm_ips(&panel_.conf), *c.error == '\0' ? 1 : 0) << c.name;
-    EXPECT_EQ(contentOf(seen), c.unblocked.empty() ? "" : c.unblocked + "\n") << c.name;
-    EXPECT_TRUE(holds(logs.errors(), c.error)) << c.name;
+    panel_.script("show_blocked_ips.sh", "cat <<'END'\n" + show + "\nEND\n");
+    EXPECT_EQ(unblock_bfm_ips(&panel_.conf), *error == '\0' ? 1 : 0) << name;
+    EXPECT_EQ(contentOf(seen), unblocked.empty() ? "" : unblocked + "\n") << name;
+    EXPECT_TRUE(holds(logs.errors(), error)) << name;
   }
   const LogCapture logs;
   panel_.script("show_blocked_ips.sh", "echo 'havedata=1" + at("192.0.2.1", 1) + "'\n");
