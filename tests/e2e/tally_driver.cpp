@@ -61,8 +61,7 @@ constexpr struct {
     {"rotate_apache_logs", rotateWebLogs},
     {"rotateLogs", [](const Call& call) { return rotateLogs(&call.conf, call.at(0), call.at(1), call.at(2)); }},
     {"doWebalizer", [](const Call& call) { return eachSubdomain(doWebalizer, call); }},
-    {"doAwstats", [](const Call& call) { return eachSubdomain(doAwstats, call); }},
-};
+    {"doAwstats", [](const Call& call) { return eachSubdomain(doAwstats, call); }}};
 }  // namespace
 
 int main(int count, char** words) {

@@ -15,15 +15,13 @@ TEST(BlockLists, LiftedToTheSecond) {
     unsigned long long minutes;
     std::string list;
     const char* left;
-  } cases[] = {
-      {"older than an hour", 60, "a: " + old + "\nb: " + young + "\n", "b"},
-      {"without a time", 60, "a:0\nb:-5\nc:\nd:x\ne:1\n", "abcd"},
-      {"from the future", 0,
-       "a:" + std::to_string(kNow + 1) + "\nb:" + std::to_string(kNow) + "\nc:9223372036854775807\n", "abc"},
-      {"at once", 0, "a:" + std::to_string(kNow - 1) + "\n", ""},
-      {"never", kEver, "a:1\n", "a"},
-      {"bare", 60, "a\nb:1\n", "a"},
-  };
+  } cases[] = {{"older than an hour", 60, "a: " + old + "\nb: " + young + "\n", "b"},
+               {"without a time", 60, "a:0\nb:-5\nc:\nd:x\ne:1\n", "abcd"},
+               {"from the future", 0,
+                "a:" + std::to_string(kNow + 1) + "\nb:" + std::to_string(kNow) + "\nc:9223372036854775807\n", "abc"},
+               {"at once", 0, "a:" + std::to_string(kNow - 1) + "\n", ""},
+               {"never", kEver, "a:1\n", "a"},
+               {"bare", 60, "a\nb:1\n", "a"}};
   const PanelFolder panel;
   const FixedClock clock(kNow);
   for (const auto& c : cases) {

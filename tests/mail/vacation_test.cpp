@@ -57,8 +57,7 @@ TEST(VacationStep, ToTheSecond) {
       {99, true, VacationStep::disable},    {99, false, VacationStep::none},      {100, true, VacationStep::disable},
       {100, false, VacationStep::none},     {101, false, VacationStep::activate}, {101, true, VacationStep::none},
       {199, false, VacationStep::activate}, {200, true, VacationStep::remove},    {200, false, VacationStep::none},
-      {201, true, VacationStep::remove},    {201, false, VacationStep::none},
-  };
+      {201, true, VacationStep::remove},    {201, false, VacationStep::none}};
   for (const auto& c : cases) EXPECT_EQ(vacationStep(c.active, c.now, 100, 200), c.want) << c.now << c.active;
   EXPECT_EQ(vacationStep(true, 150, 200, 100), VacationStep::remove);
 }
@@ -92,8 +91,7 @@ TEST_F(Vacations, FailuresAreTold) {
       {"vacation.rename:EIO", kOpen, "Unable to rename box.msg_off of one.example (account bob): ", ".msg_off", "|x"},
       // The texts go before the entry, by which a removal that was interrupted is found again.
       {"safe_write.fsync:ENOSPC", kOver, "Unable to write " + record, ".msg", "|"},
-      {"vacation.unlink:EIO", kOver, "", ".msg", "x|"},
-  };
+      {"vacation.unlink:EIO", kOver, "", ".msg", "x|"}};
   for (const auto& c : cases) {
     put("one.example/vacation.conf", "box:" + c.dates);
     for (const char* text : {".msg", ".msg_off"}) ::unlink(at(joined("one.example/reply/box", text)).c_str());

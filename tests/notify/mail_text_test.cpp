@@ -32,8 +32,7 @@ TEST(MailText, Headers) {
            {"long", std::string(69, 'x'),
             "=?UTF-8?Q?" + std::string(56, 'x') + "?=\n =?UTF-8?Q?" + std::string(13, 'x') + "?="},
            {"a character stays whole", std::string(50, 'x') + "\xE2\x82\xAC",
-            "=?UTF-8?Q?" + std::string(50, 'x') + "?=\n =?UTF-8?Q?=E2=82=AC?="},
-       })
+            "=?UTF-8?Q?" + std::string(50, 'x') + "?=\n =?UTF-8?Q?=E2=82=AC?="}})
     EXPECT_EQ(encodeHeader(text), want) << name;
 }
 
@@ -50,8 +49,7 @@ TEST(MailText, Bodies) {
            {"76", std::string(76, 'x'), std::string(75, 'x') + "=\nx\n"},
            {"nothing split", std::string(74, 'x') + "\xFC", std::string(74, 'x') + "=\n=FC\n"},
            {"dot behind a soft break", std::string(75, 'x') + ".From", std::string(75, 'x') + "=\n=2EFrom\n"},
-           {"From behind a soft break", std::string(75, 'x') + "From ", std::string(75, 'x') + "=\n=46rom=20\n"},
-       })
+           {"From behind a soft break", std::string(75, 'x') + "From ", std::string(75, 'x') + "=\n=46rom=20\n"}})
     EXPECT_EQ(encodeBody(text), want) << name;
 }
 

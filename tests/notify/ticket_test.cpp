@@ -128,18 +128,16 @@ TEST_F(Messages, KeepTheNameTheyCarry) {
 TEST_F(Messages, NoNumberIsUsedTwice) {
   const struct {
     const char *name, *counter, *logged, *ticket, *next;
-  } cases[] = {
-      {"counted", "60\n", "", "060", "61\n"},
-      {"emptied", "", "Ticket: Error reading ticket number from ", "061", "62\n"},
-      {"no number", "abc\n", "Ticket: Error reading ticket number from ", "062", "63\n"},
-      {"negative", "-7\n", "Ticket: Error reading ticket number from ", "063", "64\n"},
-      {"put back", "60\n", "the number 60 of ", "064", "65\n"},
-      {"missing", nullptr, "Can't open file ", "065", "66\n"},
-      {"only listed", "", "Ticket: Error reading ticket number from ", "101", "102\n"},
-      {"a link of that name", "150\n", "the number 150 of ", "151", "152\n"},
-      {"full disk", "103\n", "Unable to write ", "152", "103\n"},
-      {"locked", "103\n", "Can't get lock on ", "153", "103\n"},
-  };
+  } cases[] = {{"counted", "60\n", "", "060", "61\n"},
+               {"emptied", "", "Ticket: Error reading ticket number from ", "061", "62\n"},
+               {"no number", "abc\n", "Ticket: Error reading ticket number from ", "062", "63\n"},
+               {"negative", "-7\n", "Ticket: Error reading ticket number from ", "063", "64\n"},
+               {"put back", "60\n", "the number 60 of ", "064", "65\n"},
+               {"missing", nullptr, "Can't open file ", "065", "66\n"},
+               {"only listed", "", "Ticket: Error reading ticket number from ", "101", "102\n"},
+               {"a link of that name", "150\n", "the number 150 of ", "151", "152\n"},
+               {"full disk", "103\n", "Unable to write ", "152", "103\n"},
+               {"locked", "103\n", "Can't get lock on ", "153", "103\n"}};
   for (const auto& c : cases) {
     const std::string name = c.name;
     const LogCapture logs;

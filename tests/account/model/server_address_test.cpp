@@ -19,8 +19,7 @@ TEST(ServerAddress, IsTheOneOfThatStatus) {
            {"in the list's order", "192.0.2.1\n192.0.2.4\n192.0.2.2\n", getUID(kPanelUser), "192.0.2.2"},
            {"none of them", "192.0.2.1\n192.0.2.3\n../ips/192.0.2.2\n", getUID(kPanelUser), "127.0.0.1"},
            {"a planted list", "192.0.2.2\n", 65534, "127.0.0.1"},
-           {"a planted record", "192.0.2.5\n", getUID(kPanelUser), "127.0.0.1"},
-       }) {
+           {"a planted record", "192.0.2.5\n", getUID(kPanelUser), "127.0.0.1"}}) {
     put("ip.list", list, owner);
     EXPECT_EQ(mainServerAddress(), want) << name;
   }

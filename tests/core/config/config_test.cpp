@@ -69,8 +69,7 @@ TEST_F(ConfigTest, TakesEachValueFromTheFileOrItsDefault) {
            {"handshake beyond timeout", "timeout=11\n", "handshake_timeout", "11"},
            {"longest session", "session_minutes=35791\n", "session_minutes", "35791"},
            {"shortest name", "max_username_length=8\n", "max_username_length", "8"},
-           {"longest name", "max_username_length=14\n", "max_username_length", "14"},
-       }) {
+           {"longest name", "max_username_length=14\n", "max_username_length", "14"}}) {
     SCOPED_TRACE(name);
     const Config config(fileWith(lines).c_str());
     EXPECT_FALSE(config.error);
@@ -113,8 +112,7 @@ TEST_F(ConfigTest, CorrectsAndTells) {
            {"nginx=1\nnginx_proxy=1\n", "nginx", "1", 0,
             "nginx=0 should be set when nginx_proxy=1 (httpd is the main server).  Please change nginx=1 to nginx=0\n",
             ""},
-           {"nginx=1\nlitespeed=1\n", "nginx", "1", 0, bothServers + "\n", bothServers.c_str()},
-       }) {
+           {"nginx=1\nlitespeed=1\n", "nginx", "1", 0, bothServers + "\n", bothServers.c_str()}}) {
     SCOPED_TRACE(lines);
     const std::string file = fileWith(lines);
     Config config(nullptr);

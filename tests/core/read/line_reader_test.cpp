@@ -47,11 +47,10 @@ TEST(LineReader, ReadsOverAHoleInFlatMemory) {
 
 TEST(LineReader, RefusesALineThatIsTooLong) {
   const std::string longest(1 << 20, 'x');
-  for (const auto& [name, text, hole, fits] : Rows<const char*, std::string, long long, bool>{
-           {"just fits", longest.substr(1), 0, true},
-           {"too long", longest + longest, 0, false},
-           {"a hole", "x", 10LL << 30, false},
-       }) {
+  for (const auto& [name, text, hole, fits] :
+       Rows<const char*, std::string, long long, bool>{{"just fits", longest.substr(1), 0, true},
+                                                       {"too long", longest + longest, 0, false},
+                                                       {"a hole", "x", 10LL << 30, false}}) {
     const Descriptor file = withHole("first\n" + text, hole, "\nlast\n");
     LineReader reader(file.get(), std::ssize(longest));
     std::string_view line;

@@ -23,8 +23,7 @@ TEST(Dates, LocalTimes) {
            {"2026", "1", "1", "1:2:3:4", -1},
            {"", "1", "1", "12", -1},
            {nullptr, nullptr, nullptr, nullptr, -1},
-           {"99999999999", "1", "1", "12", -1},
-       }) {
+           {"99999999999", "1", "1", "12", -1}}) {
     EXPECT_EQ(getTimeFrom(year, month, day, time).value_or(-1), want)
         << (year ? year : "") << "/" << (month ? month : "") << "/" << (time ? time : "");
   }

@@ -46,8 +46,7 @@ const Rows<const char*, std::string, std::string, const char*> kFillings{
     {"no end", "|*if NAME|yes |NAME|", "|*if NAME|yes |NAME|", "yes "},
     {"bad condition", "a|*ifNAME|yes|*endif|b", "ab", ""},
     {"nothing", "", "", ""},
-    {"script without an end", "|$echo |NAME|", "|$echo World", ""},
-};
+    {"script without an end", "|$echo |NAME|", "|$echo World", ""}};
 
 const std::string kRecord =
     "NAME=World\nEMPTY=\nGREETING=Hello |NAME|\nODD=x|NOWHERE|y\nFIVE=5\n" + kNameOf63 + "=63\n";
@@ -178,8 +177,7 @@ TEST(Scripts, Run) {
            {"that value as environment", "|$echo \"$EVIL\"\nDONE|", "x; id\n", 1},
            {"in a value", "|BLOCK|", "|$id\nDONE|", 1},
            {"what it prints", "|$echo '-NAME-' | tr - '\\174'\nDONE|", "|NAME|\n", 1},
-           {"hangs", "<|$echo x; sleep 60\nDONE|>", "<>", 0},
-       }) {
+           {"hangs", "<|$echo x; sleep 60\nDONE|>", "<>", 0}}) {
     const LogCapture logs;
     Tokens tokens("NAME=World\nEVIL=x; id\nOUTER=|EVIL|\nLD_PRELOAD=/tmp/x.so\n");
     tokens.setParam("BLOCK", "|$id\nDONE|");

@@ -9,8 +9,7 @@ TEST(ServiceActions, StrongestVerbWins) {
            {"strongest first", {"stop", "restart", "start"}, "stop"},
            {"unknown verb comes first", {"bogus", "reload"}, "reload"},
            {"unknown verb replaces nothing", {"reload", "bogus"}, "reload"},
-           {"unknown verb alone", {"bogus"}, "bogus"},
-       }) {
+           {"unknown verb alone", {"bogus"}, "bogus"}}) {
     PendingServices pending;
     for (const char* verb : verbs) {
       ConfigFile line(nullptr);

@@ -48,8 +48,7 @@ TEST_F(Cleanups, KeepAndDropToTheSecond) {
            "192.0.2.7=9223372036854775807\n192.0.2.8=-5\n",
        "192.0.2.1=" + ago(600) + "\n192.0.2.3=0\n192.0.2.4=\n192.0.2.5=\n192.0.2.6=x\n192.0.2.7=9223372036854775807\n"},
       {"blacklist without anything old stays as it is", blacklist_, clear_old_blacklisted_ips,
-       "192.0.2.9\n192.0.2.1=0\n", "192.0.2.9\n192.0.2.1=0\n"},
-  };
+       "192.0.2.9\n192.0.2.1=0\n", "192.0.2.9\n192.0.2.1=0\n"}};
   for (const auto& c : cases) {
     panel_.put(c.file, c.before);
     c.pass();

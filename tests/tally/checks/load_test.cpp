@@ -51,8 +51,7 @@ TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
            {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
            {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2.35", ""},
            {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2.35", "load_limit_last_sent is 1800000001"},
-           {"stamp that is no number", 1.5, 5, "soon", "Load 2.35", ""},
-       }) {
+           {"stamp that is no number", 1.5, 5, "soon", "Load 2.35", ""}}) {
     sentNotices().clear();
     panel_.conf.check_load = limit;
     panel_.conf.check_load_minute = minute;

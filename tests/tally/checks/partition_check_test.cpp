@@ -39,8 +39,7 @@ TEST(Partitions, TableIsRead) {
            {"without data, or hidden", " 17% /\n   - /proc\n   - /\n", "/ Use=17;"},
            {"what lies on top counts", " 17% /mnt\n 18% /mnt\n", "/mnt Use=18;"},
            {"odd lines", "x\n%\n12\n12%\n12%/\n-1% /a\n99999999999% /b\n 5% c\n", ""},
-           {"unfinished line", " 17% /\n 18% /ho", "/ Use=17;"},
-       }) {
+           {"unfinished line", " 17% /\n 18% /ho", "/ Use=17;"}}) {
     ConfigFile usage(nullptr);
     parsePartitionUsage(table, usage);
     EXPECT_EQ(listOf(usage), want) << name;
@@ -58,15 +57,14 @@ TEST(Partitions, ThresholdAndOrder) {
 }
 
 TEST_F(PartitionCheck, OnceADayOrEveryTime) {
-  for (const auto& [name, mode, threshold, age, sent] : Rows<const char*, int, int, long long, std::size_t>{
-           {"off", 0, 0, kNow, 0},
-           {"first", 1, 0, kNow, 1},
-           {"none full", 1, 101, kNow, 0},
-           {"a day ago", 1, 0, 86400, 0},
-           {"a second more", 1, 0, 86401, 1},
-           {"with the tally", 2, 0, 1, 1},
-           {"from the future", 1, 0, -1, 1},
-       }) {
+  for (const auto& [name, mode, threshold, age, sent] :
+       Rows<const char*, int, int, long long, std::size_t>{{"off", 0, 0, kNow, 0},
+                                                           {"first", 1, 0, kNow, 1},
+                                                           {"none full", 1, 101, kNow, 0},
+                                                           {"a day ago", 1, 0, 86400, 0},
+                                                           {"a second more", 1, 0, 86401, 1},
+                                                           {"with the tally", 2, 0, 1, 1},
+                                                           {"from the future", 1, 0, -1, 1}}) {
     const std::size_t before = sentNotices().size();
     panel_.conf.check_partitions = mode;
     panel_.conf.partition_usage_threshold = threshold;

@@ -29,17 +29,16 @@ TEST(MailCounting, ModesAndPartitions) {
   const std::string bound = std::string(kOne) + "/dev/sda1 /var ext4 rw 0 0\n";
   const std::string homes = std::string(kOne) + "server:/homes /home nfs4 rw 0 0\n";
   const std::string var = std::string(kOne) + "/dev/sdb1 /var ext4 rw 0 0\n";
-  for (const auto& [name, mode, partition, table, want] : Rows<const char*, int, const char*, std::string, int>{
-           {"on top", 1, "/", kOne, 1},
-           {"not on top", 2, "/home", homes, 0},
-           {"one partition", 0, "/home", kOne, 0},
-           {"bound twice", 0, "/home", bound, 0},
-           {"homes apart", 0, "/home", homes, 1},
-           {"no var", 0, "/", homes, 0},
-           {"var apart", 0, "/", var, 1},
-           {"no such mode", 3, "/home", var, 1},
-           {"no partition named", 0, nullptr, var, 1},
-       })
+  for (const auto& [name, mode, partition, table, want] :
+       Rows<const char*, int, const char*, std::string, int>{{"on top", 1, "/", kOne, 1},
+                                                             {"not on top", 2, "/home", homes, 0},
+                                                             {"one partition", 0, "/home", kOne, 0},
+                                                             {"bound twice", 0, "/home", bound, 0},
+                                                             {"homes apart", 0, "/home", homes, 1},
+                                                             {"no var", 0, "/", homes, 0},
+                                                             {"var apart", 0, "/", var, 1},
+                                                             {"no such mode", 3, "/home", var, 1},
+                                                             {"no partition named", 0, nullptr, var, 1}})
     EXPECT_EQ(countEmailFor(mode, partition, partitionsIn(table)), want) << name;
   EXPECT_TRUE(holds(panel.logs.errors(), "count is 3. Should either be one of 0,1,2\n"));
 }

@@ -53,8 +53,7 @@ TEST(QuotaReport, Rows) {
            {"bob  5  10  0  00 [--------]  120  0  0  00 [--------]", true, "bob", 5, 120, false},
            {"bob  10  0  10  00 [--------]  1  0  0  00 [--------]", true, "bob", 10, 1, true},
            {"User ID Used Soft Hard Warn/Grace Used Soft Hard Warn/ Grace", true, "", 0, 0, false},
-           {"bob 5 0 0 00 [-----", true, "", 0, 0, false},
-       }) {
+           {"bob 5 0 0 00 [-----", true, "", 0, 0, false}}) {
     QuotaRow row;
     const bool found = xfs ? readXfsQuotaRow(line, row) : readQuotaRow(line, row);
     ASSERT_EQ(found, *user != '\0') << line;

@@ -60,8 +60,7 @@ TEST_F(Rotation, Places) {
            {"no number", 5, 0, false, "L.1x", "L.1x=a L.-1=b", "L.-1=b L.1x.1=a"},
            {"copied", 5, 0, true, "L", "L=a L.1=b", "L= L.1=a L.2=b"},
            {"missing", 5, 0, false, "M", "L=a", "L=a"},
-           {"in a missing folder", 5, 0, false, "no/M", "L=a", "L=a"},
-       }) {
+           {"in a missing folder", 5, 0, false, "no/M", "L=a", "L=a"}}) {
     panel_.conf.logs_to_keep = keep;
     panel_.conf.nginx_proxy = proxy;
     lay(before);
@@ -100,15 +99,13 @@ TEST_F(Rotation, LinksAreLeftAlone) {
     std::string link, target;
     const char* path;
     bool hard = false;
-  } cases[] = {
-      {"the log", "L", canary + "/L", "L"},
-      {"a hard link", "L", canary + "/L", "L", true},
-      {"dangling", "L", "nowhere", "L"},
-      {"the next place", "A.1", canary + "/L", "A"},
-      {"the folder", "in", canary, "in/L"},
-      {"far above", "in", panel_.path(""), "in/canary/L"},
-      {"out and in again", "in", ".", "../canary/L"},
-  };
+  } cases[] = {{"the log", "L", canary + "/L", "L"},
+               {"a hard link", "L", canary + "/L", "L", true},
+               {"dangling", "L", "nowhere", "L"},
+               {"the next place", "A.1", canary + "/L", "A"},
+               {"the folder", "in", canary, "in/L"},
+               {"far above", "in", panel_.path(""), "in/canary/L"},
+               {"out and in again", "in", ".", "../canary/L"}};
   for (const auto& c : cases) {
     for (const bool copy : {false, true}) {
       const LogCapture said;
@@ -133,13 +130,11 @@ TEST_F(Rotation, FailuresLeaveTheLogWhole) {
     bool copy;
     int keep, want;
     const char* error;
-  } cases[] = {
-      {"log_rotation.rename:EIO", false, 5, 0, "/L: renameFile error: Input/output error"},
-      {"log_rotation.unlink:EROFS", false, 1, 0, "/L: unlinkFile error: Read-only file system"},
-      {"log_rotation.write:ENOSPC", true, 5, 1, "/L.1 copy error: No space left on device"},
-      {"log_rotation.fsync:EIO", true, 5, 1, "/L.1 copy error: Input/output error"},
-      {"log_rotation.ftruncate:EPERM", true, 5, 1, "/L.1 copy error: Operation not permitted"},
-  };
+  } cases[] = {{"log_rotation.rename:EIO", false, 5, 0, "/L: renameFile error: Input/output error"},
+               {"log_rotation.unlink:EROFS", false, 1, 0, "/L: unlinkFile error: Read-only file system"},
+               {"log_rotation.write:ENOSPC", true, 5, 1, "/L.1 copy error: No space left on device"},
+               {"log_rotation.fsync:EIO", true, 5, 1, "/L.1 copy error: Input/output error"},
+               {"log_rotation.ftruncate:EPERM", true, 5, 1, "/L.1 copy error: Operation not permitted"}};
   for (const auto& c : cases) {
     const LogCapture said;
     panel_.conf.logs_to_keep = c.keep;
@@ -205,11 +200,9 @@ TEST(GuardedFolder, FollowsRootsLinksAlone) {
   const struct {
     const char* path;
     int error;
-  } cases[] = {
-      {"/real", 0},           {"/link/inner", 0}, {"/twice/inner", 0}, {"/real/../link", 0},
-      {"//real/./inner/", 0}, {"/out", 0},        {"/loop", ELOOP},    {"/given", ELOOP},
-      {"/out/back", ELOOP},   {"/out/..", ELOOP}, {"/none", ENOENT},
-  };
+  } cases[] = {{"/real", 0},           {"/link/inner", 0}, {"/twice/inner", 0}, {"/real/../link", 0},
+               {"//real/./inner/", 0}, {"/out", 0},        {"/loop", ELOOP},    {"/given", ELOOP},
+               {"/out/back", ELOOP},   {"/out/..", ELOOP}, {"/none", ENOENT}};
   for (const auto& c : cases) {
     const Descriptor folder = openGuardedFolder((rootsOwn + c.path).c_str());
     EXPECT_EQ(folder ? 0 : errno, c.error) << c.path;

@@ -37,8 +37,7 @@ TEST(TallyFile, EachMessageIsBilledOnce) {
            {"nothing to count", "0=type=tally\n-5=a\nx=5\n\n=9\nnan=1\ninf=1\n1e999=1\n", 0},
            {"odd numbers", "1e3=a\n0x10=a\n 4=a\n+5=a\n6\n7 8=a\n1e=a\n", 1000 + 16 + 4 + 5 + 6 + 7 + 1},
            {"unfinished", "5=a\n6=a", 5},
-           {"a NUL, a carriage return", std::string("5=type=email&id=q\0r\n5=type=email&id=q\r\n", 38), 5},
-       })
+           {"a NUL, a carriage return", std::string("5=type=email&id=q\0r\n5=type=email&id=q\r\n", 38), 5}})
     EXPECT_EQ(totalOf(panel, text), total) << name;
   EXPECT_EQ(getTallyTotal(panel.path("none").c_str()), 0);
   EXPECT_EQ(getTallyTotal(nullptr), 0);
@@ -79,8 +78,7 @@ TEST(TallyFile, MonthByKindAndDay) {
       {"2026 11 05", "other", "350"},  {"2026 11 05", "email", "6"},       {"2026 11 05", "email_count_incoming", "1"},
       {"2026 11 06", "ftp", "20"},     {"2026 11 06", "imap", "30"},       {"2026 11 06", "other", "40"},
       {"2026 11 06", "total", "95"},   {"2026 11 06", "email_count", "1"}, {"2026 11 06", "email_count_outgoing", "1"},
-      {"total", "http_homedir", "10"}, {"total", "email_count", "2"},      {"total", "total", "1118"},
-  };
+      {"total", "http_homedir", "10"}, {"total", "email_count", "2"},      {"total", "total", "1118"}};
   for (const auto& c : cases) EXPECT_EQ(valueIn(month, c.pair, c.inner), c.want) << c.pair << " " << c.inner;
   EXPECT_EQ(valueIn(month, "email_count") + valueIn(month, "2026 11 07") + panel.logs.errors(), "2none");
 

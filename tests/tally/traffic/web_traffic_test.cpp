@@ -23,8 +23,7 @@ TEST(WebTraffic, LinesAreReadAsNumbers) {
       {"carriage returns", "100 50\r\n\r\n", 150, 50},
       {"a NUL ends its line", std::string("5\0009\n7\n", 6), 12, 0},
       {"unfinished", "100\n200", 100, 0},
-      {"eight digits and more", "12345678\n123456789 1234567\n0 0\n", 12345678 + 123456789 + 1234567.0, 1234567},
-  };
+      {"eight digits and more", "12345678\n123456789 1234567\n0 0\n", 12345678 + 123456789 + 1234567.0, 1234567}};
   PanelFolder panel;
   const std::string path = panel.path("site.bytes");
   for (const auto& c : cases) {
@@ -57,13 +56,12 @@ TEST(WebTraffic, BlocksMeetInsideLines) {
 // Lines about real transfers: names with blanks, quotes and line feeds, broken-off ones.
 TEST(TransferLine, WhatTheServersWrote) {
   using Sums = std::map<std::string, unsigned long long>;
-  for (const auto& [file, isPureftpd, want] : Rows<const char*, bool, Sums>{
-           {"proftpd.bytes", false, {{"bob", 73'036}, {"sales@example.com", 3'918'156}}},
-           {"pureftpd.clf", true, {{"bob", 8'507}, {"sales@example.com", 3'940'661}}},
-           {"pureftpd.w3c", true, {{"bob", 8'507}, {"sales@example.com", 139'573}}},
-           {"pureftpd.xferlog", true, {{"bob", 8'507}, {"sales@example.com", 3'940'661}}},
-           {"pureftpd.stats", true, {}},
-       }) {
+  for (const auto& [file, isPureftpd, want] :
+       Rows<const char*, bool, Sums>{{"proftpd.bytes", false, {{"bob", 73'036}, {"sales@example.com", 3'918'156}}},
+                                     {"pureftpd.clf", true, {{"bob", 8'507}, {"sales@example.com", 3'940'661}}},
+                                     {"pureftpd.w3c", true, {{"bob", 8'507}, {"sales@example.com", 139'573}}},
+                                     {"pureftpd.xferlog", true, {{"bob", 8'507}, {"sales@example.com", 3'940'661}}},
+                                     {"pureftpd.stats", true, {}}}) {
     std::istringstream lines(fixture(std::string("traffic/") + file));
     Sums sums;
     TransferReader read = nullptr;

@@ -89,8 +89,7 @@ TEST(BruteFixtures, StockFilters) {
             "phpmyadmin1 1 alice: 127.0.0.1*2\n"
             "phpmyadmin1 1 root: ::1*1\n"
             "phpmyadmin1 1 x: 192.0.2.9?*1\n"},
-           {"wordpress", {"wordpress-access.log"}, "wordpress1 1 : 127.0.0.1*1 ::1*1\n"},
-       }) {
+           {"wordpress", {"wordpress-access.log"}, "wordpress1 1 : 127.0.0.1*1 ::1*1\n"}}) {
     for (const char* file : files) EXPECT_EQ(recognised(program, file), want) << file;
   }
 }

@@ -64,8 +64,7 @@ TEST_F(BruteMatching, RecognisesWhatTheServicesWrite) {
       {"two one at 192.0.2.1; two", ""},
       {"one two two at 192.0.2.1 ;", "zz1/192.0.2.1//1"},
       {"192.0.2.1 bare", "zz2/192.0.2.1//1"},
-      {"", ""},
-  };
+      {"", ""}};
   for (const auto& c : cases) EXPECT_EQ(match(c.line), c.want) << c.line;
 }
 
@@ -84,8 +83,7 @@ TEST_F(BruteMatching, IsNotLedAstrayByWhatAttackersCallThemselves) {
            {"login authenticator failed for ([x]) [203.0.113.5]", AddressChoice::none, "exim1/203.0.113.5//1!"},
            {"login authenticator failed for [192.0.2.256] [1.2.3]", AddressChoice::first, "exim1/none//1!"},
            {"login authenticator failed for [::1] [::1] [0:0::1]", AddressChoice::none, "exim1/::1//1"},
-           {"login authenticator failed for []", AddressChoice::first, "exim1/none//1!"},
-       })
+           {"login authenticator failed for []", AddressChoice::first, "exim1/none//1!"}})
     EXPECT_EQ(match(line, choice), want) << line;
   EXPECT_EQ(addressChoiceOf("last"), AddressChoice::last);
   EXPECT_EQ(addressChoiceOf("skip"), AddressChoice::none);

@@ -95,8 +95,7 @@ TEST_F(Suspended, ByServiceAndFile) {
            {"wordpress", {}, {"bob@site.example"}},
            {"sshd", {}, {"root", "no-such-account", huge.c_str()}},
            {"", {}, {"bob@site.example"}},
-           {nullptr, {}, {"bob@site.example"}},
-       }) {
+           {nullptr, {}, {"bob@site.example"}}}) {
     for (const char* name : suspended) EXPECT_TRUE(isSuspended(name, service)) << name;
     for (const char* name : others) {
       EXPECT_FALSE(isSuspended(name, service)) << std::string(name == nullptr ? "null" : name).substr(0, 60);

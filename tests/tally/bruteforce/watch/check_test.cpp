@@ -52,8 +52,7 @@ TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
       {"NUL and CR", [&] { write(std::string("x\0", 2) + whole + whole.substr(0, whole.size() - 1) + "\r\n"); }, 15},
       {"a very long line", [&] { write(std::string(3'000'000, 'x') + whole + whole); }, 16},
       {"a very long line, unfinished", [&] { write(std::string(3'000'000, 'x')); }, 16},
-      {"and its end", [&] { write("\n" + whole); }, 17},
-  };
+      {"and its end", [&] { write("\n" + whole); }, 17}};
   long long now = kNow;
   for (const auto& step : steps) {
     step.happens();
@@ -149,17 +148,15 @@ TEST_F(BruteMonitor, TellsOfAMissingLogOnceUntilItChanges) {
     std::function<void()> happens;
     long long later;
     long told;
-  } steps[] = {
-      {"one is missing", [] {}, 0, 1},
-      {"as before", [] {}, 60, 0},
-      {"another too", [&] { putAside(); }, 120, 1},
-      {"as before again", [] {}, 180, 0},
-      {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 240, 1},
-      {"back", [&] { ::rmdir(log_.c_str()), write(failure("a", "::1")); }, 300, 0},
-      {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
-      {"a day later", [] {}, 86399, 0},
-      {"a day later for one", [] {}, 86400, 1},
-  };
+  } steps[] = {{"one is missing", [] {}, 0, 1},
+               {"as before", [] {}, 60, 0},
+               {"another too", [&] { putAside(); }, 120, 1},
+               {"as before again", [] {}, 180, 0},
+               {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 240, 1},
+               {"back", [&] { ::rmdir(log_.c_str()), write(failure("a", "::1")); }, 300, 0},
+               {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
+               {"a day later", [] {}, 86399, 0},
+               {"a day later for one", [] {}, 86400, 1}};
   for (const auto& step : steps) {
     const long before = lines();
     step.happens();

@@ -135,8 +135,7 @@ TEST_F(BruteUpkeep, Unblocks) {
             ""},
            {"more than one run may lift", "havedata=1" + many, first, ""},
            {"no data", "havedata=0" + at("192.0.2.1", 1), "", "show_blocked_ips.sh did not return havedata=1"},
-           {"nothing", "", "", "show_blocked_ips.sh returns no result"},
-       }) {
+           {"nothing", "", "", "show_blocked_ips.sh returns no result"}}) {
     const LogCapture logs;
     ::unlink(seen.c_str());
     panel_.script("show_blocked_ips.sh", "cat <<'END'\n" + show + "\nEND\n");
