@@ -362,9 +362,8 @@ class Attacks(RotationTest):
 
     def test_who_compresses(self):
         """A program of bob's own he could stop."""
-        shell("mv /usr/bin/gzip /usr/bin/gzip.real; : > /var/log/gzip.ids; chmod 666 /var/log/gzip.ids")
-        self.addCleanup(shell, "mv /usr/bin/gzip.real /usr/bin/gzip; rm /var/log/gzip.ids")
-        write("/usr/bin/gzip", "#!/bin/sh\nid -un >> /var/log/gzip.ids\nexec gzip.real \"$@\"\n", mode=0o755)
+        self.stand_in("/usr/bin/gzip", "id -un >> /var/log/gzip.ids\nexec gzip.kept \"$@\"\n")
+        write("/var/log/gzip.ids", "", mode=0o666)
         self.put(HOST + ".log.1", "one")
         self.drive("rotateLogs", "bob", HOST)
         self.assertEqual((text("/var/log/gzip.ids"), owner(glob.glob(DOMAIN + "/logs/*.gz")[0])), ("zvadmin\n", "bob"))

@@ -1,8 +1,8 @@
 """Upkeep from outside: clean-ups, the host name, load and partitions, vacations, block lists."""
 import contextlib
-import multiprocessing
 import os
 import pwd
+import threading
 import time
 
 import panel
@@ -46,33 +46,22 @@ def locked(path):
     time.sleep(0.002)
 
 
-def become(user):
-    entry = pwd.getpwnam(user)
-    os.setegid(entry.pw_gid)
-    os.seteuid(entry.pw_uid)
-
-
 def add_entries(path):
-    become("zvadmin")
     for i in range(150):
         with locked(path):
             append(path, "new%d=date=%d\nold%d=date=1\n" % (i, time.time(), i))
 
 
-def extend_vacations(path, dates, ready, extended):
-    become("mail")
-    ready.set()
+def extend_vacations(path, dates, extended):
     for _ in range(60):
         with locked(path):
             lines = text(path).splitlines()
             old = next((n for n, line in enumerate(lines) if not line.endswith(dates)), None)
             if old is None:
                 continue
-            name = lines[old].split(":")[0]
-            lines[old] = name + ":" + dates
-            write(path + ".new", "".join(line + "\n" for line in lines), mode=0o640)
-            os.rename(path + ".new", path)
-            extended.put(name)
+            extended.append(lines[old].split(":")[0])
+            lines[old] = extended[-1] + ":" + dates
+            write(path, "".join(line + "\n" for line in lines))
 
 
 class UpkeepTest(PanelTest):
@@ -89,32 +78,22 @@ class UpkeepTest(PanelTest):
 
 
 class Cleanups(UpkeepTest):
-    def test_the_three_passes(self):
-        settings(brute_force_time_limit=600, lost_password=1, bruteforce=1, clear_blacklist_ip_time=10)
-        write(HISTORY, "a=date=%d&ip=192.0.2.1\nb=date=%d\nc=ip=192.0.2.2\n" % (ago(590), ago(660)), "zvadmin", 0o600)
-        write(REQUESTS, "a=time=%d&user=bob\nb=time=%d\n" % (ago(7100), ago(7300)), "zvadmin", 0o600)
-        write(BLACKLIST, "192.0.2.1=%d\n192.0.2.2=%d\n192.0.2.3=0\n192.0.2.4\n" % (ago(590), ago(660)), "root", 0o600)
-        shown = self.run_program("d200")
-        self.assertRegex(text(HISTORY), r"\Aa=date=\d+&ip=192.0.2.1\n\Z")
-        self.assertRegex(text(REQUESTS), r"\Aa=time=\d+&user=bob\n\Z")
-        self.assertRegex(text(BLACKLIST), r"\A192.0.2.1=\d+\n192.0.2.3=0\n192.0.2.4=\n\Z")
-        self.assertIn("Removing 192.0.2.2 from the " + BLACKLIST, shown)
-        self.assertEqual([owner(path) for path in (HISTORY, REQUESTS, BLACKLIST)], ["zvadmin", "zvadmin", "root"])
-        self.assertQuiet()
-
-    def test_what_cannot_be_read_or_written(self):
+    def test_what_is_written_and_what_cannot_be(self):
         settings(bruteforce=1, clear_blacklist_ip_time=1, lost_password=1)
+        files = {HISTORY: "zvadmin", REQUESTS: "zvadmin", BLACKLIST: "root"}
         os.unlink(HISTORY)
         self.run_program()
         self.assertLogged("Unable to read %s: Unable to open %s for reading." % (HISTORY, HISTORY), times=1)
-        for path, user in ((HISTORY, "zvadmin"), (REQUESTS, "zvadmin"), (BLACKLIST, "root")):
+        for path, user in files.items():
             write(path, "a=1\nb=2\n", user, 0o600)
         self.run_program(env={"ZVTASKQ_FAIL": "safe_write.fsync:ENOSPC"})
         self.assertLogged("Unable to write %s: Error writing %s.  Disk might be full." % (HISTORY, HISTORY))
         self.assertLogged("Unable to write %s : Error writing %s.  Disk might be full." % (REQUESTS, REQUESTS))
         self.assertLogged("Error writing %s to remove blacklisted IPs: Error writing %s." % (BLACKLIST, BLACKLIST))
-        for path in (HISTORY, REQUESTS, BLACKLIST):
+        for path in files:
             self.assertEqual(text(path), "a=1\nb=2\n")
+        self.assertIn("Removing b from the " + BLACKLIST, self.run_program("d200"))
+        self.assertEqual({path: owner(path) for path in files if text(path) == ""}, files)
         os.mkfifo(BLACKLIST + "2")
         settings(ip_blacklist=BLACKLIST + "2")
         self.assertIn("Unable to read %s2 to clear blacklisted IPs: " % BLACKLIST, self.run_program("d200"))
@@ -140,11 +119,10 @@ class Cleanups(UpkeepTest):
     def test_an_entry_added_meanwhile_is_kept(self):
         """Others of the panel add entries under the lock while passes run."""
         write(HISTORY, "", "zvadmin", 0o600)
-        adder = multiprocessing.Process(target=add_entries, args=(HISTORY,))
+        adder = threading.Thread(target=add_entries, args=(HISTORY,))
         adder.start()
         while adder.is_alive():
             self.run_program()
-        self.assertEqual(adder.exitcode, 0)
         self.run_program()
         left = text(HISTORY).splitlines()
         self.assertEqual(sum(line.startswith("new") for line in left), 150)
@@ -192,10 +170,8 @@ class HostName(UpkeepTest):
                                "been set in the zorvane.conf file: eg: ethernet_dev=eth0\n\n")
 
     def test_a_command_that_says_nothing_or_hangs(self):
-        shell("cp /bin/hostname /bin/hostname.kept")
-        self.addCleanup(shell, "mv /bin/hostname.kept /bin/hostname")
-        for script in ("exit 1", "sleep 600"):
-            shell("rm /bin/hostname; printf '#!/bin/sh\\n%s\\n' >/bin/hostname; chmod 755 /bin/hostname" % script)
+        for script in ("exit 1\n", "sleep 600\n"):
+            self.stand_in("/bin/hostname", script)
             [(_, body)] = self.tally()
             self.assertTrue(body.startswith("Cannot find your hostname using the command '/bin/hostname --fqdn'. Please check"))
             self.assertIn("use 127.0.0.1Unable to resolve your hostname, .  This will cause major issues", body)
@@ -292,11 +268,10 @@ class Partitions(UpkeepTest):
 
     def test_failures(self):
         self.fill(100)
-        shell("mv /bin/df /bin/df.kept")
-        self.addCleanup(shell, "mv -f /bin/df.kept /bin/df")
-        for script in ("echo nothing", "sleep 600"):
+        for script in ("echo nothing\n", "sleep 600\n"):
             self.forget()
-            shell("rm -rf %s/state/marks; printf '#!/bin/sh\\n%s\\n' >/bin/df; chmod 755 /bin/df" % (ADMIN, script))
+            self.stand_in("/bin/df", script)
+            shell("rm -rf %s/state/marks" % ADMIN)
             self.run_program()
             self.assertLogged("unable to get the disk usage with the df command to check the disk usage", times=1)
         shell("cp /bin/df.kept /bin/df")
@@ -357,9 +332,8 @@ class Vacations(UpkeepTest):
         self.box("two.example", "late", window(-2, -1), ".msg")
         os.unlink(MAIL + "/two.example/vacation.conf")
         os.symlink("/etc/shadow", MAIL + "/two.example/vacation.conf")
-        self.queue("action=vacation&value=all", "action=vacation&value=one.example")
+        self.queue("action=vacation&value=all")
         self.run_program()
-        self.assertLogged("executeCommand: can't figure out what vacation message to do action=vacation&value=one.example")
         self.assertLogged("Can't read %s/two.example/vacation.conf" % MAIL)
         os.unlink(MAIL + "/domainowners")
         self.queue("action=vacation&value=all")
@@ -372,15 +346,11 @@ class Vacations(UpkeepTest):
             self.box("one.example", "box%d" % i, window(-2, -1), ".msg")
         kept = MAIL + "/one.example/vacation.conf"
         self.queue("action=vacation&value=all")
-        ready, names = multiprocessing.Event(), multiprocessing.SimpleQueue()
-        extender = multiprocessing.Process(target=extend_vacations, args=(kept, window(-2, 9), ready, names))
+        extended = []
+        extender = threading.Thread(target=extend_vacations, args=(kept, window(-2, 9), extended))
         extender.start()
-        ready.wait()
         self.run_program()
         extender.join()
-        extended = []
-        while not names.empty():
-            extended.append(names.get())
         left = [line.split(":")[0] for line in text(kept).splitlines()]
         self.assertEqual(sorted(left), sorted(extended))
         for name in extended:
@@ -429,9 +399,8 @@ class BlockLists(UpkeepTest):
         self.assertRegex(text(BLOCKED[0]), r"\Abare:\never:0\nyoung: \d+\n\Z")
         self.assertEqual(text(BLOCKED[1]), "")
         self.assertEqual((owner(BLOCKED[0]), mode(BLOCKED[0])), ("mail", 0o640))
-        self.assertLogged("BlockCracking: account 'eve' has been removed from the block list due to age.", "system", times=1)
-        self.assertLogged("BlockCracking: script path '/home/eve/public_html' has been removed from the block list due to age.",
-                          "system", times=1)
+        for who in ("account 'eve'", "script path '/home/eve/public_html'"):
+            self.assertLogged("BlockCracking: %s has been removed from the block list due to age." % who, "system", times=1)
 
     def test_failures(self):
         self.assertIn("Email::check_block_cracking_auto_unblock: Unable to read %s: Unable to open" % BLOCKED[0],

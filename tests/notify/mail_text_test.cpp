@@ -52,22 +52,3 @@ TEST(MailText, Bodies) {
            {"From behind a soft break", std::string(75, 'x') + "From ", std::string(75, 'x') + "=\n=46rom=20\n"}})
     EXPECT_EQ(encodeBody(text), want) << name;
 }
-
-TEST(MailText, WholeMessage) {
-  ::setenv("TZ", "XYZ-5:30", 1);
-  ::tzset();
-  MailText mail{
-      "Message \"System\"", "zvadmin@server.example", "bob@bob.example", "Subject", "Body\n", "server.example", 0};
-  const std::string text = composeMail(mail);
-  const std::string again = composeMail(mail);
-  ::unsetenv("TZ");
-  ::tzset();
-  const std::size_t id = text.find("Message-ID: <0.") + 15;
-  EXPECT_EQ(text.substr(0, id),
-            "From: \"Message \\\"System\\\"\" <zvadmin@server.example>\nTo: <bob@bob.example>\nSubject: Subject\n"
-            "Date: Thu, 01 Jan 1970 05:30:00 +0530\nMessage-ID: <0.");
-  EXPECT_EQ(text.substr(id + 24),
-            "@server.example>\nAuto-Submitted: auto-generated\nMIME-Version: 1.0\n"
-            "Content-Type: text/plain; charset=UTF-8\nContent-Transfer-Encoding: quoted-printable\n\nBody\n");
-  EXPECT_NE(text, again);
-}

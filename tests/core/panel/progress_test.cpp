@@ -16,9 +16,8 @@ class Tracker : public testing::Test {
 };
 
 TEST_F(Tracker, MakesItsFolderAnew) {
-  ::mkdir(all_.c_str(), 0755);
-  ::mkdir(own("").c_str(), 0755);
   for (const std::string& path : {all_, own("")}) {
+    ::mkdir(path.c_str(), 0755);
     ASSERT_EQ(::chown(path.c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
   }
   writeText(own("instructions"), "action=stop\nvalue=backup\n");
@@ -29,8 +28,7 @@ TEST_F(Tracker, MakesItsFolderAnew) {
     EXPECT_EQ(modeOf(all_), 0700U);
     track_process("Backup User %s", "bob\nforged");
     set_program_location("somewhere");
-    const std::string info = contentOf(own("process_info"));
-    EXPECT_EQ(info.find("action=backup\nftp_password=\nstart="), 0U) << info;
+    EXPECT_TRUE(contentOf(own("process_info")).starts_with("action=backup\nftp_password=\nstart="));
     EXPECT_TRUE(holds(contentOf(own("level_tracker")), ": Backup User bob\\x0Aforged\n"));
     EXPECT_EQ(contentOf(own("process_location")), "somewhere\n");
   }

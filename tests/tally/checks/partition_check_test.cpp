@@ -46,16 +46,6 @@ TEST(Partitions, TableIsRead) {
   }
 }
 
-TEST(Partitions, ThresholdAndOrder) {
-  ConfigFile usage(nullptr);
-  parsePartitionUsage(" 95% /home\n 94% /tmp\n 100% /\n 99% /unwatched\n", usage);
-  usage.setParam("/odd", "Free=1");
-  ListFile watched(nullptr);
-  for (const char* one : {"/tmp", "/odd", "/none", "/home", "/"}) watched.addElement(one);
-  EXPECT_EQ(fullPartitions(watched, usage, 95), "100% - /\n95% - /home\n");
-  EXPECT_EQ(fullPartitions(watched, usage, 101), "");
-}
-
 TEST_F(PartitionCheck, OnceADayOrEveryTime) {
   for (const auto& [name, mode, threshold, age, sent] :
        Rows<const char*, int, int, long long, std::size_t>{{"off", 0, 0, kNow, 0},

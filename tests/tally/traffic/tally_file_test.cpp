@@ -39,17 +39,10 @@ TEST(TallyFile, EachMessageIsBilledOnce) {
            {"unfinished", "5=a\n6=a", 5},
            {"a NUL, a carriage return", std::string("5=type=email&id=q\0r\n5=type=email&id=q\r\n", 38), 5}})
     EXPECT_EQ(totalOf(panel, text), total) << name;
-  EXPECT_EQ(getTallyTotal(panel.path("none").c_str()), 0);
-  EXPECT_EQ(getTallyTotal(nullptr), 0);
-}
-
-TEST(TallyFile, ManyIds) {
-  PanelFolder panel;
-  std::string text;
-  for (int round = 0; round < 2; ++round) {
-    for (int i = 0; i < 50'000; ++i) text += "1=type=email&id=1abcDE-" + std::to_string(i) + "\n";
-  }
-  EXPECT_EQ(totalOf(panel, text), 50'000);
+  EXPECT_EQ(getTallyTotal(panel.path("none").c_str()) + getTallyTotal(nullptr), 0);
+  std::string many;
+  for (int i = 0; i < 100'000; ++i) many += "1=type=email&id=1abcDE-" + std::to_string(i % 50'000) + "\n";
+  EXPECT_EQ(totalOf(panel, many), 50'000);
   IdSet set;
   EXPECT_TRUE(set.add("") && set.add("a") && set.add(std::string_view("a\0", 2)) && !set.add("a"));
   set.clear();

@@ -2,65 +2,13 @@
 
 #include <dlfcn.h>
 #include <pwd.h>
-#include <shadow.h>
+#include <sched.h>
 
 #include "support/panel_folder.h"
 
 namespace {
 long long lookUps = 0;
 
-/// Accounts that the test has beside the system's.
-struct Made {
-  const char* name;
-  uid_t user;
-  const char* password;
-};
-constexpr Made kMade[] = {{"zv-first", 1000, "!$6$x"}, {"zv-daemon", 999, "!$6$x"}, {"zv-locked", 1001, "!"},
-                          {"zv-never", 1002, "!!"},    {"zv-star", 1003, "!*"},     {"zv-open", 1004, "$6$!"}};
-passwd madeAccount;
-spwd madeShadow;
-std::size_t nextAccount = 0, nextShadow = 0;
-
-passwd* accountOf(const Made& made) {
-  madeAccount.pw_name = const_cast<char*>(made.name);
-  madeAccount.pw_uid = made.user;
-  return &madeAccount;
-}
-spwd* shadowOf(const Made& made) {
-  madeShadow.sp_namp = const_cast<char*>(made.name);
-  madeShadow.sp_pwdp = const_cast<char*>(made.password);
-  return &madeShadow;
-}
-const Made* madeOf(const std::string& name) {
-  for (const Made& made : kMade) {
-    if (name == made.name) return &made;
-  }
-  return nullptr;
-}
-template <class Function>
-Function* libraryOwn(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
-}  // namespace
-
-/// The library's own, with the accounts made here, and counted: each reads the system's until it finds one.
-extern "C" passwd* getpwnam(const char* name) {
-  ++lookUps;
-  const Made* made = madeOf(name);
-  return made == nullptr ? libraryOwn<passwd*(const char*)>("getpwnam")(name) : accountOf(*made);
-}
-extern "C" spwd* getspnam(const char* name) {
-  const Made* made = madeOf(name);
-  return made == nullptr ? libraryOwn<spwd*(const char*)>("getspnam")(name) : shadowOf(*made);
-}
-extern "C" passwd* getpwent() {
-  return nextAccount < std::size(kMade) ? accountOf(kMade[nextAccount++]) : libraryOwn<passwd*()>("getpwent")();
-}
-extern "C" spwd* getspent() {
-  return nextShadow < std::size(kMade) ? shadowOf(kMade[nextShadow++]) : libraryOwn<spwd*()>("getspent")();
-}
-
-namespace {
 class Suspended : public ::testing::Test {
  protected:
   Suspended() {
@@ -79,6 +27,12 @@ class Suspended : public ::testing::Test {
   PanelFolder panel_;
 };
 }  // namespace
+
+/// The library's own, counted.
+extern "C" passwd* getpwnam(const char* name) {
+  ++lookUps;
+  return reinterpret_cast<passwd* (*)(const char*)>(::dlsym(RTLD_NEXT, "getpwnam"))(name);
+}
 
 TEST_F(Suspended, ByServiceAndFile) {
   const std::string huge(1'000'000, 'x'), hugeMailbox = huge + "@site.example";
@@ -129,16 +83,33 @@ TEST_F(Suspended, RemembersWithinAScanAsksAndSaysLittle) {
 }
 
 TEST_F(Suspended, SystemAccountsOneByOneAndListed) {
-  for (const int others : {0, 20}) {
-    nextAccount = nextShadow = 0;
-    SuspendedAccounts accounts(panel_.conf);
-    for (int i = 0; i < others; ++i) {
-      EXPECT_FALSE(accounts.isSuspended(joined("ghost", std::to_string(i)).c_str(), "sshd"));
-    }
-    for (const Made& made : kMade) {
-      EXPECT_EQ(accounts.isSuspended(made.name, "exim"), std::string(made.name) == "zv-first") << made.name << others;
-    }
+  const Rows<const char*, int, const char*> made{{"zv-first", 1000, "!$6$x"}, {"zv-daemon", 999, "!$6$x"},
+                                                 {"zv-locked", 1001, "!"},    {"zv-never", 1002, "!!"},
+                                                 {"zv-star", 1003, "!*"},     {"zv-open", 1004, "$6$!"}};
+  std::string passwords = contentOf("/etc/passwd"), shadow = contentOf("/etc/shadow");
+  for (const auto& [name, id, password] : made) {
+    passwords += joined(name, ":x:", std::to_string(id), ":", std::to_string(id), "::/:/bin/sh\n");
+    shadow += joined(name, ":", password, ":1:0:99999:7:::\n");
   }
+  writeText(panel_.path("passwd"), passwords);
+  writeText(panel_.path("shadow"), shadow);
+  const std::string lay = joined("mount --make-rprivate /; cd ", panel_.path(""),
+                                 "; mount --bind passwd /etc/passwd && mount --bind shadow /etc/shadow");
+  // How many are taken for what they are not: asked for one by one, and behind so many others that all are listed.
+  EXPECT_EQ(inAProcessOfItsOwn([&] {
+              if (::unshare(CLONE_NEWNS) != 0 || std::system(lay.c_str()) != 0) return 99;
+              int wrong = 0;
+              for (const int others : {0, 20}) {
+                SuspendedAccounts accounts(panel_.conf);
+                for (int i = 0; i < others; ++i)
+                  wrong += accounts.isSuspended(joined("ghost", std::to_string(i)).c_str(), "sshd");
+                for (const auto& row : made) {
+                  wrong += accounts.isSuspended(std::get<0>(row), "exim") != (&row == &made[0]);
+                }
+              }
+              return wrong;
+            }),
+            0);
 }
 
 TEST_F(Suspended, NoFileThatOthersPlanted) {

@@ -29,11 +29,7 @@ TEST_F(BruteMonitor, CountsEachFailureOnce) {
 
 TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
   const std::string whole = failure("bob", "192.0.2.1"), other = failure("eve", "192.0.2.1");
-  const struct {
-    const char* name;
-    std::function<void()> happens;
-    long long counted;
-  } steps[] = {
+  const Rows<const char*, std::function<void()>, long long> steps{
       {"half a line", [&] { write(whole + whole.substr(0, 60)); }, 1},
       {"nothing new", [] {}, 1},
       {"the other half", [&] { write(whole.substr(60)); }, 2},
@@ -54,11 +50,11 @@ TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
       {"a very long line, unfinished", [&] { write(std::string(3'000'000, 'x')); }, 16},
       {"and its end", [&] { write("\n" + whole); }, 17}};
   long long now = kNow;
-  for (const auto& step : steps) {
-    step.happens();
+  for (const auto& [name, happens, failures] : steps) {
+    happens();
     pass(now += 60);
-    EXPECT_TRUE(counted(step.counted)) << step.name;
-    EXPECT_EQ(keys().size(), static_cast<std::size_t>(step.counted)) << step.name;
+    EXPECT_TRUE(counted(failures)) << name;
+    EXPECT_EQ(std::ssize(keys()), failures) << name;
   }
 }
 
@@ -86,9 +82,7 @@ TEST_F(BruteMonitor, AppendsSortedByKeyAndGoesOnInSteps) {
   pass();
   const auto found = keys();
   ASSERT_EQ(found.size(), 12'345U);
-  EXPECT_TRUE(std::is_sorted(found.begin(), found.end()));
-  EXPECT_EQ(found[1000], "180000000010000");
-
+  EXPECT_TRUE(std::is_sorted(found.begin(), found.end()) && found[1000] == "180000000010000");
   const auto writeMany = [&](const char* address) {
     text.clear();
     for (int i = 0; i < 300'000; ++i) text += failure("v" + std::to_string(i), address);
@@ -143,25 +137,21 @@ TEST_F(BruteMonitor, TellsOfAMissingLogOnceUntilItChanges) {
   panel_.conf.brute_force_exim_log = panel_.path("no-such-log").c_str();
   panel_.conf.brute_force_mail_log = "";
   const auto lines = [&] { return times(panel_.logs.errors(), "\n"); };
-  const struct {
-    const char* name;
-    std::function<void()> happens;
-    long long later;
-    long told;
-  } steps[] = {{"one is missing", [] {}, 0, 1},
-               {"as before", [] {}, 60, 0},
-               {"another too", [&] { putAside(); }, 120, 1},
-               {"as before again", [] {}, 180, 0},
-               {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 240, 1},
-               {"back", [&] { ::rmdir(log_.c_str()), write(failure("a", "::1")); }, 300, 0},
-               {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
-               {"a day later", [] {}, 86399, 0},
-               {"a day later for one", [] {}, 86400, 1}};
-  for (const auto& step : steps) {
+  const Rows<const char*, std::function<void()>, long long, long> steps{
+      {"one is missing", [] {}, 0, 1},
+      {"as before", [] {}, 60, 0},
+      {"another too", [&] { putAside(); }, 120, 1},
+      {"as before again", [] {}, 180, 0},
+      {"something else there", [&] { ::mkdir(log_.c_str(), 0700); }, 240, 1},
+      {"back", [&] { ::rmdir(log_.c_str()), write(failure("a", "::1")); }, 300, 0},
+      {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
+      {"a day later", [] {}, 86399, 0},
+      {"a day later for one", [] {}, 86400, 1}};
+  for (const auto& [name, happens, later, told] : steps) {
     const long before = lines();
-    step.happens();
-    pass(kNow + step.later);
-    EXPECT_EQ(lines() - before, step.told) << step.name << panel_.logs.errors();
+    happens();
+    pass(kNow + later);
+    EXPECT_EQ(lines() - before, told) << name << panel_.logs.errors();
   }
 }
 

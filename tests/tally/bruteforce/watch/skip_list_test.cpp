@@ -30,18 +30,3 @@ TEST(BruteSkipList, AddressesRangesAndNames) {
     EXPECT_EQ(is_in_skip_list(name, list), 0);
   }
 }
-
-TEST(BruteSkipList, DomainsByDeduction) {
-  for (const auto& [text, domain] : {std::pair("", ""),
-                                     {"192.0.2.1\n2001:db8::/32\n10.0.0.0/8\n", ""},
-                                     {"192.0.2.1\noffice.example\n", "office.example"},
-                                     {"192.0.2.1\n*.office.example\n", "*.office.example"},
-                                     {"192.0.2.0/33\n", "192.0.2.0/33"}}) {
-    ConfigFile list(nullptr);
-    list.readFromString(text, 1);
-    const int want = *domain == '\0' ? 0 : 1;
-    const std::string said = printed([&] { EXPECT_EQ(skip_list_contains_domain(list), want); }, 500);
-    const char* deduction = "Tally::skip_list_contains_domain: by deduction, '";
-    EXPECT_EQ(said, want == 0 ? "" : joined(deduction, domain, "' must be a domain.\n"));
-  }
-}

@@ -1,19 +1,15 @@
 // The brute-force monitor's web logs, the trimming of its entry log, and the unblocking.
 
-#include "support/panel_folder.h"
 #include "tally/bruteforce/lines/web_log_list.h"
 #include "tally/bruteforce/records/entry_log.h"
+#include "tally/bruteforce/watch/brute_monitor.h"
 #include "tally/bruteforce/watch/unblock.h"
 
 namespace {
-constexpr long long kNow = 1'800'000'000;
 constexpr long long kDay = 86400;
 
-class BruteUpkeep : public ::testing::Test {
+class BruteUpkeep : public BruteMonitor {
  protected:
-  auto hasError(const std::string& text) const { return holds(panel_.logs.errors(), text); }
-
-  PanelFolder panel_;
   const FixedClock clock_{kNow};
 };
 
@@ -35,31 +31,22 @@ TEST_F(BruteUpkeep, WebLogs) {
   panel_.conf.apachelogdir = folder.c_str();
   panel_.conf.brute_force_apache_log_list_update_interval = 10;
   const std::string found = ".log,a.example.log,known.log,old.log,", kept = "known.log,old.log,";
-  const struct {
-    const char* name;
-    int mode;
-    long long last;
-    int want;
-    std::string list;
-  } cases[] = {{"never before", 2, 0, 1, found},
-               {"not wanted", 1, 0, 0, kept},
-               {"just now", 3, kNow - 600, 0, kept},
-               {"due", 3, kNow - 601, 1, found},
-               {"by another clock", 2, kNow + 1, 1, found}};
-  for (const auto& c : cases) {
+  // Never before; not wanted; just now; due; by another clock.
+  for (const auto& [mode, last, want] :
+       Rows<int, long long, int>{{2, 0, 1}, {1, 0, 0}, {3, kNow - 600, 0}, {3, kNow - 601, 1}, {2, kNow + 1, 1}}) {
     ConfigFile state(nullptr);
     state.setParam((folder + "known.log").c_str(), "size=7");
     state.setParam((folder + "old.log").c_str(), "size=8");
     state.setParam((panel_.path("wwwx/") + "other.log").c_str(), "");
-    if (c.last != 0) state.setParam("last_refresh", c.last);
-    panel_.conf.brute_force_scan_apache_logs = c.mode;
+    if (last != 0) state.setParam("last_refresh", last);
+    panel_.conf.brute_force_scan_apache_logs = mode;
     ListFile logs(nullptr);
-    EXPECT_EQ(get_apache_logs_from_brute_conf(&panel_.conf, state, logs), c.want) << c.name;
+    EXPECT_EQ(get_apache_logs_from_brute_conf(&panel_.conf, state, logs), want) << mode << last;
     std::string list;
     for (int i = 0; i < logs.size(); ++i) list += std::string(logs.getElementAt(i)).substr(folder.size()) + ",";
-    EXPECT_EQ(list, c.list) << c.name;
+    EXPECT_EQ(list, want == 1 ? found : kept) << mode << last;
     EXPECT_STREQ(state.getValue((folder + "known.log").c_str()), "size=7");
-    EXPECT_EQ(state.isValue("last_refresh", "1800000000"), c.want) << c.name;
+    EXPECT_EQ(state.isValue("last_refresh", "1800000000"), want) << mode << last;
   }
 }
 
@@ -73,7 +60,7 @@ TEST_F(BruteUpkeep, TrimsTheEntryLog) {
   panel_.script(
       "custom/brute_force_clear_log_ip.sh",
       "echo \"$value\" >>" + panel_.path("cleared") + "; case $value in 1*) echo done;; *) echo no; exit 1; esac\n");
-  const auto write = [&](const std::string& text) { panel_.put("admin/brute_log_entries.list", text); };
+  const auto write = [&](const std::string& text) { setData("brute_log_entries.list", text); };
   const auto clear = [&] { return clear_brute_log_entries(&panel_.conf); };
   EXPECT_EQ(clear(), 1);
   const std::string whole = old + odd + young + old + odd + tail;
