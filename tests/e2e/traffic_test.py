@@ -148,9 +148,8 @@ class FtpServers(TrafficTest):
             self.collect()
             self.assertTrue(os.path.exists(copy))
             self.assertEqual(self.billed("bob", "ftp"), [8507, 24])
-        self.collect()
-        self.collect()
-        self.collect()
+        for _ in range(3):
+            self.collect()
         self.assertEqual((self.billed("bob", "ftp"), self.billed("ann", "ftp")), ([8507, 24], [3940661]))
         self.assertEqual(glob.glob(PURE_LOG + "*"), [])
 

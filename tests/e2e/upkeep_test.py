@@ -130,8 +130,6 @@ class Cleanups(UpkeepTest):
 
 
 class HostName(UpkeepTest):
-    SUBJECT = "This is e-mail notification to warn you that your hostname is setup improperly on your system."
-
     def tally(self, action="tally"):
         self.queue("action=%s&value=all" % action)
         self.forget()
@@ -148,7 +146,7 @@ class HostName(UpkeepTest):
         self.assertEqual(self.tally(), [])
         settings(servername="other.example")
         [(subject, body)] = self.tally("quotatally")
-        self.assertEqual(subject, self.SUBJECT)
+        self.assertEqual(subject, "This is e-mail notification to warn you that your hostname is setup improperly on your system.")
         self.assertTrue(body.startswith("Your hostname, panel.example.test, and the servername you have set in Zorvane, "
                                         "other.example, do not match.  It is"), body)
         self.assertTrue(body.endswith("script via ssh to change your hostname\n\n"), body)

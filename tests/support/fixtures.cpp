@@ -1,5 +1,7 @@
 #include "support/fixtures.h"
 
+#include <sys/resource.h>
+
 namespace zvtaskq::test {
 
 Folder::Folder() {
@@ -57,6 +59,12 @@ struct stat statOf(const std::string& path) {
 
 unsigned modeOf(const std::string& path) {
   return statOf(path).st_mode & 07777;
+}
+
+long peakMemory() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss / 1024;
 }
 
 Exchange::Exchange(const std::string& folder, const char* one, const char* other) {

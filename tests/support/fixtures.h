@@ -62,12 +62,21 @@ inline testing::AssertionResult holds(std::string_view text, std::string_view pa
 /// A table of cases: for (const auto& [name, text, want] : Rows<const char*, std::string, int>{{...}, {...}}).
 template <class... Columns>
 using Rows = std::vector<std::tuple<Columns...>>;
+/// The pairs of a record: "name=value;" for each.
+template <class Record>
+std::string pairsOf(const Record& record) {
+  std::string all;
+  for (long long i = 0; i < record.size(); ++i) all += joined(record.getNameAt(i), "=", record.getValueAt(i), ";");
+  return all;
+}
 /// How often `part` stands in `text`.
 long times(std::string_view text, std::string_view part);
 /// What there is to know of a file, or of the link itself; all of it 0 when there is none.
 struct stat statOf(const std::string& path);
 /// Its permission bits.
 unsigned modeOf(const std::string& path);
+/// The most memory that this process has had so far, in MiB.
+long peakMemory();
 
 #ifdef ZVTASKQ_FAIL_POINTS
 /// What `work` answers while the system fails as planned.

@@ -1,5 +1,4 @@
 // What the owner of a folder exchanges between a look and the work leads nowhere else.
-
 #include "core/files/file_tools.h"
 #include "core/files/lock_file.h"
 #include "core/files/safe_file.h"

@@ -1,7 +1,6 @@
 #include "core/read/line_reader.h"
 
 #include <sys/mman.h>
-#include <sys/resource.h>
 
 #include "support/fixtures.h"
 
@@ -15,24 +14,15 @@ Descriptor withHole(const std::string& before, long long hole, const std::string
   ::lseek(file.get(), 0, SEEK_SET);
   return file;
 }
-
-long peak() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss / 1024;
-}
 }  // namespace
 
 TEST(LineReader, ReadsOverAHoleInFlatMemory) {
   constexpr long long kHole = 100LL << 20;
-  const long before = peak();
+  const long before = peakMemory();
   const Descriptor file = withHole("first\nsec", kHole, "ond\nthird\nun");
   LineReader reader(file.get());
   std::string_view line;
-  for (const char* want : {"first", "sec", "third"}) {
-    ASSERT_TRUE(reader.next(line));
-    EXPECT_EQ(line, want);
-  }
+  for (const char* want : {"first", "sec", "third"}) ASSERT_TRUE(reader.next(line) && line == want) << line;
   EXPECT_FALSE(reader.next(line) || reader.failed());
   EXPECT_EQ(reader.consumed(), kHole + 19);
   EXPECT_EQ(reader.unfinished(), 2);
@@ -42,7 +32,7 @@ TEST(LineReader, ReadsOverAHoleInFlatMemory) {
   while (blocks.nextBlock(line)) {
   }
   EXPECT_EQ(blocks.consumed(), kHole + 19);
-  EXPECT_LT(peak() - before, 16);
+  EXPECT_LT(peakMemory() - before, 16);
 }
 
 TEST(LineReader, RefusesALineThatIsTooLong) {

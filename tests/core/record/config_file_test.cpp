@@ -6,16 +6,6 @@
 #include "support/fixtures.h"
 
 namespace {
-std::string pairsOf(const ConfigFile& record) {
-  std::string all;
-  for (long long i = 0; i < record.size(); ++i) {
-    const char* name = record.getNameAt(i);
-    const char* value = record.getValueAt(i);
-    all += std::string(name == nullptr ? "(empty)" : name) + "=" + (value == nullptr ? "(null)" : value) + ";";
-  }
-  return all;
-}
-
 /// A record of whoever runs.
 struct Record : ConfigFile {
   explicit Record(const std::string& path) : ConfigFile(path.c_str()) { setUser(nullptr); }

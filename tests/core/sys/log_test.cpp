@@ -22,44 +22,38 @@ TEST(Log, WritesOneHarmlessLineAMessage) {
   EXPECT_TRUE(holds(capture.security(), ": ***HACKER WARNING\n"));
 }
 
-TEST(Log, StampsByTheCalendarAndKeepsErrno) {
+TEST(Log, StampsByTheCalendar) {
   ::setenv("TZ", "UTC0", 1);
   ::tzset();
-  const struct {
-    long long now;
-    const char *stamp, *text;
-  } cases[] = {{1'774'958'405, "2026:03:31-12:00:05", "Mar 31, 2026 at 12:00"},
-               {1'798'761'599, "2026:12:31-23:59:59", "Dec 31, 2026 at 23:59"},
-               {1'798'761'600, "2027:01:01-00:00:00", "Jan 1, 2027 at 00:00"}};
-  Log stamp;
-  for (const auto& c : cases) {
-    const FixedClock clock(c.now);
-    EXPECT_STREQ(stamp.getLogTime(), c.stamp);
-    EXPECT_STREQ(stamp.getCurrentTime(), c.text);
+  Log log;
+  for (const auto& [now, stamp, text] :
+       Rows<long long, const char*, const char*>{{1'774'958'405, "2026:03:31-12:00:05", "Mar 31, 2026 at 12:00"},
+                                                 {1'798'761'599, "2026:12:31-23:59:59", "Dec 31, 2026 at 23:59"},
+                                                 {1'798'761'600, "2027:01:01-00:00:00", "Jan 1, 2027 at 00:00"}}) {
+    const FixedClock clock(now);
+    EXPECT_STREQ(log.getLogTime(), stamp);
+    EXPECT_STREQ(log.getCurrentTime(), text);
   }
   ::unsetenv("TZ");
   ::tzset();
-  const LogTargets nowhere{"/nowhere/e", "/nowhere/s", "/nowhere/x", "/nowhere/l", false};
-  setLogTargets(&nowhere);
-  errno = EXDEV;
-  errorLog("%s", "x");
-  securityLog("%s", "x");
-  errorLogAndDebug(1, "%s", "x");
-  EXPECT_EQ(errno, EXDEV);
-  setLogTargets(nullptr);
 }
 
-TEST(Log, FallsBackToStandardOutput) {
+TEST(Log, FallsBackToStandardOutputAndKeepsErrno) {
   setLogTargets(nullptr);
   EXPECT_EQ(printed([] { errorLog("early %s", "words"); }), "early words\n");
   const LogTargets nowhere{"/nowhere/e", "/nowhere/s", "/nowhere/x", "/nowhere/l", false};
   setLogTargets(&nowhere);
-  const auto say = [] { errorLog("err"), systemLog("sys"), securityLog("sec"); };
+  const auto say = [] {
+    errno = EXDEV;
+    errorLog("err"), systemLog("sys"), securityLog("sec"), errorLogAndDebug(11, "too");
+    EXPECT_EQ(errno, EXDEV);
+  };
   EXPECT_EQ(printed(say, 0), "sys\n");
   EXPECT_EQ(
       printed(say, 10),
       "Error opening /nowhere/e: No such file or directory\nerr\nError opening /nowhere/s: No such file or directory\n"
-      "sys\nError opening /nowhere/x: No such file or directory\n");
+      "sys\nError opening /nowhere/x: No such file or directory\nError opening /nowhere/e: No such file or "
+      "directory\ntoo\n");
   setLogTargets(nullptr);
 }
 

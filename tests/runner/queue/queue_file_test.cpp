@@ -1,7 +1,5 @@
 #include "runner/queue/queue_file.h"
 
-#include <sys/resource.h>
-
 #include "core/panel/task_queue.h"
 #include "support/panel_folder.h"
 
@@ -111,8 +109,7 @@ TEST_F(QueueFiles, HalfALineInARetiredFileIsKeptAndReported) {
   writeText(queue(), "value=whole\n");
   run(queue());
   append(retired().at(0), "value=half");
-  EXPECT_EQ(run(queue()), Texts{});
-  EXPECT_EQ(kept(), Texts{});
+  EXPECT_TRUE(run(queue()).empty() && kept().empty());
   runLater(11);
   EXPECT_EQ(contents(kept()), Texts{"value=whole\nvalue=half"});
   EXPECT_EQ(timesLogged("its last line is not finished"), 1);
@@ -136,21 +133,14 @@ TEST_F(QueueFiles, AReadErrorIsNoEnd) {
 }
 
 TEST_F(QueueFiles, AHoleAndAFloodCostNoMemory) {
-  const auto peak = [] {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss / 1024;
-  };
-  const long before = peak();
+  const long before = peakMemory();
   writeText(queue(), "value=a\n");
   ASSERT_EQ(::truncate(queue().c_str(), 512L << 20), 0);
   EXPECT_EQ(run(queue()), Texts{});
-  EXPECT_LT(peak() - before, 64);
+  EXPECT_LT(peakMemory() - before, 64);
   EXPECT_EQ(timesLogged("Error reading the tmp Q file"), 1);
   EXPECT_EQ(timesLogged(": could not be read: a line of it is longer than 8388608 bytes"), 1);
-  ASSERT_EQ(kept().size(), 1U);
-  EXPECT_EQ(statOf(kept()[0]).st_size, 512L << 20);
-
+  ASSERT_TRUE(kept().size() == 1 && statOf(kept()[0]).st_size == 512L << 20);
   std::string flood;
   for (int i = 0; i < 500'001; ++i) flood += "a=1\n";
   writeText(queue(), flood);
@@ -158,8 +148,8 @@ TEST_F(QueueFiles, AHoleAndAFloodCostNoMemory) {
   ASSERT_EQ(file.take(), QueueFile::Taken::yes);
   ListFile first(nullptr), rest(nullptr);
   first.keepOrder = rest.keepOrder = true;
-  EXPECT_TRUE(file.read(first) && file.hasMore() && file.read(rest) && !file.hasMore());
-  EXPECT_TRUE(first.size() == 500'000 && rest.size() == 1);
+  EXPECT_TRUE(file.read(first) && first.size() == 500'000 && file.hasMore());
+  EXPECT_TRUE(file.read(rest) && rest.size() == 1 && !file.hasMore());
   file.finish();
   EXPECT_EQ(kept().size(), 1U);
 }

@@ -27,33 +27,30 @@ class Cleanups : public ::testing::Test {
 }  // namespace
 
 TEST_F(Cleanups, KeepAndDropToTheSecond) {
-  const struct {
-    const char *name, *file;
-    void (*pass)();
-    std::string before, after;
-  } cases[] = {
-      {"log-ins", history_, clearOldLoginAttempts,
-       "a=date=" + ago(1200) + "&ip=192.0.2.1\nb=date=" + ago(1201) + "\nc=ip=192.0.2.2\nd=date=" + ago(-60) +
-           "\ne=date=x\nf=\n",
-       "a=date=" + ago(1200) + "&ip=192.0.2.1\nd=date=" + ago(-60) + "\n"},
-      {"ages wrap at 32 bits", history_, clearOldLoginAttempts,
-       "a=date=" + ago(1LL << 32) + "\nb=date=" + ago((1LL << 31) + 5) + "\nc=date=-9223372036854775808\n",
-       "a=date=" + ago(1LL << 32) + "\nb=date=" + ago((1LL << 31) + 5) + "\n"},
-      {"requests", requests_, clearOldPasswordResetRequests,
-       "a=time=" + ago(7200) + "\nb=time=" + ago(7201) + "\nc=user=bob\nd=time=-5\ne=time=-9223372036854775808\n" +
-           "f=time=" + ago(1LL << 32) + "\n",
-       "a=time=" + ago(7200) + "\n"},
-      {"blacklist", blacklist_, clear_old_blacklisted_ips,
-       "192.0.2.1=" + ago(600) + "\n192.0.2.2=" + ago(601) + "\n192.0.2.3=0\n192.0.2.4=\n192.0.2.5\n192.0.2.6=x\n" +
-           "192.0.2.7=9223372036854775807\n192.0.2.8=-5\n",
-       "192.0.2.1=" + ago(600) + "\n192.0.2.3=0\n192.0.2.4=\n192.0.2.5=\n192.0.2.6=x\n192.0.2.7=9223372036854775807\n"},
-      {"blacklist without anything old stays as it is", blacklist_, clear_old_blacklisted_ips,
-       "192.0.2.9\n192.0.2.1=0\n", "192.0.2.9\n192.0.2.1=0\n"}};
-  for (const auto& c : cases) {
-    panel_.put(c.file, c.before);
-    c.pass();
-    EXPECT_EQ(contentOf(panel_.path(c.file)), c.after) << c.name;
-    EXPECT_FALSE(exists(panel_.path(joined(c.file, ".lock")))) << c.name;
+  for (const auto& [name, file, pass, before, after] :
+       Rows<const char*, const char*, void (*)(), std::string, std::string>{
+           {"log-ins", history_, clearOldLoginAttempts,
+            "a=date=" + ago(1200) + "&ip=192.0.2.1\nb=date=" + ago(1201) + "\nc=ip=192.0.2.2\nd=date=" + ago(-60) +
+                "\ne=date=x\nf=\n",
+            "a=date=" + ago(1200) + "&ip=192.0.2.1\nd=date=" + ago(-60) + "\n"},
+           {"ages wrap at 32 bits", history_, clearOldLoginAttempts,
+            "a=date=" + ago(1LL << 32) + "\nb=date=" + ago((1LL << 31) + 5) + "\nc=date=-9223372036854775808\n",
+            "a=date=" + ago(1LL << 32) + "\nb=date=" + ago((1LL << 31) + 5) + "\n"},
+           {"requests", requests_, clearOldPasswordResetRequests,
+            "a=time=" + ago(7200) + "\nb=time=" + ago(7201) + "\nc=user=bob\nd=time=-5\ne=time=-9223372036854775808\n" +
+                "f=time=" + ago(1LL << 32) + "\n",
+            "a=time=" + ago(7200) + "\n"},
+           {"blacklist", blacklist_, clear_old_blacklisted_ips,
+            "192.0.2.1=" + ago(600) + "\n192.0.2.2=" + ago(601) +
+                "\n192.0.2.3=0\n192.0.2.4=\n192.0.2.5\n192.0.2.6=x\n" + "192.0.2.7=9223372036854775807\n192.0.2.8=-5\n",
+            "192.0.2.1=" + ago(600) +
+                "\n192.0.2.3=0\n192.0.2.4=\n192.0.2.5=\n192.0.2.6=x\n192.0.2.7=9223372036854775807\n"},
+           {"blacklist without anything old stays as it is", blacklist_, clear_old_blacklisted_ips,
+            "192.0.2.9\n192.0.2.1=0\n", "192.0.2.9\n192.0.2.1=0\n"}}) {
+    panel_.put(file, before);
+    pass();
+    EXPECT_EQ(contentOf(panel_.path(file)), after) << name;
+    EXPECT_FALSE(exists(panel_.path(joined(file, ".lock")))) << name;
   }
   EXPECT_EQ(panel_.logs.errors(), "");
 }

@@ -24,25 +24,20 @@ class PartitionCheck : public ::testing::Test {
   PanelFolder panel_;
 };
 
-std::string listOf(const ConfigFile& usage) {
-  std::string all;
-  for (long long i = 0; i < usage.size(); ++i) all += std::string(usage.getNameAt(i)) + " " + usage.getValueAt(i) + ";";
-  return all;
-}
 }  // namespace
 
 TEST(Partitions, TableIsRead) {
   for (const auto& [name, table, want] : Rows<const char*, const char*, const char*>{
            {"plain, and signs in a mount point",
             "Use% Mounted on\n100% /boot\n  0% /dev/shm\n 9% /mnt/a b  99% /home\n",
-            "/boot Use=100;/dev/shm Use=0;/mnt/a b  99% /home Use=9;"},
-           {"without data, or hidden", " 17% /\n   - /proc\n   - /\n", "/ Use=17;"},
-           {"what lies on top counts", " 17% /mnt\n 18% /mnt\n", "/mnt Use=18;"},
+            "/boot=Use=100;/dev/shm=Use=0;/mnt/a b  99% /home=Use=9;"},
+           {"without data, or hidden", " 17% /\n   - /proc\n   - /\n", "/=Use=17;"},
+           {"what lies on top counts", " 17% /mnt\n 18% /mnt\n", "/mnt=Use=18;"},
            {"odd lines", "x\n%\n12\n12%\n12%/\n-1% /a\n99999999999% /b\n 5% c\n", ""},
-           {"unfinished line", " 17% /\n 18% /ho", "/ Use=17;"}}) {
+           {"unfinished line", " 17% /\n 18% /ho", "/=Use=17;"}}) {
     ConfigFile usage(nullptr);
     parsePartitionUsage(table, usage);
-    EXPECT_EQ(listOf(usage), want) << name;
+    EXPECT_EQ(pairsOf(usage), want) << name;
   }
 }
 

@@ -5,28 +5,24 @@
 #include "tally/traffic/transfer_line.h"
 
 TEST(WebTraffic, LinesAreReadAsNumbers) {
-  const struct {
-    const char* name;
-    std::string log;
-    double total, upload;
-  } cases[] = {
-      {"two numbers", "100 50\n1234567 89012345678\n", 100 + 50 + 1234567 + 89012345678, 89012345728},
-      {"negative, dash, empty, words", "100 -5\n-100 5\n-\n\nnothing\n-nan 5\n", 100, 0},
-      {"fractions, exponents, signs, hexadecimal", "1.5 2.5\n1e2\n+4 5\n0x10 0x1p4\n", 145, 23.5},
-      {"more digits than an integer has", "100000000000000000000 1\n", 1e20 + 1, 1},
-      {"not finite", "inf 5\n1e999\nnan\n5 infinity\n", 10, 5},
-      {"no number behind the first, or glued", "12abc 5\n12 abc\n12-5\n12+5\n", 4 * 12 + 5, 5},
-      {"carriage returns", "100 50\r\n\r\n", 150, 50},
-      {"a NUL ends its line", std::string("5\0009\n7\n", 6), 12, 0},
-      {"unfinished", "100\n200", 100, 0},
-      {"eight digits and more", "12345678\n123456789 1234567\n0 0\n", 12345678 + 123456789 + 1234567.0, 1234567}};
-  PanelFolder panel;
+  const PanelFolder panel;
   const std::string path = panel.path("site.bytes");
-  for (const auto& c : cases) {
-    writeText(path, c.log);
+  for (const auto& [name, log, total, uploaded] : Rows<const char*, std::string, double, double>{
+           {"two numbers", "100 50\n1234567 89012345678\n", 100 + 50 + 1234567 + 89012345678, 89012345728},
+           {"negative, dash, empty, words", "100 -5\n-100 5\n-\n\nnothing\n-nan 5\n", 100, 0},
+           {"fractions, exponents, signs, hexadecimal", "1.5 2.5\n1e2\n+4 5\n0x10 0x1p4\n", 145, 23.5},
+           {"more digits than an integer has", "100000000000000000000 1\n", 1e20 + 1, 1},
+           {"not finite", "inf 5\n1e999\nnan\n5 infinity\n", 10, 5},
+           {"no number behind the first, or glued", "12abc 5\n12 abc\n12-5\n12+5\n", 4 * 12 + 5, 5},
+           {"carriage returns", "100 50\r\n\r\n", 150, 50},
+           {"a NUL ends its line", std::string("5\0009\n7\n", 6), 12, 0},
+           {"unfinished", "100\n200", 100, 0},
+           {"eight digits and more", "12345678\n123456789 1234567\n0 0\n", 12345678 + 123456789 + 1234567.0,
+            1234567}}) {
+    writeText(path, log);
     double upload = 1000;
-    EXPECT_EQ(getHttpTotal(path.c_str(), upload), c.total) << c.name;
-    EXPECT_EQ(upload, 1000 + c.upload) << c.name;
+    EXPECT_EQ(getHttpTotal(path.c_str(), upload), total) << name;
+    EXPECT_EQ(upload, 1000 + uploaded) << name;
   }
   double upload = 3;
   for (const std::string& file : {panel.path("none"), panel.path("admin"), std::string()}) {

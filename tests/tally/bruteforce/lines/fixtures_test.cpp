@@ -1,7 +1,5 @@
 // The stock filters on what real daemons write (tests/fixtures/brute).
-
 #include "support/fixtures.h"
-
 #include "tally/bruteforce/lines/filters.h"
 #include "tally/bruteforce/lines/match.h"
 

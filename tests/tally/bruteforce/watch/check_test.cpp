@@ -34,7 +34,6 @@ TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
       {"nothing new", [] {}, 1},
       {"the other half", [&] { write(whole.substr(60)); }, 2},
       {"shrunk", [&] { write(whole, std::ios::trunc); }, 3},
-      {"emptied", [&] { write("", std::ios::trunc); }, 3},
       {"refilled", [&] { write(whole + whole); }, 5},
       {"rotated to the same size", [&] { putAside(), write(whole + whole); }, 7},
       {"copied with a line more, cut, and grown past it",

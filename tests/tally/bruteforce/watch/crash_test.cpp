@@ -1,5 +1,4 @@
 // Scans that die or whose disk is full.
-
 #include "tally/bruteforce/watch/brute_monitor.h"
 
 class BruteCrash : public BruteMonitor {
@@ -17,19 +16,16 @@ class BruteCrash : public BruteMonitor {
 
 TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
   long long now = kNow, failures = 0;
+  const auto attack = [&] { write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2")), ++failures; };
   bool killed = true;
   int step = 0;
   for (; killed && step < 400; ++step) {
-    write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2"));
-    ++failures;
+    attack();
     now += 60;
     killed = crash("*:kill:" + std::to_string(step), [&] { pass(now); });
     // The dead one's locks on data files go stale in time; that on the scan must have gone with it.
     ASSERT_EQ(std::system(("find " + panel_.path("admin") + " -name 'brute*.lock' -delete").c_str()), 0);
-    if (step % 3 == 0) {
-      write(failure("bob", "192.0.2.1") + failure("eve", "192.0.2.2"));
-      ++failures;
-    }
+    if (step % 3 == 0) attack();
     pass(now += step % 2);
     ASSERT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", failures}, {"192.0.2.2", failures}})) << step;
     ASSERT_EQ(counts("brute_user.data"), (Counts{{"bob", failures}, {"eve", failures}})) << step;
@@ -38,8 +34,7 @@ TEST_F(BruteCrash, CountsNothingTwiceAndMissesNothing) {
     ASSERT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size()) << step;
     ASSERT_FALSE(exists(panel_.path("admin/state/brute_journal"))) << step;
   }
-  EXPECT_FALSE(killed);
-  EXPECT_GT(step, 30);
+  EXPECT_TRUE(!killed && step > 30) << step;
 }
 
 TEST_F(BruteCrash, AKilledScanDoesNotBlockTheNext) {
