@@ -5,9 +5,6 @@
 #include "support.h"
 #include "tally/traffic/web_traffic.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   ByteSums found, plain;

@@ -6,11 +6,7 @@
 #include "tally/bruteforce/lines/match.h"
 #include "tally/bruteforce/records/counts.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 namespace {
-
 void checkMatch(const BruteMatch& match, std::string_view line, const AddressTable& addresses) {
   require(match.attempts >= 0, "attempts");
   require(match.user.empty() || line.find(match.user) != std::string_view::npos, "account", match.user);
@@ -29,7 +25,6 @@ void checkMatch(const BruteMatch& match, std::string_view line, const AddressTab
   again.readFromString((key + "=1\n").c_str());
   require(again.getValue(key.c_str()) != nullptr && again.size() == 1, "key", key);
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

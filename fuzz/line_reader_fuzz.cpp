@@ -9,11 +9,7 @@
 #include "core/sys/sys.h"
 #include "support.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 namespace {
-
 constexpr std::size_t kMostPieces = 64;
 
 /// A descriptor each read of which gives one piece of the text: 1 to `longest` bytes.
@@ -90,7 +86,6 @@ void requireReadsStream(std::string_view text, int maxLength) {
   std::fclose(file);
   static_cast<void>(Text::adopt(buffer));
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

@@ -5,11 +5,7 @@
 #include "core/record/list_file.h"
 #include "support.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 namespace {
-
 std::vector<std::string> plainlyRead(std::string_view text, bool keepOrder, bool keepComments) {
   std::vector<std::string> kept;
   for (const std::string& line : linesOf(text)) {
@@ -68,7 +64,6 @@ void readIn(ListFile& list, const std::string& text) {
   writeInput("list", text);
   require(list.readFile() == 1, "read", list.result.view());
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

@@ -6,11 +6,7 @@
 #include "core/text/post_string.h"
 #include "support.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 namespace {
-
 int digitOf(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
@@ -66,7 +62,6 @@ void requireDecodes(const std::string& text, bool keepPlus) {
   const std::string want = decoded(text.c_str(), keepPlus);
   require(length == want.size() && want == mine.c_str(), "decoded", want);
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

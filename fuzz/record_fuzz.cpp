@@ -4,11 +4,7 @@
 
 #include "support.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 namespace {
-
 struct Settings {
   char separator = '=';
   int quoteCount = 0;
@@ -93,7 +89,6 @@ void requireWritesBack(ConfigFile& record, const PlainRecord& plain, const Setti
   require(again.readFile() == 1, "read again", again.result.view());
   requireSame(again, plain, "read again");
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

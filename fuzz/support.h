@@ -122,11 +122,15 @@ inline void writeInput(const char* path, std::string_view content) {
 
 }  // namespace zvtaskq::fuzz
 
+// What includes this is a fuzz target.
+using namespace zvtaskq;
+using namespace zvtaskq::fuzz;
+
 /// Every target works in a folder of its own; debug and log output goes nowhere.
 extern "C" [[gnu::used]] inline int LLVMFuzzerInitialize(int*, char***) {
   std::string folder = (std::filesystem::temp_directory_path() / "zvtaskq_fuzz.XXXXXX").string();
-  zvtaskq::fuzz::require(::mkdtemp(folder.data()) != nullptr, "mkdtemp");
+  require(::mkdtemp(folder.data()) != nullptr, "mkdtemp");
   std::filesystem::current_path(folder);
-  zvtaskq::fuzz::require(std::freopen("/dev/null", "w", stdout) != nullptr, "no /dev/null");
+  require(std::freopen("/dev/null", "w", stdout) != nullptr, "no /dev/null");
   return 0;
 }

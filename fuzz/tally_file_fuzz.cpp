@@ -9,11 +9,7 @@
 #include "tally/traffic/bandwidth_breakdown.h"
 #include "tally/traffic/tally_file.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 namespace {
-
 double plainTotal(std::string_view text) {
   std::set<std::string> seen;
   double total = 0;
@@ -29,7 +25,6 @@ double plainTotal(std::string_view text) {
   }
   return total;
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

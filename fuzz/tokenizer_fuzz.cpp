@@ -6,11 +6,7 @@
 
 #include "support.h"
 
-using namespace zvtaskq;
-using fuzz::require;
-
 namespace {
-
 /// A script block would be run; nothing that the fuzzer writes may be.
 bool holdsScript(const std::string& text) {
   return text.find("|$") != std::string::npos;
@@ -32,7 +28,6 @@ void checkMissing(const Tokenizer& tokenizer, const std::string& text, const std
             "a missing name from nowhere");
   }
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

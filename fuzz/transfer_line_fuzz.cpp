@@ -4,11 +4,7 @@
 #include "tally/traffic/home_traffic.h"
 #include "tally/traffic/transfer_line.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::fuzz;
-
 namespace {
-
 bool stands(std::string_view part, std::string_view line) {
   return !part.empty() && part.data() >= line.data() && part.data() + part.size() <= line.data() + line.size();
 }
@@ -21,7 +17,6 @@ void look(TransferReader read, std::string_view line) {
   require(transfer.bytesText.find_first_not_of("0123456789") == std::string_view::npos, "a number", line);
   require(std::to_string(transfer.bytes).size() <= transfer.bytesText.size(), "the number", line);
 }
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

@@ -25,14 +25,8 @@ def declared():
     sees, uses = {}, {}
     text = (rules.ROOT / "CMakeLists.txt").read_text()
     for name, rest in re.findall(r"^zv_room\(([\w/]+)([^)]*)\)", text, re.M):
-        words = {"SEES": [], "USES": []}
-        kind = None
-        for word in rest.split():
-            if word in words:
-                kind = word
-            else:
-                words[kind].append(word)
-        sees[name], uses[name] = words["SEES"], words["USES"]
+        before, _, after = rest.partition("USES")
+        sees[name], uses[name] = before.replace("SEES", "").split(), after.split()
 
     def passed_on(name):
         return {name}.union(*map(passed_on, sees[name]))

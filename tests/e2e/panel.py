@@ -6,6 +6,7 @@ import glob
 import os
 import pwd
 import shutil
+import stat
 import subprocess
 import unittest
 
@@ -49,6 +50,24 @@ def write(path, content, user=None, mode=None):
         os.chmod(path, mode)
 
 
+def append(path, content):
+    with open(path, "a", encoding="latin-1") as file:
+        file.write(content)
+
+
+def owner(path):
+    return pwd.getpwuid(os.stat(path).st_uid).pw_name
+
+
+def mode(path):
+    return stat.S_IMODE(os.stat(path).st_mode)
+
+
+def record(path):
+    """Name -> value of a file of pairs."""
+    return dict(line.split("=", 1) for line in text(path).splitlines())
+
+
 def settings(**values):
     """Sets keys of zorvane.conf; None takes a key out."""
     lines = [line for line in text(CONF).splitlines() if line.split("=")[0] not in values]
@@ -59,25 +78,6 @@ def settings(**values):
 def lost_files():
     return sorted(glob.glob(LOST + "/*"))
 
-
-# The beginning of another program that works on a data file, its first argument, under the file's lock.
-LOCKED = """
-import os, pwd, sys, time
-path = sys.argv[1]
-def become(user):
-    os.setegid(pwd.getpwnam(user).pw_gid)
-    os.seteuid(pwd.getpwnam(user).pw_uid)
-def locked(work, pause):
-    while True:
-        try:
-            os.close(os.open(path + ".lock", os.O_CREAT | os.O_EXCL, 0o600))
-            break
-        except FileExistsError:
-            time.sleep(0.0005)
-    work()
-    os.unlink(path + ".lock")
-    time.sleep(pause)
-"""
 
 INIT_SCRIPT = """#!/bin/sh
 ### BEGIN INIT INFO
@@ -114,6 +114,36 @@ class PanelTest(unittest.TestCase):
         write("/etc/init.d/" + name, "#!/bin/sh\n%s\n" % body, mode=0o755)
         self.addCleanup(os.unlink, "/etc/init.d/" + name)
 
+    def script(self, name, body):
+        """A script of the panel's own."""
+        write("%s/scripts/%s" % (PANEL, name), "#!/bin/sh\n" + body, "root", 0o755)
+
+    def stand_in(self, path, body):
+        """A script in a program's place, which comes back at the end."""
+        if not os.path.lexists(path + ".kept"):
+            os.rename(path, path + ".kept")
+            self.addCleanup(os.rename, path + ".kept", path)
+        write(path, "#!/bin/sh\n" + body, "root", 0o755)
+
+    def administrator(self):
+        """One who gets messages, and no mail."""
+        panel_do("addAccount", "boss", "admin", "root", "boss.example")
+        self.stand_in("/usr/sbin/sendmail", "cat >/dev/null\n")
+
+    def notices(self):
+        """Subject and text of every stored message, the oldest first."""
+        bodies = sorted(glob.glob(PANEL + "/data/tickets/**/*.msg", recursive=True))
+        return [(record(body[:-4] + ".conf")["subject"], text(body)) for body in bodies]
+
+    def drive(self, *words, status=0, fail="", timeout=120):
+        """One operation of usage accounting; what it printed."""
+        outcome = subprocess.run([BUILD + "/tally_driver", *words], capture_output=True, encoding="latin-1", check=False,
+                                 timeout=timeout, env={**os.environ, "ZVTASKQ_FAIL": fail})
+        self.status = outcome.returncode
+        if status is not None:
+            self.assertEqual(self.status, status, outcome.stdout + outcome.stderr + self.log())
+        return outcome.stdout
+
     def watch(self, **values):
         write(ADMIN + "/services.status", "".join("%s=%s\n" % pair for pair in sorted(values.items())), "zvadmin", 0o600)
 
@@ -121,8 +151,7 @@ class PanelTest(unittest.TestCase):
         return text(self.calls).split("\n")[:-1]
 
     def queue(self, *lines, path=QUEUE):
-        with open(path, "a", encoding="latin-1") as file:
-            file.write("".join(line + "\n" for line in lines))
+        append(path, "".join(line + "\n" for line in lines))
 
     def run_program(self, *arguments, env=None, before="", status=0):
         """Runs the installed program and returns what it printed."""

@@ -29,8 +29,8 @@ class Queue(PanelTest):
     def test_services_coalesce(self):
         for name in ("named", "exim", "httpd"):
             self.service(name)
-        self.queue("action=httpd&value=start", "action=httpd&value=reload", "action=named&value=reload", "action=exim&value=bogus", "action=named&value=restart", "action=rewrite&value=z",
-                   "action=named&value=reload")
+        self.queue("action=httpd&value=start", "action=httpd&value=reload", "action=named&value=reload",
+                   "action=exim&value=bogus", "action=named&value=restart", "action=rewrite&value=z", "action=named&value=reload")
         self.run_program()
         self.assertEqual(self.service_calls(), ["httpd start", "named restart"])
         self.assertLogged("Invalid action in: action=exim&value=bogus")
@@ -116,6 +116,7 @@ class Queue(PanelTest):
             ("action=tally&value=x", "executeCommand: can't figure out what to tally for 'action=tally&value=x'"),
             ("action=vacation", "executeCommand: can't figure out what vacation message to do action=vacation"),
             ("action=vacation&type=domain", "executeCommand: can't figure out what vacation message to do action=vacation&type=domain"),
+            ("action=vacation&value=one.example", "can't figure out what vacation message to do action=vacation&value=one.example"),
             ("action=vacation&type=domain&value=", "executeCommand: can't figure out what vacation message to do action=vacation"),
             ("action=tally&type=user", "executeCommand: can't figure out what to tally for 'action=tally&type=user'"),
             ("action=reset&type=user", "executeCommand: can't figure out what reset to do action=reset&type=user"),

@@ -7,15 +7,13 @@ import os
 import pwd
 import re
 import shutil
-import signal
 import subprocess
 import tarfile
 import time
 
 import panel
-from panel import PanelTest, settings, shell, text, write
+from panel import PanelTest, append, mode, owner, settings, shell, text, write
 
-DRIVER = panel.BUILD + "/tally_driver"
 MAIN = "/var/log/httpd/domains"
 PROXY = "/var/log/nginx/domains"
 HOST = "example.org"
@@ -35,22 +33,17 @@ CustomLog {logs}/{host}.log combined
 STOP = "kill -TERM $(cat {0}); for i in $(seq 100); do [ -e {0} ] || exit 0; sleep 0.1; done; rm {0}"
 # Asks with a connection for each request until its input ends; prints what was answered and what was not.
 LOAD = """
-import http.client, json, sys, threading
+import http.client, itertools, json, sys, threading, urllib.request
 over, answered, failed = threading.Event(), [], []
 def ask(worker):
-    number = 0
-    while not over.is_set():
+    for number in itertools.takewhile(lambda _: not over.is_set(), itertools.count()):
         name = "%s-%d-%d" % (sys.argv[2], worker, number)
-        number += 1
-        connection = http.client.HTTPConnection("127.0.0.1", int(sys.argv[1]), timeout=20)
         try:
-            connection.request("GET", "/?" + name)
-            answer = connection.getresponse()
-            answer.read()
-            (answered if answer.status == 200 else failed).append(name)
+            with urllib.request.urlopen("http://127.0.0.1:%s/?%s" % (sys.argv[1], name), timeout=20) as answer:
+                answer.read()
+            answered.append(name)
         except (OSError, http.client.HTTPException):
             failed.append(name)
-        connection.close()
 workers = [threading.Thread(target=ask, args=(n,)) for n in range(4)]
 [worker.start() for worker in workers]
 sys.stdin.read()
@@ -84,17 +77,9 @@ class RotationTest(PanelTest):
         settings(apachelogdir=MAIN, nginxlogdir=PROXY, apache_pid="/run/apache2/apache2.pid", nginx_pid="/run/nginx.pid")
         shell("mkdir -m 755 {0}; echo whole > {0}/php-mail.log; cp {0}/php-mail.log {0}/Nov-2026.tar.gz".format(CANARY))
 
-    def drive(self, *words, status=0, env=None, timeout=120):
-        outcome = subprocess.run([DRIVER, *words], capture_output=True, encoding="latin-1", check=False, timeout=timeout,
-                                 env={**os.environ, **(env or {})})
-        if status is not None:
-            self.assertEqual(outcome.returncode, status, outcome.stdout + outcome.stderr + self.log())
-        return outcome.stdout
-
     def assertCanary(self):
-        self.assertEqual(sorted(os.listdir(CANARY)), ["Nov-2026.tar.gz", "php-mail.log"])
-        for name in os.listdir(CANARY):
-            self.assertEqual(text(CANARY + "/" + name), "whole\n")
+        self.assertEqual({name: text(CANARY + "/" + name) for name in os.listdir(CANARY)},
+                         {"Nov-2026.tar.gz": "whole\n", "php-mail.log": "whole\n"})
 
     def put(self, name, content, when=None, folder=MAIN):
         path = "%s/%s" % (folder, name)
@@ -146,15 +131,15 @@ class Servers(RotationTest):
 
     def assertLogsHold(self, folder, answered, failed, proxied):
         """In its logs and their archives each answered request stands once."""
-        deadline = time.monotonic() + 20
-        missing = True
-        while missing and time.monotonic() < deadline:
+        for _ in range(100):
             time.sleep(0.2)
             lines = "".join(text(path) for path in glob.glob("%s/%s.log*" % (folder, HOST)))
             lines += "".join(content for (archive, _), content in members().items()
                              if archive.startswith("nginx-") == (folder == PROXY and proxied))
             logged = collections.Counter(re.findall(r"GET /\?(\S+)", lines))
             missing = answered - set(logged)
+            if not missing:
+                break
         self.assertFalse(missing and "%d of %d lines are lost in %s" % (len(missing), len(answered), folder))
         self.assertLessEqual(set(logged) - answered, failed)
         self.assertEqual(max(logged.values()), 1)
@@ -193,12 +178,9 @@ class Servers(RotationTest):
         # Apache reads its settings anew when it gets to it, and must not meet a broken file then.
         for times, step in enumerate((self.start_apache, lambda: self.drive("rotate_apache_logs")), 1):
             step()
-            deadline = time.monotonic() + 20
-            while text("/var/log/apache2/error.log").count("resuming normal operations") < times:
-                self.assertLess(time.monotonic(), deadline)
-                time.sleep(0.1)
-        with open("/etc/apache2/sites-enabled/000-default.conf", "a") as file:
-            file.write("NoSuchWord\n")
+            shell("for i in $(seq 200); do [ $(grep -c 'resuming normal operations' /var/log/apache2/error.log) -lt %d ] || "
+                  "exit 0; sleep 0.1; done; exit 1" % times)
+        append("/etc/apache2/sites-enabled/000-default.conf", "NoSuchWord\n")
         self.assertIn("Unable to reload Apache: its configuration fails the test: ", self.drive("rotate_apache_logs"))
         time.sleep(1)
         os.kill(int(text("/run/apache2/apache2.pid")), 0)
@@ -215,8 +197,7 @@ class Servers(RotationTest):
         os.makedirs(PROXY + "/folder.log")
         os.symlink("/etc/passwd", PROXY + "/link.log")
         os.link(PROXY + "/a.bytes", PROXY + "/hard.log")
-        script = panel.PANEL + "/scripts/custom/tally_rotation_post.sh"
-        write(script, "#!/bin/sh\necho rotated $(id -u)\n", mode=0o700)
+        self.script("custom/tally_rotation_post.sh", "echo rotated $(id -u)\n")
         self.assertEqual(self.drive("rotate_apache_logs"), "rotated 0")
         self.assertEqual(self.names(PROXY), sorted(["a.error.log.1", "a.log.1", "a.bytes", "b.log", "b.log.1", "folder.log",
                                                     "hard.log", "link.log", "log"]))
@@ -225,8 +206,9 @@ class Servers(RotationTest):
         for name in ("link", "hard"):
             for log in ("errortaskq", "security"):
                 self.assertLogged("Tally::rotate_apache_logs(%s/%s.log): is hard or symbolic link" % (PROXY, name), log, times=1)
-        write(script, "#!/bin/sh\necho no; exit 3\n", mode=0o700)
-        self.assertEqual(self.drive("rotate_apache_logs"), "<b>Script output %s</b>: no<br>\n" % script)
+        self.script("custom/tally_rotation_post.sh", "echo no; exit 3\n")
+        self.assertEqual(self.drive("rotate_apache_logs"),
+                         "<b>Script output %s/scripts/custom/tally_rotation_post.sh</b>: no<br>\n" % panel.PANEL)
         self.assertLogged("Tally::rotate_apache_logs: Rotation Post output: no", times=1)
         write(PROXY + "/c.log", "c")
         write(panel.PANEL + "/conf/demo", "")
@@ -255,7 +237,7 @@ class Archives(RotationTest):
         self.assertEqual(self.contents(), ["2026-10-01 12:01", "2026-11-05 00:10"])
         self.assertLogged("Path %s/logs was missing. Re-added it. NOTE: other folders are probably missing." % DOMAIN, times=1)
         for path in glob.glob(DOMAIN + "/logs*"):
-            self.assertEqual(pwd.getpwuid(os.stat(path).st_uid).pw_name, "bob")
+            self.assertEqual(owner(path), "bob")
 
     def test_variants_subdomains_and_awstats(self):
         settings(nginx_proxy=1, awstats=1)
@@ -290,13 +272,13 @@ class Archives(RotationTest):
     def test_places_stay_in_a_row(self):
         def place(number):
             return self.put("%s.log.%d" % (HOST, number), "%d\n" % number, time.time() - 10 * number)
-        plans = (None, "domain_log_rotation.rename:kill", "domain_log_rotation.rename:EIO", "domain_log_rotation.unlink:kill:1")
+        plans = ("", "domain_log_rotation.rename:kill", "domain_log_rotation.rename:EIO", "domain_log_rotation.unlink:kill:1")
         for plan in plans:
             shell("rm -rf %s/* %s/logs" % (MAIN, DOMAIN))
             busy = [open(place(number), "a") for number in (4, 9, 10)]
             for number in (1, 2, 3, 5, 6, 7, 8, 11):
                 place(number)
-            self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan or ""}, status=None)
+            self.drive("rotateLogs", "bob", HOST, fail=plan, status=None)
             self.drive("rotateLogs", "bob", HOST)
             self.assertEqual(self.names(), ["%s.log.%d" % (HOST, number) for number in (2, 3, 4)], plan)
             for file in busy:
@@ -318,7 +300,7 @@ class Archives(RotationTest):
                     self.put(HOST + ".log.1", "first")
                     self.drive("rotateLogs", "bob", HOST)
                 self.put(HOST + ".log.1", plan + content, time.time() - 1)
-                self.drive("rotateLogs", "bob", HOST, env={"ZVTASKQ_FAIL": plan}, status=None)
+                self.drive("rotateLogs", "bob", HOST, fail=plan, status=None)
                 came_through += not self.names()
                 if "kill" not in plan:
                     self.assertEqual(self.names(), [HOST + ".log.2"] if ("read" if fresh else "rename") not in plan else [], plan)
@@ -354,7 +336,6 @@ class Archives(RotationTest):
 
 SWAP = """
 import itertools, os
-os.setgid({gid}); os.setuid({uid})
 there = "{path}"
 for turn in itertools.count():
     try:
@@ -372,25 +353,19 @@ for turn in itertools.count():
 class Attacks(RotationTest):
     def swap(self, path):
         """Lets bob put a link to the canary's folder in place of the one at `path`, and back, as fast as can be."""
-        bob = pwd.getpwnam("bob")
-        process = subprocess.Popen(["python3", "-c", SWAP.format(gid=bob.pw_gid, uid=bob.pw_uid, path=path, canary=CANARY)])
-
-        def end():
-            process.send_signal(signal.SIGTERM)
-            process.wait()
-        self.addCleanup(end)
+        process = subprocess.Popen(["python3", "-c", SWAP.format(path=path, canary=CANARY)], user="bob", group="bob")
+        self.addCleanup(process.wait)
+        self.addCleanup(process.terminate)
         time.sleep(0.3)
         self.assertIsNone(process.poll())
 
     def test_who_compresses(self):
         """A program of bob's own he could stop."""
-        shell("mv /usr/bin/gzip /usr/bin/gzip.real; : > /var/log/gzip.ids; chmod 666 /var/log/gzip.ids")
-        self.addCleanup(shell, "mv /usr/bin/gzip.real /usr/bin/gzip; rm /var/log/gzip.ids")
-        write("/usr/bin/gzip", "#!/bin/sh\nid -un >> /var/log/gzip.ids\nexec gzip.real \"$@\"\n", mode=0o755)
+        self.stand_in("/usr/bin/gzip", "id -un >> /var/log/gzip.ids\nexec gzip.kept \"$@\"\n")
+        write("/var/log/gzip.ids", "", mode=0o666)
         self.put(HOST + ".log.1", "one")
         self.drive("rotateLogs", "bob", HOST)
-        self.assertEqual(text("/var/log/gzip.ids"), "zvadmin\n")
-        self.assertEqual(pwd.getpwuid(os.stat(glob.glob(DOMAIN + "/logs/*.gz")[0]).st_uid).pw_name, "bob")
+        self.assertEqual((text("/var/log/gzip.ids"), owner(glob.glob(DOMAIN + "/logs/*.gz")[0])), ("zvadmin\n", "bob"))
 
     def test_a_home_log_behind_a_swapped_folder(self):
         folder = "/home/bob/.php"
@@ -398,8 +373,8 @@ class Attacks(RotationTest):
         self.swap(folder)
         outcomes = set()
         for turn in range(150):
-            outcomes.add(subprocess.run([DRIVER, "rotate_log_up", folder + "/php-mail.log", *["copy"][turn % 2:]],
-                                        check=False, timeout=60).returncode)
+            self.drive("rotate_log_up", folder + "/php-mail.log", *["copy"][turn % 2:], status=None, timeout=60)
+            outcomes.add(self.status)
         self.assertEqual(outcomes, {0, 1})
         self.assertLogged("Tally::rotate_log_up(%s/php-mail.log): is hard or symbolic link" % folder, "security")
 
@@ -411,7 +386,7 @@ class Attacks(RotationTest):
         self.swap(DOMAIN + "/logs")
         for turn in range(60):
             self.put(HOST + ".log.1", "turn %d\n" % turn)
-            subprocess.run([DRIVER, "rotateLogs", "bob", HOST], check=False, timeout=60)
+            self.drive("rotateLogs", "bob", HOST, status=None, timeout=60)
         self.doCleanups()
         shell("[ ! -L {0}/logs ] || rm {0}/logs".format(DOMAIN))
         self.drive("rotateLogs", "bob", HOST)
@@ -438,8 +413,7 @@ class Statistics(RotationTest):
             pages = text(folder + "/index.html")
             self.assertIn("Seen by " + host, pages.replace("\n", " "))
             self.assertRegex(text(folder + time.strftime("/usage_%Y%m.html")), r"Total Hits</FONT></TD>\s*<TD.*<B>6</B>")
-            what = os.stat(folder + "/index.html")
-            self.assertEqual((pwd.getpwuid(what.st_uid).pw_name, what.st_mode & 0o777), ("bob", 0o644))
+            self.assertEqual((owner(folder + "/index.html"), mode(folder + "/index.html")), ("bob", 0o644))
         settings(custom_stats_path="/var/stats")
         shell("rm -rf /var/stats; mkdir /var/stats")
         self.drive("doWebalizer", "bob", HOST)
@@ -454,23 +428,22 @@ class Statistics(RotationTest):
             if turn == 2:
                 when = time.strftime("%d/%b/%Y:00:00:01 +0000")
                 write(MAIN + "/%s.log" % HOST, self.visits + "".join(VISIT % (1, when, page) for page in ("b", "c")))
-        self.assertEqual(os.stat(DOMAIN + "/awstats/index.html").st_mode & 0o777, 0o644)
-        self.assertEqual(os.stat(DOMAIN + "/awstats/.data").st_mode & 0o777, 0o700)
+        self.assertEqual((mode(DOMAIN + "/awstats/index.html"), mode(DOMAIN + "/awstats/.data")), (0o644, 0o700))
         script = panel.PANEL + "/scripts/custom/awstats_process.sh"
-        write(script, "#!/bin/sh\nids=$(grep -hE '^(Uid|Gid|Groups):' /proc/self/status)\n"
-                      "echo \"$@\" $(pwd) $ids >seen; wc -l >>seen\n", mode=0o755)
+        self.script("custom/awstats_process.sh", "ids=$(grep -hE '^(Uid|Gid|Groups):' /proc/self/status)\n"
+                    "echo \"$@\" $(pwd) $ids >seen; wc -l >>seen\n")
         self.drive("doAwstats", "bob", HOST)
         bob = pwd.getpwnam("bob")
         self.assertEqual(text(DOMAIN + "/awstats/seen").split(), ["bob", HOST] + [DOMAIN + "/awstats"] * 2 +
                          ["Uid:"] + [str(bob.pw_uid)] * 4 + ["Gid:"] + [str(bob.pw_gid)] * 4 + ["Groups:", "8"])
-        write(script, "#!/bin/sh\necho broken; exit 4\n", mode=0o755)
+        self.script("custom/awstats_process.sh", "echo broken; exit 4\n")
         self.drive("doAwstats", "bob", HOST, status=1)
         self.assertLogged("error executing %s for %s : broken" % (script, HOST), times=1)
 
     def test_a_program_that_its_user_stops(self):
         settings(awstats=1, account_time_limit=1)
         write(MAIN + "/two.%s.log" % HOST, self.visits, "root", 0o600)
-        write(panel.PANEL + "/scripts/custom/awstats_process.sh", "#!/bin/sh\necho $2 >>/home/bob/ran\nkill -STOP $$\n", mode=0o755)
+        self.script("custom/awstats_process.sh", "echo $2 >>/home/bob/ran\nkill -STOP $$\n")
         self.drive("doAwstats", "bob", HOST, "two", "two", "two", status=1)
         self.assertEqual(text("/home/bob/ran"), "two.%s\n" % HOST)
         self.assertLogged("The programs of bob have used up their 1 seconds (account_time_limit).", times=1)

@@ -25,7 +25,6 @@
 using namespace zvtaskq;
 
 namespace {
-
 constexpr const char* kSettings = "/usr/local/zorvane/conf/zorvane.conf";
 
 /// What an operation is given: its arguments, the first of them at 0; a missing one is null.
@@ -34,19 +33,12 @@ struct Call {
   char** arguments;
   int count;
   const char* at(int i) const { return i < count ? arguments[i] : nullptr; }
-  bool has(const char* word) const {
-    for (int i = 0; i < count; ++i) {
-      if (std::strcmp(arguments[i], word) == 0) return true;
-    }
-    return false;
-  }
 };
 
-/// Prints the words that the operation adds to a result text.
-template <class Work>
-int saying(Work work) {
+/// Prints what the rotation adds to a result text.
+int rotateWebLogs(const Call& call) {
   Text result;
-  const int outcome = work(result);
+  const int outcome = rotate_apache_logs(&call.conf, false, result);
   std::fputs(result.orEmpty(), stdout);
   return outcome;
 }
@@ -59,13 +51,11 @@ int eachSubdomain(int (*work)(const Config*, const char*, const char*, const cha
   return outcome;
 }
 
-struct Row {
+constexpr struct {
   const char* operation;
   int (*work)(const Call& call);
-};
-
-constexpr Row kRows[] = {
-    {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.has("copy")); }},
+} kRows[] = {
+    {"rotate_log_up", [](const Call& call) { return rotate_log_up(call.at(0), &call.conf, 0, call.at(1) != nullptr); }},
     {"parseHomeDirBandwidth", [](const Call&) { return parseHomeDirBandwidth(); }},
     {"collectFtpTraffic", [](const Call& call) { return collectFtpTraffic(&call.conf); }},
     {"getFtpTotal",
@@ -75,15 +65,10 @@ constexpr Row kRows[] = {
        AccountBill bill(logs, call.at(0));
        return std::printf("%.0f\n", getFtpTotal(bill)) > 0 ? 1 : 0;
      }},
-    {"rotate_apache_logs",
-     [](const Call& call) {
-       return saying([&](Text& result) { return rotate_apache_logs(&call.conf, false, result); });
-     }},
+    {"rotate_apache_logs", rotateWebLogs},
     {"rotateLogs", [](const Call& call) { return rotateLogs(&call.conf, call.at(0), call.at(1), call.at(2)); }},
     {"doWebalizer", [](const Call& call) { return eachSubdomain(doWebalizer, call); }},
-    {"doAwstats", [](const Call& call) { return eachSubdomain(doAwstats, call); }},
-};
-
+    {"doAwstats", [](const Call& call) { return eachSubdomain(doAwstats, call); }}};
 }  // namespace
 
 int main(int count, char** words) {
@@ -98,7 +83,7 @@ int main(int count, char** words) {
   useCleanEnvironment();
   ::umask(077);
   if (!setRootPriv() || !dropSupplementaryGroups()) return 2;
-  for (const Row& row : kRows) {
+  for (const auto& row : kRows) {
     if (count < 2 || std::strcmp(row.operation, words[1]) != 0) continue;
     setNoPriv();
     return row.work(Call{conf, words + 2, count - 2}) == 1 ? 0 : 1;

@@ -1,14 +1,7 @@
 #include "mail/block_lists.h"
 
-#include <gtest/gtest.h>
-
-#include "core/record/config_file.h"
 #include "mail/email.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 namespace {
 constexpr long long kNow = 1'800'000'000;
@@ -17,47 +10,24 @@ constexpr unsigned long long kEver = ~0ULL;
 
 TEST(BlockLists, LiftedToTheSecond) {
   const std::string old = std::to_string(kNow - 3601), young = std::to_string(kNow - 3600);
-  const struct {
-    const char* name;
-    unsigned long long minutes;
-    std::string list;
-    const char* left;
-  } cases[] = {
-      {"older than an hour", 60, "a: " + old + "\nb: " + young + "\n", "b"},
-      {"without a time", 60, "a:0\nb:-5\nc:\nd:x\ne:1\n", "abcd"},
-      {"from the future", 0,
-       "a:" + std::to_string(kNow + 1) + "\nb:" + std::to_string(kNow) + "\nc:9223372036854775807\n", "abc"},
-      {"at once", 0, "a:" + std::to_string(kNow - 1) + "\n", ""},
-      {"never", kEver, "a:1\n", "a"},
-      {"bare", 60, "a\nb:1\n", "a"},
-  };
   const PanelFolder panel;
   const FixedClock clock(kNow);
-  for (const auto& c : cases) {
+  for (const auto& [minutes, text, want] : Rows<unsigned long long, std::string, std::string>{
+           {60, "a: " + old + "\nb: " + young + "\n", "b"},
+           {60, "a:0\nb:-5\nc:\nd:x\ne:1\n", "abcd"},
+           {0, "a:" + std::to_string(kNow + 1) + "\nb:" + std::to_string(kNow) + "\nc:9223372036854775807\n", "abc"},
+           {0, "a:" + std::to_string(kNow - 1) + "\n", ""},
+           {kEver, "a:1\n", "a"},
+           {60, "a\nb:1\n", "a"}}) {
     ConfigFile list(nullptr);
     list.separator = ':';
-    list.readFromString(c.list.c_str(), 1);
-    const long long before = list.size();
-    const long long lifted = liftOldBlocks(list, "account", c.minutes);
+    list.readFromString(text.c_str(), 1);
+    const long long lifted = times(text, "\n") - std::ssize(want);
+    EXPECT_EQ(liftOldBlocks(list, "account", minutes), lifted) << text;
     std::string left;
     for (long long i = 0; i < list.size(); ++i) left += list.getNameAt(i);
-    EXPECT_EQ(left, c.left) << c.name;
-    EXPECT_EQ(lifted, before - list.size()) << c.name;
+    EXPECT_EQ(left, want) << text;
   }
   EXPECT_TRUE(
       holds(panel.logs.system(), "BlockCracking: account 'e' has been removed from the block list due to age."));
-}
-
-TEST(BlockLists, RefusedCalls) {
-  PanelFolder panel;
-  panel.conf.block_cracking_unblock = 2;
-  Email::check_block_cracking_auto_unblock(&panel.conf, 2);
-  Email::check_block_cracking_auto_unblock(&panel.conf, -1);
-  EXPECT_TRUE(holds(panel.logs.errors(), "Email::check_block_cracking_auto_unblock: Unknown block type: 2"));
-  EXPECT_TRUE(holds(panel.logs.errors(), "Unknown block type: -1"));
-  panel.conf.block_cracking_unblock = 1;
-  setDebugLevel(100);
-  const std::string shown = printed([&] { Email::check_block_cracking_auto_unblock(&panel.conf, 0); });
-  setDebugLevel(0);
-  EXPECT_EQ(shown, "Email::check_block_cracking_auto_unblock: auto unblock is not set. Shouldn't be here.\n");
 }

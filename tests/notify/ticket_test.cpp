@@ -1,27 +1,13 @@
 #include "notify/ticket.h"
 
-#include <gtest/gtest.h>
 #include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
-#include "core/sys/fail_point.h"
-#include "core/sys/privileges.h"
-#include "core/sys/sys.h"
 #include "notify/notice_limit.h"
-#include "support/fixed_clock.h"
 #include "support/fixtures.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 /// A panel in a folder of its own, with its real user.
 class Messages : public ::testing::Test {
  protected:
@@ -42,10 +28,7 @@ class Messages : public ::testing::Test {
     conf_.userdata = folder_.path("users").c_str();
     useConfiguration(&conf_);
   }
-  void TearDown() override {
-    setFailPlan(nullptr);
-    useConfiguration(nullptr);
-  }
+  void TearDown() override { useConfiguration(nullptr); }
   void make(const std::string& name, mode_t mode) {
     const std::string path = folder_.path(name);
     ::mkdir(path.c_str(), mode);
@@ -69,8 +52,6 @@ class Messages : public ::testing::Test {
     ConfigFile record(nullptr);
     record.setParam("subject", "Two\nlines");
     record.setParam("message", "Body |x|\n=1\n");
-    record.setParam("user", "multiple");
-    record.setParam("priority", "30");
     Ticket ticket;
     const int sent = ticket.sendSystemMessage(record, &recipients, 0, includeAdmins);
     result_ = ticket.result.orEmpty();
@@ -84,48 +65,29 @@ class Messages : public ::testing::Test {
   std::string result_;
   bool isLost_ = false;
 };
-
 }  // namespace
-
-TEST_F(Messages, AreStoredOnceAndAnnouncedToEachRecipient) {
-  for (const char* name : {"bob", "ann"}) addUser(name);
-  ASSERT_EQ(send({"bob", "ann", "zvadmin"}, true), 1) << result_;
-  const std::string ticket = "tickets/000/041/";
-  EXPECT_EQ(content(ticket + "001.msg"), "Body |x|\n=1\n");
-  EXPECT_TRUE(holds(content(ticket + "001.conf"), "\nsubject=Two lines\n"));
-  for (const char* list : {"users/bob/tickets.list", "users/ann/tickets.list", "admin/tickets.list"}) {
-    EXPECT_EQ(content(list), "000000041=type=message&new=yes\n") << list;
-    EXPECT_EQ(modeOf(folder_.path(list)), 0600U) << list;
-  }
-  // Nobody to tell: the ticket is stored all the same.
-  ASSERT_EQ(send({}), 1);
-  EXPECT_TRUE(exists(folder_.path("tickets/000/042/001.msg")));
-}
 
 TEST_F(Messages, OneRecipientOutOfReachDoesNotKeepTheOthers) {
   addUser("bob");
   addUser("ann");
   put("canary", "untouched");
-  std::filesystem::remove(folder_.path("users/ann/tickets.list"));
-  std::filesystem::create_symlink(folder_.path("canary"), folder_.path("users/ann/tickets.list"));
+  fs::remove(folder_.path("users/ann/tickets.list"));
+  fs::create_symlink(folder_.path("canary"), folder_.path("users/ann/tickets.list"));
   const LogCapture logs;
   EXPECT_EQ(send({"ann", "../admin", "ghost", "bob"}), 0);
   EXPECT_FALSE(isLost_);
   EXPECT_EQ(content("users/bob/tickets.list"), "000000041=type=message&new=yes\n");
-  EXPECT_EQ(content("canary"), "untouched");
-  EXPECT_EQ(content("admin/tickets.list"), "");
+  EXPECT_EQ(content("canary") + content("admin/tickets.list"), "untouched");
   for (const char* name : {"ann", "../admin", "ghost"}) {
     EXPECT_TRUE(holds(result_, joined("Can't read ", name, "'s tickets file to add ticket<br>\n")));
   }
-  EXPECT_TRUE(
-      holds(logs.errors(), "Ticket::deliverMessage::Can't read " + folder_.path("users/ghost/tickets.list") + ": "));
+  const std::string users = folder_.path("users/");
+  EXPECT_TRUE(holds(logs.errors(), "Ticket::deliverMessage::Can't read " + users + "ghost/tickets.list: "));
   // The write that fails is that of the list: one for the counter and one for the header go before it.
-  setFailPlan("safe_write.rename:ENOSPC:2");
-  EXPECT_EQ(send({"bob"}), 0);
+  EXPECT_EQ(failing("safe_write.rename:ENOSPC:2", [&] { return send({"bob"}); }), 0);
   EXPECT_TRUE(isLost_);
   EXPECT_EQ(result_, "Unable to write bob's tickets file to add ticket<br>\n");
-  EXPECT_TRUE(
-      holds(logs.errors(), "Tickets::deliverMessage::Unable to write " + folder_.path("users/bob/tickets.list")));
+  EXPECT_TRUE(holds(logs.errors(), "Tickets::deliverMessage::Unable to write " + users + "bob/tickets.list"));
 }
 
 TEST_F(Messages, ReachAdministratorsByTheirTypeToo) {
@@ -163,18 +125,16 @@ TEST_F(Messages, KeepTheNameTheyCarry) {
 TEST_F(Messages, NoNumberIsUsedTwice) {
   const struct {
     const char *name, *counter, *logged, *ticket, *next;
-  } cases[] = {
-      {"counted", "60\n", "", "060", "61\n"},
-      {"emptied", "", "Ticket: Error reading ticket number from ", "061", "62\n"},
-      {"no number", "abc\n", "Ticket: Error reading ticket number from ", "062", "63\n"},
-      {"negative", "-7\n", "Ticket: Error reading ticket number from ", "063", "64\n"},
-      {"put back", "60\n", "the number 60 of ", "064", "65\n"},
-      {"missing", nullptr, "Can't open file ", "065", "66\n"},
-      {"only listed", "", "Ticket: Error reading ticket number from ", "101", "102\n"},
-      {"a link of that name", "150\n", "the number 150 of ", "151", "152\n"},
-      {"full disk", "103\n", "Unable to write ", "152", "103\n"},
-      {"locked", "103\n", "Can't get lock on ", "153", "103\n"},
-  };
+  } cases[] = {{"counted", "60\n", "", "060", "61\n"},
+               {"emptied", "", "Ticket: Error reading ticket number from ", "061", "62\n"},
+               {"no number", "abc\n", "Ticket: Error reading ticket number from ", "062", "63\n"},
+               {"negative", "-7\n", "Ticket: Error reading ticket number from ", "063", "64\n"},
+               {"put back", "60\n", "the number 60 of ", "064", "65\n"},
+               {"missing", nullptr, "Can't open file ", "065", "66\n"},
+               {"only listed", "", "Ticket: Error reading ticket number from ", "101", "102\n"},
+               {"a link of that name", "150\n", "the number 150 of ", "151", "152\n"},
+               {"full disk", "103\n", "Unable to write ", "152", "103\n"},
+               {"locked", "103\n", "Can't get lock on ", "153", "103\n"}};
   for (const auto& c : cases) {
     const std::string name = c.name;
     const LogCapture logs;
@@ -198,22 +158,18 @@ TEST_F(Messages, NoNumberIsUsedTwice) {
 }
 
 TEST_F(Messages, WritingFailsInItsOwnWords) {
-  const struct {
-    const char *plan, *logged, *result;
-  } cases[] = {
-      {"ticket.mkdir:ENOSPC",
-       "Ticket::writeTicket: Can't create directory: ", "Unable to create the ticket directory: "},
-      {"ticket.open:EDQUOT:5", "Ticket::writeTicket::Error opening ", "Could not write the message"},
-      {"ticket.write:short", "Ticket::writeTicket::Error opening ", "Could not write the message"},
-      {"safe_write.rename:EIO:1", "Ticket::writeTicket::Error writing ", "Could not write message configuration file"}};
-  for (const auto& c : cases) {
+  for (const auto& [plan, logged, result] : Rows<const char*, const char*, const char*>{
+           {"ticket.mkdir:ENOSPC",
+            "Ticket::writeTicket: Can't create directory: ", "Unable to create the ticket directory: "},
+           {"ticket.open:EDQUOT:5", "Ticket::writeTicket::Error opening ", "Could not write the message"},
+           {"ticket.write:short", "Ticket::writeTicket::Error opening ", "Could not write the message"},
+           {"safe_write.rename:EIO:1", "Ticket::writeTicket::Error writing ",
+            "Could not write message configuration file"}}) {
     const LogCapture logs;
-    setFailPlan(c.plan);
-    EXPECT_EQ(send({}), 0) << c.plan;
-    setFailPlan(nullptr);
-    EXPECT_TRUE(isLost_) << c.plan;
-    EXPECT_EQ(result_.find(c.result), 0U) << c.plan << result_;
-    EXPECT_TRUE(holds(logs.errors(), c.logged)) << c.plan;
+    EXPECT_EQ(failing(plan, [&] { return send({}); }), 0) << plan;
+    EXPECT_TRUE(isLost_) << plan;
+    EXPECT_EQ(result_.find(result), 0U) << plan << result_;
+    EXPECT_TRUE(holds(logs.errors(), logged)) << plan;
   }
   // The highest number there can be is taken.
   make("tickets/2147483", 0700);
@@ -228,41 +184,29 @@ TEST_F(Messages, ServiceNoticesAreLimited) {
   const long long now = 1'800'000'000;
   const FixedClock clock(now);
   const std::string hourAgo = std::to_string(now - 3600), recently = std::to_string(now - 3599);
-  const struct {
-    const char* name;
-    std::string settings;
-    int want;
-    const char* logged;
-  } cases[] = {
-      {"fresh", "service_email_active=yes\nservice_email_last_sent=0\n", 1, ""},
-      {"an hour ago", "service_email_active=yes\nservice_email_last_sent=" + hourAgo + "\n", 1, ""},
-      {"less than an hour ago", "service_email_active=yes\nservice_email_last_sent=" + recently + "\n", 0, ""},
-      {"not wanted", "service_email_active=no\nservice_email_last_sent=0\n", 0, ""},
-      {"not asked for", "service_email_last_sent=0\n", 0, ""},
-      {"no time", "service_email_active=yes\n", 0, ""},
-      {"in the future", "service_email_active=yes\nservice_email_last_sent=99999999999\n", 1,
-       "is set anew: 99999999999"},
-      {"no number", "service_email_active=yes\nservice_email_last_sent=x\n", 1, "is set anew: x"},
-  };
-  for (const auto& c : cases) {
+  const std::string active = "service_email_active=yes\n", last = "service_email_last_sent=";
+  for (const auto& [settings, want, logged] :
+       Rows<std::string, int, const char*>{{active + last + "0\n", 1, ""},
+                                           {active + last + hourAgo + "\n", 1, ""},
+                                           {active + last + recently + "\n", 0, ""},
+                                           {"service_email_active=no\n" + last + "0\n", 0, ""},
+                                           {last + "0\n", 0, ""},
+                                           {active, 0, ""},
+                                           {active + last + "99999999999\n", 1, "is set anew: 99999999999"},
+                                           {active + last + "x\n", 1, "is set anew: x"}}) {
     const LogCapture logs;
-    put("admin/admin.conf", c.settings, "nobody");
-    EXPECT_EQ(mayNotifyOfService(), c.want) << c.name;
+    put("admin/admin.conf", settings, "nobody");
+    EXPECT_EQ(mayNotifyOfService(), want) << settings;
     EXPECT_TRUE(effectiveIds() == kRootIds);
-    const std::string settings = content("admin/admin.conf");
-    const std::size_t stamp = settings.find("last_sent=");
-    const long long last = stamp == std::string::npos ? 0 : std::atoll(settings.c_str() + stamp + 10);
-    EXPECT_EQ(last == now, c.want == 1) << c.name << settings;
-    EXPECT_TRUE(holds(logs.errors(), c.logged)) << c.name;
-    if (c.want == 1) {
-      EXPECT_EQ(mayNotifyOfService(), 0) << c.name;
-    }
+    EXPECT_EQ(content("admin/admin.conf"), want == 1 ? active + last + std::to_string(now) + "\n" : settings);
+    EXPECT_TRUE(holds(logs.errors(), logged)) << settings;
+    // Once for each hour.
+    EXPECT_EQ(mayNotifyOfService(), 0) << settings;
   }
   const LogCapture logs;
-  put("admin/admin.conf", cases[0].settings, "nobody");
-  setFailPlan("safe_write.rename:ENOSPC");
-  EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0), 1);
-  setFailPlan(nullptr);
+  put("admin/admin.conf", active + last + "0\n", "nobody");
+  EXPECT_EQ(failing("safe_write.rename:ENOSPC", [&] { return Ticket().notifyAdmins("named", nullptr, nullptr, 0); }),
+            1);
   EXPECT_TRUE(holds(logs.errors(), "Unable to write " + folder_.path("admin/admin.conf") + ": "));
   ::unlink(folder_.path("admin/admin.conf").c_str());
   EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0), 1);
@@ -272,22 +216,17 @@ TEST_F(Messages, ServiceNoticesAreLimited) {
 
 /// In a process that sees a folder with nothing but a recorder in it as /usr/sbin.
 TEST_F(Messages, GoByEmailInstead) {
-  addUser("boss");
-  addUser("chief");
-  addUser("mute");
+  for (const char* name : {"boss", "chief", "mute"}) addUser(name);
   put("users/boss/user.conf", "username=boss\nusertype=admin\nemail=boss@boss.example,nonsense\nemail_on_message=no\n");
   put("users/chief/user.conf", "username=chief\nusertype=admin\nemail=chief@chief.example\n");
   put("admin/admin.list", "boss\nchief\nmute\n");
   make("programs", 0755);
   make("sent", 0711);
-  writeText(folder_.path("programs/sendmail"),
-            joined("#!/bin/sh\n(id -un; echo $*; cat) >", folder_.path("sent"), "/$$\n"));
-  ::chmod(folder_.path("programs/sendmail").c_str(), 0755);
+  writeScript(folder_.path("programs/sendmail"), "(id -un; echo $*; cat) >" + folder_.path("sent") + "/$$\n");
   const LogCapture logs;
   const int sent = inAProcessOfItsOwn([&] {
-    const bool stage = ::unshare(CLONE_NEWNS) == 0 &&
-                       ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                       ::mount(folder_.path("programs").c_str(), "/usr/sbin", nullptr, MS_BIND, nullptr) == 0;
+    const std::string lay = "mount --make-rprivate / && mount --bind " + folder_.path("programs") + " /usr/sbin";
+    const bool stage = ::unshare(CLONE_NEWNS) == 0 && std::system(lay.c_str()) == 0;
     Ticket ticket;
     return stage ? ticket.notifyAdmins("named", nullptr, nullptr, 1, 1) + (ticket.isLost ? 2 : 0) : 9;
   });
@@ -295,7 +234,7 @@ TEST_F(Messages, GoByEmailInstead) {
   EXPECT_TRUE(holds(logs.errors(), "'nonsense' of account boss is no e-mail address"));
   EXPECT_TRUE(holds(logs.errors(), "There is no e-mail address of administrator mute"));
   std::string mails;
-  for (const auto& entry : std::filesystem::directory_iterator(folder_.path("sent"))) mails += contentOf(entry.path());
+  for (const auto& entry : fs::directory_iterator(folder_.path("sent"))) mails += contentOf(entry.path());
   for (const char* want :
        {"zvadmin\n-t\nFrom: \"Message System\" <zvadmin@server.example>\nTo: <boss@boss.example>\n",
         "\nTo: <chief@chief.example>\nSubject: The service 'named' on server server.example is currently down\n"}) {
@@ -314,26 +253,18 @@ TEST_F(Messages, GoByEmailInstead) {
 }
 
 TEST_F(Messages, WithoutConfigurationAndInDemonstrations) {
-  const LogCapture logs;
   useConfiguration(nullptr);
-  ConfigFile record(nullptr);
   ListFile users(nullptr);
   users.addElement("bob");
-  setDebugLevel(1);
-  const std::string shown = printed([&] {
-    EXPECT_EQ(Ticket().notifyAdmins("named", "S", nullptr, 1), 0);
-    EXPECT_EQ(Ticket().messageUsers("S", "M", &users), 0);
-    EXPECT_EQ(Ticket().sendSystemMessage(record, &users, 0, false), 0);
-  });
-  setDebugLevel(0);
+  const std::string shown = printed(
+      [&] { EXPECT_EQ(Ticket().notifyAdmins("named", "S", nullptr, 1) + Ticket().messageUsers("S", "M", &users), 0); },
+      1);
   EXPECT_TRUE(holds(shown, "sys_conf=NULL : cannot call notifyAdmins(\"named\", \"S\", \"\", 1)\n"));
   EXPECT_TRUE(holds(shown, "sys_conf=NULL : cannot call messageUsers(\"S\", \"M\")\n"));
-  EXPECT_TRUE(holds(logs.errors(), "sys_conf=NULL : cannot call messageUsers(\"S\", \"M\")\n"));
   put("conf/demo", "");
   useConfiguration(&conf_);
-  EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0), 1);
-  EXPECT_EQ(Ticket().messageUsers("S", "M", &users), 1);
-  EXPECT_EQ(Ticket().sendSystemMessage(record, &users, 0, true), 1);
+  EXPECT_EQ(Ticket().notifyAdmins("named", nullptr, nullptr, 0) + Ticket().messageUsers("S", "M", &users), 2);
+  EXPECT_EQ(send({"bob"}, true), 1);
   EXPECT_EQ(content("admin/next_ticket.number"), "41\n");
   EXPECT_FALSE(exists(folder_.path("tickets/000")));
 }

@@ -1,12 +1,6 @@
 #include "runner/signals.h"
 
-#include <gtest/gtest.h>
-#include <csignal>
-
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(Signals, AnswersEachInItsWords) {
   LogCapture log;

@@ -1,16 +1,6 @@
 #include "support/fixtures.h"
 
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
-#include "core/sys/identity.h"
+#include <sys/resource.h>
 
 namespace zvtaskq::test {
 
@@ -47,9 +37,34 @@ bool exists(const std::string& path) {
   return ::lstat(path.c_str(), &what) == 0;
 }
 
-unsigned modeOf(const std::string& path) {
+void writeScript(const std::string& path, const std::string& body) {
+  writeText(path, "#!/bin/sh\n" + body);
+  ::chmod(path.c_str(), 0755);
+}
+
+void give(const std::string& path, unsigned owner) {
+  EXPECT_EQ(::lchown(path.c_str(), owner, owner), 0) << path;
+}
+
+long times(std::string_view text, std::string_view part) {
+  long count = 0;
+  for (std::size_t at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+struct stat statOf(const std::string& path) {
   struct stat what {};
-  return ::lstat(path.c_str(), &what) == 0 ? what.st_mode & 07777 : 0;
+  return ::lstat(path.c_str(), &what) == 0 ? what : decltype(what){};
+}
+
+unsigned modeOf(const std::string& path) {
+  return statOf(path).st_mode & 07777;
+}
+
+long peakMemory() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss / 1024;
 }
 
 Exchange::Exchange(const std::string& folder, const char* one, const char* other) {

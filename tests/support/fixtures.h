@@ -3,14 +3,31 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
 #include <string>
-#include <string_view>
+#include <vector>
 
+#include "core/sys/fail_point.h"
 #include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/sys/sys.h"
+#include "core/text/text.h"
+#include "support/fixed_clock.h"
 
 namespace zvtaskq::test {
 
@@ -32,14 +49,46 @@ std::string contentOf(const std::string& path);
 /// What stands in a file of tests/fixtures.
 std::string fixture(const std::string& name);
 void writeText(const std::string& path, const std::string& text);
+/// A shell script that everybody may run.
+void writeScript(const std::string& path, const std::string& body);
+/// Gives the file, or the link itself, to a user and the group of the same number.
+void give(const std::string& path, unsigned owner);
 bool exists(const std::string& path);
 /// Whether `part` stands in `text`; says both when that is not what was expected.
 inline testing::AssertionResult holds(std::string_view text, std::string_view part) {
   const bool found = text.find(part) != std::string_view::npos;
   return testing::AssertionResult(found) << '"' << part << (found ? "\" in:\n" : "\" is not in:\n") << text;
 }
-/// The permission bits of a file, 0 when there is none.
+/// A table of cases: for (const auto& [name, text, want] : Rows<const char*, std::string, int>{{...}, {...}}).
+template <class... Columns>
+using Rows = std::vector<std::tuple<Columns...>>;
+/// The pairs of a record: "name=value;" for each.
+template <class Record>
+std::string pairsOf(const Record& record) {
+  std::string all;
+  for (long long i = 0; i < record.size(); ++i) all += joined(record.getNameAt(i), "=", record.getValueAt(i), ";");
+  return all;
+}
+/// How often `part` stands in `text`.
+long times(std::string_view text, std::string_view part);
+/// What there is to know of a file, or of the link itself; all of it 0 when there is none.
+struct stat statOf(const std::string& path);
+/// Its permission bits.
 unsigned modeOf(const std::string& path);
+/// The most memory that this process has had so far, in MiB.
+long peakMemory();
+
+#ifdef ZVTASKQ_FAIL_POINTS
+/// What `work` answers while the system fails as planned.
+template <class Work>
+auto failing(const std::string& plan, Work work) {
+  setFailPlan(plan.c_str());
+  const struct End {
+    ~End() { setFailPlan(nullptr); }
+  } end;
+  return work();
+}
+#endif
 
 /// While it lives, the four logs go to files of a folder of its own.
 class LogCapture {
@@ -76,9 +125,10 @@ int inAProcessOfItsOwn(Body body) {
   return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// Runs `body` and returns what it printed on standard output.
+/// Runs `body` at a debug level and returns what it printed on standard output.
 template <class Body>
-std::string printed(Body body) {
+std::string printed(Body body, int level = 0) {
+  setDebugLevel(level);
   Folder folder;
   const std::string path = folder.path("out");
   std::fflush(stdout);
@@ -90,7 +140,13 @@ std::string printed(Body body) {
   ::dup2(kept, 1);
   ::close(kept);
   ::close(file);
+  setDebugLevel(0);
   return contentOf(path);
 }
 
 }  // namespace zvtaskq::test
+
+// What includes this is a test.
+namespace fs = std::filesystem;
+using namespace zvtaskq;
+using namespace zvtaskq::test;

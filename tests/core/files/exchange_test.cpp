@@ -1,27 +1,19 @@
 // What the owner of a folder exchanges between a look and the work leads nowhere else.
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
 #include "core/files/file_tools.h"
 #include "core/files/lock_file.h"
 #include "core/files/safe_file.h"
 #include "core/tree/ownership.h"
 #include "support/fixtures.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 constexpr int kRounds = 3000;
 constexpr unsigned kOwner = 8;
 
 class Exchanged : public testing::Test {
  protected:
   Exchanged() {
-    for (const char* name : {"theirs", "ours"}) std::filesystem::create_directory(folder_.path(name));
-    EXPECT_EQ(::chown(theirs("").c_str(), kOwner, kOwner), 0);
+    for (const char* name : {"theirs", "ours"}) fs::create_directory(folder_.path(name));
+    give(theirs(""), kOwner);
     writeText(ours("file"), "ours");
     writeText(theirs("file"), "theirs");
   }
@@ -30,13 +22,12 @@ class Exchanged : public testing::Test {
   Folder folder_;
   LogCapture logs_;
 };
-
 }  // namespace
 
 TEST_F(Exchanged, OnlyALinkOfRootsIsFollowed) {
-  std::filesystem::create_symlink(ours("file"), theirs("own"));
-  std::filesystem::create_symlink(theirs("file"), theirs("roots"));
-  ASSERT_EQ(::lchown(theirs("own").c_str(), kOwner, kOwner), 0);
+  fs::create_symlink(ours("file"), theirs("own"));
+  fs::create_symlink(theirs("file"), theirs("roots"));
+  give(theirs("own"), kOwner);
   const Exchange exchange(theirs(""), "own", "roots");
   for (int i = 0; i < kRounds * 10; ++i) {
     const Descriptor file = openRegularFile(theirs("own").c_str());
@@ -48,34 +39,32 @@ TEST_F(Exchanged, OnlyALinkOfRootsIsFollowed) {
 }
 
 TEST_F(Exchanged, LinksOfRootsMayLeadOnToOthersOfRoots) {
-  std::filesystem::create_symlink("../theirs/second", ours("first"));
-  std::filesystem::create_symlink("file", theirs("second"));
+  fs::create_symlink("../theirs/second", ours("first"));
+  fs::create_symlink("file", theirs("second"));
   EXPECT_TRUE(openRegularFile(ours("first").c_str()));
-  ASSERT_EQ(::lchown(theirs("second").c_str(), kOwner, kOwner), 0);
+  give(theirs("second"), kOwner);
   errno = 0;
   EXPECT_FALSE(openRegularFile(ours("first").c_str()));
   EXPECT_EQ(errno, ELOOP);
-  std::filesystem::create_symlink("ring", ours("ring"));
+  fs::create_symlink("ring", ours("ring"));
   EXPECT_FALSE(openRegularFile(ours("ring").c_str()));
 }
 
 TEST_F(Exchanged, AFileWithAnotherNameIsNeitherGivenNorMoved) {
-  std::filesystem::create_hard_link(ours("file"), theirs("hard"));
+  fs::create_hard_link(ours("file"), theirs("hard"));
   const Exchange exchange(theirs(""), "file", "hard");
   for (int i = 0; i < kRounds; ++i) {
     static_cast<void>(setOwner(theirs("file").c_str(), kOwner, kOwner, 1));
-    struct stat what {};
-    ASSERT_EQ(::lstat(ours("file").c_str(), &what), 0);
-    ASSERT_EQ(what.st_uid, 0U);
+    ASSERT_EQ(statOf(ours("file")).st_uid, 0U);
     if (!renameFile(theirs("file").c_str(), ours("moved").c_str(), 1)) continue;
     ASSERT_EQ(contentOf(ours("moved")), "theirs");
-    std::filesystem::rename(ours("moved"), theirs("file"));
+    fs::rename(ours("moved"), theirs("file"));
   }
 }
 
 TEST_F(Exchanged, LocksAndNewContentStayInOneFolder) {
-  std::filesystem::create_directory(theirs("folder"));
-  std::filesystem::create_symlink(folder_.path("ours"), theirs("link"));
+  fs::create_directory(theirs("folder"));
+  fs::create_symlink(folder_.path("ours"), theirs("link"));
   {
     const Exchange exchange(theirs(""), "folder", "link");
     for (int i = 0; i < kRounds; ++i) {
@@ -87,7 +76,7 @@ TEST_F(Exchanged, LocksAndNewContentStayInOneFolder) {
     }
   }
   for (const std::string& folder : {ours(""), theirs("folder"), theirs("link")}) {
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    for (const auto& entry : fs::directory_iterator(folder)) {
       EXPECT_TRUE(entry.path().filename() == "file" || entry.path().filename() == "record") << entry.path();
     }
   }

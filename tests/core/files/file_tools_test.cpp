@@ -1,40 +1,15 @@
 #include "core/files/file_tools.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <csignal>
-#include <filesystem>
-
 #include "core/files/bounded_copy.h"
 #include "core/files/paths.h"
 #include "core/files/safe_file.h"
-#include "core/sys/fail_point.h"
-#include "core/sys/identity.h"
 #include "core/sys/safe_point.h"
-#include "core/sys/sys.h"
 #include "core/tree/ownership.h"
 #include "support/fixtures.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 unsigned ownerOf(const std::string& path) {
-  struct stat what {};
-  return ::lstat(path.c_str(), &what) == 0 ? what.st_uid : kUnknownId;
-}
-
-void makeLink(const std::string& to, const std::string& at) {
-  ASSERT_EQ(::symlink(to.c_str(), at.c_str()), 0);
-}
-void makeHardLink(const std::string& to, const std::string& at) {
-  ASSERT_EQ(::link(to.c_str(), at.c_str()), 0);
+  return statOf(path).st_uid;
 }
 
 constexpr unsigned kSomebody = 12345;
@@ -46,7 +21,6 @@ class Ownership : public ::testing::Test {
   LogCapture logs_;
 };
 using Rename = Ownership;
-
 }  // namespace
 
 TEST_F(Rename, SaysHowItWent) {
@@ -61,31 +35,18 @@ TEST_F(Rename, SaysHowItWent) {
 
   ASSERT_EQ(::mkdir(dir.c_str(), 0755), 0);
   writeText(dir + "/x", "");
-  const struct {
-    std::string from, to;
-    const char* sentence;
-  } cases[] = {
-      {b, "/dev/shm/zvtaskq-test", "oldpath and newpath are not on the same filesystem."},
-      {b, dir, "newpath is an existing directory, but oldpath is not a directory."},
-      {dir, dir + "/y",
-       "The new pathname contained a path prefix of the old, or, more generally, an attempt was made to make a "
-       "directory "
-       "a subdirectory of itself."},
-      {folder_.path("none"), a,
-       "The link named by oldpath does not exist; or, a directory component in newpath does not exist; or, oldpath or "
-       "newpath is an empty string."},
-      {b, folder_.path(std::string(300, 'n')), "oldpath or newpath was too long."}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(renameFile(c.from.c_str(), c.to.c_str(), 0), 0);
-    EXPECT_EQ(std::string(getSysResult()), "Unable to move " + c.from + " to " + c.to + ": " + c.sentence + "<br>\n");
+  for (const auto& [from, to, sentence] : Rows<std::string, std::string, const char*>{
+           {b, "/dev/shm/zvtaskq-test", "oldpath and newpath are not on the same filesystem."},
+           {b, dir, "newpath is an existing directory, but oldpath is not a directory."},
+           {b, folder_.path(std::string(300, 'n')), "oldpath or newpath was too long."}}) {
+    EXPECT_EQ(renameFile(from.c_str(), to.c_str(), 0), 0);
+    EXPECT_EQ(std::string(getSysResult()), "Unable to move " + from + " to " + to + ": " + sentence + "<br>\n");
   }
-  setFailPlan(".rename:EIO");
-  EXPECT_EQ(renameFile(b.c_str(), a.c_str(), 0), 0);
-  setFailPlan(nullptr);
+  EXPECT_EQ(failing(".rename:EIO", [&] { return renameFile(b.c_str(), a.c_str(), 0); }), 0);
   EXPECT_EQ(std::string(getSysResult()), "Unable to move " + b + " to " + a + ": <br>\n");
 
   const std::string h = folder_.path("h");
-  makeHardLink(b, h);
+  fs::create_hard_link(b, h);
   EXPECT_EQ(renameFile(b.c_str(), a.c_str(), 1), 0);
   EXPECT_EQ(std::string(getSysResult()), b + " is a hard link.  Will not rename to " + a + "<br>\n" + a +
                                              " is a hard link. Will not rename from " + b + "<br>\n");
@@ -103,7 +64,7 @@ TEST(Copy, CopiesBytesModeAndHoles) {
   writeText(from, bytes);
   ::chmod(from.c_str(), 0640);
   writeText(link + ".target", "canary");
-  makeLink(link + ".target", link);
+  fs::create_symlink(link + ".target", link);
   for (const std::string& target : {to, link}) {
     ASSERT_EQ(copyFile(from.c_str(), target.c_str()), 1);
     EXPECT_EQ(contentOf(target), bytes);
@@ -112,10 +73,8 @@ TEST(Copy, CopiesBytesModeAndHoles) {
   EXPECT_EQ(contentOf(link + ".target"), "canary");
   ASSERT_EQ(::truncate(from.c_str(), 1LL << 40), 0);
   ASSERT_EQ(copyFile(from.c_str(), to.c_str(), 0600), 1);
-  struct stat what {};
-  ::stat(to.c_str(), &what);
-  EXPECT_EQ(what.st_size, 1LL << 40);
-  EXPECT_LT(what.st_blocks, 10000);
+  const struct stat what = statOf(to);
+  EXPECT_TRUE(what.st_size == 1LL << 40 && what.st_blocks < 10000) << what.st_size << " " << what.st_blocks;
   EXPECT_EQ(modeOf(to), 0600U);
 
   ASSERT_EQ(::truncate(from.c_str(), 1000), 0);
@@ -130,12 +89,12 @@ TEST(Copy, CopiesBytesModeAndHoles) {
     setFailPlan(nullptr);
     EXPECT_EQ(contentOf(to), "old") << plan;
   }
-  makeLink(from, folder.path("source"));
+  fs::create_symlink(from, folder.path("source"));
   EXPECT_EQ(copyFile(folder.path("source").c_str(), to.c_str()), 0);
   ::mkfifo(folder.path("fifo").c_str(), 0600);
   EXPECT_EQ(copyFile(folder.path("fifo").c_str(), to.c_str()), 0);
   // No half-made copy is left behind.
-  for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+  for (const auto& entry : fs::directory_iterator(folder.path())) {
     EXPECT_FALSE(entry.path().filename().string().starts_with("to.")) << entry.path();
   }
 }
@@ -152,15 +111,10 @@ void growIt() {
 
 TEST(Copy, EndsHoweverTheFileGrows) {
   const Folder folder;
-  const struct {
-    const char* name;
-    bool toEnd;
-    long long mostData;
-    int seconds, want, error;
-  } cases[] = {{"the size first seen", false, LLONG_MAX, 60, 1, 0},
-               {"the most data", true, 2'000'000, 60, 0, EFBIG},
-               {"time", false, LLONG_MAX, 0, 0, ETIMEDOUT}};
-  for (const auto& c : cases) {
+  for (const auto& [name, toEnd, mostData, seconds, want, error] :
+       Rows<const char*, bool, long long, int, int, int>{{"the size first seen", false, LLONG_MAX, 60, 1, 0},
+                                                         {"the most data", true, 2'000'000, 60, 0, EFBIG},
+                                                         {"time", false, LLONG_MAX, 0, 0, ETIMEDOUT}}) {
     writeText(folder.path("from"), std::string(1'000'000, 'x'));
     writeText(folder.path("to"), "before");
     const Descriptor from(::open(folder.path("from").c_str(), O_RDWR)), to(::open(folder.path("to").c_str(), O_WRONLY));
@@ -169,13 +123,13 @@ TEST(Copy, EndsHoweverTheFileGrows) {
     grown = theirs.get();
     growths = 0;
     setSafePointAction(growIt);
-    BoundedCopy copy(from.get(), to.get(), c.mostData, c.seconds);
+    BoundedCopy copy(from.get(), to.get(), mostData, seconds);
     errno = 0;
-    EXPECT_EQ(c.toEnd ? copy.toEnd() : copy.upTo(1'000'000), c.want) << c.name;
-    EXPECT_EQ(errno, c.error) << c.name;
+    EXPECT_EQ(toEnd ? copy.toEnd() : copy.upTo(1'000'000), want) << name;
+    EXPECT_EQ(errno, error) << name;
     setSafePointAction(nullptr);
-    EXPECT_GT(growths, 0) << c.name;
-    EXPECT_TRUE(c.want == 0 || contentOf(folder.path("to")) == "before" + std::string(1'000'000, 'x')) << c.name;
+    EXPECT_GT(growths, 0) << name;
+    EXPECT_TRUE(want == 0 || contentOf(folder.path("to")) == "before" + std::string(1'000'000, 'x')) << name;
   }
 }
 
@@ -190,52 +144,40 @@ TEST(Copy, TheFolderIsFlushedToo) {
     return file.finish() && file.putInPlace() ? 1 : 0;
   };
   // The content is flushed first; whoever dies in the second flush has the file in place already.
-  const auto dieInSecondFlush = [](const char* scope, const auto& work) {
-    setFailPlan((std::string(scope) + ".fsync:kill:1").c_str());
-    ::_exit(work());
-  };
-  EXPECT_EXIT(dieInSecondFlush("", copy), ::testing::KilledBySignal(SIGKILL), "");
-  EXPECT_EXIT(dieInSecondFlush("safe_write", replace), ::testing::KilledBySignal(SIGKILL), "");
+  EXPECT_EXIT(::_exit(failing(".fsync:kill:1", copy)), ::testing::KilledBySignal(SIGKILL), "");
+  EXPECT_EXIT(::_exit(failing("safe_write.fsync:kill:1", replace)), ::testing::KilledBySignal(SIGKILL), "");
   for (const char* name : {"copied", "safe"}) EXPECT_EQ(contentOf(folder.path(name)), "new") << name;
 }
 
 TEST_F(Ownership, KeepsToItsConditions) {
   const std::string file = folder_.path("f"), link = folder_.path("l"), hard = folder_.path("h");
   writeText(file, "x");
-  makeLink(file, link);
+  fs::create_symlink(file, link);
   EXPECT_EQ(setOwner(link.c_str(), kSomebody, 1), 1);
-  EXPECT_EQ(ownerOf(link), kSomebody);
-  EXPECT_EQ(ownerOf(file), 0U);
+  EXPECT_TRUE(ownerOf(link) == kSomebody && ownerOf(file) == 0);
   EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 0, 77, 78), 0);
   EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 0, 77, 0), 1);
   EXPECT_EQ(setOwner(file.c_str(), 0U, 0U, 1, 1, kSomebody, -1), 1);
   EXPECT_EQ(ownerOf(file), 0U);
   EXPECT_EQ(logs_.errors(), "");
-
-  setFailPlan(".rename:EROFS");
-  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
+  EXPECT_EQ(failing(".rename:EROFS", [&] { return setOwner(file.c_str(), kSomebody, 1, 1, 1); }), 0);
   EXPECT_TRUE(holds(logs_.errors(), "setOwner(secure_chown): error renaming " + file + " to " + folder_.path(".")));
-  setFailPlan(".rename:EROFS:1");
-  EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 1, 1), 0);
-  setFailPlan(nullptr);
+  EXPECT_EQ(failing(".rename:EROFS:1", [&] { return setOwner(file.c_str(), kSomebody, 1, 1, 1); }), 0);
   EXPECT_TRUE(holds(logs_.errors(), " back to " + file + ": Read-only file system"));
 
   writeText(file, "x");
-  makeHardLink(file, hard);
+  fs::create_hard_link(file, hard);
   EXPECT_EQ(setOwner(file.c_str(), kSomebody, 1, 0), 1);
   EXPECT_EQ(setOwner(hard.c_str(), 7U, 8U, 1), 0);
   EXPECT_EQ(ownerOf(file), kSomebody);
   const std::string line =
       "HardLink found on " + hard + " (2 links).  Was attempting to be reset to owner UID(7) GID(8)\n";
-  EXPECT_TRUE(holds(logs_.security(), line));
-  EXPECT_TRUE(holds(logs_.errors(), line));
-  EXPECT_EQ(setOwner(file.c_str(), "nosuchuser", kNobody), 0);
-  EXPECT_EQ(setOwner(file.c_str(), kNobody, "nosuchgroup"), 0);
+  EXPECT_TRUE(holds(logs_.security(), line) && holds(logs_.errors(), line));
+  EXPECT_EQ(setOwner(file.c_str(), "nosuchuser", kNobody) + setOwner(file.c_str(), kNobody, "nosuchgroup"), 0);
   EXPECT_EQ(ownerOf(file), kSomebody);
   EXPECT_EQ(setOwner(file.c_str(), kNobody, "nogroup"), 1);
   EXPECT_EQ(ownerOf(file), nobodyIds().user);
-  EXPECT_EQ(setOwner("/no/such", 1U, 1U), 0);
-  EXPECT_EQ(setOwner(nullptr, 1U, 1U, 1, 1), 0);
+  EXPECT_EQ(setOwner("/no/such", 1U, 1U) + setOwner(nullptr, 1U, 1U, 1, 1), 0);
 }
 
 TEST_F(Ownership, GivesWholeTreesWithoutLeavingThem) {
@@ -243,15 +185,15 @@ TEST_F(Ownership, GivesWholeTreesWithoutLeavingThem) {
   writeText(canary, "c");
   ASSERT_EQ(::mkdir(outside.c_str(), 0755), 0);
   writeText(outside + "/file", "o");
-  std::filesystem::create_directories(tree + "/a/b");
+  fs::create_directories(tree + "/a/b");
   writeText(tree + "/a/b/file", "");
-  makeLink(outside, tree + "/a/out");
-  makeLink(canary, tree + "/a/b/canary");
+  fs::create_symlink(outside, tree + "/a/out");
+  fs::create_symlink(canary, tree + "/a/b/canary");
   EXPECT_EQ(setOwnerRecursive_secure(tree.c_str(), kNobody, kNobody), 1);
   for (const char* name : {"", "/a", "/a/b", "/a/b/file", "/a/out", "/a/b/canary"}) {
     EXPECT_EQ(ownerOf(tree + name), nobodyIds().user) << name;
   }
-  makeHardLink(canary, tree + "/a/hard");
+  fs::create_hard_link(canary, tree + "/a/hard");
   writeText(tree + "/z", "");
   EXPECT_EQ(setOwnerRecursive_secure(tree.c_str(), kNobody, kNobody), 0);
   EXPECT_EQ(ownerOf(tree + "/z"), nobodyIds().user);
@@ -263,37 +205,23 @@ TEST_F(Ownership, GivesWholeTreesWithoutLeavingThem) {
 
   ::chmod(outside.c_str(), 02751);
   EXPECT_EQ(copy_dir_permission(outside.c_str(), tree.c_str()), 1);
-  EXPECT_EQ(modeOf(tree), 02751U);
-  EXPECT_EQ(ownerOf(tree), kSomebody);
-  makeLink(outside, folder_.path("dirlink"));
+  EXPECT_TRUE(modeOf(tree) == 02751 && ownerOf(tree) == kSomebody);
+  fs::create_symlink(outside, folder_.path("dirlink"));
   EXPECT_EQ(copy_dir_permission(tree.c_str(), folder_.path("dirlink").c_str()), 0);
 }
 
 TEST(Look, TailAndGrep) {
   const Folder folder;
   const std::string file = folder.path("log");
-  std::string all;
+  std::string all, out;
   for (int i = 0; i < 50000; ++i) all += "line " + std::to_string(i) + "\n";
-  writeText(file, all + "Unfinished");
-  std::string out;
-  for (const auto& [lines, want] : {std::pair<int, std::string>{1, "Unfinished"},
-                                    {2, "line 49999\nUnfinished"},
-                                    {0, ""},
-                                    {90000, all + "Unfinished"}}) {
-    ASSERT_EQ(tail(file.c_str(), lines, out), 1);
-    EXPECT_TRUE(out == want) << lines;
-  }
-  ASSERT_EQ(tail(file.c_str(), 49000, out), 1);
-  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 48999);
   writeText(file, all);
-  ASSERT_EQ(tail(file.c_str(), 2, out), 1);
-  EXPECT_EQ(out, "line 49998\nline 49999\n");
-  EXPECT_EQ(grep(file.c_str(), "line 4999", out), 11);
-  EXPECT_EQ(out.substr(0, 20), "line 4999\nline 49990");
-  EXPECT_EQ(grep(file.c_str(), "LINE 49998", out), 0);
-  EXPECT_EQ(grep(file.c_str(), "LINE 49998", out, 1), 1);
-  EXPECT_EQ(grep(file.c_str(), "", out, 0, 100), 50000);
-  EXPECT_LE(out.size(), 100U);
-  EXPECT_EQ(grep("/no/such", "x", out), -1);
-  EXPECT_EQ(tail(folder.path().c_str(), 2, out), 0);
+  EXPECT_TRUE(tail(file.c_str(), 2, out) == 1 && out == "line 49998\nline 49999\n");
+  EXPECT_TRUE(tail(file.c_str(), 49000, out) == 1 && times(out, "\n") == 49000);
+  writeText(file, all + "Unfinished");
+  EXPECT_TRUE(tail(file.c_str(), 2, out) == 1 && out == "line 49999\nUnfinished");
+  EXPECT_TRUE(tail(file.c_str(), 90000, out) == 1 && out == all + "Unfinished");
+  EXPECT_TRUE(grep(file.c_str(), "line 4999", out) == 11 && out.starts_with("line 4999\nline 49990"));
+  EXPECT_TRUE(grep(file.c_str(), "LINE 49998", out) == 0 && grep(file.c_str(), "LINE 49998", out, 1) == 1);
+  EXPECT_TRUE(grep(file.c_str(), "", out, 0, 100) == 50000 && out.size() <= 100);
 }

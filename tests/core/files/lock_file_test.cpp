@@ -1,27 +1,13 @@
 #include "core/files/lock_file.h"
 
-#include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-#include <atomic>
-
-#include "core/sys/sys.h"
-#include "support/fixed_clock.h"
 #include "support/fixtures.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 /// Why the lock cannot be had; "taken" when it can.
 std::string whyNot(const std::string& path) {
   char reason[kLockReasonSize] = "";
   return getLock(path.c_str(), 60, "test", reason) ? "taken" : reason;
 }
-
 }  // namespace
 
 TEST(LockFile, SaysWhyItCannotBeHad) {
@@ -55,7 +41,7 @@ TEST(LockFile, NeverFollowsALinkAndNeverFreesAnothersLock) {
   Folder folder;
   const std::string path = folder.path("file");
   writeText(folder.path("canary"), "whole\n");
-  ASSERT_EQ(::symlink(folder.path("canary").c_str(), (path + ".lock").c_str()), 0);
+  fs::create_symlink(folder.path("canary"), path + ".lock");
   EXPECT_NE(whyNot(path), "taken");
   EXPECT_EQ(contentOf(folder.path("canary")), "whole\n");
   ASSERT_EQ(::unlink((path + ".lock").c_str()), 0);
@@ -74,21 +60,14 @@ TEST(LockFile, GoesByAnAgeThatNobodyCanSet) {
   const LogCapture log;
   const std::string path = folder.path("file"), lock = path + ".lock";
   writeText(lock, "");
-  struct stat made {};
-  ASSERT_EQ(sys::lstat(lock.c_str(), made), 0);
-  const struct {
-    const char* name;
-    long long later;
-    int taken;
-  } cases[] = {{"young", 60, 0}, {"a little ahead", -60, 0}, {"old", 61, 1}, {"of the future", -61, 1}};
   const timespec longAgo[2] = {{1, 0}, {1, 0}};
-  for (const auto& c : cases) {
+  for (const auto& [name, later, taken] : Rows<const char*, long long, int>{
+           {"young", 60, 0}, {"a little ahead", -60, 0}, {"old", 61, 1}, {"of the future", -61, 1}}) {
     if (!exists(lock)) writeText(lock, "");
     ASSERT_EQ(::utimensat(AT_FDCWD, lock.c_str(), longAgo, 0), 0);
-    ASSERT_EQ(sys::lstat(lock.c_str(), made), 0);
-    const FixedClock clock(made.st_ctim.tv_sec + c.later);
-    EXPECT_EQ(whyNot(path) == "taken", c.taken != 0) << c.name;
-    if (c.taken != 0) freeLock(path.c_str());
+    const FixedClock clock(statOf(lock).st_ctim.tv_sec + later);
+    EXPECT_EQ(whyNot(path) == "taken", taken != 0) << name;
+    if (taken != 0) freeLock(path.c_str());
   }
 }
 
@@ -99,14 +78,9 @@ TEST(LockFile, ForLifeEndsWithItsHolder) {
     FileLock mine;
     return mine.takeForLife(path.c_str(), own.c_str(), 10800, "test", nullptr);
   };
-  if (::fork() == 0) {
-    FileLock dying;
-    const int taken = dying.takeForLife(path.c_str(), own.c_str(), 10800, "test", nullptr);
-    ::_exit(taken != 0 && exists(lock) ? 0 : 1);
-  }
-  int status = 1;
-  ::wait(&status);
-  EXPECT_EQ(status, 0);
+  FileLock dying;
+  EXPECT_EQ(inAProcessOfItsOwn([&] { return dying.takeForLife(path.c_str(), own.c_str(), 10800, "test", nullptr); }),
+            1);
   EXPECT_TRUE(exists(lock));
   {
     FileLock living;
@@ -130,38 +104,28 @@ TEST(LockFile, HasOneHolderAtATime) {
   LogCapture log;
   const std::string path = folder.path("file");
   writeText(path + ".lock", "");
-  struct stat old {
-  }, probe{};
-  ASSERT_EQ(sys::lstat((path + ".lock").c_str(), old), 0);
+  const auto old = statOf(path + ".lock").st_ctim.tv_sec;
   // To a clock that stands still, the locks of the next second are young, however long the test takes.
   do {
     ::usleep(20'000);
     writeText(folder.path("probe"), "");
-    ASSERT_EQ(sys::lstat(folder.path("probe").c_str(), probe), 0);
-  } while (probe.st_ctim.tv_sec <= old.st_ctim.tv_sec);
-  const FixedClock clock(old.st_ctim.tv_sec + kAge + 1);
-  struct Shared {
-    std::atomic<int> inside, taken, collisions;
-  };
-  auto* shared =
-      static_cast<Shared*>(::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  } while (statOf(folder.path("probe")).st_ctim.tv_sec <= old);
+  const FixedClock clock(old + kAge + 1);
   for (int i = 0; i < 50; ++i) {
     if (::fork() != 0) continue;
     FileLock lock;
     if (lock.take(path.c_str(), kAge, nullptr, nullptr)) {
-      if (shared->inside.fetch_add(1) != 0) shared->collisions.fetch_add(1);
-      shared->taken.fetch_add(1);
+      if (!fs::create_directory(folder.path("inside"))) writeText(folder.path("collision"), "");
+      writeText(folder.path("taken"), "");
       ::usleep(2000);
-      shared->inside.fetch_sub(1);
+      fs::remove(folder.path("inside"));
       lock.release();
     }
     ::_exit(0);
   }
   while (::wait(nullptr) > 0) {
   }
-  EXPECT_EQ(shared->collisions.load(), 0);
-  EXPECT_GT(shared->taken.load(), 0);
+  EXPECT_TRUE(exists(folder.path("taken")) && !exists(folder.path("collision")));
   EXPECT_FALSE(exists(path + ".lock"));
-  const std::string logged = log.errors();
-  EXPECT_TRUE(holds(logged, "removing old lock: " + path + ".lock (age: 10801 seconds)"));
+  EXPECT_TRUE(holds(log.errors(), "removing old lock: " + path + ".lock (age: 10801 seconds)"));
 }

@@ -1,34 +1,23 @@
 #include "core/panel/progress.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include "core/record/config_file.h"
-#include "core/sys/privileges.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 class Tracker : public testing::Test {
  protected:
   Tracker() {
-    EXPECT_EQ(::chown(admin_.c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
+    EXPECT_EQ(::chown(panel_.path("admin").c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
     panel_.conf.track_task_queue_processes = 2;
   }
-  std::string own(const char* file) const {
-    return (admin_ + "/task_queue_processes/" + std::to_string(::getpid()) + "/" + file);
-  }
+  std::string own(const char* file) const { return all_ + "/" + std::to_string(::getpid()) + "/" + file; }
 
   PanelFolder panel_;
-  const std::string admin_ = panel_.path("admin");
+  const std::string all_ = panel_.path("admin/task_queue_processes");
   ConfigFile task_{nullptr};
 };
 
 TEST_F(Tracker, MakesItsFolderAnew) {
-  ::mkdir((admin_ + "/task_queue_processes").c_str(), 0755);
-  ::mkdir(own("").c_str(), 0755);
-  for (const std::string& path : {(admin_ + "/task_queue_processes"), own("")}) {
+  for (const std::string& path : {all_, own("")}) {
+    ::mkdir(path.c_str(), 0755);
     ASSERT_EQ(::chown(path.c_str(), getUID(kPanelUser), getGID(kPanelUser, 0)), 0);
   }
   writeText(own("instructions"), "action=stop\nvalue=backup\n");
@@ -36,11 +25,10 @@ TEST_F(Tracker, MakesItsFolderAnew) {
   {
     const TaskTracking tracking(task_);
     EXPECT_FALSE(exists(own("instructions")));
-    EXPECT_EQ(modeOf((admin_ + "/task_queue_processes")), 0700U);
+    EXPECT_EQ(modeOf(all_), 0700U);
     track_process("Backup User %s", "bob\nforged");
     set_program_location("somewhere");
-    const std::string info = contentOf(own("process_info"));
-    EXPECT_EQ(info.find("action=backup\nftp_password=\nstart="), 0U) << info;
+    EXPECT_TRUE(contentOf(own("process_info")).starts_with("action=backup\nftp_password=\nstart="));
     EXPECT_TRUE(holds(contentOf(own("level_tracker")), ": Backup User bob\\x0Aforged\n"));
     EXPECT_EQ(contentOf(own("process_location")), "somewhere\n");
   }
@@ -48,10 +36,9 @@ TEST_F(Tracker, MakesItsFolderAnew) {
 }
 
 TEST_F(Tracker, RefusesASquattedFolder) {
-  ASSERT_EQ(::symlink("/tmp", (admin_ + "/task_queue_processes").c_str()), 0);
+  ASSERT_EQ(::symlink("/tmp", all_.c_str()), 0);
   EXPECT_EQ(set_task_queue_tracking(task_), 0);
-  EXPECT_TRUE(holds(panel_.logs.errors(), "set_task_queue_tracking: unable to create directory (" +
-                                              (admin_ + "/task_queue_processes") + "): "));
+  EXPECT_TRUE(holds(panel_.logs.errors(), "set_task_queue_tracking: unable to create directory (" + all_ + "): "));
   panel_.conf.track_task_queue_processes = 0;
   EXPECT_EQ(set_task_queue_tracking(task_), 0);
 }

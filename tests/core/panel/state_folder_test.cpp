@@ -1,51 +1,58 @@
 #include "core/panel/state_folder.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "core/sys/identity.h"
-#include "core/sys/privileges.h"
+#include "core/panel/marks.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(StateFolder, IsThePanelsWhateverStandsThere) {
   const AsRoot root;
-  const struct {
-    const char *name, *plant;
-    bool movesAway;
-  } cases[] = {{"nothing", ":", false},
-               {"root's folder", "mkdir $state", false},
-               {"nobody's folder", "mkdir -m 777 $state; echo x >$state/planted; chown -R nobody $state", true},
-               {"nobody's link", "ln -s /tmp $state; chown -h nobody $state", true},
-               {"nobody's file", "echo x >$state; chown nobody $state", true}};
-  for (const auto& c : cases) {
+  for (const auto& [name, plant, movesAway] : Rows<const char*, const char*, bool>{
+           {"nothing", ":", false},
+           {"root's folder", "mkdir $state", false},
+           {"nobody's folder", "mkdir -m 777 $state; echo x >$state/planted; chown -R nobody $state", true},
+           {"nobody's link", "ln -s /tmp $state; chown -h nobody $state", true},
+           {"nobody's file", "echo x >$state; chown nobody $state", true}}) {
     PanelFolder panel;
     const std::string path = panel.path("admin/state");
     EXPECT_EQ(stateFile("x"), path + "/x");
-    ASSERT_EQ(::system(joined("state=", path, "; ", c.plant).c_str()), 0);
+    ASSERT_EQ(::system(joined("state=", path, "; ", plant).c_str()), 0);
     const AsUser nobody(nobodyIds());
     const Descriptor folder = openStateFolder("inner");
-    EXPECT_EQ(effectiveIds(), nobodyIds()) << c.name;
+    EXPECT_EQ(effectiveIds(), nobodyIds()) << name;
     const AsRoot again;
-    ASSERT_TRUE(folder) << c.name;
+    ASSERT_TRUE(folder) << name;
     for (const std::string& made : {path, path + "/inner"}) {
-      struct stat what {};
-      ASSERT_EQ(::lstat(made.c_str(), &what), 0) << c.name;
-      EXPECT_EQ(what.st_mode, S_IFDIR | 0700U) << c.name;
-      EXPECT_EQ(what.st_uid, getUID(kPanelUser)) << c.name;
+      EXPECT_TRUE(statOf(made).st_mode == (S_IFDIR | 0700) && statOf(made).st_uid == getUID(kPanelUser)) << name;
     }
-    EXPECT_FALSE(exists(path + "/planted")) << c.name;
-    EXPECT_EQ(panel.logs.security().find("is not used") != std::string::npos, c.movesAway) << c.name;
-    EXPECT_TRUE(openStateFolder()) << c.name;
+    EXPECT_FALSE(exists(path + "/planted")) << name;
+    EXPECT_EQ(times(panel.logs.security(), "is not used") > 0, movesAway) << name;
+    EXPECT_TRUE(openStateFolder()) << name;
   }
 }
 
 TEST(StateFolder, FollowsNoLinkOfRoots) {
   PanelFolder panel;
-  std::filesystem::create_symlink(panel.path("virtual"), panel.path("admin/state"));
+  fs::create_symlink(panel.path("virtual"), panel.path("admin/state"));
   EXPECT_FALSE(openStateFolder("inner"));
   EXPECT_FALSE(exists(panel.path("virtual/inner")));
+}
+
+TEST(Marks, AreDueAgainAfterADayOrAboutSomethingElse) {
+  const PanelFolder panel;
+  const auto dueAt = [](long long now, const char* about) {
+    const FixedClock clock(now);
+    const AsUser nobody(nobodyIds());
+    const bool due = isDueAgain("topic", about);
+    EXPECT_TRUE(effectiveIds() == nobodyIds());
+    return due;
+  };
+  EXPECT_TRUE(dueAt(1'000'000, "a"));
+  EXPECT_FALSE(dueAt(1'000'000, "a"));
+  EXPECT_FALSE(dueAt(1'086'399, "a"));
+  EXPECT_TRUE(dueAt(1'086'400, "a"));
+  EXPECT_TRUE(dueAt(1'086'401, "a b"));
+  EXPECT_FALSE(dueAt(1'086'402, "a b"));
+  EXPECT_EQ(panel.logs.errors(), "");
+  EXPECT_TRUE(dueAt(1'086'000, "a b"));
+  EXPECT_FALSE(dueAt(1'086'001, "a b"));
+  EXPECT_TRUE(holds(panel.logs.errors(), "was set in the future, at 1086401, and is set anew"));
 }

@@ -1,19 +1,10 @@
 #include "core/read/line_reader.h"
 
-#include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <string>
-
-#include "core/sys/sys.h"
-
-using namespace zvtaskq;
+#include "support/fixtures.h"
 
 namespace {
-
 /// A file in memory: `before`, a hole, `after`.
 Descriptor withHole(const std::string& before, long long hole, const std::string& after) {
   Descriptor file(::memfd_create("lines", MFD_CLOEXEC));
@@ -23,25 +14,15 @@ Descriptor withHole(const std::string& before, long long hole, const std::string
   ::lseek(file.get(), 0, SEEK_SET);
   return file;
 }
-
-long peak() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss / 1024;
-}
-
 }  // namespace
 
 TEST(LineReader, ReadsOverAHoleInFlatMemory) {
   constexpr long long kHole = 100LL << 20;
-  const long before = peak();
+  const long before = peakMemory();
   const Descriptor file = withHole("first\nsec", kHole, "ond\nthird\nun");
   LineReader reader(file.get());
   std::string_view line;
-  for (const char* want : {"first", "sec", "third"}) {
-    ASSERT_TRUE(reader.next(line));
-    EXPECT_EQ(line, want);
-  }
+  for (const char* want : {"first", "sec", "third"}) ASSERT_TRUE(reader.next(line) && line == want) << line;
   EXPECT_FALSE(reader.next(line) || reader.failed());
   EXPECT_EQ(reader.consumed(), kHole + 19);
   EXPECT_EQ(reader.unfinished(), 2);
@@ -51,30 +32,23 @@ TEST(LineReader, ReadsOverAHoleInFlatMemory) {
   while (blocks.nextBlock(line)) {
   }
   EXPECT_EQ(blocks.consumed(), kHole + 19);
-  EXPECT_LT(peak() - before, 16);
+  EXPECT_LT(peakMemory() - before, 16);
 }
 
 TEST(LineReader, RefusesALineThatIsTooLong) {
   const std::string longest(1 << 20, 'x');
-  const struct {
-    const char* name;
-    std::string text;
-    long long hole;
-    bool fits;
-  } cases[] = {
-      {"just fits", longest.substr(1), 0, true},
-      {"too long", longest + longest, 0, false},
-      {"a hole", "x", 10LL << 30, false},
-  };
-  for (const auto& c : cases) {
-    const Descriptor file = withHole("first\n" + c.text, c.hole, "\nlast\n");
+  for (const auto& [name, text, hole, fits] :
+       Rows<const char*, std::string, long long, bool>{{"just fits", longest.substr(1), 0, true},
+                                                       {"too long", longest + longest, 0, false},
+                                                       {"a hole", "x", 10LL << 30, false}}) {
+    const Descriptor file = withHole("first\n" + text, hole, "\nlast\n");
     LineReader reader(file.get(), std::ssize(longest));
     std::string_view line;
     ASSERT_TRUE(reader.next(line));
     errno = 0;
-    EXPECT_EQ(reader.next(line), c.fits) << c.name;
-    EXPECT_EQ(reader.failed(), !c.fits) << c.name;
-    EXPECT_EQ(errno, c.fits ? 0 : EFBIG) << c.name;
-    EXPECT_EQ(reader.consumed(), 6 + (c.fits ? std::ssize(c.text) + 1 : 0)) << c.name;
+    EXPECT_EQ(reader.next(line), fits) << name;
+    EXPECT_EQ(reader.failed(), !fits) << name;
+    EXPECT_EQ(errno, fits ? 0 : EFBIG) << name;
+    EXPECT_EQ(reader.consumed(), 6 + (fits ? std::ssize(text) + 1 : 0)) << name;
   }
 }

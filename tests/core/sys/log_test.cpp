@@ -1,15 +1,7 @@
 #include "core/sys/log.h"
 
-#include <gtest/gtest.h>
-
-#include "core/sys/fail_point.h"
-#include "core/sys/privileges.h"
-#include "core/text/text.h"
-#include "support/fixed_clock.h"
+#include "core/sys/random.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(Log, WritesOneHarmlessLineAMessage) {
   LogCapture capture;
@@ -30,72 +22,56 @@ TEST(Log, WritesOneHarmlessLineAMessage) {
   EXPECT_TRUE(holds(capture.security(), ": ***HACKER WARNING\n"));
 }
 
-TEST(Log, StampsByTheCalendarAndKeepsErrno) {
+TEST(Log, StampsByTheCalendar) {
   ::setenv("TZ", "UTC0", 1);
   ::tzset();
-  const struct {
-    long long now;
-    const char *stamp, *text;
-  } cases[] = {{1'774'958'405, "2026:03:31-12:00:05", "Mar 31, 2026 at 12:00"},
-               {1'798'761'599, "2026:12:31-23:59:59", "Dec 31, 2026 at 23:59"},
-               {1'798'761'600, "2027:01:01-00:00:00", "Jan 1, 2027 at 00:00"}};
-  Log stamp;
-  for (const auto& c : cases) {
-    const FixedClock clock(c.now);
-    EXPECT_STREQ(stamp.getLogTime(), c.stamp);
-    EXPECT_STREQ(stamp.getCurrentTime(), c.text);
+  Log log;
+  for (const auto& [now, stamp, text] :
+       Rows<long long, const char*, const char*>{{1'774'958'405, "2026:03:31-12:00:05", "Mar 31, 2026 at 12:00"},
+                                                 {1'798'761'599, "2026:12:31-23:59:59", "Dec 31, 2026 at 23:59"},
+                                                 {1'798'761'600, "2027:01:01-00:00:00", "Jan 1, 2027 at 00:00"}}) {
+    const FixedClock clock(now);
+    EXPECT_STREQ(log.getLogTime(), stamp);
+    EXPECT_STREQ(log.getCurrentTime(), text);
   }
   ::unsetenv("TZ");
   ::tzset();
-  const LogTargets nowhere{"/nowhere/e", "/nowhere/s", "/nowhere/x", "/nowhere/l", false};
-  setLogTargets(&nowhere);
-  errno = EXDEV;
-  errorLog("%s", "x");
-  securityLog("%s", "x");
-  errorLogAndDebug(1, "%s", "x");
-  EXPECT_EQ(errno, EXDEV);
-  setLogTargets(nullptr);
 }
 
-TEST(Log, FallsBackToStandardOutput) {
+TEST(Log, FallsBackToStandardOutputAndKeepsErrno) {
   setLogTargets(nullptr);
   EXPECT_EQ(printed([] { errorLog("early %s", "words"); }), "early words\n");
   const LogTargets nowhere{"/nowhere/e", "/nowhere/s", "/nowhere/x", "/nowhere/l", false};
   setLogTargets(&nowhere);
-  const struct {
-    int level;
-    const char* want;
-  } cases[] = {
-      {0, "sys\n"},
-      {1,
-       "Error opening /nowhere/e: No such file or directory\nError opening /nowhere/s: No such file or directory\nsys\n"
-       "Error opening /nowhere/x: No such file or directory\n"},
-      {10,
-       "Error opening /nowhere/e: No such file or directory\nerr\nError opening /nowhere/s: No such file or directory\n"
-       "sys\nError opening /nowhere/x: No such file or directory\n"},
+  const auto say = [] {
+    errno = EXDEV;
+    errorLog("err"), systemLog("sys"), securityLog("sec"), errorLogAndDebug(11, "too");
+    EXPECT_EQ(errno, EXDEV);
   };
-  for (const auto& c : cases) {
-    setDebugLevel(c.level);
-    EXPECT_EQ(printed([] {
-                errorLog("err");
-                systemLog("sys");
-                securityLog("sec");
-              }),
-              c.want);
-  }
-  setDebugLevel(0);
+  EXPECT_EQ(printed(say, 0), "sys\n");
+  EXPECT_EQ(
+      printed(say, 10),
+      "Error opening /nowhere/e: No such file or directory\nerr\nError opening /nowhere/s: No such file or directory\n"
+      "sys\nError opening /nowhere/x: No such file or directory\nError opening /nowhere/e: No such file or "
+      "directory\ntoo\n");
   setLogTargets(nullptr);
 }
 
 TEST(Log, DebugsByLevelAndMarksTheLocation) {
-  setDebugLevel(999);
-  EXPECT_EQ(printed([] { debug(1000, "hidden"); }), "");
-  setDebugLevel(1000);
-  EXPECT_EQ(printed([] { debug(1000, "shown %d", 1); }), "shown 1\n");
-  setDebugLevel(0);
+  EXPECT_EQ(printed([] { debug(1000, "hidden"); }, 999) + printed([] { debug(1000, "shown %d", 1); }, 1000),
+            "shown 1\n");
   set_program_location("%s", std::string(400, 'x').c_str());
   EXPECT_EQ(std::string(get_program_location()), std::string(255, 'x'));
-  for (const auto& [name, want] : {std::pair{"Jan", 1}, {"dEC", 12}, {"Janu", 0}, {"", 0}}) {
-    EXPECT_EQ(Log::get_month_number(name), want);
-  }
+}
+
+TEST(Random, IsEvenAndWithinItsBounds) {
+  std::map<int, int> counts;
+  for (int i = 0; i < 60000; ++i) ++counts[getRandNumber(-2, 3, i % 100 == 0)];
+  EXPECT_EQ(counts.size(), 6U);
+  for (const auto& [number, count] : counts) EXPECT_NEAR(count, 10000, number < -2 || number > 3 ? 0 : 600) << number;
+  EXPECT_EQ(getRandNumber(5, 5) + getRandNumber(5, 4), 10);
+  std::set<bool> signs;
+  for (int i = 0; i < 200; ++i) signs.insert(getRandNumber(INT_MIN, INT_MAX) > 0);
+  EXPECT_EQ(signs.size(), 2U);
+  EXPECT_NE(getRandText(20), getRandText(20));
 }

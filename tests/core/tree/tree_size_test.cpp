@@ -1,17 +1,7 @@
 #include "core/tree/tree_size.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
-
-#include "core/sys/sys.h"
 #include "core/tree/safe_walk.h"
 #include "support/fixtures.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-namespace fs = std::filesystem;
 
 TEST(TreeSize, LinksAndNames) {
   Folder outside, folder;
@@ -25,32 +15,15 @@ TEST(TreeSize, LinksAndNames) {
   const TreeSize size = measureTree(folder.path("a").c_str());
   EXPECT_EQ(size.bytes, 1000 + 5 + 100'000 + static_cast<long long>(outside.path().size()));
   // a, b, one, line feed, shared, away
-  EXPECT_EQ(size.inodes, 6);
-  EXPECT_FALSE(size.incomplete);
-
-  ASSERT_EQ(::lchown(folder.path("a/one").c_str(), 65534, 65534), 0);
+  EXPECT_TRUE(size.inodes == 6 && !size.incomplete);
+  give(folder.path("a/one"), 65534);
   EXPECT_EQ(measureTreeOf(folder.path("a").c_str(), 65534).bytes, 1000);
   EXPECT_EQ(measureTree(folder.path("a/one").c_str()).bytes, 1000);
-  const TreeSize none = measureTree(folder.path("none").c_str());
-  EXPECT_TRUE(none.inodes == 0 && !none.incomplete);
-}
-
-TEST(TreeSize, DeepAndWide) {
-  Folder folder;
-  Descriptor here = openFolder(folder.path().c_str());
-  for (int i = 0; i < 3000; ++i) {
-    ASSERT_EQ(sys::mkdirat(here.get(), "a-folder-name", 0700), 0);
-    here = Descriptor(sys::openat(here.get(), "a-folder-name", O_RDONLY | O_DIRECTORY));
-  }
-  constexpr int kFiles = 20'000;
-  for (int i = 0; i < kFiles; ++i) {
-    const std::string name = std::to_string(i) + std::string(30, 'n');
-    ASSERT_TRUE(Descriptor(sys::openat(here.get(), name.c_str(), O_WRONLY | O_CREAT, 0600)));
-  }
-  EXPECT_EQ(measureTree(folder.path().c_str()).inodes, 3001 + kFiles);
   // What a visit passes by is not entered.
   int met = 0;
   const int whole = walkTree(folder.path().c_str(), [&](const TreeEntry&) { return ++met == 2 ? kPassBy : 1; });
   EXPECT_TRUE(whole);
   EXPECT_EQ(met, 3);
+  const TreeSize none = measureTree(folder.path("none").c_str());
+  EXPECT_TRUE(none.inodes == 0 && !none.incomplete);
 }

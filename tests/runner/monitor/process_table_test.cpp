@@ -1,25 +1,14 @@
 #include "runner/monitor/process_table.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "core/process/child.h"
 #include "core/process/execute.h"
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(ProcessTable, HasTheFirstWordOfEachNameAndItsIds) {
   const PanelFolder panel;
   std::vector<Child> sleepers;
   const auto add = [&](const char* name) {
-    std::filesystem::copy("/bin/sleep", panel.path(name), std::filesystem::copy_options::skip_existing);
+    fs::copy("/bin/sleep", panel.path(name), fs::copy_options::skip_existing);
     sleepers.push_back(Child::start(ChildPlan::program(panel.path(name), {"600"})));
     const std::string pid = std::to_string(sleepers.back().pid());
     while (contentOf("/proc/" + pid + "/comm") == contentOf("/proc/self/comm")) nap(1);
@@ -30,19 +19,15 @@ TEST(ProcessTable, HasTheFirstWordOfEachNameAndItsIds) {
   add("zv-fifteen-long");
   ConfigFile processes(nullptr);
   EXPECT_EQ(getProcessList(processes), 1);
-  const std::string twins = std::string(processes.getValue("zvtwin") == nullptr ? "" : processes.getValue("zvtwin"));
+  const std::string twins = joined(processes.getValue("zvtwin"));
   EXPECT_TRUE(twins == first + " " + second + " " || twins == second + " " + first + " ") << twins;
   EXPECT_STREQ(processes.getValue("zv"), (spaced + " ").c_str());
   EXPECT_STREQ(processes.getValue("zvtab"), (tabbed + " ").c_str());
 
-  EXPECT_EQ(running("zv"), 1);
-  EXPECT_EQ(running("zv two words"), 0);
+  EXPECT_TRUE(running("zv") == 1 && running("zv two words") == 0);
   EXPECT_EQ(panel.logs.errors(), "");
-  EXPECT_EQ(running("zv-fifteen-long-and-more"), 1);
-  EXPECT_EQ(running("zv-fifteen-long-and-more"), 1);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(running("zv-fifteen-long-and-more"), 1);
   EXPECT_EQ(running("zv-fifteen-lond-and-more"), 0);
-  const std::string errors = panel.logs.errors();
-  const std::size_t told = errors.find("zv-fifteen-long-and-more is watched as zv-fifteen-long: ");
-  EXPECT_NE(told, std::string::npos) << errors;
-  EXPECT_EQ(errors.find("zv-fifteen-long-and-more", told + 1), std::string::npos) << errors;
+  EXPECT_TRUE(holds(panel.logs.errors(), "zv-fifteen-long-and-more is watched as zv-fifteen-long: "));
+  EXPECT_EQ(times(panel.logs.errors(), "zv-fifteen-long-and-more"), 1);
 }

@@ -1,40 +1,24 @@
 #include "runner/monitor/services_table.h"
 
-#include <gtest/gtest.h>
-#include <vector>
-
 #include "core/record/config_file.h"
+#include "support/fixtures.h"
 
-using namespace zvtaskq;
-
-TEST(ServiceActions, StrongestVerbWins) {
-  const struct {
-    const char* name;
-    std::vector<const char*> verbs;
-    const char* want;
-  } cases[] = {
-      {"weakest to strongest", {"reload", "graceful", "reread", "restart", "start", "stop"}, "stop"},
-      {"strongest first", {"stop", "restart", "start"}, "stop"},
-      {"unknown verb comes first", {"bogus", "reload"}, "reload"},
-      {"unknown verb replaces nothing", {"reload", "bogus"}, "reload"},
-      {"unknown verb alone", {"bogus"}, "bogus"},
-  };
-  for (const auto& c : cases) {
+TEST(ServiceActions, TheFirstOfTheStrongestVerbsWins) {
+  using Verbs = std::vector<const char*>;
+  for (const auto& [verbs, want] :
+       Rows<Verbs, const char*>{{{"reload", "graceful", "reread", "restart", "start", "stop", "stop"}, "stop5"},
+                                {{"stop", "restart", "start"}, "stop0"},
+                                {{"bogus", "reload"}, "reload1"},
+                                {{"reload", "bogus"}, "reload0"},
+                                {{"bogus"}, "bogus0"}}) {
     PendingServices pending;
-    for (const char* verb : c.verbs) {
+    for (std::size_t i = 0; i < verbs.size(); ++i) {
       ConfigFile line(nullptr);
-      line.setParam("action", "httpd");
-      line.setParam("value", verb);
+      line.fillFromPost(joined("action=httpd&value=", verbs[i], "&place=", std::to_string(i)));
       setHardest(pending, line);
     }
-    ASSERT_EQ(pending.size(), 1U) << c.name;
-    EXPECT_STREQ(pending.begin()->second.getValue("value"), c.want) << c.name;
+    ASSERT_EQ(pending.size(), 1U) << want;
+    const ConfigFile& left = pending.at("httpd");
+    EXPECT_EQ(joined(left.getValue("value"), left.getValue("place")), want);
   }
-  ConfigFile first(nullptr), second(nullptr);
-  PendingServices pending;
-  first.fillFromPost("action=exim&value=restart&by=first");
-  second.fillFromPost("action=exim&value=restart&by=second");
-  setHardest(pending, first);
-  setHardest(pending, second);
-  EXPECT_STREQ(pending.at("exim").getValue("by"), "first");
 }

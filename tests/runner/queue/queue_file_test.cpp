@@ -1,32 +1,10 @@
 #include "runner/queue/queue_file.h"
 
-#include <gtest/gtest.h>
-#include <sys/resource.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <memory>
-#include <vector>
-
 #include "core/panel/task_queue.h"
-#include "core/sys/fail_point.h"
-#include "core/sys/identity.h"
-#include "core/text/text.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 using Texts = std::vector<std::string>;
-
-struct stat statOf(const std::string& path) {
-  struct stat what {};
-  EXPECT_EQ(::lstat(path.c_str(), &what), 0) << path;
-  return what;
-}
 
 void append(const std::string& path, const std::string& text) {
   const Descriptor file(::open(path.c_str(), O_WRONLY | O_APPEND));
@@ -36,8 +14,6 @@ void append(const std::string& path, const std::string& text) {
 class QueueFiles : public testing::Test {
  protected:
   QueueFiles() { panel_.makeFolder("spool"); }
-  ~QueueFiles() override { setFailPlan(nullptr); }
-
   std::string queue(const std::string& name = "task.queue") const { return panel_.path("spool/" + name); }
 
   /// One run over a queue: the lines that it would carry out.
@@ -58,7 +34,7 @@ class QueueFiles : public testing::Test {
   static Texts filesIn(const std::string& folder) {
     Texts paths;
     std::error_code missing;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, missing)) paths.push_back(entry.path());
+    for (const auto& entry : fs::directory_iterator(folder, missing)) paths.push_back(entry.path());
     std::sort(paths.begin(), paths.end());
     return paths;
   }
@@ -74,16 +50,10 @@ class QueueFiles : public testing::Test {
     const FixedClock clock(statOf(retired().at(0)).st_ctim.tv_sec + seconds);
     return run(queue());
   }
-  long timesLogged(const std::string& text) const {
-    const std::string log = panel_.logs.errors();
-    long count = 0;
-    for (std::size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) ++count;
-    return count;
-  }
+  long timesLogged(const std::string& text) const { return times(panel_.logs.errors(), text); }
 
   PanelFolder panel_;
 };
-
 }  // namespace
 
 TEST_F(QueueFiles, AnOvertakenRunThatDiesLeavesItsLinesInSight) {
@@ -121,30 +91,25 @@ TEST_F(QueueFiles, ARetiredFileStaysTenSecondsAndAsLongAsSomebodyMayWriteToIt) {
 
 TEST_F(QueueFiles, LateLinesAreQueuedAgainForTheQueuesOwner) {
   writeText(queue(), "value=done\n");
-  ASSERT_EQ(::chown(queue().c_str(), 8, 8), 0);
-  ASSERT_EQ(::chmod(queue().c_str(), 0640), 0);
+  give(queue(), 8);
+  ::chmod(queue().c_str(), 0640);
   run(queue());
   append(retired().at(0), "value=late\n");
   QueueFile(queue().c_str()).take();
   EXPECT_EQ(contentOf(queue() + ".tmp"), "value=late\n");
-  const struct stat what = statOf(queue() + ".tmp");
-  EXPECT_EQ(what.st_uid, 8U);
-  EXPECT_EQ(what.st_mode & 07777, 0640U);
+  EXPECT_TRUE(statOf(queue() + ".tmp").st_uid == 8 && modeOf(queue() + ".tmp") == 0640);
 
   // What the panel itself appends is the panel's, whoever made the file.
   writeText(queue(), "");
   ASSERT_EQ(appendToQueue(queue().c_str(), "value=x\n"), 1);
-  EXPECT_EQ(statOf(queue()).st_uid, getUID(kPanelUser));
-  EXPECT_EQ(statOf(queue()).st_gid, getGID(kPanelUser, 0));
-  EXPECT_EQ(modeOf(queue()), 0600U);
+  EXPECT_TRUE((Ids{statOf(queue()).st_uid, statOf(queue()).st_gid} == idsOf(kPanelUser)) && modeOf(queue()) == 0600);
 }
 
 TEST_F(QueueFiles, HalfALineInARetiredFileIsKeptAndReported) {
   writeText(queue(), "value=whole\n");
   run(queue());
   append(retired().at(0), "value=half");
-  EXPECT_EQ(run(queue()), Texts{});
-  EXPECT_EQ(kept(), Texts{});
+  EXPECT_TRUE(run(queue()).empty() && kept().empty());
   runLater(11);
   EXPECT_EQ(contents(kept()), Texts{"value=whole\nvalue=half"});
   EXPECT_EQ(timesLogged("its last line is not finished"), 1);
@@ -154,38 +119,28 @@ TEST_F(QueueFiles, HalfALineInARetiredFileIsKeptAndReported) {
 TEST_F(QueueFiles, AReadErrorIsNoEnd) {
   for (const char* plan : {"queue.read:EIO", "queue.read:EIO:1"}) {
     writeText(queue(), "value=a\n");
-    setFailPlan(plan);
-    EXPECT_EQ(run(queue()), Texts{}) << plan;
-    setFailPlan(nullptr);
+    EXPECT_EQ(failing(plan, [&] { return run(queue()); }), Texts{}) << plan;
     ASSERT_EQ(contents(kept()), Texts{"value=a\n"}) << plan;
-    std::filesystem::remove(kept()[0]);
+    fs::remove(kept()[0]);
   }
   EXPECT_EQ(timesLogged("Error reading the tmp Q file"), 2);
   EXPECT_EQ(timesLogged(": could not be read\n"), 2);
   writeText(queue(), "value=b\n");
   run(queue());
   append(retired().at(0), "value=late\n");
-  setFailPlan("retired.read:EIO");
-  run(queue());
+  failing("retired.read:EIO", [&] { return run(queue()); });
   EXPECT_EQ(contents(kept()), Texts{"value=b\nvalue=late\n"});
 }
 
 TEST_F(QueueFiles, AHoleAndAFloodCostNoMemory) {
-  const auto peak = [] {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss / 1024;
-  };
-  const long before = peak();
+  const long before = peakMemory();
   writeText(queue(), "value=a\n");
   ASSERT_EQ(::truncate(queue().c_str(), 512L << 20), 0);
   EXPECT_EQ(run(queue()), Texts{});
-  EXPECT_LT(peak() - before, 64);
+  EXPECT_LT(peakMemory() - before, 64);
   EXPECT_EQ(timesLogged("Error reading the tmp Q file"), 1);
   EXPECT_EQ(timesLogged(": could not be read: a line of it is longer than 8388608 bytes"), 1);
-  ASSERT_EQ(kept().size(), 1U);
-  EXPECT_EQ(statOf(kept()[0]).st_size, 512L << 20);
-
+  ASSERT_TRUE(kept().size() == 1 && statOf(kept()[0]).st_size == 512L << 20);
   std::string flood;
   for (int i = 0; i < 500'001; ++i) flood += "a=1\n";
   writeText(queue(), flood);
@@ -193,8 +148,8 @@ TEST_F(QueueFiles, AHoleAndAFloodCostNoMemory) {
   ASSERT_EQ(file.take(), QueueFile::Taken::yes);
   ListFile first(nullptr), rest(nullptr);
   first.keepOrder = rest.keepOrder = true;
-  EXPECT_TRUE(file.read(first) && file.hasMore() && file.read(rest) && !file.hasMore());
-  EXPECT_TRUE(first.size() == 500'000 && rest.size() == 1);
+  EXPECT_TRUE(file.read(first) && first.size() == 500'000 && file.hasMore());
+  EXPECT_TRUE(file.read(rest) && rest.size() == 1 && !file.hasMore());
   file.finish();
   EXPECT_EQ(kept().size(), 1U);
 }
@@ -219,8 +174,7 @@ TEST_F(QueueFiles, TheNewestTwentyOfEachQueueAreKept) {
   Texts wanted{"value=mail\n"};
   for (int i = 5; i < 25; ++i) wanted.push_back(std::to_string(i));
   EXPECT_EQ(contents(kept()), wanted);
-  EXPECT_EQ(modeOf(kept().back()), 0600U);
-  EXPECT_EQ(statOf(kept().back()).st_uid, getUID(kPanelUser));
+  EXPECT_TRUE(modeOf(kept().back()) == 0600 && statOf(kept().back()).st_uid == getUID(kPanelUser));
 }
 
 TEST_F(QueueFiles, AcrossFileSystemsNothingGoesBeforeItsCopyIsSafe) {
@@ -229,36 +183,29 @@ TEST_F(QueueFiles, AcrossFileSystemsNothingGoesBeforeItsCopyIsSafe) {
   const std::string path = folder + "/q", leftover = path + ".tmp";
   ASSERT_NE(statOf(folder).st_dev, statOf(panel_.path("admin")).st_dev);
   const std::string large(17UL << 20, 'x');
-  const struct {
-    const char* plan;
-    long hole;
-    std::string text;
-    bool isKept;
-  } cases[] = {{nullptr, 256L << 20, "value=a\n", true},
-               {"keep_aside.write:ENOSPC", 0, "value=a\n", false},
-               {"keep_aside.fsync:EIO", 0, "value=a\n", false},
-               {"keep_aside.fsync:EIO:1", 0, "value=a\n", false},
-               {nullptr, 0, large, false}};
-  for (const auto& c : cases) {
-    const std::string what = joined(c.plan == nullptr ? "" : c.plan, " ", std::to_string(c.hole + std::ssize(c.text)));
-    writeText(leftover, c.text);
-    ASSERT_TRUE(c.hole == 0 || ::truncate(leftover.c_str(), c.hole) == 0);
+  for (const auto& [plan, hole, text, isKept] :
+       Rows<const char*, long, std::string, bool>{{"", 256L << 20, "value=a\n", true},
+                                                  {"keep_aside.write:ENOSPC", 0, "value=a\n", false},
+                                                  {"keep_aside.fsync:EIO", 0, "value=a\n", false},
+                                                  {"keep_aside.fsync:EIO:1", 0, "value=a\n", false},
+                                                  {"", 0, large, false}}) {
+    const std::string what = joined(plan, " ", std::to_string(hole + std::ssize(text)));
+    writeText(leftover, text);
+    ASSERT_TRUE(hole == 0 || ::truncate(leftover.c_str(), hole) == 0);
     writeText(path, "");
-    setFailPlan(c.plan);
-    run(path);
-    setFailPlan(nullptr);
+    failing(plan, [&] { return run(path); });
     EXPECT_FALSE(exists(leftover)) << what;
     Texts all = kept();
-    EXPECT_EQ(all.size(), c.isKept ? 1U : 0U) << what;
+    EXPECT_EQ(all.size(), isKept ? 1U : 0U) << what;
     for (const std::string& beside : filesIn(folder)) {
       if (beside.starts_with(path + ".2")) all.push_back(beside);
     }
     ASSERT_EQ(all.size(), 1U) << what;
-    EXPECT_EQ(contentOf(all[0]).substr(0, c.text.size()), c.text) << what;
-    EXPECT_LT(statOf(all[0]).st_blocks * 512L, std::ssize(c.text) + (1L << 20)) << what;
-    std::filesystem::remove(all[0]);
+    EXPECT_EQ(contentOf(all[0]).substr(0, text.size()), text) << what;
+    EXPECT_LT(statOf(all[0]).st_blocks * 512L, std::ssize(text) + (1L << 20)) << what;
+    fs::remove(all[0]);
   }
-  std::filesystem::remove_all(folder);
+  fs::remove_all(folder);
 }
 
 TEST_F(QueueFiles, TheFoldersOwnerCannotLeadElsewhere) {
@@ -267,9 +214,9 @@ TEST_F(QueueFiles, TheFoldersOwnerCannotLeadElsewhere) {
   for (const std::string& name : names) writeText(name, "canary\n");
   const unsigned mode = modeOf(names[0]);
   const std::string spool = panel_.path("spool");
-  ASSERT_EQ(::chown(spool.c_str(), 8, 8), 0);
-  std::filesystem::create_symlink(panel_.path("etc"), spool + "/link");
-  std::filesystem::create_symlink(panel_.path("etc/passwd"), spool + "/file");
+  give(spool, 8);
+  fs::create_symlink(panel_.path("etc"), spool + "/link");
+  fs::create_symlink(panel_.path("etc/passwd"), spool + "/file");
   {
     writeText(queue(), "value=x\n");
     run(queue());

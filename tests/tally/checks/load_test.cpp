@@ -1,21 +1,9 @@
 #include "tally/checks/load.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <vector>
-
-#include "core/record/config_file.h"
-#include "core/sys/fail_point.h"
-#include "support/fixed_clock.h"
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 constexpr long long kNow = 1'800'000'000;
 constexpr double kAverages[] = {3, 2.345703125, 1};
 int averagesKnown = 3;
@@ -32,10 +20,7 @@ class LoadCheck : public ::testing::Test {
     panel_.conf.language = "tlh";
     writeText(panel_.path("templates/load_check_message.txt"), "|?SUBJECT=Load `LOAD` `LANG`|");
   }
-  void stamp(const std::string& pairs) {
-    writeText(settings_, pairs);
-    ::chmod(settings_.c_str(), 0666);
-  }
+  void stamp(const std::string& pairs) { panel_.put("admin/admin.conf", pairs); }
   void check() {
     const FixedClock clock(kNow);
     check_system_load(&panel_.conf);
@@ -44,7 +29,6 @@ class LoadCheck : public ::testing::Test {
   PanelFolder panel_;
   std::string settings_ = panel_.path("admin/admin.conf");
 };
-
 }  // namespace
 
 /// The kernel's averages, as the test wants them.
@@ -55,54 +39,43 @@ extern "C" int getloadavg(double* into, int count) noexcept {
 }
 
 TEST_F(LoadCheck, TellsWhenAboveTheLimitAndDue) {
-  const struct {
-    const char* name;
-    double limit;
-    int minute;
-    std::string stamp;
-    const char *subject, *error;
-  } cases[] = {
-      {"first notice", 1.5, 5, "", "Load 2.35", ""},
-      {"equal load", 2.345703125, 5, "", nullptr, ""},
-      {"off", 0, 5, "", nullptr, ""},
-      {"one minute", 2.5, 1, "", "Load 3.00", ""},
-      {"fifteen minutes", 0.5, 15, "", "Load 1.00", ""},
-      {"no such minute", 0.5, 10, "", nullptr, "Tally::check_system_load: check_load_minute is not set to 1, 5 or 15."},
-      {"told of that before", 0.5, 10, "", nullptr, ""},
-      {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
-      {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2.35", ""},
-      {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2.35", "load_limit_last_sent is 1800000001"},
-      {"stamp that is no number", 1.5, 5, "soon", "Load 2.35", ""},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [name, limit, minute, sent, subject, error] :
+       Rows<const char*, double, int, std::string, const char*, const char*>{
+           {"first notice", 1.5, 5, "", "Load 2.35", ""},
+           {"equal load", 2.345703125, 5, "", nullptr, ""},
+           {"one minute", 2.5, 1, "", "Load 3.00", ""},
+           {"fifteen minutes", 0.5, 15, "", "Load 1.00", ""},
+           {"no such minute", 0.5, 10, "", nullptr, "check_load_minute is not set to 1, 5 or 15."},
+           {"told of that before", 0.5, 10, "", nullptr, ""},
+           {"sent 600 seconds ago", 1.5, 5, std::to_string(kNow - 600), nullptr, ""},
+           {"sent 601 seconds ago", 1.5, 5, std::to_string(kNow - 601), "Load 2.35", ""},
+           {"stamp of the future", 1.5, 5, std::to_string(kNow + 1), "Load 2.35", "load_limit_last_sent is 1800000001"},
+           {"stamp that is no number", 1.5, 5, "soon", "Load 2.35", ""}}) {
     sentNotices().clear();
-    panel_.conf.check_load = c.limit;
-    panel_.conf.check_load_minute = c.minute;
-    const std::string before = "load_limit_last_sent=" + c.stamp + "\nother=1\n";
+    panel_.conf.check_load = limit;
+    panel_.conf.check_load_minute = minute;
+    const std::string before = "load_limit_last_sent=" + sent + "\nother=1\n";
     stamp(before);
     const LogCapture logs;
     check();
-    ASSERT_EQ(sentNotices().size(), c.subject == nullptr ? 0U : 1U) << c.name;
-    EXPECT_TRUE(sentNotices().empty() || sentNotices()[0].subject == joined(c.subject, " tlh")) << c.name;
-    EXPECT_EQ(contentOf(settings_), sentNotices().empty() ? before : "load_limit_last_sent=1800000000\nother=1\n")
-        << c.name;
-    EXPECT_TRUE(holds(logs.errors(), c.error)) << c.name;
-    EXPECT_EQ(logs.errors().empty(), *c.error == '\0') << c.name << logs.errors();
+    ASSERT_EQ(sentNotices().size(), subject == nullptr ? 0U : 1U) << name;
+    EXPECT_TRUE(sentNotices().empty() || sentNotices()[0].subject == joined(subject, " tlh")) << name;
+    EXPECT_EQ(contentOf(settings_), subject == nullptr ? before : "load_limit_last_sent=1800000000\nother=1\n");
+    EXPECT_TRUE(holds(logs.errors(), error)) << name;
+    EXPECT_EQ(logs.errors().empty(), *error == '\0') << name << logs.errors();
   }
 }
 
 TEST_F(LoadCheck, ScriptsGetTheTokens) {
-  for (const char* folder : {"", "scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
   const std::string seen = panel_.path("seen");
-  for (const std::string when : {"pre", "post"}) {
-    const std::string script = panel_.path("scripts/custom/load_spike_notice_" + when + ".sh");
-    writeText(script, "#!/bin/sh\necho \"$ONE $FIVE $FIFTEEN $LOAD $MINUTE $LANG\" >>" + seen + "\n");
-    ::chmod(script.c_str(), 0755);
+  for (const char* when : {"pre", "post"}) {
+    panel_.script(joined("custom/load_spike_notice_", when, ".sh"),
+                  "echo \"$ONE $FIVE $FIFTEEN $LOAD $MINUTE $LIMIT $LANG\" >>" + seen);
   }
   panel_.conf.language = "de";
   stamp("a=1\n");
   check();
-  const std::string line = "3.00 2.35 1.00 2.35 5 de\n";
+  const std::string line = "3.00 2.35 1.00 2.35 5 1.5 de\n";
   EXPECT_EQ(contentOf(seen), line + line) << panel_.logs.errors();
 }
 
@@ -111,9 +84,7 @@ TEST_F(LoadCheck, IsToldAgainWhenItReachedNobodyAndSaysWhatGoesWrong) {
   loseNotices(true);
   check();
   loseNotices(false);
-  setFailPlan("safe_write.*:ENOSPC");
-  check();
-  setFailPlan(nullptr);
+  failing("safe_write.*:ENOSPC", [&] { check(); });
   EXPECT_TRUE(holds(panel_.logs.errors(), "Unable to write " + settings_ + " : "));
   EXPECT_EQ(contentOf(settings_), "a=1\n");
   check();
@@ -121,8 +92,5 @@ TEST_F(LoadCheck, IsToldAgainWhenItReachedNobodyAndSaysWhatGoesWrong) {
   EXPECT_EQ(contentOf(settings_), "a=1\nload_limit_last_sent=1800000000\n");
 
   averagesKnown = -1;
-  setDebugLevel(10);
-  const std::string shown = printed([&] { check(); });
-  setDebugLevel(0);
-  EXPECT_TRUE(holds(shown, "Tally::check_system_load:  getLoadAverage returned 0. Aborting."));
+  EXPECT_TRUE(holds(printed([&] { check(); }, 10), "check_system_load:  getLoadAverage returned 0. Aborting."));
 }

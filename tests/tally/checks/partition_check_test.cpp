@@ -1,20 +1,10 @@
 #include "tally/checks/partition_check.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include "core/panel/partitions.h"
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
-#include "support/fixed_clock.h"
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 constexpr long long kNow = 1'800'000'000;
 
 class PartitionCheck : public ::testing::Test {
@@ -27,71 +17,47 @@ class PartitionCheck : public ::testing::Test {
   }
   void check(const std::string& pairs) {
     panel_.conf.language = "tlh";
-    const std::string path = panel_.path("admin/admin.conf");
-    writeText(path, pairs);
-    ::chmod(path.c_str(), 0666);
+    panel_.put("admin/admin.conf", pairs);
     const FixedClock clock(kNow);
     check_partition_usage(&panel_.conf);
   }
   PanelFolder panel_;
 };
 
-std::string listOf(const ConfigFile& usage) {
-  std::string all;
-  for (long long i = 0; i < usage.size(); ++i) all += std::string(usage.getNameAt(i)) + " " + usage.getValueAt(i) + ";";
-  return all;
-}
-
 }  // namespace
 
 TEST(Partitions, TableIsRead) {
-  const struct {
-    const char *name, *table, *want;
-  } cases[] = {
-      {"plain, and signs in a mount point", "Use% Mounted on\n100% /boot\n  0% /dev/shm\n 9% /mnt/a b  99% /home\n",
-       "/boot Use=100;/dev/shm Use=0;/mnt/a b  99% /home Use=9;"},
-      {"without data, or hidden", " 17% /\n   - /proc\n   - /\n", "/ Use=17;"},
-      {"what lies on top counts", " 17% /mnt\n 18% /mnt\n", "/mnt Use=18;"},
-      {"odd lines", "x\n%\n12\n12%\n12%/\n-1% /a\n99999999999% /b\n 5% c\n", ""},
-      {"unfinished line", " 17% /\n 18% /ho", "/ Use=17;"},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [name, table, want] : Rows<const char*, const char*, const char*>{
+           {"plain, and signs in a mount point",
+            "Use% Mounted on\n100% /boot\n  0% /dev/shm\n 9% /mnt/a b  99% /home\n",
+            "/boot=Use=100;/dev/shm=Use=0;/mnt/a b  99% /home=Use=9;"},
+           {"without data, or hidden", " 17% /\n   - /proc\n   - /\n", "/=Use=17;"},
+           {"what lies on top counts", " 17% /mnt\n 18% /mnt\n", "/mnt=Use=18;"},
+           {"odd lines", "x\n%\n12\n12%\n12%/\n-1% /a\n99999999999% /b\n 5% c\n", ""},
+           {"unfinished line", " 17% /\n 18% /ho", "/=Use=17;"}}) {
     ConfigFile usage(nullptr);
-    parsePartitionUsage(c.table, usage);
-    EXPECT_EQ(listOf(usage), c.want) << c.name;
+    parsePartitionUsage(table, usage);
+    EXPECT_EQ(pairsOf(usage), want) << name;
   }
 }
 
-TEST(Partitions, ThresholdAndOrder) {
-  ConfigFile usage(nullptr);
-  parsePartitionUsage(" 95% /home\n 94% /tmp\n 100% /\n 99% /unwatched\n", usage);
-  usage.setParam("/odd", "Free=1");
-  ListFile watched(nullptr);
-  for (const char* one : {"/tmp", "/odd", "/none", "/home", "/"}) watched.addElement(one);
-  EXPECT_EQ(fullPartitions(watched, usage, 95), "100% - /\n95% - /home\n");
-  EXPECT_EQ(fullPartitions(watched, usage, 101), "");
-}
-
 TEST_F(PartitionCheck, OnceADayOrEveryTime) {
-  const struct {
-    const char* name;
-    int mode, threshold;
-    long long age;
-    std::size_t sent;
-  } cases[] = {
-      {"off", 0, 0, kNow, 0},           {"first", 1, 0, kNow, 1},          {"none full", 1, 101, kNow, 0},
-      {"a day ago", 1, 0, 86400, 0},    {"a second more", 1, 0, 86401, 1}, {"with the tally", 2, 0, 1, 1},
-      {"from the future", 1, 0, -1, 1},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [name, mode, threshold, age, sent] :
+       Rows<const char*, int, int, long long, std::size_t>{{"off", 0, 0, kNow, 0},
+                                                           {"first", 1, 0, kNow, 1},
+                                                           {"none full", 1, 101, kNow, 0},
+                                                           {"a day ago", 1, 0, 86400, 0},
+                                                           {"a second more", 1, 0, 86401, 1},
+                                                           {"with the tally", 2, 0, 1, 1},
+                                                           {"from the future", 1, 0, -1, 1}}) {
     const std::size_t before = sentNotices().size();
-    panel_.conf.check_partitions = c.mode;
-    panel_.conf.partition_usage_threshold = c.threshold;
-    const std::string stamp = "quota_thresh_last_check=" + std::to_string(kNow - c.age) + "\n";
+    panel_.conf.check_partitions = mode;
+    panel_.conf.partition_usage_threshold = threshold;
+    const std::string stamp = "quota_thresh_last_check=" + std::to_string(kNow - age) + "\n";
     check(stamp);
-    EXPECT_EQ(sentNotices().size() - before, c.sent) << c.name << panel_.logs.errors();
+    EXPECT_EQ(sentNotices().size() - before, sent) << name << panel_.logs.errors();
     const std::string after = contentOf(panel_.path("admin/admin.conf"));
-    EXPECT_EQ(after, c.sent == 0 ? stamp : "quota_thresh_last_check=1800000000\n") << c.name;
+    EXPECT_EQ(after, sent == 0 ? stamp : "quota_thresh_last_check=1800000000\n") << name;
   }
   const std::string lastMessage = sentNotices().back().message;
   EXPECT_TRUE(lastMessage.starts_with("tlh 0: ") && lastMessage.ends_with("% - /\n")) << lastMessage;

@@ -1,16 +1,7 @@
 #include "tally/disk/mail_counting.h"
 
-#include <gtest/gtest.h>
-#include <filesystem>
-
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
-#include "core/sys/fail_point.h"
 #include "support/panel_folder.h"
 #include "tally/disk/disk_breakdown.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(DiskBreakdown, HoldsAnyName) {
   PanelFolder panel;
@@ -20,16 +11,11 @@ TEST(DiskBreakdown, HoldsAnyName) {
   items.du_detail(123, "/home/bob/a&b=c\nd", true);
   items.du_detail(5, "databases", false);
   ASSERT_TRUE(items.write()) << panel.logs.errors();
-  ListFile list(panel.path("users/bob/du_breakdown.list").c_str());
-  list.setUser(nullptr);
-  list.keepOrder = true;
-  ASSERT_TRUE(list.readFile());
-  ASSERT_EQ(list.size(), 2);
+  const std::string written = contentOf(panel.path("users/bob/du_breakdown.list"));
+  EXPECT_EQ(times(written, "\n"), 2);
   ConfigFile item(nullptr);
-  item.fillFromPost(list.getElementAt(0));
-  EXPECT_STREQ(item.getValue("size"), "123");
-  EXPECT_STREQ(item.getValue("descriptor"), "/home/bob/a&b=c\nd");
-  EXPECT_STREQ(item.getValue("counted"), "yes");
+  item.fillFromPost(written.substr(0, written.find('\n')).c_str());
+  EXPECT_EQ(item.createPostString(0).view(), "counted=yes&descriptor=/home/bob/a&b=c\nd&size=123");
 }
 
 TEST(MailCounting, ModesAndPartitions) {
@@ -38,48 +24,34 @@ TEST(MailCounting, ModesAndPartitions) {
   const std::string bound = std::string(kOne) + "/dev/sda1 /var ext4 rw 0 0\n";
   const std::string homes = std::string(kOne) + "server:/homes /home nfs4 rw 0 0\n";
   const std::string var = std::string(kOne) + "/dev/sdb1 /var ext4 rw 0 0\n";
-  const struct {
-    const char* name;
-    int mode;
-    const char* partition;
-    std::string table;
-    int want;
-  } cases[] = {
-      {"on top", 1, "/", kOne, 1},
-      {"not on top", 2, "/home", homes, 0},
-      {"one partition", 0, "/home", kOne, 0},
-      {"bound twice", 0, "/home", bound, 0},
-      {"homes apart", 0, "/home", homes, 1},
-      {"no var", 0, "/", homes, 0},
-      {"var apart", 0, "/", var, 1},
-      {"no such mode", 3, "/home", var, 1},
-      {"no partition named", 0, nullptr, var, 1},
-  };
-  for (const auto& c : cases) EXPECT_EQ(countEmailFor(c.mode, c.partition, partitionsIn(c.table)), c.want) << c.name;
-  EXPECT_NE(panel.logs.errors().find("count is 3. Should either be one of 0,1,2\n"), std::string::npos);
+  for (const auto& [name, mode, partition, table, want] :
+       Rows<const char*, int, const char*, std::string, int>{{"on top", 1, "/", kOne, 1},
+                                                             {"not on top", 2, "/home", homes, 0},
+                                                             {"one partition", 0, "/home", kOne, 0},
+                                                             {"bound twice", 0, "/home", bound, 0},
+                                                             {"homes apart", 0, "/home", homes, 1},
+                                                             {"no var", 0, "/", homes, 0},
+                                                             {"var apart", 0, "/", var, 1},
+                                                             {"no such mode", 3, "/home", var, 1},
+                                                             {"no partition named", 0, nullptr, var, 1}})
+    EXPECT_EQ(countEmailFor(mode, partition, partitionsIn(table)), want) << name;
+  EXPECT_TRUE(holds(panel.logs.errors(), "count is 3. Should either be one of 0,1,2\n"));
 }
 
 TEST(MailCounting, RotationScripts) {
   PanelFolder panel;
-  panel.makeFolder("scripts");
-  std::filesystem::permissions(panel.path(""), std::filesystem::perms(0755));
-  for (const char* folder : {"scripts", "scripts/custom"}) {
-    std::filesystem::permissions(panel.path(folder), std::filesystem::perms(0755));
-    const std::string script = panel.path(std::string(folder) + "/rotate_email_usage.sh");
-    writeText(script, "#!/bin/sh\necho $(id -u) " + std::string(folder) + " >> " + panel.path("ran") + "\n");
-    std::filesystem::permissions(script, std::filesystem::perms(0755));
+  for (const char* script : {"", "custom/"}) {
+    panel.script(joined(script, "rotate_email_usage.sh"), joined("echo $(id -u) ", script, " >>", panel.path("ran")));
     rotate_email_usage(&panel.conf);
   }
-  EXPECT_EQ(contentOf(panel.path("ran")), "0 scripts\n0 scripts/custom\n") << panel.logs.errors();
-  writeText(panel.path("scripts/custom/rotate_email_usage.sh"), "#!/bin/sh\necho broken; exit 3\n");
+  EXPECT_EQ(contentOf(panel.path("ran")), "0\n0 custom/\n") << panel.logs.errors();
+  panel.script("custom/rotate_email_usage.sh", "echo broken; exit 3");
   rotate_email_usage(&panel.conf);
-  EXPECT_NE(panel.logs.errors().find("/rotate_email_usage.sh : broken\n"), std::string::npos);
+  EXPECT_TRUE(holds(panel.logs.errors(), "/rotate_email_usage.sh : broken\n"));
 }
 
 TEST(MailCounting, HalfATableOfMountsIsNone) {
   const PanelFolder panel;
-  setFailPlan("mounts.read:EIO:1");
-  EXPECT_EQ(countEmail(&panel.conf), 0);
-  setFailPlan(nullptr);
-  EXPECT_NE(panel.logs.errors().find("Unable to read /proc/self/mounts: Input/output error\n"), std::string::npos);
+  EXPECT_EQ(failing("mounts.read:EIO:1", [&] { return countEmail(&panel.conf); }), 0);
+  EXPECT_TRUE(holds(panel.logs.errors(), "Unable to read /proc/self/mounts: Input/output error\n"));
 }

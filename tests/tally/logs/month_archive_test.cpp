@@ -1,22 +1,10 @@
 #include "tally/logs/month_archive.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-
-#include "core/sys/fail_point.h"
 #include "core/sys/safe_point.h"
 #include "support/panel_folder.h"
 #include "tally/logs/tar_piece.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-namespace fs = std::filesystem;
-
 namespace {
-
 constexpr const char* kUser = "mail";
 constexpr unsigned kUserId = 8;
 constexpr const char* kArchive = "Nov-2026.tar.gz";
@@ -27,13 +15,10 @@ class MonthArchive : public ::testing::Test {
  protected:
   MonthArchive() {
     panel_.makeFolder("logs");
-    EXPECT_EQ(::chown(panel_.path("logs").c_str(), kUserId, kUserId), 0);
+    give(panel_.path("logs"), kUserId);
     folder_ = {Descriptor(sys::open(panel_.path("logs").c_str(), O_RDONLY | O_DIRECTORY)), panel_.path("logs")};
   }
-  ~MonthArchive() override {
-    setFailPlan(nullptr);
-    setSafePointAction(nullptr);
-  }
+  ~MonthArchive() override { setSafePointAction(nullptr); }
 
   int add(const std::string& name, const std::string& content) {
     writeText(panel_.path("log"), content);
@@ -50,19 +35,17 @@ class MonthArchive : public ::testing::Test {
   }
   std::string archive() const { return panel_.path(std::string("logs/") + kArchive); }
   struct stat look() const {
-    struct stat what {};
-    EXPECT_EQ(::stat(archive().c_str(), &what), 0);
-    return what;
+    return statOf(archive());
   }
-  void give(const std::string& content) const {
+  /// Puts an archive of the user's there.
+  void lay(const std::string& content) const {
     writeText(archive(), content);
-    EXPECT_EQ(::chown(archive().c_str(), kUserId, kUserId), 0);
+    give(archive(), kUserId);
   }
 
   PanelFolder panel_;
   OpenedFolder folder_;
 };
-
 }  // namespace
 
 TEST_F(MonthArchive, ALogIsWrittenBehindWhatIsThere) {
@@ -76,28 +59,26 @@ TEST_F(MonthArchive, ALogIsWrittenBehindWhatIsThere) {
   // What a crash left is cut off; a failure leaves what was there.
   const std::string whole = contentOf(archive());
   for (const char* plan : {"write:short", "write:ENOSPC:1", "write:short:2", "fsync:EIO", "fsync:EIO:1"}) {
-    give(whole + "half a log");
-    setFailPlan(("month_archive." + std::string(plan)).c_str());
-    EXPECT_FALSE(add("c.log", "three")) << plan;
-    setFailPlan(nullptr);
+    lay(whole + "half a log");
+    EXPECT_FALSE(failing(("month_archive." + std::string(plan)), [&] { return add("c.log", "three"); })) << plan;
     EXPECT_TRUE(contentOf(archive()).substr(kGzipMarkSize) == whole.substr(kGzipMarkSize)) << plan;
   }
-  give(whole + std::string(100'000, '#'));
+  lay(whole + std::string(100'000, '#'));
   ASSERT_TRUE(add("c.log", "three"));
-  EXPECT_EQ(contentOf(archive()).find("####"), std::string::npos);
+  EXPECT_FALSE(holds(contentOf(archive()), "####"));
   EXPECT_EQ(members(), "a.log one\nb.log " + std::string(600, 'x') + "\nc.log three\n");
 }
 
 TEST_F(MonthArchive, SomebodyElsesIsCopiedOnceAndNoFurtherThanItWentThen) {
   const std::string theirs = gzipStored(std::string(60'000, '\0'));
-  give(theirs);
+  lay(theirs);
   const Descriptor file(sys::open(archive().c_str(), O_WRONLY | O_APPEND));
   growing = file.get();
   setSafePointAction([] { static_cast<void>(!::write(growing, "more", 4)); });
   ASSERT_TRUE(add("a.log", "one"));
   setSafePointAction(nullptr);
   EXPECT_EQ(contentOf(archive()).substr(kGzipMarkSize, theirs.size()), theirs);
-  EXPECT_EQ(contentOf(archive()).find("more"), std::string::npos);
+  EXPECT_FALSE(holds(contentOf(archive()), "more"));
   // A second name is a copy that is to stay what it is.
   fs::create_hard_link(archive(), panel_.path("kept"));
   const std::string kept = contentOf(archive());
@@ -106,7 +87,7 @@ TEST_F(MonthArchive, SomebodyElsesIsCopiedOnceAndNoFurtherThanItWentThen) {
   EXPECT_EQ(look().st_nlink, 1U);
   // A mark that says more than there is, or half a number, is nobody's.
   for (const std::string& mark : {gzipMark(1 << 20), gzipMark(44), gzipMark(-1), gzipMark(50).replace(20, 1, "x")}) {
-    give(mark + theirs);
+    lay(mark + theirs);
     ASSERT_TRUE(add("c.log", "three"));
     EXPECT_EQ(contentOf(archive()).substr(kGzipMarkSize, mark.size() + theirs.size()), mark + theirs);
   }

@@ -1,12 +1,6 @@
 #include "tally/logs/panel_logs.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST(PanelLogs, GoUpAPlaceAboveTheirSize) {
   PanelFolder panel;
@@ -14,27 +8,21 @@ TEST(PanelLogs, GoUpAPlaceAboveTheirSize) {
   panel.conf.logdir = panel.path("logs").c_str();
   panel.conf.pipe_log = panel.path("logs/pipe.log").c_str();
   panel.conf.logs_to_keep = 3;
-  const auto grow = [&](const char* name, long long size) {
-    writeText(panel.path("logs/" + std::string(name)), "x");
-    ASSERT_EQ(::truncate(panel.path("logs/" + std::string(name)).c_str(), size), 0);
-  };
-  const struct {
-    const char* name;
-    bool mine, stays;
-  } logs[] = {{"error.log", true, false},    {"errortaskq.log", true, false}, {"system.log", true, false},
-              {"security.log", true, false}, {"login.log", true, false},      {"pipe.log", true, true},
-              {"other.log", false, true}};
+  const Rows<const char*, bool, bool> logs{{"error.log", true, false},  {"errortaskq.log", true, false},
+                                           {"system.log", true, false}, {"security.log", true, false},
+                                           {"login.log", true, false},  {"pipe.log", true, true},
+                                           {"other.log", false, true}};
   for (const int limit : {0, -1, 2}) {
     panel.conf.log_rotate_size = limit;
-    for (const auto& log : logs) {
-      grow(log.name, 2 * 1024 * 1024);
-      rotatePanelLogs(&panel.conf);
-      EXPECT_FALSE(exists(panel.path(joined("logs/", log.name, ".1")))) << log.name << limit;
-      grow(log.name, 2 * 1024 * 1024 + 1);
-      rotatePanelLogs(&panel.conf);
-      EXPECT_EQ(exists(panel.path(joined("logs/", log.name, ".1"))), log.mine && limit == 2) << log.name << limit;
-      EXPECT_EQ(exists(panel.path(joined("logs/", log.name))), log.stays || limit != 2) << log.name << limit;
-      grow(log.name, 1);
+    for (const auto& [name, mine, stays] : logs) {
+      const std::string log = panel.path(joined("logs/", name));
+      for (const bool above : {false, true}) {
+        writeText(log, std::string(2 * 1024 * 1024 + (above ? 1 : 0), 'x'));
+        rotatePanelLogs(&panel.conf);
+        EXPECT_EQ(exists(log + ".1"), mine && above && limit == 2) << name << limit;
+        EXPECT_EQ(exists(log), stays || !above || limit != 2) << name << limit;
+      }
+      writeText(log, "x");
     }
   }
   panel.conf.pipe_log = "/dev/null";

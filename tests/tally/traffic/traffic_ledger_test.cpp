@@ -1,20 +1,9 @@
 #include "tally/traffic/traffic_ledger.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
-#include "core/sys/fail_point.h"
-#include "support/fixed_clock.h"
 #include "support/panel_folder.h"
 #include "tally/traffic/home_traffic.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 class Ledger : public ::testing::Test {
  protected:
   Ledger() {
@@ -32,28 +21,22 @@ class Ledger : public ::testing::Test {
   }
   PanelFolder panel_;
 };
-
 }  // namespace
 
 TEST_F(Ledger, WhatIsBilledIsNotBilledAgainWhenItCannotBeReadOrFlushed) {
-  const struct {
-    const char* plan;
-    const char* error;
-  } cases[] = {{"traffic_ledger.read:EIO:2", "Unable to read "}, {"traffic_ledger.fsync:EIO", "Unable to flush "}};
-  for (const auto& c : cases) {
+  for (const auto& [plan, error] :
+       {std::pair("traffic_ledger.read:EIO:2", "Unable to read "), {"traffic_ledger.fsync:EIO", "Unable to flush "}}) {
     const LogCapture said;
     const std::string billed = "23=type=ftp&time=5\n";
     leave("bytes_bob=23\nentering=1\ntime=5\n");
     writeText(panel_.path("users/bob/bandwidth.tally"), billed);
-    for (const char* plan : {c.plan, static_cast<const char*>(nullptr)}) {
+    for (const char* now : {plan, ""}) {
       TrafficLedger ledger("test", "bandwidth.tally", "ftp");
-      setFailPlan(plan);
-      static_cast<void>(ledger.open() && ledger.enter());
-      setFailPlan(nullptr);
-      EXPECT_EQ(tally("bob"), billed) << c.plan;
+      failing(now, [&] { return ledger.open() && ledger.enter(); });
+      EXPECT_EQ(tally("bob"), billed) << plan;
     }
-    EXPECT_NE(said.errors().find(c.error + panel_.path("users")), std::string::npos) << said.errors();
-    EXPECT_EQ(contentOf(panel_.path("admin/state/traffic/test")).find("bytes_bob"), std::string::npos) << c.plan;
+    EXPECT_TRUE(holds(said.errors(), error + panel_.path("users")));
+    EXPECT_FALSE(holds(contentOf(panel_.path("admin/state/traffic/test")), "bytes_bob")) << plan;
   }
 }
 
@@ -80,13 +63,11 @@ TEST_F(Ledger, NamesWithoutAnAccountCostNothing) {
     for (int i = 0; i < 1000; ++i) ledger.add("made-up-" + std::to_string(i), 5);
     ledger.add("ann", 1);
     // The note that a killed run leaves has no more than it has in mind.
-    setFailPlan("traffic_ledger.fsync:EIO");
-    EXPECT_FALSE(ledger.enter());
-    setFailPlan(nullptr);
+    EXPECT_FALSE(failing("traffic_ledger.fsync:EIO", [&] { return ledger.enter(); }));
   }
   const std::string note = contentOf(panel_.path("admin/state/traffic/test"));
-  EXPECT_NE(note.find("bytes_ann=1\n"), std::string::npos) << note;
-  EXPECT_EQ(note.find("made-up"), std::string::npos);
+  EXPECT_TRUE(holds(note, "bytes_ann=1\n"));
+  EXPECT_FALSE(holds(note, "made-up"));
   panel_.conf.userdata = panel_.path("nowhere").c_str();
   EXPECT_FALSE(TrafficLedger("test", "bandwidth.tally", "ftp").open()) << "who is an account cannot be told";
 }
@@ -96,12 +77,9 @@ TEST_F(Ledger, WhatCannotBeEnteredStays) {
   const auto bill = [](const char* plan, unsigned long long bytes) {
     TrafficLedger ledger("test", "bandwidth.tally", "ftp");
     EXPECT_TRUE(ledger.open());
-    setFailPlan(plan);
     ledger.add("bob", bytes);
     ledger.add("gone", 1);
-    const int good = ledger.enter();
-    setFailPlan(nullptr);
-    return good;
+    return failing(plan, [&] { return ledger.enter(); });
   };
   // The note cannot be written: nothing is billed, and nothing waits.
   EXPECT_FALSE(bill("traffic_ledger.*:ENOSPC,safe_write.*:ENOSPC", 100));
@@ -109,9 +87,9 @@ TEST_F(Ledger, WhatCannotBeEnteredStays) {
   // A line falls short: it is taken back, and billed with the next.
   EXPECT_TRUE(bill("traffic_ledger.write:short", 20));
   EXPECT_EQ(tally("bob"), "");
-  EXPECT_TRUE(bill(nullptr, 3));
+  EXPECT_TRUE(bill("", 3));
   EXPECT_EQ(tally("bob"), "23=type=ftp&time=1800000001\n");
-  EXPECT_TRUE(bill(nullptr, 4));
+  EXPECT_TRUE(bill("", 4));
   EXPECT_EQ(tally("bob"), "23=type=ftp&time=1800000001\n4=type=ftp&time=1800000002\n");
   EXPECT_EQ(modeOf(panel_.path("users/bob/bandwidth.tally")), 0600U);
   EXPECT_FALSE(exists(panel_.path("users/gone")));
@@ -133,7 +111,7 @@ TEST_F(Ledger, OneAtATimeAndNoLinks) {
   TrafficLedger first("test", "bandwidth.tally", "ftp"), second("other", "bandwidth.tally", "ftp");
   EXPECT_TRUE(first.open());
   EXPECT_FALSE(second.open());
-  std::filesystem::create_symlink(panel_.path("canary"), panel_.path("users/bob/bandwidth.tally"));
+  fs::create_symlink(panel_.path("canary"), panel_.path("users/bob/bandwidth.tally"));
   first.add("bob", 5);
   EXPECT_TRUE(first.enter());
   EXPECT_FALSE(exists(panel_.path("canary")));
@@ -141,63 +119,39 @@ TEST_F(Ledger, OneAtATimeAndNoLinks) {
 
 TEST_F(Ledger, MarksKnowTheirLog) {
   const std::string path = panel_.path("log");
-  const auto isMarked = [&](const LogMark& mark) {
-    const Descriptor file(sys::open(path.c_str(), O_RDONLY));
-    return mark.isOf(file.get());
-  };
   writeText(path, "one\ntwo\nthree\n");
   const Descriptor file(sys::open(path.c_str(), O_RDWR));
   const LogMark mark = LogMark::fromText(LogMark::at(file.get(), 8).text().c_str());
   EXPECT_EQ(mark.offset, 8);
-  EXPECT_TRUE(isMarked(mark));
+  EXPECT_TRUE(mark.isOf(file.get()));
   // Emptied, and grown past the place with something else.
-  ASSERT_EQ(sys::ftruncate(file.get(), 4), 0);
-  EXPECT_FALSE(isMarked(mark));
-  writeText(path, "ONE\nTWO\nthree\nfour\n");
-  EXPECT_FALSE(isMarked(mark));
+  for (const char* now : {"one\n", "ONE\nTWO\nthree\nfour\n"}) {
+    writeText(path, now);
+    EXPECT_FALSE(mark.isOf(file.get())) << now;
+  }
   // The same text in another file.
   writeText(panel_.path("new"), "one\ntwo\nthree\n");
-  std::filesystem::rename(panel_.path("new"), path);
-  EXPECT_FALSE(isMarked(mark));
-  const Descriptor copy(sys::open(path.c_str(), O_RDONLY));
-  EXPECT_TRUE(mark.fits(copy.get()));
-  EXPECT_EQ(LogMark::fromText("1:2:-3:4").offset, 0);
-  EXPECT_EQ(LogMark::fromText(nullptr).offset, 0);
+  const Descriptor copy(sys::open(panel_.path("new").c_str(), O_RDONLY));
+  EXPECT_TRUE(mark.fits(copy.get()) && !mark.isOf(copy.get()));
+  EXPECT_EQ(LogMark::fromText("1:2:-3:4").offset + LogMark::fromText(nullptr).offset, 0);
 }
 
 TEST(HomeTraffic, Lines) {
+  HomeTraffic traffic;
+  for (const auto& [line, account, bytes] : {std::tuple("512 \"GET /~bob/index.html HTTP/1.1\"", "bob", 512ULL),
+                                             {"512\t/~bob", "bob", 512},
+                                             {"0 /~bob\\x", "bob", 0},
+                                             {"5 /~bob\tx", "bob", 5},
+                                             {"5 ~ann ~bob", "ann", 5}}) {
+    ASSERT_TRUE(readHomeTraffic(line, traffic)) << line;
+    EXPECT_TRUE(traffic.account == account && traffic.bytes == bytes) << line;
+  }
   const std::string far = "5 " + std::string(204'800, 'x') + "~bob/";
-  const struct {
-    std::string line;
-    const char* account;
-    unsigned long long bytes;
-  } cases[] = {
-      {"512 \"GET /~bob/index.html HTTP/1.1\"", "bob", 512},
-      {"512\t/~bob", "bob", 512},
-      {"0 /~bob\\x", "bob", 0},
-      {"5 /~bob\tx", "bob", 5},
-      {"5 ~ann ~bob", "ann", 5},
-      {"512 /bob/", "", 0},
-      {"512 /~", "", 0},
-      {"512", "", 0},
-      {"- /~bob/", "", 0},
-      {"-5 /~bob/", "", 0},
-      {"12x /~bob/", "", 0},
-      {"~bob 5", "", 0},
-      {"5 /~../../etc/", "", 0},
-      {"5 /~%62ob/", "", 0},
-      {"99999999999999999999 /~bob/", "", 0},
-      {far, "", 0},
-  };
-  for (const auto& c : cases) {
-    HomeTraffic traffic;
-    ASSERT_EQ(readHomeTraffic(c.line, traffic), *c.account != '\0') << c.line.substr(0, 80);
-    if (*c.account == '\0') continue;
-    EXPECT_EQ(traffic.account, c.account) << c.line;
-    EXPECT_EQ(traffic.bytes, c.bytes) << c.line;
+  for (const char* line : {"512 /bob/", "512 /~", "512", "- /~bob/", "-5 /~bob/", "12x /~bob/", "~bob 5",
+                           "5 /~../../etc/", "5 /~%62ob/", "99999999999999999999 /~bob/", far.c_str()}) {
+    EXPECT_FALSE(readHomeTraffic(line, traffic)) << std::string(line).substr(0, 80);
   }
   PanelFolder panel;
   panel.conf.allow_upper_case_username = panel.conf.allow_numeric_username = true;
-  HomeTraffic traffic;
   EXPECT_TRUE(readHomeTraffic("5 /~2Bob/x", traffic));
 }

@@ -1,47 +1,33 @@
 #include "tally/traffic/web_traffic.h"
 
-#include <gtest/gtest.h>
-
+#include "support/fixtures.h"
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
+#include "tally/traffic/transfer_line.h"
 
 TEST(WebTraffic, LinesAreReadAsNumbers) {
-  const struct {
-    const char* name;
-    std::string log;
-    double total;
-    double upload;
-  } cases[] = {
-      {"one number", "100\n7\n", 107, 0},
-      {"two numbers", "100 50\n1234567 89012345678\n", 100 + 50 + 1234567 + 89012345678, 89012345728},
-      {"sent and a negative one", "100 -5\n", 100, 0},
-      {"negative first", "-100 5\n", 0, 0},
-      {"dash, empty, words", "-\n\nnothing\n-nan 5\n", 0, 0},
-      {"blanks before and between", "  3\t 4 \n", 7, 4},
-      {"fractions, exponents, signs, hexadecimal", "1.5 2.5\n1e2\n+4 5\n0x10 0x1p4\n", 145, 23.5},
-      {"more digits than an integer has", "100000000000000000000 1\n", 1e20 + 1, 1},
-      {"not finite", "inf 5\n1e999\nnan\n5 infinity\n", 10, 5},
-      {"no number behind the first", "12abc 5\n12 abc\n", 24, 0},
-      {"glued", "12-5\n12+5\n", 12 + 12 + 5, 5},
-      {"carriage returns", "100 50\r\n\r\n", 150, 50},
-      {"a NUL ends its line", std::string("5\0009\n7\n", 6), 12, 0},
-      {"unfinished", "100\n200", 100, 0},
-      {"eight digits and more", "12345678\n123456789 1234567\n0 0\n", 12345678 + 123456789 + 1234567.0, 1234567},
-  };
-  PanelFolder panel;
+  const PanelFolder panel;
   const std::string path = panel.path("site.bytes");
-  for (const auto& c : cases) {
-    writeText(path, c.log);
+  for (const auto& [name, log, total, uploaded] : Rows<const char*, std::string, double, double>{
+           {"two numbers", "100 50\n1234567 89012345678\n", 100 + 50 + 1234567 + 89012345678, 89012345728},
+           {"negative, dash, empty, words", "100 -5\n-100 5\n-\n\nnothing\n-nan 5\n", 100, 0},
+           {"fractions, exponents, signs, hexadecimal", "1.5 2.5\n1e2\n+4 5\n0x10 0x1p4\n", 145, 23.5},
+           {"more digits than an integer has", "100000000000000000000 1\n", 1e20 + 1, 1},
+           {"not finite", "inf 5\n1e999\nnan\n5 infinity\n", 10, 5},
+           {"no number behind the first, or glued", "12abc 5\n12 abc\n12-5\n12+5\n", 4 * 12 + 5, 5},
+           {"carriage returns", "100 50\r\n\r\n", 150, 50},
+           {"a NUL ends its line", std::string("5\0009\n7\n", 6), 12, 0},
+           {"unfinished", "100\n200", 100, 0},
+           {"eight digits and more", "12345678\n123456789 1234567\n0 0\n", 12345678 + 123456789 + 1234567.0,
+            1234567}}) {
+    writeText(path, log);
     double upload = 1000;
-    EXPECT_EQ(getHttpTotal(path.c_str(), upload), c.total) << c.name;
-    EXPECT_EQ(upload, 1000 + c.upload) << c.name;
+    EXPECT_EQ(getHttpTotal(path.c_str(), upload), total) << name;
+    EXPECT_EQ(upload, 1000 + uploaded) << name;
   }
   double upload = 3;
-  EXPECT_EQ(getHttpTotal(panel.path("none").c_str(), upload), 0);
-  EXPECT_EQ(getHttpTotal(panel.path("admin").c_str(), upload), 0);
-  EXPECT_EQ(getHttpTotal(nullptr, upload), 0);
+  for (const std::string& file : {panel.path("none"), panel.path("admin"), std::string()}) {
+    EXPECT_EQ(getHttpTotal(file.empty() ? nullptr : file.c_str(), upload), 0);
+  }
   EXPECT_EQ(upload, 3);
 }
 
@@ -57,4 +43,29 @@ TEST(WebTraffic, BlocksMeetInsideLines) {
   double upload = 0;
   EXPECT_EQ(getHttpTotal(panel.path("log").c_str(), upload), total);
   EXPECT_EQ(upload, 33'333);
+}
+
+// Lines about real transfers: names with blanks, quotes and line feeds, broken-off ones.
+TEST(TransferLine, WhatTheServersWrote) {
+  using Sums = std::map<std::string, unsigned long long>;
+  for (const auto& [file, isPureftpd, want] :
+       Rows<const char*, bool, Sums>{{"proftpd.bytes", false, {{"bob", 73'036}, {"sales@example.com", 3'918'156}}},
+                                     {"pureftpd.clf", true, {{"bob", 8'507}, {"sales@example.com", 3'940'661}}},
+                                     {"pureftpd.w3c", true, {{"bob", 8'507}, {"sales@example.com", 139'573}}},
+                                     {"pureftpd.xferlog", true, {{"bob", 8'507}, {"sales@example.com", 3'940'661}}},
+                                     {"pureftpd.stats", true, {}}}) {
+    std::istringstream lines(fixture(std::string("traffic/") + file));
+    Sums sums;
+    TransferReader read = nullptr;
+    int met = 0;
+    for (std::string line; std::getline(lines, line); ++met) {
+      Transfer transfer;
+      if (met == 0) read = isPureftpd ? pureftpdReader(line) : readProftpdLine;
+      if (read == nullptr || !read(line, transfer)) continue;
+      EXPECT_EQ(transfer.from, "127.0.0.1") << line;
+      sums[std::string(transfer.user)] += transfer.bytes;
+    }
+    EXPECT_GT(met, 10) << file;
+    EXPECT_EQ(sums, want) << file;
+  }
 }

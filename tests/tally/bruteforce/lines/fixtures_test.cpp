@@ -1,19 +1,9 @@
 // The stock filters on what real daemons write (tests/fixtures/brute).
-#include <gtest/gtest.h>
-
-#include <map>
-#include <sstream>
-
-#include "core/text/text.h"
 #include "support/fixtures.h"
 #include "tally/bruteforce/lines/filters.h"
 #include "tally/bruteforce/lines/match.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 /// What the filters of a program make of a log: a line "filter attempts user: address address..." for failed log-ins
 /// alike, with how often behind an address, and "?" where it is in doubt.
 std::string recognised(const std::string& program, const std::string& file) {
@@ -42,69 +32,62 @@ std::string recognised(const std::string& program, const std::string& file) {
   }
   return all;
 }
-
 }  // namespace
 
 TEST(BruteFixtures, StockFilters) {
-  const struct {
-    const char* program;
-    std::vector<const char*> files;
-    const char* want;
-  } cases[] = {
-      {"sshd",
-       {"sshd-classic.log", "sshd-iso.log"},
-       "sshd3 1 invalid: 127.0.0.1*2 192.0.2.9?*2 ::1*2\n"
-       "sshd4 1 from: 192.0.2.9?*2\n"
-       "sshd4 1 nosuch: 127.0.0.1*1 ::1*1\n"
-       "sshd4 1 x[192.0.2.9]: 127.0.0.1*1 ::1*1\n"
-       "sshd5 1 alice: 127.0.0.1*1 ::1*1\n"
-       "sshd5 1 root: 127.0.0.1*1 ::1*1\n"},
-      {"proftpd",
-       {"proftpd-classic.log", "proftpd-iso.log"},
-       "proftpd1 1 bob@client.example: 127.0.0.1*1 ::1*1\n"
-       "proftpd1 1 nosuch: 127.0.0.1*1 ::1*1\n"
-       "proftpd1 1 x [192.0.2.9] y: 127.0.0.1?*1 ::1?*1\n"
-       "proftpd2 1 alice: 127.0.0.1*1 ::1*1\n"
-       "proftpd3 3 : 127.0.0.1*1 ::1*1\n"
-       "proftpd4 1 : 127.0.0.1*1 ::1*1\n"},
-      {"proftpd", {"proftpd-own.log"}, ""},
-      {"dovecot",
-       {"dovecot-classic.log", "dovecot-iso.log"},
-       "dovecot1 1 alice: 127.0.0.1*3 ::1*3\n"
-       "dovecot1 1 bob@client.example: 127.0.0.1*3 ::1*3\n"
-       "dovecot1 1 nosuch: 127.0.0.1*3 ::1*3\n"
-       "dovecot1 1 x: 192.0.2.9?*2\n"},
-      {"exim",
-       {"exim-mainlog.log"},
-       "exim1 1 alice: 127.0.0.1*1 192.0.2.9?*2 ::1*1\n"
-       "exim1 1 bob@client.example: 127.0.0.1*1 ::1*1\n"
-       "exim1 1 x: 127.0.0.1?*1 ::1?*1\n"
-       "exim2 1 alice: 127.0.0.1*3 192.0.2.9?*6 ::1*3\n"
-       "exim2 1 x: 127.0.0.1?*3 ::1?*3\n"},
-      {"pure-ftpd",
-       {"pure-ftpd-classic.log", "pure-ftpd-iso.log"},
-       "pure-ftpd1 1 alice: 127.0.0.1*1 ::1*1\n"
-       "pure-ftpd1 1 bob@client.example: 127.0.0.1*1 ::1*1\n"
-       "pure-ftpd1 1 nosuch: 127.0.0.1*1 ::1*1\n"
-       "pure-ftpd1 1 root: 127.0.0.1*1 ::1*1\n"
-       "pure-ftpd1 1 x [192.0.2.9: 127.0.0.1*1 ::1*1\n"},
-      {"roundcube",
-       {"roundcube-errors.log"},
-       "roundcube1 1 alice: 127.0.0.1*1 127.0.0.1?*1\n"
-       "roundcube1 1 bob@client.example: ::1*1\n"
-       "roundcube2 1 alice: 127.0.0.1*1\n"},
-      {"squirrelmail",
-       {"squirrelmail-access.log"},
-       "squirrelmail1 1 alice: 127.0.0.1*1\n"
-       "squirrelmail1 1 bob@client.example: ::1*1\n"},
-      {"phpmyadmin",
-       {"phpmyadmin-auth.log"},
-       "phpmyadmin1 1 alice: 127.0.0.1*2\n"
-       "phpmyadmin1 1 root: ::1*1\n"
-       "phpmyadmin1 1 x: 192.0.2.9?*1\n"},
-      {"wordpress", {"wordpress-access.log"}, "wordpress1 1 : 127.0.0.1*1 ::1*1\n"},
-  };
-  for (const auto& c : cases) {
-    for (const char* file : c.files) EXPECT_EQ(recognised(c.program, file), c.want) << file;
+  for (const auto& [program, files, want] : Rows<const char*, std::vector<const char*>, const char*>{
+           {"sshd",
+            {"sshd-classic.log", "sshd-iso.log"},
+            "sshd3 1 invalid: 127.0.0.1*2 192.0.2.9?*2 ::1*2\n"
+            "sshd4 1 from: 192.0.2.9?*2\n"
+            "sshd4 1 nosuch: 127.0.0.1*1 ::1*1\n"
+            "sshd4 1 x[192.0.2.9]: 127.0.0.1*1 ::1*1\n"
+            "sshd5 1 alice: 127.0.0.1*1 ::1*1\n"
+            "sshd5 1 root: 127.0.0.1*1 ::1*1\n"},
+           {"proftpd",
+            {"proftpd-classic.log", "proftpd-iso.log"},
+            "proftpd1 1 bob@client.example: 127.0.0.1*1 ::1*1\n"
+            "proftpd1 1 nosuch: 127.0.0.1*1 ::1*1\n"
+            "proftpd1 1 x [192.0.2.9] y: 127.0.0.1?*1 ::1?*1\n"
+            "proftpd2 1 alice: 127.0.0.1*1 ::1*1\n"
+            "proftpd3 3 : 127.0.0.1*1 ::1*1\n"
+            "proftpd4 1 : 127.0.0.1*1 ::1*1\n"},
+           {"proftpd", {"proftpd-own.log"}, ""},
+           {"dovecot",
+            {"dovecot-classic.log", "dovecot-iso.log"},
+            "dovecot1 1 alice: 127.0.0.1*3 ::1*3\n"
+            "dovecot1 1 bob@client.example: 127.0.0.1*3 ::1*3\n"
+            "dovecot1 1 nosuch: 127.0.0.1*3 ::1*3\n"
+            "dovecot1 1 x: 192.0.2.9?*2\n"},
+           {"exim",
+            {"exim-mainlog.log"},
+            "exim1 1 alice: 127.0.0.1*1 192.0.2.9?*2 ::1*1\n"
+            "exim1 1 bob@client.example: 127.0.0.1*1 ::1*1\n"
+            "exim1 1 x: 127.0.0.1?*1 ::1?*1\n"
+            "exim2 1 alice: 127.0.0.1*3 192.0.2.9?*6 ::1*3\n"
+            "exim2 1 x: 127.0.0.1?*3 ::1?*3\n"},
+           {"pure-ftpd",
+            {"pure-ftpd-classic.log", "pure-ftpd-iso.log"},
+            "pure-ftpd1 1 alice: 127.0.0.1*1 ::1*1\n"
+            "pure-ftpd1 1 bob@client.example: 127.0.0.1*1 ::1*1\n"
+            "pure-ftpd1 1 nosuch: 127.0.0.1*1 ::1*1\n"
+            "pure-ftpd1 1 root: 127.0.0.1*1 ::1*1\n"
+            "pure-ftpd1 1 x [192.0.2.9: 127.0.0.1*1 ::1*1\n"},
+           {"roundcube",
+            {"roundcube-errors.log"},
+            "roundcube1 1 alice: 127.0.0.1*1 127.0.0.1?*1\n"
+            "roundcube1 1 bob@client.example: ::1*1\n"
+            "roundcube2 1 alice: 127.0.0.1*1\n"},
+           {"squirrelmail",
+            {"squirrelmail-access.log"},
+            "squirrelmail1 1 alice: 127.0.0.1*1\n"
+            "squirrelmail1 1 bob@client.example: ::1*1\n"},
+           {"phpmyadmin",
+            {"phpmyadmin-auth.log"},
+            "phpmyadmin1 1 alice: 127.0.0.1*2\n"
+            "phpmyadmin1 1 root: ::1*1\n"
+            "phpmyadmin1 1 x: 192.0.2.9?*1\n"},
+           {"wordpress", {"wordpress-access.log"}, "wordpress1 1 : 127.0.0.1*1 ::1*1\n"}}) {
+    for (const char* file : files) EXPECT_EQ(recognised(program, file), want) << file;
   }
 }

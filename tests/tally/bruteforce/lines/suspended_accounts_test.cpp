@@ -1,78 +1,13 @@
 #include "tally/bruteforce/lines/suspended_accounts.h"
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <pwd.h>
-#include <shadow.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sched.h>
 
-#include <algorithm>
-#include <iterator>
-#include <vector>
-
-#include "core/config/config.h"
 #include "support/panel_folder.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
 long long lookUps = 0;
-
-/// Accounts that the test has beside the system's.
-struct Made {
-  const char* name;
-  uid_t user;
-  const char* password;
-};
-constexpr Made kMade[] = {{"zv-first", 1000, "!$6$x"}, {"zv-daemon", 999, "!$6$x"}, {"zv-locked", 1001, "!"},
-                          {"zv-never", 1002, "!!"},    {"zv-star", 1003, "!*"},     {"zv-open", 1004, "$6$!"}};
-passwd madeAccount;
-spwd madeShadow;
-std::size_t nextAccount = 0, nextShadow = 0;
-
-passwd* accountOf(const Made& made) {
-  madeAccount.pw_name = const_cast<char*>(made.name);
-  madeAccount.pw_uid = made.user;
-  return &madeAccount;
-}
-spwd* shadowOf(const Made& made) {
-  madeShadow.sp_namp = const_cast<char*>(made.name);
-  madeShadow.sp_pwdp = const_cast<char*>(made.password);
-  return &madeShadow;
-}
-const Made* madeOf(const std::string& name) {
-  const auto* found =
-      std::find_if(std::begin(kMade), std::end(kMade), [&](const Made& made) { return name == made.name; });
-  return found == std::end(kMade) ? nullptr : found;
-}
-template <class Function>
-Function* libraryOwn(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
-
-}  // namespace
-
-/// The library's own, with the accounts made here, and counted: each reads the system's until it finds one.
-extern "C" passwd* getpwnam(const char* name) {
-  ++lookUps;
-  const Made* made = madeOf(name);
-  return made == nullptr ? libraryOwn<passwd*(const char*)>("getpwnam")(name) : accountOf(*made);
-}
-extern "C" spwd* getspnam(const char* name) {
-  const Made* made = madeOf(name);
-  return made == nullptr ? libraryOwn<spwd*(const char*)>("getspnam")(name) : shadowOf(*made);
-}
-extern "C" passwd* getpwent() {
-  return nextAccount < std::size(kMade) ? accountOf(kMade[nextAccount++]) : libraryOwn<passwd*()>("getpwent")();
-}
-extern "C" spwd* getspent() {
-  return nextShadow < std::size(kMade) ? shadowOf(kMade[nextShadow++]) : libraryOwn<spwd*()>("getspent")();
-}
-
-namespace {
 
 class Suspended : public ::testing::Test {
  protected:
@@ -87,42 +22,37 @@ class Suspended : public ::testing::Test {
   bool isSuspended(const char* name, const char* service) {
     return user_is_suspended(&panel_.conf, name, service) != 0;
   }
-  long long errorsWith(const std::string& text) const {
-    const std::string errors = panel_.logs.errors();
-    long long count = 0;
-    for (std::size_t at = errors.find(text); at != std::string::npos; at = errors.find(text, at + 1)) ++count;
-    return count;
-  }
+  long errorsWith(const std::string& text) const { return times(panel_.logs.errors(), text); }
 
   PanelFolder panel_;
 };
-
 }  // namespace
+
+/// The library's own, counted.
+extern "C" passwd* getpwnam(const char* name) {
+  ++lookUps;
+  return reinterpret_cast<passwd* (*)(const char*)>(::dlsym(RTLD_NEXT, "getpwnam"))(name);
+}
 
 TEST_F(Suspended, ByServiceAndFile) {
   const std::string huge(1'000'000, 'x'), hugeMailbox = huge + "@site.example";
-  const struct {
-    const char* service;
-    std::vector<const char*> suspended, others;
-  } cases[] = {
-      {"exim", {"bob@site.example"}, {"bob@other.example"}},
-      {"dovecot",
-       {"bob@site.example", "@site.example", "../x@site.example"},
-       {"two@site.example", "star@site.example", "bob@../site.example", "bob@", "x@bob@site.example",
-        "bob\n@site.example", "", nullptr, hugeMailbox.c_str()}},
-      {"roundcube", {}, {"ann@site.example"}},
-      {"squirrelmail", {}, {"lone@site.example"}},
-      {"proftpd", {"bob@site.example"}, {"bob", huge.c_str()}},
-      {"pure-ftpd", {"bob@site.example"}, {"ann"}},
-      {"wordpress", {}, {"bob@site.example"}},
-      {"sshd", {}, {"root", "no-such-account", huge.c_str()}},
-      {"", {}, {"bob@site.example"}},
-      {nullptr, {}, {"bob@site.example"}},
-  };
-  for (const auto& c : cases) {
-    for (const char* name : c.suspended) EXPECT_TRUE(isSuspended(name, c.service)) << name;
-    for (const char* name : c.others) {
-      EXPECT_FALSE(isSuspended(name, c.service)) << std::string(name == nullptr ? "null" : name).substr(0, 60);
+  for (const auto& [service, suspended, others] : Rows<const char*, std::vector<const char*>, std::vector<const char*>>{
+           {"exim", {"bob@site.example"}, {"bob@other.example"}},
+           {"dovecot",
+            {"bob@site.example", "@site.example", "../x@site.example"},
+            {"two@site.example", "star@site.example", "bob@../site.example", "bob@", "x@bob@site.example",
+             "bob\n@site.example", "", nullptr, hugeMailbox.c_str()}},
+           {"roundcube", {"bob@site.example"}, {"ann@site.example"}},
+           {"squirrelmail", {"bob@site.example"}, {"lone@site.example"}},
+           {"proftpd", {"bob@site.example"}, {"bob", huge.c_str()}},
+           {"pure-ftpd", {"bob@site.example"}, {"ann"}},
+           {"wordpress", {}, {"bob@site.example"}},
+           {"sshd", {}, {"root", "no-such-account", huge.c_str()}},
+           {"", {}, {"bob@site.example"}},
+           {nullptr, {}, {"bob@site.example"}}}) {
+    for (const char* name : suspended) EXPECT_TRUE(isSuspended(name, service)) << name;
+    for (const char* name : others) {
+      EXPECT_FALSE(isSuspended(name, service)) << std::string(name == nullptr ? "null" : name).substr(0, 60);
     }
   }
   EXPECT_EQ(user_is_suspended(nullptr, "bob@site.example", "exim"), 0);
@@ -130,8 +60,8 @@ TEST_F(Suspended, ByServiceAndFile) {
   EXPECT_EQ(errorsWith("Unknown BFM service for suspend skip check: 'wordpress'"), 1);
   EXPECT_EQ(errorsWith("/virtual/other.example/passwd): Cannot open file: No such file or directory"), 1);
   EXPECT_EQ(errorsWith("The lenght of the User (1000000) is greater than the size of the buffer (512)"), 2);
-  EXPECT_NE(panel_.logs.security().find("site.example/passwd): User is suspended.  Exempt from brute force count."),
-            std::string::npos);
+  EXPECT_TRUE(
+      holds(panel_.logs.security(), "site.example/passwd): User is suspended.  Exempt from brute force count."));
 }
 
 TEST_F(Suspended, RemembersWithinAScanAsksAndSaysLittle) {
@@ -153,25 +83,43 @@ TEST_F(Suspended, RemembersWithinAScanAsksAndSaysLittle) {
 }
 
 TEST_F(Suspended, SystemAccountsOneByOneAndListed) {
-  for (const int others : {0, 20}) {
-    nextAccount = nextShadow = 0;
-    SuspendedAccounts accounts(panel_.conf);
-    for (int i = 0; i < others; ++i) {
-      EXPECT_FALSE(accounts.isSuspended(joined("ghost", std::to_string(i)).c_str(), "sshd"));
-    }
-    for (const Made& made : kMade) {
-      EXPECT_EQ(accounts.isSuspended(made.name, "exim"), std::string(made.name) == "zv-first") << made.name << others;
-    }
+  const Rows<const char*, int, const char*> made{{"zv-first", 1000, "!$6$x"}, {"zv-daemon", 999, "!$6$x"},
+                                                 {"zv-locked", 1001, "!"},    {"zv-never", 1002, "!!"},
+                                                 {"zv-star", 1003, "!*"},     {"zv-open", 1004, "$6$!"}};
+  std::string passwords = contentOf("/etc/passwd"), shadow = contentOf("/etc/shadow");
+  for (const auto& [name, id, password] : made) {
+    passwords += joined(name, ":x:", std::to_string(id), ":", std::to_string(id), "::/:/bin/sh\n");
+    shadow += joined(name, ":", password, ":1:0:99999:7:::\n");
   }
+  writeText(panel_.path("passwd"), passwords);
+  writeText(panel_.path("shadow"), shadow);
+  const std::string lay = joined("mount --make-rprivate /; cd ", panel_.path(""),
+                                 "; mount --bind passwd /etc/passwd && mount --bind shadow /etc/shadow");
+  // How many are taken for what they are not: asked for one by one, and behind so many others that all are listed.
+  EXPECT_EQ(inAProcessOfItsOwn([&] {
+              if (::unshare(CLONE_NEWNS) != 0 || std::system(lay.c_str()) != 0) return 99;
+              int wrong = 0;
+              for (const int others : {0, 20}) {
+                SuspendedAccounts accounts(panel_.conf);
+                for (int i = 0; i < others; ++i)
+                  wrong += accounts.isSuspended(joined("ghost", std::to_string(i)).c_str(), "sshd");
+                for (const auto& row : made) {
+                  wrong += accounts.isSuspended(std::get<0>(row), "exim") != (&row == &made[0]);
+                }
+              }
+              return wrong;
+            }),
+            0);
 }
 
 TEST_F(Suspended, NoFileThatOthersPlanted) {
-  ::unlink(panel_.path("ftp").c_str());
-  ASSERT_EQ(::symlink(panel_.path("virtual/site.example/passwd").c_str(), panel_.path("ftp").c_str()), 0);
-  ASSERT_EQ(::lchown(panel_.path("ftp").c_str(), 65534, 65534), 0);
-  EXPECT_EQ(user_is_suspended_in_file("bob", panel_.path("ftp").c_str()), 0);
-  ::unlink(panel_.path("ftp").c_str());
-  ASSERT_EQ(::mkfifo(panel_.path("ftp").c_str(), 0600), 0);
+  const std::string ftp = panel_.path("ftp");
+  ::unlink(ftp.c_str());
+  fs::create_symlink(panel_.path("virtual/site.example/passwd"), ftp);
+  give(ftp, 65534);
+  EXPECT_EQ(user_is_suspended_in_file("bob", ftp.c_str()), 0);
+  ::unlink(ftp.c_str());
+  ASSERT_EQ(::mkfifo(ftp.c_str(), 0600), 0);
   EXPECT_FALSE(isSuspended("bob", "proftpd"));
   EXPECT_EQ(errorsWith("Cannot open file"), 2);
 }

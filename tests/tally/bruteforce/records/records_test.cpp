@@ -1,11 +1,7 @@
 #include "tally/bruteforce/records/records.h"
 
-#include <gtest/gtest.h>
-
 #include "support/panel_folder.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
+#include "tally/bruteforce/records/counts.h"
 
 TEST(BruteRecords, TheWeakestMakesRoom) {
   PanelFolder panel;
@@ -30,5 +26,18 @@ TEST(BruteRecords, TheWeakestMakesRoom) {
   EXPECT_STREQ(counts.getValue("made-up9"), "last_entry=6&sshd5=1&x=1");
   EXPECT_TRUE(counts.existsParam("made-up700000"));
   EXPECT_FALSE(counts.existsParam("made-up7"));
-  EXPECT_NE(panel.logs.errors().find("the 2 with the fewest failures are dropped"), std::string::npos);
+  EXPECT_TRUE(holds(panel.logs.errors(), "the 2 with the fewest failures are dropped"));
+}
+
+TEST(BruteUserKey, CannotBreakARecord) {
+  std::string room;
+  for (const auto& [user, want] : {std::pair("bob@c.de", "bob@c.de"),
+                                   {"a=b&c", "a%3Db&amp;c"},
+                                   {"<b>'\"", "&lt;b&gt;&#39;&quot;"},
+                                   {"a b\n\x01\x7f", "a%20b%0A%01%7F"},
+                                   {"#x%+", "%23x%25%2B"},
+                                   {"\xc3\xa4", "\xc3\xa4"}}) {
+    EXPECT_EQ(bruteUserKey(user, room), want);
+  }
+  EXPECT_EQ(bruteUserKey(std::string(9000, 'x'), room).size(), 256U);
 }

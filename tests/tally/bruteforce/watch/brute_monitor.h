@@ -1,17 +1,6 @@
 // A panel with a log that the brute-force monitor reads.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <fstream>
-#include <map>
-#include <set>
-#include <sstream>
-#include <vector>
-
-#include "core/record/config_file.h"
-#include "support/fixed_clock.h"
 #include "support/notice_recorder.h"
 #include "support/panel_folder.h"
 #include "tally/bruteforce/records/records.h"
@@ -47,16 +36,8 @@ class BruteMonitor : public ::testing::Test {
     check_brute_force_logs(&panel_.conf);
   }
   std::string data(const std::string& file) { return contentOf(panel_.path("admin/" + file)); }
-  void setData(const std::string& file, const std::string& text) {
-    writeText(panel_.path("admin/" + file), text);
-    ::chmod(panel_.path("admin/" + file).c_str(), 0666);
-  }
-  void hook(const std::string& name, const std::string& body) {
-    for (const char* folder : {"", "scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
-    const std::string path = panel_.path("scripts/custom/" + name);
-    writeText(path, "#!/bin/sh\n" + body);
-    ::chmod(path.c_str(), 0755);
-  }
+  void setData(const std::string& file, const std::string& text) { panel_.put("admin/" + file, text); }
+  void hook(const std::string& name, const std::string& body) { panel_.script("custom/brute_force_" + name, body); }
   /// Failures by name, of one of the files of counts.
   std::map<std::string, long long> counts(const std::string& file) {
     ConfigFile record(nullptr);
@@ -72,7 +53,13 @@ class BruteMonitor : public ::testing::Test {
     return all;
   }
 
-  bool hasError(const std::string& text) { return panel_.logs.errors().find(text) != std::string::npos; }
+  /// Whether that is the number of failures from 192.0.2.1, and from nowhere else.
+  testing::AssertionResult counted(long long failures) {
+    const auto all = counts("brute_ip.data");
+    return testing::AssertionResult(all == std::map<std::string, long long>{{"192.0.2.1", failures}})
+           << data("brute_ip.data") << panel_.logs.errors();
+  }
+  auto hasError(const std::string& text) { return holds(panel_.logs.errors(), text); }
   /// How many notices a pass sends.
   std::size_t toldBy(long long now) {
     sent.clear();

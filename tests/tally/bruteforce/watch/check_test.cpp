@@ -1,17 +1,9 @@
 #include "tally/bruteforce/watch/check.h"
 
-#include <unistd.h>
-
-#include <algorithm>
-#include <functional>
-
 #include "tally/bruteforce/records/entry_log.h"
 #include "tally/bruteforce/records/journal.h"
 #include "tally/bruteforce/watch/brute_monitor.h"
 #include "tally/bruteforce/watch/notices.h"
-
-using namespace zvtaskq;
-using namespace zvtaskq::test;
 
 TEST_F(BruteMonitor, CountsEachFailureOnce) {
   write(failure("bob", "192.0.2.1") + "nothing\n" + failure("<b>", "192.0.2.1") + failure("eve", "::1"));
@@ -37,16 +29,11 @@ TEST_F(BruteMonitor, CountsEachFailureOnce) {
 
 TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
   const std::string whole = failure("bob", "192.0.2.1"), other = failure("eve", "192.0.2.1");
-  const struct {
-    const char* name;
-    std::function<void()> happens;
-    long long counted;
-  } steps[] = {
+  const Rows<const char*, std::function<void()>, long long> steps{
       {"half a line", [&] { write(whole + whole.substr(0, 60)); }, 1},
       {"nothing new", [] {}, 1},
       {"the other half", [&] { write(whole.substr(60)); }, 2},
       {"shrunk", [&] { write(whole, std::ios::trunc); }, 3},
-      {"emptied", [&] { write("", std::ios::trunc); }, 3},
       {"refilled", [&] { write(whole + whole); }, 5},
       {"rotated to the same size", [&] { putAside(), write(whole + whole); }, 7},
       {"copied with a line more, cut, and grown past it",
@@ -60,37 +47,30 @@ TEST_F(BruteMonitor, ReadsOnWhereItStopped) {
       {"NUL and CR", [&] { write(std::string("x\0", 2) + whole + whole.substr(0, whole.size() - 1) + "\r\n"); }, 15},
       {"a very long line", [&] { write(std::string(3'000'000, 'x') + whole + whole); }, 16},
       {"a very long line, unfinished", [&] { write(std::string(3'000'000, 'x')); }, 16},
-      {"and its end", [&] { write("\n" + whole); }, 17},
-  };
+      {"and its end", [&] { write("\n" + whole); }, 17}};
   long long now = kNow;
-  for (const auto& step : steps) {
-    step.happens();
+  for (const auto& [name, happens, failures] : steps) {
+    happens();
     pass(now += 60);
-    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", step.counted}})) << step.name << panel_.logs.errors();
-    EXPECT_EQ(keys().size(), static_cast<std::size_t>(step.counted)) << step.name;
+    EXPECT_TRUE(counted(failures)) << name;
+    EXPECT_EQ(std::ssize(keys()), failures) << name;
   }
 }
 
 TEST_F(BruteMonitor, GoesByNoStateThatMakesNoSense) {
   const std::string line = failure("bob", "192.0.2.1"), size = std::to_string(line.size());
-  const struct {
-    const char* name;
-    std::string state;
-    long long counted;
-  } cases[] = {
-      {"of another program, without an inode", "size=" + size + "&position=" + size, 1},
-      {"position behind the end", "size=" + size + "&position=99999", 2},
-      {"position before the beginning", "size=" + size + "&position=-5", 2},
-      {"no size of a file", "size=-1&position=0", 2},
-      {"position alone", "position=" + size, 2},
-      {"another file", "size=" + size + "&position=" + size + "&inode=1", 2},
-  };
   write(line + line);
-  for (const auto& c : cases) {
-    setData("brute.conf", log_ + "=" + c.state + "\n");
+  // The first is of another program, which knows no inode.
+  for (const auto& [state, failures] : {std::pair("size=" + size + "&position=" + size, 1),
+                                        {"size=" + size + "&position=99999", 2},
+                                        {"size=" + size + "&position=-5", 2},
+                                        {"size=-1&position=0", 2},
+                                        {"position=" + size, 2},
+                                        {"size=" + size + "&position=" + size + "&inode=1", 2}}) {
+    setData("brute.conf", log_ + "=" + state + "\n");
     ::unlink(panel_.path("admin/brute_ip.data").c_str());
     pass();
-    EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", c.counted}})) << c.name;
+    EXPECT_TRUE(counted(failures)) << state;
   }
 }
 
@@ -101,9 +81,7 @@ TEST_F(BruteMonitor, AppendsSortedByKeyAndGoesOnInSteps) {
   pass();
   const auto found = keys();
   ASSERT_EQ(found.size(), 12'345U);
-  EXPECT_TRUE(std::is_sorted(found.begin(), found.end()));
-  EXPECT_EQ(found[1000], "180000000010000");
-
+  EXPECT_TRUE(std::is_sorted(found.begin(), found.end()) && found[1000] == "180000000010000");
   const auto writeMany = [&](const char* address) {
     text.clear();
     for (int i = 0; i < 300'000; ++i) text += failure("v" + std::to_string(i), address);
@@ -125,9 +103,9 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
   panel_.conf.ip_brutecount = 2;
   panel_.conf.user_brutecount = 3;
   setData("brute_skip.list", "192.0.2.9=\n");
-  hook("brute_force_notify_pre.sh", "[ \"$type $value\" != 'IP 192.0.2.8' ] || { echo mine; exit 1; }\n");
-  hook("brute_force_notice_ip.sh", "echo \"$value $count $data\"\n");
-  hook("brute_force_notice_user.sh", "echo no; exit 3\n");
+  hook("notify_pre.sh", "[ \"$type $value\" != 'IP 192.0.2.8' ] || { echo mine; exit 1; }\n");
+  hook("notice_ip.sh", "echo \"$value $count $data\"\n");
+  hook("notice_user.sh", "echo no; exit 3\n");
   for (const char* address : {"192.0.2.1", "192.0.2.8", "192.0.2.9"})
     write(failure("bob", address) + failure("eve", address));
   pass();
@@ -142,38 +120,23 @@ TEST_F(BruteMonitor, TellsAtTheLimitOnceAnHour) {
             "Monitor:\nhttp://server.example:2222/CMD_BRUTE_FORCE_MONITOR?sort1=-1\n");
   EXPECT_TRUE(hasError("Tally::check_count_for: Pre script output: mine"));
   EXPECT_TRUE(hasError("Brute Force error (User, 'bob'): Script output: no"));
-  EXPECT_NE(panel_.logs.system().find("Brute Force (IP, '192.0.2.1'): Script output: 192.0.2.1 2 "
-                                      "first_entry=1800000000&last_entry=1800000000&last_notify=1800000000&sshd5=2"),
-            std::string::npos);
+  EXPECT_TRUE(holds(panel_.logs.system(),
+                    "Brute Force (IP, '192.0.2.1'): Script output: 192.0.2.1 2 "
+                    "first_entry=1800000000&last_entry=1800000000&last_notify=1800000000&sshd5=2"));
 
-  const struct {
-    const char* name;
-    long long after;
-    bool fails;
-    std::size_t told;
-  } steps[] = {
-      {"nothing new", 60, false, 0},         {"within the hour", 120, true, 0},  {"an hour later", 3600, false, 1},
-      {"no failures since", 7300, false, 0}, {"another failure", 7360, true, 1},
-  };
-  for (const auto& step : steps) {
-    if (step.fails) write(failure("bob", "192.0.2.1"));
-    EXPECT_EQ(toldBy(kNow + step.after), step.told) << step.name << data("brute_ip.data");
+  // Nothing new; within the hour; an hour later; no failures since; another failure.
+  for (const auto& [after, fails, told] :
+       {std::tuple(60, false, 0U), {120, true, 0}, {3600, false, 1}, {7300, false, 0}, {7360, true, 1}}) {
+    if (fails) write(failure("bob", "192.0.2.1"));
+    EXPECT_EQ(toldBy(kNow + after), told) << after << data("brute_ip.data");
   }
 }
 
 TEST_F(BruteMonitor, TellsOfAMissingLogOnceUntilItChanges) {
   panel_.conf.brute_force_exim_log = panel_.path("no-such-log").c_str();
   panel_.conf.brute_force_mail_log = "";
-  const auto lines = [&] {
-    const std::string errors = panel_.logs.errors();
-    return std::count(errors.begin(), errors.end(), '\n');
-  };
-  const struct {
-    const char* name;
-    std::function<void()> happens;
-    long long later;
-    long told;
-  } steps[] = {
+  const auto lines = [&] { return times(panel_.logs.errors(), "\n"); };
+  const Rows<const char*, std::function<void()>, long long, long> steps{
       {"one is missing", [] {}, 0, 1},
       {"as before", [] {}, 60, 0},
       {"another too", [&] { putAside(); }, 120, 1},
@@ -182,39 +145,33 @@ TEST_F(BruteMonitor, TellsOfAMissingLogOnceUntilItChanges) {
       {"back", [&] { ::rmdir(log_.c_str()), write(failure("a", "::1")); }, 300, 0},
       {"gone once more", [&] { ::unlink(log_.c_str()); }, 360, 1},
       {"a day later", [] {}, 86399, 0},
-      {"a day later for one", [] {}, 86400, 1},
-  };
-  for (const auto& step : steps) {
+      {"a day later for one", [] {}, 86400, 1}};
+  for (const auto& [name, happens, later, told] : steps) {
     const long before = lines();
-    step.happens();
-    pass(kNow + step.later);
-    EXPECT_EQ(lines() - before, step.told) << step.name << panel_.logs.errors();
+    happens();
+    pass(kNow + later);
+    EXPECT_EQ(lines() - before, told) << name << panel_.logs.errors();
   }
 }
 
 TEST_F(BruteMonitor, AsksScriptsOnlyWhatIsNewAndInTurn) {
   const std::string seen = panel_.path("seen");
   panel_.conf.ip_brutecount = 2;
-  hook("brute_force_notify_pre.sh", "[ $type = User ] || echo \"$value\" >>" + seen + "; [ \"$value\" != 10.0.0.4 ]\n");
+  hook("notify_pre.sh", "[ $type = User ] || echo \"$value\" >>" + seen + "; [ \"$value\" != 10.0.0.4 ]\n");
   std::string text;
   for (const char* address : {"10.0.0.1", "10.0.0.1", "10.0.0.2", "10.0.0.2", "10.0.0.4", "10.0.0.4", "10.0.0.3"}) {
     text += failure("bob", address);
   }
-  const struct {
-    const char* name;
-    std::string fails;
-    std::string asked;
-  } steps[] = {
-      {"notices first, then what has changed", text, "10.0.0.1\n10.0.0.2\n10.0.0.4\n10.0.0.3\n"},
-      {"nothing new but what was objected to", "", "10.0.0.4\n"},
-      {"changed", failure("bob", "10.0.0.1"), "10.0.0.4\n10.0.0.1\n"},
-  };
   long long now = kNow;
-  for (const auto& step : steps) {
+  // Notices first, then what has changed; nothing new but what was objected to; changed.
+  for (const auto& [fails, asked] :
+       {std::pair<std::string, const char*>(text, "10.0.0.1\n10.0.0.2\n10.0.0.4\n10.0.0.3\n"),
+        {"", "10.0.0.4\n"},
+        {failure("bob", "10.0.0.1"), "10.0.0.4\n10.0.0.1\n"}}) {
     ::unlink(seen.c_str());
-    write(step.fails);
+    write(fails);
     pass(now += 60);
-    EXPECT_EQ(contentOf(seen), step.asked) << step.name << panel_.logs.errors();
+    EXPECT_EQ(contentOf(seen), asked) << panel_.logs.errors();
   }
 
   // Without time nothing is asked, told or stamped; the next pass begins where there was none.
@@ -229,9 +186,7 @@ TEST_F(BruteMonitor, AsksScriptsOnlyWhatIsNewAndInTurn) {
   };
   for (int i = 0; i < 2; ++i) EXPECT_EQ(tell(0), "");
   EXPECT_TRUE(sent.empty());
-  const std::string errors = panel_.logs.errors(), late = "take too long: 3 names (IP) wait for the next run";
-  EXPECT_NE(errors.find(late), std::string::npos) << errors;
-  EXPECT_EQ(errors.find(late), errors.rfind(late));
+  EXPECT_EQ(times(panel_.logs.errors(), "take too long: 3 names (IP) wait for the next run"), 1);
   EXPECT_EQ(data("state/brute_hook_turns"), "IP=10.0.0.1\n");
   setData("state/brute_hook_turns", "IP=10.0.0.2\n");
   EXPECT_EQ(tell(30), "10.0.0.2\n10.0.0.3\n10.0.0.1\n");
@@ -240,22 +195,17 @@ TEST_F(BruteMonitor, AsksScriptsOnlyWhatIsNewAndInTurn) {
 
 TEST_F(BruteMonitor, TellsAsTheAdministratorWishesAndAgainWhatReachedNobody) {
   panel_.conf.ip_brutecount = 1;
-  const struct {
-    bool hidden, mailOnly, reachesNobody;
-    long long later;
-    std::size_t told;
-  } cases[] = {{true, false, false, 0, 0},
-               {false, true, false, 4000, 1},
-               {false, false, true, 8000, 1},
-               {false, false, false, 8060, 1},
-               {false, false, false, 8120, 0}};
-  for (const auto& c : cases) {
-    panel_.conf.hide_brute_force_notifications = c.hidden;
-    panel_.conf.brute_force_notifications_email_only = c.mailOnly;
-    loseNotices(c.reachesNobody);
+  for (const auto& [hidden, mailOnly, reachesNobody, later, told] : {std::tuple(true, false, false, 0, 0U),
+                                                                     {false, true, false, 4000, 1},
+                                                                     {false, false, true, 8000, 1},
+                                                                     {false, false, false, 8060, 1},
+                                                                     {false, false, false, 8120, 0}}) {
+    panel_.conf.hide_brute_force_notifications = hidden;
+    panel_.conf.brute_force_notifications_email_only = mailOnly;
+    loseNotices(reachesNobody);
     write(failure("bob", "192.0.2.1"));
-    ASSERT_EQ(toldBy(kNow + c.later), c.told) << c.later;
-    EXPECT_TRUE(sent.empty() || sent[0].byEmail == c.mailOnly);
+    ASSERT_EQ(toldBy(kNow + later), told) << later;
+    EXPECT_TRUE(sent.empty() || sent[0].byEmail == mailOnly);
   }
 }
 
@@ -274,7 +224,7 @@ TEST_F(BruteMonitor, DropsWhatIsOldAndIsNotSilencedByTheFuture) {
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(sent[0].subject, "Brute-Force Attack detected in service log from IP(s) 10.0.0.3, 10.0.0.4, 10.0.0.5");
   const std::string before = data("brute_ip.data");
-  EXPECT_NE(before.find("10.0.0.4=first_entry=1&last_entry=1799999991&last_notify=1800000000"), std::string::npos);
+  EXPECT_TRUE(holds(before, "10.0.0.4=first_entry=1&last_entry=1799999991&last_notify=1800000000"));
   EXPECT_TRUE(hasError("the last_entry of 1 records is not in the past"));
   EXPECT_TRUE(hasError("the last_notify of 1 records is not in the past"));
   EXPECT_EQ(toldBy(kNow), 0U);
@@ -314,7 +264,7 @@ TEST_F(BruteMonitor, DoesNothingWhenItMayNot) {
   ::rmdir(filters.c_str());
   panel_.conf.user_brutecount = 0;
   pass();
-  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}}));
+  EXPECT_TRUE(counted(1));
   EXPECT_EQ(data("brute_user.data"), "");
 }
 
@@ -327,29 +277,29 @@ TEST_F(BruteMonitor, TakesNothingThatOthersPlanted) {
   setData("custom/brute.conf", log_ + "=size=" + size + "&position=" + size + "\n");
   setData("brute_skip.list", "192.0.2.1=\n");
   setData("brute_log_entries.list", "10001=attempts=1&ip=192.0.2.7&time=1\n");
-  ASSERT_EQ(::symlink("/etc/passwd", panel_.path("admin/brute_ip.data").c_str()), 0);
+  fs::create_symlink("/etc/passwd", panel_.path("admin/brute_ip.data"));
   ASSERT_EQ(::mkfifo(panel_.path("admin/brute_user.data").c_str(), 0666), 0);
-  for (const std::string planted :
+  for (const char* planted :
        {"custom/brute.conf", "brute_skip.list", "brute_log_entries.list", "brute_ip.data", "brute_user.data"}) {
-    ASSERT_EQ(::lchown(panel_.path("admin/" + planted).c_str(), 65534, 65534), 0);
+    give(panel_.path(joined("admin/", planted)), 65534);
   }
   EXPECT_EQ(clear_brute_log_entries(&panel_.conf), 1);
   EXPECT_EQ(keys().size(), 1U);
   pass();
   // A FIFO that is still there cannot be read.
-  ASSERT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 1}})) << panel_.logs.errors();
+  ASSERT_TRUE(counted(1));
   EXPECT_EQ(counts("brute_user.data"), (Counts{{"bob", 1}}));
   EXPECT_EQ(keys(), std::vector<std::string>{"18000000000001"});
   EXPECT_EQ(sent.size(), 1U);
   EXPECT_TRUE(data("brute.conf").starts_with(log_ + "="));
-  EXPECT_NE(panel_.logs.security().find("custom/brute.conf belongs to uid 65534"), std::string::npos);
+  EXPECT_TRUE(holds(panel_.logs.security(), "custom/brute.conf belongs to uid 65534"));
 
   // A file of root's, put into the planted folder as another name of it.
   setData("custom/brute.conf", "here=1\n");
-  ASSERT_EQ(::chown(panel_.path("admin/custom").c_str(), 65534, 65534), 0);
+  give(panel_.path("admin/custom"), 65534);
   write(failure("bob", "192.0.2.1"));
   pass(kNow + 60);
-  EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.1", 2}}));
+  EXPECT_TRUE(counted(2));
   EXPECT_EQ(data("custom/brute.conf"), "here=1\n");
 }
 
@@ -358,9 +308,8 @@ TEST_F(BruteMonitor, FloodsNoLog) {
   for (int i = 0; i < 50; ++i) text += failure("x from 192.0.2.2", "192.0.2.1") + failure("x", "nowhere");
   write(text);
   pass();
-  const std::string security = panel_.logs.security();
-  EXPECT_NE(security.find("with more than one address, counting 192.0.2.2: "), std::string::npos) << security;
-  EXPECT_NE(security.find("95 more failed log-ins"), std::string::npos) << security;
+  EXPECT_TRUE(holds(panel_.logs.security(), "with more than one address, counting 192.0.2.2: "));
+  EXPECT_TRUE(holds(panel_.logs.security(), "95 more failed log-ins"));
   EXPECT_TRUE(hasError("Tally::scan_log: Unable to determine IP value from string: nowhere"));
   EXPECT_EQ(counts("brute_ip.data"), (Counts{{"192.0.2.2", 50}}));
 }

@@ -1,39 +1,14 @@
 // The brute-force monitor's web logs, the trimming of its entry log, and the unblocking.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include "core/record/config_file.h"
-#include "core/record/list_file.h"
-#include "core/sys/fail_point.h"
-#include "support/fixed_clock.h"
-#include "support/panel_folder.h"
 #include "tally/bruteforce/lines/web_log_list.h"
 #include "tally/bruteforce/records/entry_log.h"
+#include "tally/bruteforce/watch/brute_monitor.h"
 #include "tally/bruteforce/watch/unblock.h"
 
-using namespace zvtaskq;
-using namespace zvtaskq::test;
-
 namespace {
-
-constexpr long long kNow = 1'800'000'000;
 constexpr long long kDay = 86400;
 
-class BruteUpkeep : public ::testing::Test {
+class BruteUpkeep : public BruteMonitor {
  protected:
-  void SetUp() override {
-    if (::getuid() != 0) GTEST_SKIP() << "needs root";
-    ::chmod(panel_.path("").c_str(), 0755);
-    for (const char* folder : {"scripts", "scripts/custom"}) ::chmod(panel_.path(folder).c_str(), 0755);
-  }
-  void script(const std::string& name, const std::string& body) const {
-    writeText(panel_.path("scripts/" + name), "#!/bin/sh\n" + body);
-    ::chmod(panel_.path("scripts/" + name).c_str(), 0700);
-  }
-  bool hasError(const std::string& text) const { return panel_.logs.errors().find(text) != std::string::npos; }
-
-  PanelFolder panel_;
   const FixedClock clock_{kNow};
 };
 
@@ -44,7 +19,6 @@ std::string entry(long long time, const std::string& address, const std::string&
   record.setParam("log", log.c_str());
   return joined(std::to_string(time), "0001=", record.createPostString(1), "\n");
 }
-
 }  // namespace
 
 TEST_F(BruteUpkeep, WebLogs) {
@@ -56,31 +30,22 @@ TEST_F(BruteUpkeep, WebLogs) {
   panel_.conf.apachelogdir = folder.c_str();
   panel_.conf.brute_force_apache_log_list_update_interval = 10;
   const std::string found = ".log,a.example.log,known.log,old.log,", kept = "known.log,old.log,";
-  const struct {
-    const char* name;
-    int mode;
-    long long last;
-    int want;
-    std::string list;
-  } cases[] = {{"never before", 2, 0, 1, found},
-               {"not wanted", 1, 0, 0, kept},
-               {"just now", 3, kNow - 600, 0, kept},
-               {"due", 3, kNow - 601, 1, found},
-               {"by another clock", 2, kNow + 1, 1, found}};
-  for (const auto& c : cases) {
+  // Never before; not wanted; just now; due; by another clock.
+  for (const auto& [mode, last, want] :
+       Rows<int, long long, int>{{2, 0, 1}, {1, 0, 0}, {3, kNow - 600, 0}, {3, kNow - 601, 1}, {2, kNow + 1, 1}}) {
     ConfigFile state(nullptr);
     state.setParam((folder + "known.log").c_str(), "size=7");
     state.setParam((folder + "old.log").c_str(), "size=8");
     state.setParam((panel_.path("wwwx/") + "other.log").c_str(), "");
-    if (c.last != 0) state.setParam("last_refresh", c.last);
-    panel_.conf.brute_force_scan_apache_logs = c.mode;
+    if (last != 0) state.setParam("last_refresh", last);
+    panel_.conf.brute_force_scan_apache_logs = mode;
     ListFile logs(nullptr);
-    EXPECT_EQ(get_apache_logs_from_brute_conf(&panel_.conf, state, logs), c.want) << c.name;
+    EXPECT_EQ(get_apache_logs_from_brute_conf(&panel_.conf, state, logs), want) << mode << last;
     std::string list;
     for (int i = 0; i < logs.size(); ++i) list += std::string(logs.getElementAt(i)).substr(folder.size()) + ",";
-    EXPECT_EQ(list, c.list) << c.name;
+    EXPECT_EQ(list, want == 1 ? found : kept) << mode << last;
     EXPECT_STREQ(state.getValue((folder + "known.log").c_str()), "size=7");
-    EXPECT_EQ(state.isValue("last_refresh", "1800000000"), c.want) << c.name;
+    EXPECT_EQ(state.isValue("last_refresh", "1800000000"), want) << mode << last;
   }
 }
 
@@ -91,17 +56,16 @@ TEST_F(BruteUpkeep, TrimsTheEntryLog) {
   const std::string old = entry(kNow - 3 * kDay, "2001:db8::1") +
                           entry(kNow - 4 * kDay, "192.0.2.1", "x\n&ip=192.0.2.66") + entry(1, "$(id)");
   panel_.conf.clear_brute_log_entry_time = 3;
-  script("custom/brute_force_clear_log_ip.sh",
-         "echo \"$value\" >>" + panel_.path("cleared") + "; case $value in 1*) echo done;; *) echo no; exit 1; esac\n");
-  const auto write = [&](const std::string& text) { writeText(path, text), ::chmod(path.c_str(), 0666); };
+  panel_.script(
+      "custom/brute_force_clear_log_ip.sh",
+      "echo \"$value\" >>" + panel_.path("cleared") + "; case $value in 1*) echo done;; *) echo no; exit 1; esac\n");
+  const auto write = [&](const std::string& text) { setData("brute_log_entries.list", text); };
   const auto clear = [&] { return clear_brute_log_entries(&panel_.conf); };
   EXPECT_EQ(clear(), 1);
   const std::string whole = old + odd + young + old + odd + tail;
   write(whole);
   for (const char* plan : {"safe_write.*:ENOSPC", "safe_write.fsync:EIO", "safe_write.rename:EDQUOT"}) {
-    setFailPlan(plan);
-    EXPECT_EQ(clear(), 0) << plan;
-    setFailPlan(nullptr);
+    EXPECT_EQ(failing(plan, [&] { return clear(); }), 0) << plan;
     EXPECT_EQ(contentOf(path), whole) << plan;
     EXPECT_FALSE(exists(path + ".temp")) << plan;
   }
@@ -113,8 +77,8 @@ TEST_F(BruteUpkeep, TrimsTheEntryLog) {
   EXPECT_EQ(modeOf(path), 0600U);
   EXPECT_EQ(contentOf(panel_.path("cleared")), "192.0.2.1\n2001:db8::1\n");
   EXPECT_TRUE(hasError("Clear IP '2001:db8::1' error: Script output: no"));
-  EXPECT_NE(panel_.logs.system().find("Clear IP '192.0.2.1': Script output: done"), std::string::npos);
-  EXPECT_NE(panel_.logs.system().find("Removed 6 log entires:"), std::string::npos);
+  EXPECT_TRUE(holds(panel_.logs.system(), "Clear IP '192.0.2.1': Script output: done"));
+  EXPECT_TRUE(holds(panel_.logs.system(), "Removed 6 log entires:"));
 
   // No time for scripts.
   write(old);
@@ -144,40 +108,29 @@ TEST_F(BruteUpkeep, Unblocks) {
     many += at(address.c_str(), 2000 - i);
     if (i >= 200) first = joined(address, first.empty() ? "" : ",", first);
   }
-  const struct {
-    const char* name;
-    std::string show;
-    std::string unblocked;
-    const char* error;
-  } cases[] = {
-      {"due and not",
-       "havedata=1" + at("192.0.2.1", kNow - 60) + at("192.0.2.2", kNow - 59) + at("2001%3Adb8%3A%3A1", 5) +
-           at("192.0.2.0%2F24", 4) + at("192.0.2.0%2F33", 7),
-       "192.0.2.0/24,2001:db8::1,192.0.2.1", ""},
-      {"none due", "havedata=1" + at("192.0.2.1", kNow), "", ""},
-      {"odd entries",
-       "havedata=1" + at("$(id)", 1) + at("192.0.2.1", 0) + "&192.0.2.2=&192.0.2.3&192.0.2.4=dateblocked%3Dx", "", ""},
-      {"more than one run may lift", "havedata=1" + many, first, ""},
-      {"no data", "havedata=0" + at("192.0.2.1", 1), "", "show_blocked_ips.sh did not return havedata=1"},
-      {"nothing", "", "", "show_blocked_ips.sh returns no result"},
-  };
   panel_.conf.unblock_brute_ip_time = 1;
-  script("unblock_ip.sh", "echo \"$ip\" >>" + seen + "\n");
-  for (const auto& c : cases) {
+  panel_.script("unblock_ip.sh", "echo \"$ip\" >>" + seen + "\n");
+  for (const auto& [name, show, unblocked, error] : Rows<const char*, std::string, std::string, const char*>{
+           {"due, not due, odd",
+            "havedata=1" + at("192.0.2.1", kNow - 60) + at("192.0.2.2", kNow - 59) + at("2001%3Adb8%3A%3A1", 5) +
+                at("192.0.2.0%2F24", 4) + at("192.0.2.0%2F33", 7) + at("$(id)", 1) + at("192.0.2.3", 0) +
+                "&192.0.2.4=&192.0.2.5&192.0.2.6=dateblocked%3Dx",
+            "192.0.2.0/24,2001:db8::1,192.0.2.1", ""},
+           {"more than one run may lift", "havedata=1" + many, first, ""},
+           {"no data", "havedata=0" + at("192.0.2.1", 1), "", "show_blocked_ips.sh did not return havedata=1"},
+           {"nothing", "", "", "show_blocked_ips.sh returns no result"}}) {
     const LogCapture logs;
     ::unlink(seen.c_str());
-    script("show_blocked_ips.sh", "cat <<'END'\n" + c.show + "\nEND\n");
-    EXPECT_EQ(unblock_bfm_ips(&panel_.conf), *c.error == '\0' ? 1 : 0) << c.name;
-    EXPECT_EQ(contentOf(seen), c.unblocked.empty() ? "" : c.unblocked + "\n") << c.name;
-    EXPECT_NE(logs.errors().find(c.error), std::string::npos) << c.name << logs.errors();
+    panel_.script("show_blocked_ips.sh", "cat <<'END'\n" + show + "\nEND\n");
+    EXPECT_EQ(unblock_bfm_ips(&panel_.conf), *error == '\0' ? 1 : 0) << name;
+    EXPECT_EQ(contentOf(seen), unblocked.empty() ? "" : unblocked + "\n") << name;
+    EXPECT_TRUE(holds(logs.errors(), error)) << name;
   }
   const LogCapture logs;
-  script("show_blocked_ips.sh", "echo 'havedata=1" + at("192.0.2.1", 1) + "'\n");
-  script("custom/unblock_ip.sh", "echo no; exit 1\n");
+  panel_.script("show_blocked_ips.sh", "echo 'havedata=1" + at("192.0.2.1", 1) + "'\n");
+  panel_.script("custom/unblock_ip.sh", "echo no; exit 1\n");
   for (int i = 0; i < 2; ++i) EXPECT_EQ(unblock_bfm_ips(&panel_.conf), 0);
-  const std::string refused = "Tally::unblock_bfm_ips error: no";
-  EXPECT_NE(logs.errors().find(refused), std::string::npos);
-  EXPECT_EQ(logs.errors().find(refused), logs.errors().rfind(refused));
+  EXPECT_EQ(times(logs.errors(), "Tally::unblock_bfm_ips error: no"), 1);
   panel_.conf.unblock_brute_ip_time = 0;
   EXPECT_EQ(unblock_bfm_ips(&panel_.conf), 1);
 }
