@@ -56,16 +56,19 @@ class MailUsage(PanelTest):
     def test_each_account_gets_its_lines(self):
         deliver("bob", line("bob", 1), "5=type=tally&time=1\n", line("bob", 2))
         write(self.tally_file("bob"), "7=type=ftp&time=1", "zvadmin", 0o600)
-        deliver("ann", line("ann", 1)[:-1])
+        deliver("ann", line("ann", 1, 7) + "8=type=email&id=" + "x" * 5000 + "\n" + line("ann", 2)[:-1])
         deliver("nobody1", line("nobody1", 1))
-        self.script()
+        # As a tally runs the script.
+        subprocess.run([panel.BUILD + "/tally_driver", "rotate_email_usage"], check=True)
         self.assertEqual(self.lines("bob"), ["7=type=ftp&time=1\n", line("bob", 1), line("bob", 2)])
-        self.assertEqual(self.lines("ann"), [line("ann", 1)])
+        self.assertEqual(self.lines("ann"), [line("ann", 1, 7), line("ann", 2)])
         entry = os.stat(self.tally_file("ann"))
         self.assertEqual((stat.S_IMODE(entry.st_mode), pwd.getpwuid(entry.st_uid).pw_name), (0o600, "zvadmin"))
         self.assertEqual(os.listdir(USAGE), ["nobody1.bytes"])
         self.assertLogged(USAGE + ": 1 files belong to no account", times=1)
-        self.assertLogged("of account bob: 1 lines are of no e-mail: not entered", times=1)
+        for account in ("bob", "ann"):
+            self.assertLogged("of account %s: 1 lines are of no e-mail: not entered" % account, times=1)
+        self.assertLogged("error executing", times=0)
 
     def test_beside_a_mail_server(self):
         """Many writers while the script runs again and again: every line once, and in its order."""
@@ -92,12 +95,23 @@ class MailUsage(PanelTest):
         self.script()
         self.assertEqual((self.lines("bob"), os.listdir(USAGE)), ([line("bob", n) for n in (1, 2, 3)], []))
 
+    def test_tally_file_that_is_locked(self):
+        write(self.tally_file("bob") + ".lock", "")
+        for number in (1, 2):
+            deliver("bob", line("bob", number))
+            self.script(status=1)
+        self.assertEqual((self.lines("bob"), sorted(os.listdir(USAGE))), ([], ["bob.bytes", "bob.bytes.billing"]))
+        os.unlink(self.tally_file("bob") + ".lock")
+        self.script()
+        self.assertEqual((self.lines("bob"), os.listdir(USAGE)), ([line("bob", 1), line("bob", 2)], []))
+
     def test_hostile_folder(self):
         write("/root/canary", line("bob", 9))
         plants = ("ln -s /root/canary {0}", "mkfifo {0}", "ln /root/canary {0}", "mkdir {0}")
         for plant in plants:
             for name in ("bob.bytes", "bob.bytes.billing"):
-                panel.shell("rm -rf %s/* %s; : > %s/errortaskq.log" % (USAGE, self.tally_file("*"), panel.LOGS))
+                panel.shell("rm -rf %s/* %s" % (USAGE, self.tally_file("*")))
+                write(panel.LOGS + "/errortaskq.log", "", "zvadmin", 0o640)
                 panel.shell(plant.format(USAGE + "/" + name))
                 deliver("ann", line("ann", 1))
                 self.script(status=1)

@@ -14,6 +14,8 @@
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "tally/disk/mail_counting.h"
+#include "tally/logs/account_logs.h"
 #include "tally/logs/domain_rotation.h"
 #include "tally/logs/rotation.h"
 #include "tally/logs/web_rotation.h"
@@ -67,6 +69,9 @@ constexpr struct {
      }},
     {"rotate_apache_logs", rotateWebLogs},
     {"rotateLogs", [](const Call& call) { return rotateLogs(&call.conf, call.at(0), call.at(1), call.at(2)); }},
+    {"rotate_email_usage", [](const Call& call) { return rotate_email_usage(&call.conf), 1; }},
+    {"rotatePhpMailLog", [](const Call& call) { return rotatePhpMailLog(call.at(0), &call.conf); }},
+    {"rotateLoginKeyLogs", [](const Call& call) { return rotateLoginKeyLogs(call.at(0), &call.conf); }},
     {"doWebalizer", [](const Call& call) { return eachSubdomain(doWebalizer, call); }},
     {"doAwstats", [](const Call& call) { return eachSubdomain(doAwstats, call); }}};
 }  // namespace

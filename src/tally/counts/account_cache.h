@@ -16,6 +16,7 @@ class ListFile;
 ///
 /// All accounts are listed, unless `accounts` or the select0, select1, ... of `selection` (null for none) name some:
 /// then the records of those alone are made anew, what is known of the others stays, and accounts that are gone go.
+/// Where there is no list yet, all are listed.
 /// `createdUsers` says that those are new, and makes a line that is queued name them again; without it, all are listed
 /// then.
 ///

@@ -16,6 +16,7 @@
 #include "tally/bruteforce/records/entry_log.h"
 #include "tally/checks/hostname.h"
 #include "tally/checks/partition_check.h"
+#include "tally/disk/mail_counting.h"
 #include "tally/disk/quota_tables.h"
 #include "tally/logs/panel_logs.h"
 #include "tally/run/reset.h"
@@ -109,9 +110,15 @@ int tallyHomeDirectories(const Task&) {
   return parseHomeDirBandwidth();
 }
 
+/// Mail that was sent before a reset belongs before it: what is on its way into the tally files gets there first.
+int resetWhole(History history) {
+  rotate_email_usage(sys_conf);
+  return resetUsage(*sys_conf, history);
+}
+
 int resetAll(const Task&) {
   errorLog("Reset All has started");
-  const int whole = resetUsage(*sys_conf, History::keep);
+  const int whole = resetWhole(History::keep);
   queueTask("tally", "all");
   runFlags.checkqueue = 1;
   errorLog("Reset All has finished");
@@ -119,6 +126,7 @@ int resetAll(const Task&) {
 }
 
 int resetUser(const Task& task) {
+  rotate_email_usage(sys_conf);
   const int whole = resetUsageOf(*sys_conf, task.value(), History::keep);
   queueTask("tally", task.value(), "user");
   runFlags.checkqueue = 1;
@@ -127,7 +135,7 @@ int resetUser(const Task& task) {
 
 int cleanResetAll(const Task&) {
   errorLog("Clean Reset All has started");
-  const int whole = resetUsage(*sys_conf, History::drop);
+  const int whole = resetWhole(History::drop);
   runFlags.checkqueue = 1;
   errorLog("Clean Reset All has finished");
   return whole;

@@ -9,6 +9,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/text.h"
+#include "notify/old_messages.h"
 #include "tally/disk/mail_counting.h"
 #include "tally/disk/quota_tables.h"
 #include "tally/logs/account_logs.h"
@@ -177,6 +178,7 @@ void UserStep::keepHouse() {
   if (!run_.wants(kTallyHousekeeping)) return;
   if (run_.conf.php_mail_log && !system_.home.empty()) static_cast<void>(rotatePhpMailLog(name_.c_str(), &run_.conf));
   static_cast<void>(rotateLoginKeyLogs(name_.c_str(), &run_.conf));
+  static_cast<void>(removeOldMessages(name_.c_str()));
 }
 
 void UserStep::addDiskTotal() {
@@ -212,21 +214,25 @@ void UserStep::count() {
   const struct {
     const char* key;
     long long number;
+    bool isWhole;
   } rows[] = {
-      {"vdomains", static_cast<long long>(domains_.size())},
-      {"nsubdomains", counts.nsubdomains},
-      {"nemails", counts.nemails},
-      {"nemailf", counts.nemailf},
-      {"nemailml", counts.nemailml},
-      {"nemailr", counts.nemailr},
-      {"domainptr", counts.domainptr},
-      {"ftp", counts.ftp},
-      {"email_deliveries", numberOf(breakdown_, "email_count")},
-      {"email_deliveries_incoming", numberOf(breakdown_, "email_count_incoming")},
-      {"email_deliveries_outgoing", numberOf(breakdown_, "email_count_outgoing")},
-      {"mysql", run_.conf.mysql ? static_cast<long long>(run_.databases().of(name_).size()) : 0},
+      {"vdomains", static_cast<long long>(domains_.size()), true},
+      {"nsubdomains", counts.nsubdomains, counts.isWhole},
+      {"nemails", counts.nemails, counts.isWhole},
+      {"nemailf", counts.nemailf, counts.isWhole},
+      {"nemailml", counts.nemailml, counts.isWhole},
+      {"nemailr", counts.nemailr, counts.isWhole},
+      {"domainptr", counts.domainptr, counts.isWhole},
+      {"ftp", counts.ftp, counts.isWhole},
+      {"email_deliveries", numberOf(breakdown_, "email_count"), true},
+      {"email_deliveries_incoming", numberOf(breakdown_, "email_count_incoming"), true},
+      {"email_deliveries_outgoing", numberOf(breakdown_, "email_count_outgoing"), true},
+      {"mysql", run_.conf.mysql ? static_cast<long long>(run_.databases().of(name_).size()) : 0, true},
   };
-  for (const auto& row : rows) usage_.setParam(row.key, row.number);
+  // What could not be counted to its end keeps the figure of before; the error log says what it was.
+  for (const auto& row : rows) {
+    if (row.isWhole || !usage_.existsParam(row.key)) usage_.setParam(row.key, row.number);
+  }
 }
 
 int UserStep::writeUsage() {
