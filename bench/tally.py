@@ -114,11 +114,12 @@ def lay(accounts):
 
 def refill(name):
     """The same server again, and with it the line in the queue."""
-    return (f"rm -rf {LIVE} && tar -C / -xf {KEPT}.{name} && echo 'action=tally&value=all' > {QUEUE} && sync")
+    # The list of all accounts is written by a process that the tally leaves behind.
+    return (f"until rm -rf {LIVE} 2>/dev/null; do sleep 0.2; done; tar -C / -xf {KEPT}.{name} && echo 'action=tally&value=all' > {QUEUE} && sync")
 
 
 def keep(name, accounts):
-    subprocess.run(f"rm -rf {LIVE}", shell=True, check=True)
+    subprocess.run(["rm", "-rf", *LIVE.split()], check=True)
     lay(accounts)
     subprocess.run(f"tar -C / -cf {KEPT}.{name} {LIVE}", shell=True, check=True)
 
