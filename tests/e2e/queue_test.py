@@ -133,7 +133,7 @@ class Queue(PanelTest):
              "*** WARNING:  A backup cron was created, that does not contain database_aware=yes"),
             ("action=delete&value=account&requestedby=bob", "Account bob tried to delete some accounts, but does not have"),
             ("action=delete&value=account&requestedby=boss", "Account boss tried to delete some accounts, but did not specify"),
-            ("action=delete&value=account&requestedby=boss&select0=bob&leave_dns=yes", "Invalid option: 'leave_dns=yes' -> Either"),
+            ("action=delete&value=account&requestedby=boss&select0=nobody1&leave_dns=yes", "Invalid option: 'leave_dns=yes' -> Either"),
             ("action=notify&value=admin&message=x", "Nofity Admin: subject is missing or empty"),
             ("action=notify&value=admin&subject=x", "Nofity Admin: message is missing or empty"),
             ("action=rewrite&value=x", "Unknown rewrite: x"),

@@ -38,7 +38,7 @@ Removal removeMoved(const std::string& path, const RemovalLimits& limits) {
   if (sys::lstat(path.c_str(), what) != 0) return {};
   if (S_ISDIR(what.st_mode) && what.st_uid != 0) {
     const AsUser user(Ids{what.st_uid, what.st_gid});
-    const Removal own = user.taken() ? removeTree(path, limits) : Removal{};
+    Removal own = user.taken() ? removeTree(path, limits) : Removal{};
     if (own.isCutShort) return own;
   }
   return removeTree(path, limits);

@@ -16,7 +16,7 @@ namespace zvtaskq {
 bool isListedAccount(const char* account);
 /// Whether the account is named in "users.list" of that creator.
 bool isUserOf(const char* creator, const char* account);
-/// Whether there is an administrator besides this account.
+/// Whether there is no administrator besides this account.
 bool isLastAdministrator(const char* account);
 
 /// Whether a new account may use that address; a free one becomes its own by `takeAddress`.
