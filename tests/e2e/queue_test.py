@@ -143,7 +143,7 @@ class Queue(PanelTest):
             ("action=sync&type=cluster&value=x.example&count=3", "cluster sync retry number 3 requested on x.example, but cannot find"),
             ("action=sync&type=cluster&value=../../etc/shadow", "cluster sync retry number 0 requested on ../../etc/shadow"),
             ("action=cleanreset&value=all", "Clean Reset All has finished"),
-            ("action=tally&value=all", "action=tally&value=all: not available in this build: "),
+            ("action=tally&type=user&value=nobody1", "Unable to read user nobody1's data files: "),
         ]:
             write(panel.LOGS + "/errortaskq.log", "", "zvadmin")
             self.queue(line)

@@ -57,7 +57,7 @@ class UserStep {
   void warnOfUsage();
   int writeUsage();
   void suspendOrRelease();
-  void sayPlace(const char* what) const;
+  void sayOutcome(bool suspended) const;
 
   long long measure(const char* what, const char* path, bool counted, const char* owner = nullptr);
   long long fileSizeOf(const std::string& path, bool counted);

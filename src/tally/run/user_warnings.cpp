@@ -142,11 +142,16 @@ void UserStep::warnOfUsage() {
   if (post.failed()) errorLog("Tally::tallyUser: OverUsage Post output: %s", post.error.c_str());
 }
 
-void UserStep::sayPlace(const char* what) const {
+void UserStep::sayOutcome(bool suspended) const {
   const char* limit = record_.getValue("bandwidth");
   const char* used = usage_.getValue("bandwidth");
-  systemLog("User %s has been %s: bw used: %s, bw limit: %s", name_.c_str(), what, used == nullptr ? "0" : used,
-            limit == nullptr ? "unlimited" : limit);
+  if (used == nullptr) used = "0";
+  if (limit == nullptr) limit = "unlimited";
+  if (suspended) {
+    systemLog("User %s has been suspended: bw used: %s, bw limit: %s", name_.c_str(), used, limit);
+  } else {
+    systemLog("User %s has been unsuspended: bw used: %s, bw limit: %s", name_.c_str(), used, limit);
+  }
 }
 
 void UserStep::suspendOrRelease() {
@@ -154,7 +159,7 @@ void UserStep::suspendOrRelease() {
   const bool isSuspended = record_.isValue("suspended", "yes");
   Text words;
   if (isSuspended && reason.empty() && !isOff()) {
-    if (activateAccount(name_.c_str(), SuspendedBy::tally, words)) return sayPlace("unsuspended");
+    if (activateAccount(name_.c_str(), SuspendedBy::tally, words)) return sayOutcome(false);
     errorLog("%s", words.orEmpty());
   }
   if (isSuspended || reason.empty() || record_.isValue("suspend_at_limit", "OFF")) return;
@@ -162,7 +167,7 @@ void UserStep::suspendOrRelease() {
     errorLog("%s", words.orEmpty());
     return;
   }
-  sayPlace("suspended");
+  sayOutcome(true);
   ConfigFile tokens(nullptr);
   putUsageTokens(tokens);
   tokens.setParam("EMAIL", valueOf("email"));
