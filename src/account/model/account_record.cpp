@@ -1,6 +1,7 @@
 #include "account/model/account_record.h"
 
 #include <cerrno>
+#include <utility>
 
 #include "account/model/account_name.h"
 #include "core/config/config.h"
@@ -29,23 +30,22 @@ constexpr TypeName kTypes[] = {
 /// Bytes of the largest record or list that is taken for an account's.
 constexpr long long kMostBytes = 4LL * 1024 * 1024;
 
-/// Whether what stands there is small enough to be an account's; also when nothing does.
-int hasPossibleSize(const char* path, Text& result) {
-  struct stat what {};
-  if (sys::lstat(path, what) != 0 || what.st_size <= kMostBytes) return 1;
-  return fail(result, path, " is larger than any account's record");
-}
-
-/// Whether there is nothing of that name at all, not even a link.
-bool isMissing(const char* path) {
-  struct stat what {};
-  return sys::lstat(path, what) != 0 && errno == ENOENT;
-}
-
+/// Reads a file of the panel's that is small enough to be an account's. Without its lock: it is replaced as a whole, so
+/// what is read is whole; who reads to write holds the lock by then. With `mayBeMissing` one that is not there, not
+/// even as a link, is empty.
 template <class File, class... How>
-int readPanels(File& file, How... how) {
+int readPanels(File& file, bool mayBeMissing, How... how) {
   const AsUser panel(kPanelUser);
-  return hasPossibleSize(file.getFilename(), file.result) && file.readFile(how...);
+  struct stat what {};
+  const bool isThere = sys::lstat(file.getFilename(), what) == 0;
+  if (!isThere && errno == ENOENT && mayBeMissing) return 1;
+  if (isThere && what.st_size > kMostBytes) {
+    return fail(file.result, file.getFilename(), " is larger than any account's record");
+  }
+  const bool locks = std::exchange(file.useLock, false);
+  const int isRead = file.readFile(how...);
+  file.useLock = locks;
+  return isRead;
 }
 
 /// Reads a file of an account's folder; one that is not there is empty.
@@ -54,8 +54,7 @@ int readIfThere(const char* account, const char* name, File& file) {
   if (!isAccountName(account)) return fail(file.result, "Invalid user name");
   file.setFilename(accountFile(account, name).c_str());
   file.belongsTo(kPanelUser);
-  const AsUser panel(kPanelUser);
-  return isMissing(file.getFilename()) || readPanels(file);
+  return readPanels(file, true);
 }
 
 /// The lines of a list that pass; of the others one error-log line each.
@@ -79,7 +78,7 @@ int readAccount(const char* account, ConfigFile& record) {
   if (!isAccountName(account)) return fail(record.result, "Invalid user name");
   record.setFilename(accountFile(account, "user.conf").c_str());
   record.belongsTo(kPanelUser);
-  if (!readPanels(record)) return 0;
+  if (!readPanels(record, false)) return 0;
   return record.size() > 0 ? 1 : fail(record.result, record.getFilename(), " is empty");
 }
 
@@ -145,7 +144,7 @@ int readDomain(const char* account, const char* domain, ConfigFile& record) {
   if (!isAccountName(account) || !isValidDomain(domain)) return fail(record.result, "Invalid user or domain name");
   record.setFilename(domainFile(account, domain, "conf").c_str());
   record.belongsTo(kPanelUser);
-  return readPanels(record);
+  return readPanels(record, false);
 }
 
 std::string domainFile(const char* account, const char* domain, const char* ending) {
@@ -154,9 +153,7 @@ std::string domainFile(const char* account, const char* domain, const char* endi
 
 int readDomains(const char* account, std::vector<std::string>& domains, Text& result) {
   PanelList list(accountFile(account, "domains.list"));
-  const AsUser panel(kPanelUser);
-  if (isMissing(list.getFilename())) return 1;
-  if (!readPanels(list)) return fail(result, list.result);
+  if (!readPanels(list, true)) return fail(result, list.result);
   domains = passing(
       list, [](const char* name) { return isValidDomain(name); }, "domain");
   return 1;
@@ -164,7 +161,7 @@ int readDomains(const char* account, std::vector<std::string>& domains, Text& re
 
 int readSubdomains(const char* account, const char* domain, std::vector<std::string>& subdomains) {
   PanelList list(domainFile(account, domain, "subdomains"));
-  if (!readPanels(list)) {
+  if (!readPanels(list, false)) {
     errorLog("Unable to open %s", list.getFilename());
     return 0;
   }
@@ -178,8 +175,7 @@ int readPointers(const char* account, const char* domain, ConfigFile& pointers) 
   pointers.setFilename(domainFile(account, domain, "pointers").c_str());
   pointers.belongsTo(kPanelUser);
   constexpr int kKeepBareLines = 1;
-  const AsUser panel(kPanelUser);
-  if (isMissing(pointers.getFilename()) || readPanels(pointers, kKeepBareLines)) return 1;
+  if (readPanels(pointers, true, kKeepBareLines)) return 1;
   errorLog("%s: %s", pointers.getFilename(), pointers.result.orEmpty());
   return 0;
 }

@@ -2,6 +2,8 @@
 
 #include <pwd.h>
 
+#include <ctime>
+
 #include "core/sys/sys.h"
 
 namespace zvtaskq {
@@ -32,6 +34,10 @@ bool SystemAccounts::hasUser(uid_t user) {
 }
 
 void SystemAccounts::readIfChanged() {
+  timespec tick{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
+  if (tick.tv_sec == lookedAt_.tv_sec && tick.tv_nsec == lookedAt_.tv_nsec) return;
+  lookedAt_ = tick;
   struct stat now {};
   if (::stat("/etc/passwd", &now) != 0) now = {};
   if (isSame(now, seen_) && !accounts_.empty()) return;

@@ -33,6 +33,8 @@ class SystemAccounts {
   std::map<std::string, SystemAccount, std::less<>> accounts_;
   std::set<uid_t> users_;
   struct stat seen_ {};
+  /// Looked at once in a tick of the coarse clock.
+  timespec lookedAt_{};
 };
 
 /// The one of this process.

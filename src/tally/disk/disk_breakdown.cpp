@@ -4,11 +4,14 @@
 #include "core/record/config_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
+#include "core/sys/sys.h"
 
 namespace zvtaskq {
 
 DiskBreakdown::DiskBreakdown(const char* account) : items_(accountFile(account, "du_breakdown.list").c_str()) {
   items_.keepOrder = true;
+  // Who writes there holds the account.
+  items_.useLock = false;
   items_.belongsTo(kPanelUser);
 }
 
@@ -22,6 +25,8 @@ void DiskBreakdown::du_detail(long long size, const char* descriptor, bool count
 }
 
 int DiskBreakdown::write() {
+  struct stat what {};
+  if (items_.size() == 0 && sys::lstat(items_.getFilename(), what) != 0) return 1;
   if (items_.writeFile()) return 1;
   errorLog("Error writing %s: %s", items_.getFilename(), items_.result.orEmpty());
   return 0;

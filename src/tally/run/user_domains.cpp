@@ -44,23 +44,28 @@ void UserStep::visitDomain(const std::string& domain) {
   // Without the list the domain itself is tallied: the error log says so.
   static_cast<void>(readSubdomains(name_.c_str(), domain.c_str(), subdomains));
   ByteSums traffic;
-  visitHost(domain.c_str(), nullptr, traffic);
-  for (const std::string& subdomain : subdomains) visitHost(domain.c_str(), subdomain.c_str(), traffic);
+  {
+    // What it is needed for takes it anyway: one switch for all of it.
+    const AsRoot root;
+    visitHost(domain.c_str(), nullptr, traffic);
+    for (const std::string& subdomain : subdomains) visitHost(domain.c_str(), subdomain.c_str(), traffic);
+    if (run_.wants(kTallyDisk)) measureDomain(joined("domains/", domain));
+  }
   traffic_.down += traffic.total - traffic.upload;
   traffic_.up += traffic.upload;
-
-  const std::string folder = joined("domains/", domain);
-  if (run_.wants(kTallyDisk)) {
-    apacheFiles_ += static_cast<double>(
-        measure(joined("files owned by apache in ", folder).c_str(), folder.c_str(), true, "apache"));
-    const std::string anonymous = joined(folder, "/public_ftp");
-    anonymousFtp_ += static_cast<double>(
-        measure(joined("files owned by nobody in ", anonymous).c_str(), anonymous.c_str(), true, "nobody"));
-  }
   if ((mask_ & (kTallyBandwidth | kTallySuspend)) == 0) return;
   ConfigFile usage(nullptr);
   keepDomainUsage(domain, traffic.total, usage);
   checkDomainLimits(domain, usage);
+}
+
+/// Files in a domain's folder that are not the account's, and so not in its quota.
+void UserStep::measureDomain(const std::string& folder) {
+  apacheFiles_ +=
+      static_cast<double>(measure(joined("files owned by apache in ", folder).c_str(), folder.c_str(), true, "apache"));
+  const std::string anonymous = joined(folder, "/public_ftp");
+  anonymousFtp_ += static_cast<double>(
+      measure(joined("files owned by nobody in ", anonymous).c_str(), anonymous.c_str(), true, "nobody"));
 }
 
 void UserStep::visitHost(const char* domain, const char* subdomain, ByteSums& traffic) {
@@ -89,6 +94,7 @@ void UserStep::visitHost(const char* domain, const char* subdomain, ByteSums& tr
 void UserStep::keepDomainUsage(const std::string& domain, double bytes, ConfigFile& usage) {
   usage.setFilename(domainFile(name_.c_str(), domain.c_str(), "usage").c_str());
   usage.belongsTo(kPanelUser);
+  usage.useLock = false;
   // One that is not there, or holds nonsense, begins anew.
   static_cast<void>(usage.readFile());
   if (bill_ == nullptr) return;

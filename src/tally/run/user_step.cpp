@@ -158,6 +158,7 @@ void UserStep::measureOthers() {
 int UserStep::billTraffic() {
   if ((mask_ & (kTallyBandwidth | kTallyCounts)) == 0) return 1;
   const std::string path = accountFile(name_.c_str(), "bandwidth.tally");
+  const AsRoot root;
   if (bill_ != nullptr) {
     traffic_.panel = bill_->noted(kPanelTraffic);
     if (!bill_->enter(traffic_)) outcome_ = 0;
@@ -166,6 +167,7 @@ int UserStep::billTraffic() {
   if (!run_.wants(kTallyBandwidth)) return outcome_;
   breakdown_.setFilename(joined(path, ".cache").c_str());
   breakdown_.setUser("root");
+  breakdown_.useLock = false;
   if (!breakdown_.writeFile()) {
     errorLog("Error writing: %s : %s", breakdown_.getFilename(), breakdown_.result.orEmpty());
   }
@@ -235,7 +237,9 @@ void UserStep::count() {
   }
 }
 
+/// Who writes there holds the account: its records need no locks of their own.
 int UserStep::writeUsage() {
+  usage_.useLock = false;
   const int whole = usage_.writeFile();
   if (!whole) errorLog("Error writing %s: %s", usage_.getFilename(), usage_.result.orEmpty());
   return !run_.wants(kTallyDisk) || disk_.write() ? whole : 0;

@@ -44,6 +44,7 @@ class UserStep {
   void visitDomains();
   void visitDomain(const std::string& domain);
   void visitHost(const char* domain, const char* subdomain, ByteSums& traffic);
+  void measureDomain(const std::string& folder);
   void keepDomainUsage(const std::string& domain, double bytes, ConfigFile& usage);
   void checkDomainLimits(const std::string& domain, const ConfigFile& usage);
   void checkDomainQuota(const std::string& domain, ConfigFile& record);
