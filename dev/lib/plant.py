@@ -8,6 +8,9 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 TREE, PACKAGES, *WORDS = sys.argv[1:]
 TREE = pathlib.Path(TREE)
 BUILD = TREE / "build/dev"
+INSTALLED = ["zvtaskq", "zvdb", "zvmailusage", "tally_driver", "account_driver"]
+# Seconds: a fault may keep its test from ever coming to an end.
+LONGEST_TEST = 600
 
 
 def run(*command):
@@ -32,8 +35,8 @@ def programs():
 def test_of(name, method, known):
     """The targets to build, and the command that runs the test."""
     if name.startswith("e2e."):
-        return ["zvtaskq", "zvdb", "tally_driver"], ["env", f"ZVTASKQ_TEST_BUILD={BUILD}", "python3",
-                                             TREE / f"tests/e2e/{name.removeprefix('e2e.')}_test.py", *method]
+        file = TREE / f"tests/e2e/{name.removeprefix('e2e.')}_test.py"
+        return INSTALLED, ["env", f"ZVTASKQ_TEST_BUILD={BUILD}", "python3", file, *method]
     room = next(room for room in known if name == room or name.startswith(room + "."))
     cases = name[len(room) + 1:]
     return [f"tests/test_{room}"], [BUILD / f"tests/test_{room}", f"--gtest_filter={cases}*"]
@@ -44,7 +47,7 @@ def fails(goals, test):
     failed, said = run("cmake", "--build", BUILD, "--target", *goals)
     if failed:
         return None, said[-1000:]
-    failed, _ = run(ROOT / "dev/sandbox", "--with", PACKAGES, "--", *test)
+    failed, _ = run(ROOT / "dev/sandbox", "--with", PACKAGES, "--", "timeout", str(LONGEST_TEST), *test)
     return failed != 0, ""
 
 
