@@ -62,9 +62,20 @@ Descriptor tryLock(int folder, const char* account) {
   return {};
 }
 
+/// The folder of the locks, which stays open for the next: a tally takes ten thousand.
+const Descriptor& lockFolder() {
+  static Descriptor folder;
+  static std::string path;
+  struct stat what {};
+  const bool isStill = folder && path == stateFile(kFolder) && sys::fstat(folder.get(), what) == 0 && what.st_nlink > 0;
+  if (!isStill) folder = openStateFolder(kFolder);
+  path = stateFile(kFolder);
+  return folder;
+}
+
 Descriptor lockWithin(const char* account, int seconds) {
   const AsUser panel(kPanelUser);
-  const Descriptor folder = openStateFolder(kFolder);
+  const Descriptor& folder = lockFolder();
   if (!panel.taken() || !folder) return {};
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   Descriptor file = tryLock(folder.get(), account);

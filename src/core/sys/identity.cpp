@@ -140,8 +140,8 @@ Ids nobodyIds() {
 int switchEffective(Ids to) {
   // Asked once a queue line, and most often there is nothing to do.
   if (verified && verified->user == to.user && verified->group == to.group) return 1;
-  verified.reset();
   const Ids now = effectiveIds();
+  verified.reset();
   if (now.user != to.user || now.group != to.group) {
     if (setEffectiveUser(0) != 0) return 0;
     if (setEffectiveGroup(to.group) != 0) return 0;

@@ -4,6 +4,7 @@
 
 #include "account/model/account_record.h"
 #include "core/config/config.h"
+#include "core/panel/overrides.h"
 #include "core/panel/panel_paths.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
@@ -20,7 +21,11 @@ constexpr const char* kWebmailFiles = "/var/www/html/webmail/tmp";
 }  // namespace
 
 TallyRun::TallyRun(const Config& config, ConfigFile* quotaTable, ConfigFile* inodeTable, int tallyMask)
-    : conf(config), quotas(quotaTable), inodes(inodeTable), mask(tallyMask) {
+    : conf(config),
+      quotas(quotaTable),
+      inodes(inodeTable),
+      mask(tallyMask),
+      hasUserScript_(hookExists(config, kUserScript)) {
   if (!readDomainOwners(owners_)) {
     errorLog("Unable to read %s: %s", owners_.getFilename(), owners_.result.orEmpty());
   }

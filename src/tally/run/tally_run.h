@@ -18,6 +18,9 @@ namespace zvtaskq {
 
 class Config;
 
+/// The administrator's script after each user.
+inline constexpr const char* kUserScript = "tally_user_post.sh";
+
 class TallyRun {
  public:
   /// `quotas` and `inodes` may be null. All must outlive the object.
@@ -39,6 +42,8 @@ class TallyRun {
   /// The notes of the FTP traffic are whole.
   bool ftpIsRead() const { return ftpIsRead_; }
 
+  /// There is such a script: looked up once.
+  bool hasUserScript() const { return hasUserScript_; }
   Counts& counts();
   /// The databases of all accounts; asked of the server once.
   const Databases& databases();
@@ -70,6 +75,7 @@ class TallyRun {
   std::map<std::string, std::string> users_;
   std::map<std::string, std::string> domains_;
   bool whole_ = true;
+  bool hasUserScript_;
 };
 
 }  // namespace zvtaskq

@@ -35,28 +35,36 @@ std::string monthOfNow() {
 
 }  // namespace
 
+/// First what is the panel's to read, then all that root is needed for, then what follows from it: an identity costs as
+/// much as a file.
 void UserStep::visitDomains() {
-  for (const std::string& domain : domains_) visitDomain(domain);
+  struct Visit {
+    std::vector<std::string> subdomains;
+    ByteSums traffic;
+  };
+  std::vector<Visit> visits(domains_.size());
+  for (std::size_t i = 0; i < visits.size(); ++i) {
+    // Without the list the domain itself is tallied: the error log says so.
+    static_cast<void>(readSubdomains(name_.c_str(), domains_[i].c_str(), visits[i].subdomains));
+  }
+  {
+    const AsRoot root;
+    for (std::size_t i = 0; i < visits.size(); ++i) visitDomain(domains_[i], visits[i].subdomains, visits[i].traffic);
+  }
+  if ((mask_ & (kTallyBandwidth | kTallySuspend)) == 0) return;
+  for (std::size_t i = 0; i < visits.size(); ++i) {
+    ConfigFile usage(nullptr);
+    keepDomainUsage(domains_[i], visits[i].traffic.total, usage);
+    checkDomainLimits(domains_[i], usage);
+  }
 }
 
-void UserStep::visitDomain(const std::string& domain) {
-  std::vector<std::string> subdomains;
-  // Without the list the domain itself is tallied: the error log says so.
-  static_cast<void>(readSubdomains(name_.c_str(), domain.c_str(), subdomains));
-  ByteSums traffic;
-  {
-    // What it is needed for takes it anyway: one switch for all of it.
-    const AsRoot root;
-    visitHost(domain.c_str(), nullptr, traffic);
-    for (const std::string& subdomain : subdomains) visitHost(domain.c_str(), subdomain.c_str(), traffic);
-    if (run_.wants(kTallyDisk)) measureDomain(joined("domains/", domain));
-  }
+void UserStep::visitDomain(const std::string& domain, const std::vector<std::string>& subdomains, ByteSums& traffic) {
+  visitHost(domain.c_str(), nullptr, traffic);
+  for (const std::string& subdomain : subdomains) visitHost(domain.c_str(), subdomain.c_str(), traffic);
   traffic_.down += traffic.total - traffic.upload;
   traffic_.up += traffic.upload;
-  if ((mask_ & (kTallyBandwidth | kTallySuspend)) == 0) return;
-  ConfigFile usage(nullptr);
-  keepDomainUsage(domain, traffic.total, usage);
-  checkDomainLimits(domain, usage);
+  if (run_.wants(kTallyDisk)) measureDomain(joined("domains/", domain));
 }
 
 /// Files in a domain's folder that are not the account's, and so not in its quota.

@@ -16,8 +16,8 @@ constexpr int kHookTime = 60;
 
 /// The administrator's script after each user.
 void runUserScript(const Config& conf, const char* user, Text& result) {
-  const HookAnswer post = executeIfExists(hookPath(conf, "tally_user_post.sh").c_str(),
-                                          std::vector<Variable>{{"username", user}}, kHookTime);
+  const HookAnswer post =
+      executeIfExists(hookPath(conf, kUserScript).c_str(), std::vector<Variable>{{"username", user}}, kHookTime);
   if (post.failed()) errorLog("Tally::tallyUser: Post output: %s", post.error.c_str());
   if (!post.result.empty()) addResult(result, post.result);
 }
@@ -41,7 +41,7 @@ int Tally::tallyUser(int mask) {
   const int whole = step.run();
   totals = step.totals();
   if (totals.nusers == 0) return 0;
-  runUserScript(*conf_, name_, result);
+  if (run_->hasUserScript()) runUserScript(*conf_, name_, result);
   systemLog("Tally User %s Complete", name_.orEmpty());
   return whole;
 }

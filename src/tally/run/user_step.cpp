@@ -118,6 +118,7 @@ int UserStep::run() {
 
 /// What lies in the home but is somebody else's, and so is not in the quota, is counted on top of it.
 void UserStep::measureMail() {
+  const AsRoot root;
   const bool onTop = countEmail(&run_.conf) != 0;
   long long mail = 0;
   if (onTop) {
@@ -139,11 +140,11 @@ void UserStep::measureMail() {
 /// Webmail's and the mailing lists' files, and the databases.
 void UserStep::measureOthers() {
   if (!run_.wants(kTallyDisk)) return;
+  const AsRoot root;
   const long long webmail = run_.webmailFilesOf(system_.ids.user);
   if (webmail > 0) disk_.du_detail(webmail, "webmail", false);
   for (const std::string& domain : domains_) {
     const std::string lists = joined(run_.conf.emailvirtual, "/majordomo/list.", domain);
-    const AsRoot root;
     const TreeSize size = measureTree(lists.c_str());
     if (size.bytes <= 0) continue;
     disk_.du_detail(size.bytes, joined("majordomo of ", domain).c_str(), true);

@@ -42,7 +42,7 @@ class UserStep {
   // Sources, each for its part of the mask.
   void measureMail();
   void visitDomains();
-  void visitDomain(const std::string& domain);
+  void visitDomain(const std::string& domain, const std::vector<std::string>& subdomains, ByteSums& traffic);
   void visitHost(const char* domain, const char* subdomain, ByteSums& traffic);
   void measureDomain(const std::string& folder);
   void keepDomainUsage(const std::string& domain, double bytes, ConfigFile& usage);

@@ -33,13 +33,22 @@ std::string yesterday() {
 
 /// The number that a file of the mail server begins with. False when there is no such file.
 bool readLimitFile(const std::string& path, long long& limit) {
-  const AsRoot root;
   const Descriptor file(sys::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   char text[64] = "";
   if (!file || sys::read(file.get(), text, sizeof text - 1) < 0) return false;
   limit = 0;
   static_cast<void>(std::sscanf(text, "%lld", &limit));
   return true;
+}
+
+/// The account's limit of outgoing mails a day, else that of all.
+long long mailLimitOf(const Config& conf, const std::string& account) {
+  const AsRoot root;
+  long long limit = 0;
+  if (!readLimitFile(joined(conf.emailvirtual, "/limit_", account), limit)) {
+    static_cast<void>(readLimitFile(joined(conf.emailvirtual, "/limit"), limit));
+  }
+  return limit == 0 ? conf.default_email_notify_limit : limit;
 }
 
 long long outgoingOf(const ConfigFile& breakdown, const std::string& day) {
@@ -54,13 +63,10 @@ long long outgoingOf(const ConfigFile& breakdown, const std::string& day) {
 
 void UserStep::warnOfMail() {
   const Config& conf = run_.conf;
-  long long limit = 0;
-  if (!readLimitFile(joined(conf.emailvirtual, "/limit_", name_), limit)) {
-    static_cast<void>(readLimitFile(joined(conf.emailvirtual, "/limit"), limit));
-  }
-  if (limit == 0) limit = conf.default_email_notify_limit;
   const long long sent = outgoingOf(breakdown_, yesterday());
-  if (sent < limit || sent == 0) return;
+  if (sent == 0) return;
+  const long long limit = mailLimitOf(conf, name_);
+  if (sent < limit) return;
   constexpr const char* words = "Warning: %lld emails have been sent yesterday by %s";
   systemLog(words, sent, name_.c_str());
   securityLog(words, sent, name_.c_str());
