@@ -111,16 +111,12 @@ TEST_F(ConfigTest, DirectsTheLogsForAsLongAsItIsLoaded) {
   const auto told = [](const char* message) { return printed([=] { errorLog("%s", message); }); };
   {
     Config config(fileWith("timeout=30\nconnect_timeout=25\n").c_str());
-    EXPECT_TRUE(holds(logged(),
-                      "DEPRECATED: connect_timeout=25 has been replaced with request_timeout. Please change your "
-                      "zorvane.conf."));
-    EXPECT_EQ(told("loaded"), "");
-    EXPECT_TRUE(holds(logged(), "loaded"));
+    EXPECT_TRUE(
+        holds(logged(), "DEPRECATED: connect_timeout=25 has been replaced with request_timeout. Please change"));
+    EXPECT_TRUE(told("loaded").empty() && holds(logged(), "loaded"));
     config.setErrLog(path("errortaskq.log").c_str());
-    EXPECT_EQ(told("overridden"), "");
-    EXPECT_TRUE(holds(logged("errortaskq.log"), "overridden"));
-    EXPECT_EQ(config.readFile(), 1);
-    EXPECT_EQ(config.readFile("/nonexistent", 0, 0), 0);
+    EXPECT_TRUE(told("overridden").empty() && holds(logged("errortaskq.log"), "overridden"));
+    EXPECT_TRUE(config.readFile() == 1 && config.readFile("/nonexistent", 0, 0) == 0);
     EXPECT_EQ(told("failed"), "failed\n");
     EXPECT_EQ(config.readFile(), 1);
   }

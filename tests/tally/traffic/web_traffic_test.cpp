@@ -69,3 +69,16 @@ TEST(TransferLine, WhatTheServersWrote) {
     EXPECT_EQ(sums, want) << file;
   }
 }
+
+TEST(TransferLine, WhatIsNoTransferIsNotBilled) {
+  Transfer transfer;
+  for (const char* line : {"RETR 5 127.0.0.1 1", "RETR 5 127.0.0.1 1 ", "DELE 5 127.0.0.1 1 bob",
+                           "RETR -5 127.0.0.1 1 bob", "RETR 99999999999999999999 127.0.0.1 1 bob", "RETR 5  1 bob"}) {
+    EXPECT_FALSE(readProftpdLine(line, transfer)) << line;
+  }
+  for (const char* line : {"127.0.0.1 - bob [x] \"GET /a\" 200", "127.0.0.1 - bob [x] \"GET /a\" 404 5",
+                           "2026-11-23 00:42:10 127.0.0.1 []deleted /a 226 bob 5",
+                           "Mon Nov 23 00:42:16 2026 0 127.0.0.1 5 /a b _ d r bob ftp 1 * c"}) {
+    EXPECT_EQ(pureftpdReader(line), nullptr) << line;
+  }
+}
