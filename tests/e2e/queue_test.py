@@ -124,7 +124,7 @@ class Queue(PanelTest):
             ("action=update&value=x", "executeCommand: can't figure out what update to do action=update&value=x"),
             ("action=backup&type=x", "type='x' is an unknown type for the backup action"),
             ("action=restore&type=x", "type=x is an unknown type for the restore action"),
-            ("action=backup&type=user&value=ghost", "Cannot read data for user ghost : Unable to get Lock on file:"),
+            ("action=backup&type=user&value=ghost", "Cannot read data for user ghost : Unable to open "),
             ("action=backup&type=user&value=../x", "Cannot read data for user ../x : Invalid user name"),
             ("action=backup&type=reseller&owner=ghost", "Cannot read data for Reseller ghost : "),
             ("action=restore&type=admin&owner=ghost", "Cannot read data for Admin ghost : "),

@@ -252,6 +252,7 @@ class Archives(RotationTest):
         self.assertEqual(self.contents(), sorted(["p", "pnginx-", "pnginx.", "e", "enginx-", "enginx.", "main", "sub"]))
         self.assertEqual(self.names() + self.names(PROXY), ["sub.other.org.log"])
         self.assertEqual({name.split("/")[0] for _, name in members()}, {HOST, "sub." + HOST, "nginx-" + HOST, "nginx." + HOST})
+        self.put(HOST + ".log", "again")
         for words in (("bob", "../x"), ("bob", HOST, ".."), ("nosuchuser", HOST)):
             self.drive("rotateLogs", *words, status=1)
 

@@ -81,7 +81,7 @@ int removeSystemAccount(Creation& creation, Text& result) {
   AccountHolder holder;
   holder.name = creation.name;
   holder.ids = idsOf(creation.name);
-  return removeHome(holder, result) && useTool(sys_conf->userdel, {creation.name}, result);
+  return removeHome(holder, result) && deleteSystemUser(creation.name, result);
 }
 
 int setPassword(Creation& creation, Text& result) {

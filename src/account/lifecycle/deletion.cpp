@@ -99,7 +99,7 @@ int removeSystemAccount(const AccountHolder& holder, Text& result) {
     return fail(result, "The system account ", holder.name, " stays with its home");
   }
   int done = setQuota(holder.name.c_str(), {}, result);
-  done &= useTool(sys_conf->userdel, {holder.name}, result);
+  done &= deleteSystemUser(holder.name, result);
   return done & removeGroup(holder, result);
 }
 
