@@ -26,8 +26,8 @@ ToolAnswer runTool(const char* path, std::vector<std::string> arguments, const s
 [[nodiscard]] int useTool(const char* path, std::vector<std::string> arguments, Text& result,
                           const std::string& input = "");
 
-/// Deletes a system account by `userdel`. A process of his that ended a moment ago is waited for, a few seconds at most:
-/// until whoever started it has noticed, the program takes it for one that runs. 0 with a line of `result`.
+/// Deletes a system account by `userdel`. A process of his that ended a moment ago is waited for, a few seconds at
+/// most: until whoever started it has noticed, the program takes it for one that runs. 0 with a line of `result`.
 [[nodiscard]] int deleteSystemUser(const std::string& name, Text& result);
 
 /// Whether a program is there to be run.
