@@ -18,6 +18,7 @@ import server
 
 FACTS = "/tmp/demo_tally.json"
 LOGS = "/var/log/nginx/domains"
+RUNNER_LOG = "/var/log/zorvane/errortaskq.log"
 SITES = "/etc/nginx/conf.d/accounts.conf"
 MEGABYTE = 1048576
 USERS = 30
@@ -127,10 +128,12 @@ def claims(accounts, facts):
     yield f"traffic of all, as the requests' own end counted it: {sum(facts.values()) / MEGABYTE:.6f} MB", abs(total - sum(facts.values()) / MEGABYTE) < 0.001
     yield f"and of each account, to the byte: {len(used) - len(wrong)} of {len(used)}", not wrong
     shadow = dict(line.split(":")[:2] for line in open("/etc/shadow", encoding="ascii"))
+    # The line was queued by the first tally, and the second run has met it.
+    rewritten = any("action=rewrite" in line and f"user={OVER}" in line for line in open(RUNNER_LOG, encoding="utf-8"))
     yield f"{OVER} is over its quota: suspended, no log-in, its web configuration queued for a rewrite", (
-        state_of(OVER).startswith("suspended") and shadow[OVER].startswith("!") and
-        f"user={OVER}" in open("/usr/local/zorvane/data/task.queue", encoding="ascii").read())
-    yield f"{RELEASED} was over it too, made room, and was released: the log-in is back", state_of(RELEASED) == "ok" and shadow[RELEASED].startswith("$6$")
+        state_of(OVER).startswith("suspended") and shadow[OVER].startswith("!") and rewritten)
+    yield f"{RELEASED} was over it too, made room, and was released: the log-in is back", (
+        not state_of(RELEASED).startswith("suspended") and shadow[RELEASED].startswith("$6$"))
     tickets = open(f"{server.USERS}/{NEAR}/tickets.list", encoding="ascii").read()
     yield f"{NEAR} is at 90% of its bandwidth: warned once", state_of(NEAR) == "warned" and tickets.count("\n") == 1
 
