@@ -13,6 +13,7 @@ import random
 import subprocess
 import sys
 import time
+import urllib.parse
 
 import server
 
@@ -129,7 +130,7 @@ def claims(accounts, facts):
     yield f"and of each account, to the byte: {len(used) - len(wrong)} of {len(used)}", not wrong
     shadow = dict(line.split(":")[:2] for line in open("/etc/shadow", encoding="ascii"))
     # The line was queued by the first tally, and the second run has met it.
-    rewritten = any("action=rewrite" in line and f"user={OVER}" in line for line in open(RUNNER_LOG, encoding="utf-8"))
+    rewritten = any("action=rewrite" in line and f"user={OVER}" in urllib.parse.unquote(line) for line in open(RUNNER_LOG, encoding="utf-8"))
     yield f"{OVER} is over its quota: suspended, no log-in, its web configuration queued for a rewrite", (
         state_of(OVER).startswith("suspended") and shadow[OVER].startswith("!") and rewritten)
     yield f"{RELEASED} was over it too, made room, and was released: the log-in is back", (
