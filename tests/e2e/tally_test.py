@@ -3,7 +3,7 @@ import glob
 import os
 import subprocess
 import sys
-import urllib.parse
+import time
 
 import panel
 from panel import ADMIN, PANEL, PanelTest, settings, text, write
@@ -119,7 +119,6 @@ class Figures(TallyTest):
 
     def test_a_killed_tally_bills_every_byte_once(self):
         served = self.server.serve()
-        put(f"{USERS}/u00000/domains/u00000-0.example.conf", bandwidth="10000")
         for skip in (40, 400, 2000, 4000, 9000):
             self.tally("action=bandwidthtally&value=all", env={"ZVTASKQ_FAIL": f"byte_logs.*:kill:{skip}"}, status=None)
             panel.shell("find /usr/local/zorvane /run -name '*.lock' -delete; rm -f /run/zvtaskq.pid")
@@ -128,8 +127,7 @@ class Figures(TallyTest):
         for user in self.server.users:
             self.assertBandwidth(user, served[user] + more.get(user, 0))
         domains = sum(float(record(path)["bandwidth"]) for path in glob.glob(USERS + "/u00000/domains/*.usage"))
-        panel_bytes = sum(int(line.split("=")[0]) for line in ())
-        self.assertLessEqual(domains + panel_bytes, (served["u00000"] + more["u00000"]) / MEGABYTE)
+        self.assertLessEqual(domains, (served["u00000"] + more["u00000"]) / MEGABYTE)
         self.assertEqual(glob.glob(generated.WEB_LOGS + "/*.bytes*") + glob.glob(USERS + "/*/ZorvaneUsage.bytes*"), [])
 
 
@@ -155,14 +153,13 @@ class Accounts(TallyTest):
         os.unlink(fifo)
         os.mkfifo(fifo)
         self.tally()
-        for words in (f"{reseller}/users.list", "Unable to read user ghost's data files: ", "r001/users.list: account u00000 is in the list of",
+        for words in ("Unable to read user ghost's data files: ", "r001/users.list: account u00000 is in the list of",
                       "nobodys: account nobodys is in nobody's list", "Unable to read user u00001's data files: ",
                       "Unable to read user u00002's data files: ", "Unable to read user u00003's data files: ",
                       "u00004/user.conf: bandwidth=-5 of account u00004 is no limit", "u00004/domains.list: ../x is no domain",
                       "u00004/domains.list: the domain u00005-0.example of account u00004 belongs to u00005",
                       fifo + " of account u00005 is no plain file"):
-            if words != f"{reseller}/users.list":
-                self.assertLogged(words)
+            self.assertLogged(words)
         for user in ("u00000", "u00004"):
             self.assertBandwidth(user, served[user])
         self.assertEqual(usage(reseller, "reseller")["nusers"], "3")
@@ -198,7 +195,7 @@ class Accounts(TallyTest):
         run = self.start()
         panel.shell("for i in $(seq 200); do grep -q 'Tally User u00001 Begin' %s/system.log && break; sleep 0.05; done" % panel.LOGS)
         folder = f"{ADMIN}/task_queue_processes/{run.pid}"
-        self.assertIn("tally of u00001, 2 of", text(folder + "/level_tracker"))
+        self.assertIn("tally of u00001, 2 of 6\n", text(folder + "/level_tracker"))
         write(folder + "/instructions", "action=stop\nvalue=tally\n", "zvadmin", 0o600)
         run.send_signal(12)
         run.wait()
@@ -210,7 +207,7 @@ class Accounts(TallyTest):
 class Limits(TallyTest):
     def month(self, user, megabytes):
         """A month's traffic, in the account's tally file."""
-        write(f"{USERS}/{user}/bandwidth.tally", f"{megabytes * MEGABYTE}=type=other&time={int(__import__('time').time())}\n", "zvadmin", 0o600)
+        write(f"{USERS}/{user}/bandwidth.tally", f"{megabytes * MEGABYTE}=type=other&time={int(time.time())}\n", "zvadmin", 0o600)
 
     def limit(self, user, **limits):
         put(f"{USERS}/{user}/user.conf", **limits)
@@ -264,13 +261,16 @@ class Limits(TallyTest):
         self.limit("u00000", bandwidth="10")
         self.tally()
         self.assertEqual(state("u00000")[0], "yes")
+        served = self.server.serve(["u00004"])
         self.tally("action=reset&value=all")
         self.assertEqual((state("u00000")[0], record(domain + ".conf")["suspended"], record(domain + ".usage")["bandwidth"]), ("no", "no", "0"))
         self.assertEqual((usage("u00000")["bandwidth"], record(ADMIN + "/admin.usage")["bandwidth"]), ("0", "0"))
         self.assertEqual(len(glob.glob(USERS + "/u00000/bandwidth.tally.20*")), 1)
         self.assertIn("action=tally&value=all", text(panel.QUEUE))
+        self.assertTrue(os.path.exists(generated.WEB_LOGS + "/u00004-0.example.bytes"))
         self.run_program()
         self.assertEqual(usage("u00000")["bandwidth"], "0.000000")
+        self.assertBandwidth("u00004", served["u00004"])
 
     def test_disk_limit_suspends_where_the_administrator_wants_it(self):
         self.server.make_homes()
@@ -290,7 +290,6 @@ class Limits(TallyTest):
         self.assertTrue(any(line.startswith("u00000:$6$") for line in text("/etc/shadow").splitlines()))
 
     def test_outgoing_mail_of_yesterday(self):
-        import time
         now = time.localtime()
         if now.tm_mday == 1:
             self.skipTest("the first of a month has no yesterday")

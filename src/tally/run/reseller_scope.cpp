@@ -26,8 +26,6 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr double kMegabyte = 1048576;
-
 /// A reseller's files.
 struct Reseller {
   const char* name;
@@ -141,6 +139,7 @@ void suspendOrRelease(const Reseller& reseller, const ConfigFile& usage, const C
 
 int Tally::tallyReseller(int mask) {
   systemLog("Tally Reseller %s Begin", name_.orEmpty());
+  if (mask == 0) mask = kTallyAll;
   const AsUser panel(kPanelUser);
   Reseller reseller(name_);
   const std::string unread = reseller.read();

@@ -4,9 +4,11 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "account/lifecycle/account_work.h"
 #include "account/lifecycle/suspension.h"
 #include "account/model/account_lock.h"
 #include "account/model/account_record.h"
@@ -17,7 +19,6 @@
 #include "core/panel/panel_paths.h"
 #include "core/read/line_reader.h"
 #include "core/record/panel_file.h"
-#include "core/record/record_lock.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/tree/folder_reader.h"
@@ -32,7 +33,7 @@ namespace {
 constexpr const char* kTallyFiles[] = {"bandwidth.tally", "bandwidth.reseller.tally"};
 constexpr const char* kCounters[] = {"bandwidth", "email_deliveries", "email_deliveries_incoming",
                                      "email_deliveries_outgoing"};
-constexpr const char* kTrafficReasons[] = {"bandwidth", "domain_bandwidth"};
+constexpr const char* kTrafficReasons = "bandwidth,domain_bandwidth";
 constexpr std::size_t kMonthsKept = 24;
 constexpr std::size_t kMostHistory = 1UL << 30;
 
@@ -48,15 +49,10 @@ int complain(const std::string& path, const char* why) {
 
 // --- Records ---------------------------------------------------------------------------------------------------
 
-/// Changes a record that is there, under its lock, as the panel's user.
-template <class Change>
-int changeRecord(const std::string& path, Change change) {
-  if (!isThere(path)) return 1;
-  PanelRecord record(path);
-  const RecordLock lock(record);
-  if (!record.readFile()) return complain(path, record.result.orEmpty());
-  change(record);
-  return record.writeFile() ? 1 : complain(path, record.result.orEmpty());
+/// Changes a record that is there.
+int changeIfThere(const std::string& path, const std::function<void(ConfigFile&)>& change) {
+  Text words;
+  return !isThere(path) || changeRecord(path, change, words) ? 1 : complain(path, words.orEmpty());
 }
 
 void clearCounters(ConfigFile& usage) {
@@ -68,50 +64,16 @@ void clearCounters(ConfigFile& usage) {
 }
 
 int forgetWarning(const std::string& path) {
-  return changeRecord(path, [](ConfigFile& record) {
+  return changeIfThere(path, [](ConfigFile& record) {
     record.deleteParam("sentwarning");
     record.deleteParam("used");
   });
 }
 
-/// The reasons but those of traffic.
-std::string otherReasons(const char* reasons) {
-  std::string left;
-  std::string_view rest = reasons == nullptr ? std::string_view() : std::string_view(reasons);
-  while (!rest.empty()) {
-    const std::size_t end = std::min(rest.find(','), rest.size());
-    const std::string_view one = rest.substr(0, end);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-    const bool isTraffic =
-        std::find(std::begin(kTrafficReasons), std::end(kTrafficReasons), one) != std::end(kTrafficReasons);
-    if (!isTraffic && !one.empty()) left.append(left.empty() ? "" : ",").append(one);
-  }
-  return left;
-}
-
-/// Ends what traffic alone suspended.
-int release(const char* account) {
-  ConfigFile record(nullptr);
-  if (!readAccount(account, record)) return complain(accountFile(account, "user.conf"), record.result.orEmpty());
-  const char* reasons = record.getValue("suspended_reason");
-  const std::string left = otherReasons(reasons);
-  const bool isForTraffic = reasons != nullptr && left != reasons;
-  if (!record.isValue("suspended", "yes") || !isForTraffic) return 1;
-  if (!left.empty() || record.isValue("account", "OFF")) {
-    return setAccountValue(account, "user.conf", "suspended_reason", left.c_str());
-  }
-  Text words;
-  return activateAccount(account, SuspendedBy::tally, words) ? 1 : complain(account, words.orEmpty());
-}
-
 int resetDomain(const char* account, const std::string& domain) {
-  int whole = changeRecord(domainFile(account, domain.c_str(), "usage"), clearCounters);
+  int whole = changeIfThere(domainFile(account, domain.c_str(), "usage"), clearCounters);
   whole &= forgetWarning(domainFile(account, domain.c_str(), "conf"));
-  ConfigFile record(nullptr);
-  if (!readDomain(account, domain.c_str(), record) || !record.isValue("suspended", "yes")) return whole;
-  const char* reasons = record.getValue("suspended_reason");
   Text words;
-  if (reasons == nullptr || std::string_view(reasons).find("domain_bandwidth") == std::string_view::npos) return whole;
   if (activateDomain(account, domain.c_str(), "domain_bandwidth", words)) return whole;
   return complain(domain, words.orEmpty());
 }
@@ -214,18 +176,19 @@ int resetAccount(ByteLogs& logs, const char* account, History history) {
   if (!settle(logs, account, domains)) return 0;
   int whole = emptyTallyFiles(account, history);
   for (const char* usage : {"user.usage", "reseller.usage"}) {
-    whole &= changeRecord(accountFile(account, usage), clearCounters);
+    whole &= changeIfThere(accountFile(account, usage), clearCounters);
   }
   for (const char* record : {"user.conf", "reseller.conf"}) whole &= forgetWarning(accountFile(account, record));
   for (const std::string& domain : domains) whole &= resetDomain(account, domain);
-  return release(account) & whole;
+  Text words;
+  if (dropSuspensionReasons(account, kTrafficReasons, words)) return whole;
+  return complain(accountFile(account, "user.conf"), words.orEmpty());
 }
 
 int resetAccounts(const Config& conf, const ListFile& accounts, History history) {
   const AsUser panel(kPanelUser);
   ByteLogs logs(conf);
-  // Those that are being written stay as they are.
-  if (!logs.begin([](std::string_view) { return true; })) return 0;
+  if (!logs.begin([](std::string_view) { return true; }, ByteLogs::Current::stays)) return 0;
   int whole = 1;
   for (int i = 0; i < accounts.size(); ++i) {
     whole &= resetAccount(logs, accounts.getElementAt(i), history);
@@ -239,7 +202,7 @@ int resetUsage(const Config& conf, History history) {
   ListFile accounts(nullptr);
   if (!listAccounts(accounts)) return complain(conf.userdata.orEmpty(), std::strerror(errno));
   const int whole = resetAccounts(conf, accounts, history);
-  return changeRecord(adminFile("admin.usage"), clearCounters) & whole;
+  return changeIfThere(adminFile("admin.usage"), clearCounters) & whole;
 }
 
 int resetUsageOf(const Config& conf, const char* account, History history) {

@@ -27,6 +27,21 @@ void sayInBoth(const char* what) {
   debug(100, "%s", what);
 }
 
+/// How many users the lists of all resellers and administrators name. A list that cannot be read is told of later.
+std::size_t countUsers() {
+  std::size_t count = 0;
+  for (const char* list : {"reseller.list", "admin.list"}) {
+    PanelList managers(adminFile(list));
+    if (!managers.readFile()) continue;
+    for (int i = 0; i < managers.size(); ++i) {
+      ListFile users(nullptr);
+      if (readAccountList(managers.getElementAt(i), "users.list", users))
+        count += static_cast<std::size_t>(users.size());
+    }
+  }
+  return count;
+}
+
 /// Folders of accounts that stand in no list: nobody tallies them.
 void tellOfUnlisted(const TallyRun& run) {
   ListFile accounts(nullptr);
@@ -62,6 +77,7 @@ int Tally::tallyAll(int mask) {
   if (rotates) rotate_apache_logs(conf_, false, result);
   run_->tellServers(rotates);
 
+  run_->progress.begin(countUsers());
   int whole = 1;
   for (const char* list : {"reseller.list", "admin.list"}) {
     PanelList names(adminFile(list));

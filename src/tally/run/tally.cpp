@@ -2,6 +2,7 @@
 
 #include "account/model/account_name.h"
 #include "account/model/account_record.h"
+#include "account/model/addresses.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/record/panel_file.h"
@@ -63,11 +64,10 @@ int Tally::tallyHo(ConfigFile* quotas, ConfigFile* inodes, int mask) {
 
 void Tally::load_shared_ips() {
   if (run_ != ownRun_.get()) return;
-  PanelList addresses(adminFile("ip.list"));
-  if (!addresses.readFile()) return;
-  for (int i = 0; i < addresses.size(); ++i) {
-    PanelRecord record(adminFile(joined("ips/", addresses.getElementAt(i)).c_str()));
-    if (record.readFile() && record.isValue("status", "shared")) sharedIps_.addElement(addresses.getElementAt(i));
+  std::vector<Address> addresses;
+  if (!readAddresses(addresses)) return;
+  for (const Address& address : addresses) {
+    if (address.status == "shared") sharedIps_.addElement(address.text.c_str());
   }
 }
 

@@ -72,7 +72,6 @@ class Tally {
   ConfigFile* quotas_ = nullptr;
   ConfigFile* inodes_ = nullptr;
   ConfigFile work_{nullptr};
-  ListFile list_{nullptr};
   ListFile sharedIps_{nullptr};
   /// What this tally has in common with those of its accounts: its own, or that of the tally that made it.
   std::unique_ptr<TallyRun> ownRun_;

@@ -52,8 +52,8 @@ class TallyRun {
   /// The bytes that an owner has among webmail's temporary files.
   long long webmailFilesOf(unsigned uid);
 
-  /// Whether the account is met for the first time. One in two lists is `creator`'s, whose list that is: nobody else
-  /// counts it. Error-log line.
+  /// Whether the account is met for the first time. One in two lists counts in the first: an error-log line for the
+  /// other.
   bool claimUser(const std::string& account, const std::string& list);
   /// Whether the domain is met for the first time, in the lists of accounts that it is not said to belong to another.
   bool claimDomain(const std::string& domain, const char* account);

@@ -9,9 +9,6 @@ namespace zvtaskq {
 
 namespace {
 
-/// Megabytes, with six digits after the point.
-constexpr const char* kForm = "%f";
-
 template <class Number>
 struct Field {
   const char* key;
@@ -48,7 +45,7 @@ void each(Work work) {
 }
 
 void putNumber(ConfigFile& usage, const char* key, double number) {
-  usage.setParam(key, number, kForm);
+  usage.setParam(key, number, kMegabyteForm);
 }
 template <class Whole>
 void putNumber(ConfigFile& usage, const char* key, Whole number) {

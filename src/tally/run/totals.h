@@ -17,6 +17,10 @@ enum TallyMask : int {
   kTallyAll = 32767,
 };
 
+/// Bytes of a megabyte, in which usage records count; and how they write them: six digits after the point.
+inline constexpr double kMegabyte = 1048576;
+inline constexpr const char* kMegabyteForm = "%f";
+
 struct TallyTotals {
   /// Megabytes.
   double quota = 0;

@@ -20,8 +20,6 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr double kMegabyte = 1048576;
-constexpr const char* kForm = "%f";
 constexpr int kGeneral = 1;
 
 /// "2026-11", the month of now.
@@ -114,9 +112,9 @@ void UserStep::keepDomainUsage(const std::string& domain, double bytes, ConfigFi
   if (isThisMonth && !isTakenBack && bytes <= 0) return;
   const double before = isThisMonth ? amountOf(usage, isTakenBack ? "before" : "bandwidth") : 0;
   usage.setParam("month", month.c_str());
-  usage.setParam("before", before, kForm);
+  usage.setParam("before", before, kMegabyteForm);
   usage.setParam("stamp", run_.byteLogs()->stamp());
-  usage.setParam("bandwidth", before + bytes / kMegabyte, kForm);
+  usage.setParam("bandwidth", before + bytes / kMegabyte, kMegabyteForm);
   if (usage.writeFile()) return;
   errorLog("Error writing %s: %s", usage.getFilename(), usage.result.orEmpty());
   outcome_ = 0;

@@ -21,9 +21,7 @@ namespace zvtaskq {
 
 namespace {
 
-constexpr double kMegabyte = 1048576;
 constexpr const char* kPanelTraffic = "ZorvaneUsage.bytes";
-constexpr const char* kForm = "%f";
 /// Billed logs that may wait for the next flush.
 constexpr std::size_t kMostWaiting = 1000;
 constexpr const char* kSpool = "/var/spool/mail/";
@@ -172,7 +170,7 @@ int UserStep::billTraffic() {
   if (!breakdown_.writeFile()) {
     errorLog("Error writing: %s : %s", breakdown_.getFilename(), breakdown_.result.orEmpty());
   }
-  usage_.setParam("bandwidth", amountOf(breakdown_, "simpletotal") / kMegabyte, kForm);
+  usage_.setParam("bandwidth", amountOf(breakdown_, "simpletotal") / kMegabyte, kMegabyteForm);
   if (bill_ != nullptr && run_.byteLogs()->waiting() > kMostWaiting) run_.byteLogs()->flush();
   return outcome_;
 }
@@ -205,7 +203,7 @@ void UserStep::addDiskTotal() {
     used += part.bytes;
     debug(kSpaceShown, "  spaceused: %f (add %s %lld)", used, part.what, static_cast<long long>(part.bytes));
   }
-  usage_.setParam("quota", used / kMegabyte, kForm);
+  usage_.setParam("quota", used / kMegabyte, kMegabyteForm);
   usage_.setParam("inode", getInodes(run_.inodes, name_.c_str()));
   if (!usage_.existsParam("db_quota")) usage_.setParam("db_quota", 0);
   if (!usage_.existsParam("email_quota")) usage_.setParam("email_quota", 0);

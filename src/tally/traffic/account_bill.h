@@ -60,10 +60,6 @@ class AccountBill {
     const std::string& path;
     std::string log;
   };
-  struct Tail {
-    long long mark;
-    bool isHeld;
-  };
 
   template <class Sum>
   void readAll(const Place& place, AsideLogs logs, Sum sum);

@@ -60,6 +60,8 @@ ByteLogs::~ByteLogs() {
   if (stamp_ == 0) return;
   const AsUser panel(kPanelUser);
   const Descriptor state = openStateFolder();
+  // What others noted and took back since this one began counts, not what it read then.
+  stamps_.empty();
   if (!state || ::flock(state.get(), LOCK_EX) != 0 || !stamps_.readFile()) return;
   if (whole && !leftBehind_) stamps_.deleteParam(joined(kOpen, std::to_string(stamp_)).c_str());
   // Those of tallies that go on beside this one stay: theirs are as young as this one.
@@ -73,12 +75,12 @@ ByteLogs::~ByteLogs() {
   if (!stamps_.writeFile()) errorLog("Unable to write %s: %s", stamps_.getFilename(), stamps_.result.orEmpty());
 }
 
-int ByteLogs::begin(IsWantedHost isWanted, void* context) {
+int ByteLogs::begin(IsWantedHost isWanted, void* context, Current current) {
   const FailScope scope("byte_logs");
   if (!takeStamp()) return 0;
   const AsRoot root;
   folder_ = openGuardedFolder(path_.c_str());
-  putAside(isWanted, context);
+  putAside(isWanted, context, current);
   graceEnd_ = std::time(nullptr) + kGrace;
   return 1;
 }
@@ -111,7 +113,7 @@ int ByteLogs::takeStamp() {
   return 0;
 }
 
-void ByteLogs::putAside(IsWantedHost isWanted, void* context) {
+void ByteLogs::putAside(IsWantedHost isWanted, void* context, Current current) {
   if (!folder_) return;
   FolderReader entries(folder_.get());
   std::vector<std::string> names;
@@ -119,21 +121,25 @@ void ByteLogs::putAside(IsWantedHost isWanted, void* context) {
     if (std::strstr(entry->d_name, kEnding.data()) != nullptr) names.emplace_back(entry->d_name);
   }
   if (entries.failed()) errorLog("Unable to read %s: %s", path_.c_str(), std::strerror(errno));
-  for (const std::string& name : names) meet(name.c_str(), isWanted, context);
+  for (const std::string& name : names) meet(name.c_str(), isWanted, context, current);
 }
 
-void ByteLogs::meet(const char* name, IsWantedHost isWanted, void* context) {
+void ByteLogs::meet(const char* name, IsWantedHost isWanted, void* context, Current current) {
   const std::string_view whole = name;
   const std::size_t ending = whole.rfind(kEnding);
   const std::string_view host = whole.substr(0, ending), log = whole.substr(0, ending + kEnding.size());
   if (!isWanted(context, host)) return;
   AsideLog found;
   if (readAsideName(whole, log, found)) {
+    // Whoever was killed may not have told the servers, which go on writing there until they are.
+    anyPutAside_ = true;
     aside_.emplace(host, found);
     return;
   }
   struct stat what {};
-  if (whole != log || sys::lstatAt(folder_.get(), name, what) != 0 || !S_ISREG(what.st_mode)) return;
+  if (current == Current::stays || whole != log || sys::lstatAt(folder_.get(), name, what) != 0 ||
+      !S_ISREG(what.st_mode))
+    return;
   found = {joined(log, ".", std::to_string(stamp_)), stamp_};
   if (sys::renameat(folder_.get(), name, folder_.get(), found.name.c_str()) != 0) {
     errorLog("Unable to move %s/%s to %s : %s", path_.c_str(), name, found.name.c_str(), std::strerror(errno));

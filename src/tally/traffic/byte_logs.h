@@ -39,12 +39,15 @@ class ByteLogs {
 
   /// Takes the stamp, and puts aside the logs of those hosts that `isWanted` answers for. 0 with an error-log line when
   /// the stamp cannot be kept: then nothing may be billed.
+  /// One that only looks for what earlier ones left lets the current logs stay.
+  enum class Current { putAside, stays };
   template <class IsWanted>
-  [[nodiscard]] int begin(IsWanted isWanted) {
+  [[nodiscard]] int begin(IsWanted isWanted, Current current = Current::putAside) {
     return begin([](void* context, std::string_view host) { return (*static_cast<IsWanted*>(context))(host); },
-                 &isWanted);
+                 &isWanted, current);
   }
-  /// Some log was put aside that a server may have open: it has to be told, by whoever tells it of other logs too.
+  /// Some log was put aside, by this tally or one before it, that a server may have open: it has to be told, by whoever
+  /// tells it of other logs too.
   bool anyPutAside() const { return anyPutAside_; }
   /// The servers know. From now on they have five seconds to let go of what was put aside.
   void serversWereTold();
@@ -78,10 +81,10 @@ class ByteLogs {
     std::string folder;
     std::string name;
   };
-  [[nodiscard]] int begin(IsWantedHost isWanted, void* context);
+  [[nodiscard]] int begin(IsWantedHost isWanted, void* context, Current current);
   [[nodiscard]] int takeStamp();
-  void putAside(IsWantedHost isWanted, void* context);
-  void meet(const char* name, IsWantedHost isWanted, void* context);
+  void putAside(IsWantedHost isWanted, void* context, Current current);
+  void meet(const char* name, IsWantedHost isWanted, void* context, Current current);
 
   const Config& conf_;
   std::string path_;
