@@ -61,6 +61,14 @@ std::string_view nameOf(int proc, const char* pid, char (&buffer)[kStatusRead]) 
 
 }  // namespace
 
+std::string processName(const char* pid) {
+  const AsRoot root;
+  const Descriptor proc(sys::open("/proc", O_RDONLY | O_DIRECTORY));
+  char buffer[kStatusRead];
+  const bool isId = *pid != '\0' && std::strspn(pid, "0123456789") == std::strlen(pid);
+  return std::string(proc && isId ? nameOf(proc.get(), pid, buffer) : std::string_view());
+}
+
 int getProcessList(ConfigFile& record) {
   const AsRoot root;
   FolderReader proc("/proc");
@@ -88,18 +96,19 @@ int getRunningList(ListFile& list) {
   return 1;
 }
 
-bool isListed(const ListFile& running, const char* service) {
-  const std::string name = service;
-  const std::string kept = name.substr(0, kKeptOfName);
-  if (kept != name && isDueAgain(joined("process_name.", name).c_str())) {
-    errorLog("%s is watched as %s: the system keeps no more of a process's name", name.c_str(), kept.c_str());
+std::string keptOfName(const char* service) {
+  std::string kept = service;
+  if (kept.size() <= kKeptOfName) return kept;
+  kept.resize(kKeptOfName);
+  if (isDueAgain(joined("process_name.", service).c_str())) {
+    errorLog("%s is watched as %s: the system keeps no more of a process's name", service, kept.c_str());
   }
-  return running.existElement(kept.c_str()) != 0;
+  return kept;
 }
 
 int running(const char* service) {
   ListFile list(nullptr);
-  return getRunningList(list) && isListed(list, service) ? 1 : 0;
+  return getRunningList(list) && list.existElement(keptOfName(service).c_str()) ? 1 : 0;
 }
 
 }  // namespace zvtaskq

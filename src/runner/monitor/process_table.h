@@ -1,6 +1,8 @@
 // Who is running.
 #pragma once
 
+#include <string>
+
 namespace zvtaskq {
 
 class ConfigFile;
@@ -12,10 +14,12 @@ class ListFile;
 int getProcessList(ConfigFile& record);
 /// Fills the list with the names of all running processes. 0 only when the scan itself fails.
 [[nodiscard]] int getRunningList(ListFile& list);
-/// Whether the list has the name. The system keeps the first 15 characters of a process's name, so a longer one is
-/// there when a process has those; that it cannot be told from others that begin alike is said in the error log, once a
-/// day.
-bool isListed(const ListFile& running, const char* service);
+/// The name that a process of that service shows. The system keeps the first 15 characters of a process's name; that a
+/// longer one cannot be told from others that begin alike is said in the error log, once a day.
+std::string keptOfName(const char* service);
+/// The name of the process of that id, as `getProcessList` reads it. Empty when there is none, or it is no id.
+/// Runs as root and gives back the identity it finds.
+std::string processName(const char* pid);
 /// Whether a process of that name exists now.
 int running(const char* service);
 

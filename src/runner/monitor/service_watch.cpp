@@ -21,6 +21,7 @@
 #include "runner/monitor/php_fpm.h"
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/services_table.h"
+#include "runner/monitor/watched_processes.h"
 
 namespace zvtaskq {
 
@@ -103,8 +104,7 @@ void checkServices() {
   const std::string path = adminFile("services.status");
   PanelRecord status(path);
   if (!status.readFile()) errorLog("Unable to open %s", path.c_str());
-  ListFile list(nullptr);
-  if (!getRunningList(list)) return;
+  WatchedProcesses processes;
   for (long long i = 0; i < status.size(); ++i) {
     const char* name = status.getNameAt(i);
     if (std::string_view(status.getValueAt(i)) == "OFF") continue;
@@ -112,7 +112,7 @@ void checkServices() {
       errorLog("%s: '%s' cannot be the name of a service, not watched", path.c_str(), name);
       continue;
     }
-    if (!isListed(list, name)) bringUp(name, list);
+    if (!processes.has(name)) bringUp(name, processes.all());
   }
 }
 

@@ -1,7 +1,9 @@
 #include "runner/monitor/process_table.h"
 
+#include "core/panel/state_folder.h"
 #include "core/process/child.h"
 #include "core/process/execute.h"
+#include "runner/monitor/watched_processes.h"
 #include "support/panel_folder.h"
 
 TEST(ProcessTable, HasTheFirstWordOfEachNameAndItsIds) {
@@ -30,4 +32,25 @@ TEST(ProcessTable, HasTheFirstWordOfEachNameAndItsIds) {
   EXPECT_EQ(running("zv-fifteen-lond-and-more"), 0);
   EXPECT_TRUE(holds(panel.logs.errors(), "zv-fifteen-long-and-more is watched as zv-fifteen-long: "));
   EXPECT_EQ(times(panel.logs.errors(), "zv-fifteen-long-and-more"), 1);
+}
+
+TEST(WatchedProcesses, WhatWasKnownOfAServiceIsAHintAlone) {
+  const PanelFolder panel;
+  fs::copy("/bin/sleep", panel.path("zvhint"));
+  const std::string known = stateFile("watched_processes");
+  const auto has = [](const char* service) { return WatchedProcesses().has(service); };
+  EXPECT_FALSE(has("zvhint"));
+  {
+    const Child sleeper = Child::start(ChildPlan::program(panel.path("zvhint"), {"600"}));
+    const std::string pid = std::to_string(sleeper.pid());
+    while (processName(pid.c_str()) != "zvhint") nap(1);
+    EXPECT_TRUE(has("zvhint"));
+    EXPECT_EQ(contentOf(known), "zvhint=" + pid + "\n");
+    for (const char* wrong : {"1", "", "../self", "99999999999999999999"}) {
+      writeText(known, joined("zvhint=", wrong, "\n"));
+      EXPECT_TRUE(has("zvhint")) << wrong;
+      EXPECT_EQ(contentOf(known), "zvhint=" + pid + "\n");
+    }
+  }
+  EXPECT_FALSE(has("zvhint"));
 }
