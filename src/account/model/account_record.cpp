@@ -36,16 +36,14 @@ constexpr long long kMostBytes = 4LL * 1024 * 1024;
 template <class File, class... How>
 int readPanels(File& file, bool mayBeMissing, How... how) {
   const AsUser panel(kPanelUser);
-  struct stat what {};
-  const bool isThere = sys::lstat(file.getFilename(), what) == 0;
-  if (!isThere && errno == ENOENT && mayBeMissing) return 1;
-  if (isThere && what.st_size > kMostBytes) {
-    return fail(file.result, file.getFilename(), " is larger than any account's record");
-  }
+  file.mostBytes = kMostBytes;
   const bool locks = std::exchange(file.useLock, false);
   const int isRead = file.readFile(how...);
   file.useLock = locks;
-  return isRead;
+  struct stat what {};
+  if (isRead || !mayBeMissing || sys::lstat(file.getFilename(), what) == 0 || errno != ENOENT) return isRead;
+  file.result = "";
+  return 1;
 }
 
 /// Reads a file of an account's folder; one that is not there is empty.

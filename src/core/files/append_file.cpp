@@ -53,6 +53,10 @@ Appended appendLines(const char* path, std::string_view lines, const char* calle
   }
   const Ids owner = like == nullptr ? Ids{getUID(kPanelUser), getGID(kPanelUser, 0)} : Ids{like->st_uid, like->st_gid};
   const mode_t mode = like == nullptr ? 0600 : like->st_mode & 0777;
+  struct stat now {};
+  const bool isRight = sys::fstat(file.get(), now) == 0 && (now.st_mode & 07777) == mode && now.st_uid == owner.user &&
+                       now.st_gid == owner.group;
+  if (isRight) return Appended::done;
   if (sys::fchmod(file.get(), mode) != 0 || sys::fchown(file.get(), owner.user, owner.group) != 0) {
     errorLog("Unable to give %s to uid %u: %s", path, owner.user, std::strerror(errno));
   }

@@ -47,10 +47,14 @@ Descriptor openOverLinksOfRoot(const char* path) {
 }  // namespace
 
 Descriptor openRegularFile(const char* path) {
+  struct stat what {};
+  return openRegularFile(path, what);
+}
+
+Descriptor openRegularFile(const char* path, struct stat& what) {
   Descriptor file(sys::open(path, kCareful | O_NOFOLLOW));
   if (!file && errno == ELOOP) file = openOverLinksOfRoot(path);
   if (!file) return {};
-  struct stat what {};
   if (sys::fstat(file.get(), what) == 0 && S_ISREG(what.st_mode)) return file;
   file.reset();
   errno = EINVAL;
@@ -70,12 +74,19 @@ SafeFile::SafeFile(const char* path)
 
 int SafeFile::open() {
   const FailScope scope("safe_write");
-  folder_ = Descriptor(sys::open(place_.folder.c_str(), O_PATH | O_DIRECTORY));
+  // One that may not be listed can be written in all the same.
+  folder_ = Descriptor(sys::open(place_.folder.c_str(), O_RDONLY | O_DIRECTORY));
+  if (!folder_) folder_ = Descriptor(sys::open(place_.folder.c_str(), O_PATH | O_DIRECTORY));
   if (!folder_) return 0;
+  const auto make = [&] {
+    constexpr int anew = O_WRONLY | O_CREAT | O_EXCL;
+    file_ = Descriptor(sys::openat(folder_.get(), temporaryName_.c_str(), anew, kModeAlone));
+  };
+  make();
+  if (file_ || errno != EEXIST) return file_ ? 1 : 0;
   if (sys::unlinkat(folder_.get(), temporaryName_.c_str(), 0) != 0 && errno != ENOENT) return 0;
-  file_ = Descriptor(sys::openat(folder_.get(), temporaryName_.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600));
-  if (!file_ || sys::fchmod(file_.get(), 0600) != 0) return 0;
-  return 1;
+  make();
+  return file_ ? 1 : 0;
 }
 
 void SafeFile::writeThrough(std::string_view text) {
@@ -108,9 +119,8 @@ long long SafeFile::sizeOnDisk() const {
 
 int SafeFile::putInPlace() {
   const FailScope scope("safe_write");
-  // A close can report what a write could not; the file itself stays at hand for its owner and mode.
-  Descriptor again(::dup(file_.get()));
-  if (!again || again.close() != 0) return 0;
+  // A close can report what a write could not.
+  if (file_.close() != 0) return 0;
   if (sys::renameat(folder_.get(), temporaryName_.c_str(), folder_.get(), place_.name.c_str()) != 0) return 0;
   syncFolder(folder_.get());
   return 1;

@@ -18,10 +18,15 @@ namespace zvtaskq {
 /// since an administrator may have moved the file. Not open (errno says why; EINVAL for what is no regular file) on
 /// failure.
 Descriptor openRegularFile(const char* path);
+/// The same, and what it is.
+Descriptor openRegularFile(const char* path, struct stat& what);
 
 /// Opens "<path>.1", the log at `path` as it was before it was put aside or emptied, when it holds what the mark
 /// stands for; not open otherwise.
 Descriptor openRotated(const char* path, const LogMark& mark);
+
+/// The mode of a temporary file.
+inline constexpr mode_t kModeAlone = 0600;
 
 /// The new content of a file, on its way: written to "<path>.temp", which replaces `path` when everything is safe on
 /// the disk. Runs under the identity it finds. A ".temp" that is never put in place stays where it is.
@@ -51,7 +56,7 @@ class SafeFile {
   long long sizeOnDisk() const;
   /// Closes the file, with its outcome checked, and renames it onto the path. 0 with errno.
   [[nodiscard]] int putInPlace();
-  /// The file, wherever it stands by now, for its owner and mode to be set.
+  /// The temporary file, for its owner and mode to be set before it is put in place.
   int descriptor() const { return file_.get(); }
   const char* temporaryPath() const { return temporary_.c_str(); }
 

@@ -107,6 +107,7 @@ void LineReader::skipToBoundary() {
 }
 
 bool LineReader::fill() {
+  if (expected_ < 0) return false;
   if (start_ > 0) {
     std::memmove(buffer_.get(), buffer_.get() + start_, end_ - start_);
     end_ -= start_;
@@ -128,6 +129,7 @@ bool LineReader::fill() {
   failed_ = got < 0;
   if (got <= 0) return false;
   end_ += static_cast<std::size_t>(got);
+  if (expected_ > 0 && (expected_ -= got) <= 0) expected_ = -1;
   return true;
 }
 

@@ -42,6 +42,8 @@ class LineReader {
   /// All whole lines that are at hand, as they stand in the file, with their line feeds; valid until the next call.
   /// For whoever reads millions of short lines. A very long line is handed out in what is held of it. False as `next`.
   bool nextBlock(std::string_view& lines);
+  /// A file of that many bytes, unless 0, is read to there without asking whether it has grown since.
+  void expect(long long size) { expected_ = size; }
   /// Discards bytes up to and including the next LF, CR or byte 0xFF.
   void skipToBoundary();
   /// Bytes of whole lines handed out or discarded so far.
@@ -61,6 +63,8 @@ class LineReader {
 
   int fd_;
   long long longest_;
+  /// Bytes of the file that are still to be read: 0 when its size is not known, below when it is read to its end.
+  long long expected_ = 0;
   LongLines longLines_ = LongLines::keep;
   std::unique_ptr<char[]> buffer_;
   std::size_t size_;

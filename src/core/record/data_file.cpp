@@ -17,7 +17,6 @@ namespace zvtaskq {
 
 namespace {
 constexpr unsigned kModeWithGroup = 0640;
-constexpr unsigned kModeAlone = 0600;
 }  // namespace
 
 DataFile::DataFile(const char* filename) : result(Text::copyOf("")) {
@@ -98,6 +97,7 @@ int DataFile::readLines(const char* lockCaller, long long startOffset) {
     }
   }
   LineReader lines(file.get());
+  lines.expect(readSize);
   startAt(file.get(), lines, startOffset);
   std::string_view line;
   while (lines.next(line) && takeLine(line)) {
@@ -118,10 +118,11 @@ int DataFile::readLines(const char* lockCaller, long long startOffset) {
 
 /// The file and what it is. Not open on failure, whose errno is returned.
 int DataFile::openForReading(Descriptor& file, struct stat& what) const {
-  file = openRegularFile(filename_);
-  if (!file || sys::fstat(file.get(), what) != 0) {
+  file = openRegularFile(filename_, what);
+  if (file && what.st_size > mostBytes) {
     file.reset();
-  } else if (!mayBeRead(what)) {
+    errno = EFBIG;
+  } else if (file && !mayBeRead(what)) {
     file.reset();
     errno = ENOENT;
   }
@@ -195,9 +196,9 @@ int DataFile::writeOwned(const char* path, long long expectedSize) {
     static_cast<void>(removeFile(file.temporaryPath()));
     return 0;
   }
-  const int placed = putInPlace(file, path);
+  // First, so that nobody meets it at its path while it is not yet his.
   giveToOwner(file.descriptor());
-  return placed;
+  return putInPlace(file, path);
 }
 
 int DataFile::checkWritten(SafeFile& file, const char* path, long long expectedSize, bool flushed) {
@@ -252,7 +253,8 @@ int DataFile::createEmpty(const char* path) const {
 void DataFile::giveToOwner(int fd) const {
   const FailScope scope("safe_write");
   if (ownerGroup_.isNull()) {
-    static_cast<void>(sys::fchmod(fd, fileMode == 0 ? kModeAlone : fileMode));
+    // It was made with the mode of one that is nobody else's.
+    if (fileMode != 0 && fileMode != kModeAlone) static_cast<void>(sys::fchmod(fd, fileMode));
     return;
   }
   // Only root may give a file to a group that its owner is not in.

@@ -7,6 +7,7 @@
 
 #include <sys/stat.h>
 
+#include <limits>
 #include <string_view>
 
 #include "core/text/text.h"
@@ -33,6 +34,8 @@ class DataFile {
   /// The file's modification time (seconds since the epoch) and size (bytes) when it was last read; 0 before.
   long long readMtime = 0;
   long long readSize = 0;
+  /// A larger file (bytes) is not read.
+  long long mostBytes = std::numeric_limits<long long>::max();
   /// Reads and writes hold the lock file while they work.
   bool useLock = true;
   /// Permission bits given to the written file; 0 means 0640 with an owner group, 0600 without.

@@ -41,9 +41,9 @@ bool isPlanted(const char* path) {
 }
 
 Descriptor openPanelFile(const char* path) {
-  Descriptor file = openRegularFile(path);
   struct stat what {};
-  if (!file || (sys::fstat(file.get(), what) == 0 && isPanels(what))) return file;
+  Descriptor file = openRegularFile(path, what);
+  if (!file || isPanels(what)) return file;
   securityLog("%s belongs to uid %u, not to %s: not read", path, what.st_uid, kPanelUser);
   file.reset();
   errno = ENOENT;

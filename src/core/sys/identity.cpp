@@ -143,7 +143,8 @@ int switchEffective(Ids to) {
   const Ids now = effectiveIds();
   verified.reset();
   if (now.user != to.user || now.group != to.group) {
-    if (setEffectiveUser(0) != 0) return 0;
+    // From root there is nothing to gain first.
+    if (now.user != 0 && setEffectiveUser(0) != 0) return 0;
     if (setEffectiveGroup(to.group) != 0) return 0;
     if (to.user != 0 && setEffectiveUser(to.user) != 0) return 0;
     if (!effectiveIdsAre(to)) {

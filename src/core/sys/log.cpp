@@ -48,10 +48,7 @@ constexpr LogKind kLoginLog{&LogTargets::loginLog, LOG_AUTHPRIV | LOG_INFO, Fall
 class KeepIdentity {
  public:
   KeepIdentity() : before_(effectiveIds()) {}
-  ~KeepIdentity() {
-    static_cast<void>(switchEffective(kRootIds));
-    static_cast<void>(switchEffective(before_));
-  }
+  ~KeepIdentity() { static_cast<void>(switchEffective(before_)); }
   KeepIdentity(const KeepIdentity&) = delete;
   KeepIdentity& operator=(const KeepIdentity&) = delete;
 

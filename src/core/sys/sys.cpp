@@ -273,6 +273,7 @@ PathParts::PathParts(std::string_view path) {
 }
 
 void syncFolder(int folder) {
+  if (sys::fsync(folder) == 0 || errno != EBADF) return;
   // Anew, as a descriptor that only pins the folder cannot be flushed.
   const Descriptor opened(sys::openat(folder, ".", O_RDONLY | O_DIRECTORY));
   if (opened) static_cast<void>(sys::fsync(opened.get()));

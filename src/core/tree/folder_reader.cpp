@@ -31,9 +31,18 @@ const dirent* FolderReader::next() {
 }
 
 bool FolderReader::isFolder(const dirent& entry) const {
-  if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
+  return isOfKind(entry, DT_DIR, S_IFDIR);
+}
+
+bool FolderReader::isFile(const dirent& entry) const {
+  return isOfKind(entry, DT_REG, S_IFREG);
+}
+
+/// As the folder itself tells, or by a look where it does not.
+bool FolderReader::isOfKind(const dirent& entry, unsigned char type, mode_t kind) const {
+  if (entry.d_type != DT_UNKNOWN) return entry.d_type == type;
   struct stat what {};
-  return sys::lstatAt(descriptor(), entry.d_name, what) == 0 && S_ISDIR(what.st_mode);
+  return sys::lstatAt(descriptor(), entry.d_name, what) == 0 && (what.st_mode & S_IFMT) == kind;
 }
 
 }  // namespace zvtaskq

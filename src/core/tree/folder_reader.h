@@ -23,6 +23,8 @@ class FolderReader {
   const dirent* next();
   /// Whether the entry itself is a folder, and no link to one.
   bool isFolder(const dirent& entry) const;
+  /// Whether the entry itself is a regular file, and no link to one.
+  bool isFile(const dirent& entry) const;
   /// Reading ended early, with errno.
   bool failed() const { return failed_; }
   /// The open folder, for work relative to it.
@@ -30,6 +32,7 @@ class FolderReader {
 
  private:
   explicit FolderReader(Descriptor folder);
+  bool isOfKind(const dirent& entry, unsigned char type, mode_t kind) const;
 
   struct Close {
     void operator()(DIR* entries) const { ::closedir(entries); }

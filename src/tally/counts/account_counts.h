@@ -16,7 +16,6 @@ namespace zvtaskq {
 class Config;
 
 struct AccountCounts {
-  long long nsubdomains = 0;
   /// Mailboxes; the account's own, which is its system account, is none of them.
   long long nemails = 0;
   /// Forwarders: names of `aliases`, but neither the catch-all "*" nor the account's own name.
@@ -50,10 +49,10 @@ class Counts {
  private:
   struct Kind;
   static const Kind kMail[];
-  static const Kind kPanel[];
+  static const Kind kPointers;
 
   void countMail(const char* account, const std::string& domain, AccountCounts& counts);
-  void countPanel(const char* account, const std::string& domain, AccountCounts& counts);
+  void countPointers(const char* account, const std::string& domain, AccountCounts& counts);
   bool count(const Descriptor& file, const Kind& kind, const char* account, long long& total);
   long long countNames(const Kind& kind, std::string_view account);
 

@@ -60,8 +60,7 @@ std::vector<std::string> accountsOf(const Task& task) {
   return accounts;
 }
 
-int tallyScope(int type, const char* name, int mask) {
-  Tally tally(type, sys_conf, name);
+int tallyScope(Tally& tally, int mask) {
   const int whole = tally.tallyHo(&quotaTables().quotas, &quotaTables().inodes, mask);
   if (!tally.result.isEmpty()) systemLog("%s", tally.result.get());
   return whole;
@@ -88,12 +87,10 @@ int tallyAll(const Task& task) {
   if (sys_conf->check_partitions == kPartitionsWithTally) check_partition_usage(sys_conf);
   noteNewerRelease();
   if (mask == kTallyAll) static_cast<void>(recountIps());
-  whole &= tallyScope(kTallyServer, nullptr, mask);
+  Tally tally(kTallyServer, sys_conf, nullptr);
+  whole &= tallyScope(tally, mask);
   const bool isHalted = runFlags.halt;
-  if (!isHalted) {
-    Tally allocations(kTallyServer, sys_conf, nullptr);
-    whole &= allocations.getAllocations();
-  }
+  if (!isHalted) whole &= tally.getAllocations();
   static_cast<void>(clear_brute_log_entries(sys_conf));
   keepHouse(task);
   return afterTally() && whole && !isHalted ? 1 : 0;
@@ -102,7 +99,8 @@ int tallyAll(const Task& task) {
 int tallyOne(const Task& task) {
   const TaskTracking tracking(task.record);
   int whole = readQuotas(accountsOf(task));
-  whole &= tallyScope(task.is("type", "reseller") ? kTallyReseller : kTallyUser, task.value(), maskOf(task));
+  Tally tally(task.is("type", "reseller") ? kTallyReseller : kTallyUser, sys_conf, task.value());
+  whole &= tallyScope(tally, maskOf(task));
   return afterTally() && whole ? 1 : 0;
 }
 

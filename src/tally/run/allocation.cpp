@@ -7,6 +7,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "tally/run/tally.h"
+#include "tally/run/tally_run.h"
 
 namespace zvtaskq {
 
@@ -53,6 +54,10 @@ void Allocation::put(ConfigFile& record) const {
 
 int Tally::usageUser() {
   static_assert(std::size(kKeys) == 11);
+  if (const Allocation* known = run_ == nullptr ? nullptr : run_->allotted(joined(name_)); known != nullptr) {
+    allocation->add(*known);
+    return 1;
+  }
   work_.empty();
   if (!readAccount(name_, work_)) {
     errorLog("Tally::usageUser(): Unable to read user %s's usage file %s", name_.orEmpty(), work_.result.orEmpty());
@@ -70,7 +75,7 @@ int Tally::usageReseller() {
     return 0;
   }
   for (int i = 0; i < users.size(); ++i) {
-    Tally user(kTallyUser, conf_, users.getElementAt(i));
+    Tally user(kTallyUser, conf_, users.getElementAt(i), run_);
     // One that cannot be read has had its words.
     if (user.getAllocations()) allocation->add(*user.allocation);
   }
@@ -90,7 +95,7 @@ int Tally::usageAll() {
       return 0;
     }
     for (int i = 0; i < names.size(); ++i) {
-      Tally reseller(kTallyReseller, conf_, names.getElementAt(i));
+      Tally reseller(kTallyReseller, conf_, names.getElementAt(i), run_);
       whole = reseller.getAllocations() && whole ? 1 : 0;
       if (reseller.allocation != nullptr) allocation->add(*reseller.allocation);
     }

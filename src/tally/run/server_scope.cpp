@@ -122,7 +122,7 @@ int Tally::tallyAll(int mask) {
 void Tally::tallyOthers(const ListFile& names, int type, int mask) {
   for (int i = 0; i < names.size() && !runFlags.halt; ++i) {
     const char* name = names.getElementAt(i);
-    Tally other(type, conf_, name, *run_);
+    Tally other(type, conf_, name, run_);
     // What could not be done has had its words, and does not keep the others from being tallied.
     const int done = other.tallyHo(quotas_, inodes_, mask);
     stringCat(result, other.result);

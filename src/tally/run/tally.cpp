@@ -22,12 +22,10 @@ std::string_view usageFileOf(int type) {
 
 }  // namespace
 
-Tally::Tally(int type, const Config* conf, const char* name)
-    : type_(type), name_(Text::copyOf(name)), conf_(conf), run_(nullptr) {}
+Tally::Tally(int type, const Config* conf, const char* name) : Tally(type, conf, name, nullptr) {}
 
-Tally::Tally(int type, const Config* conf, const char* name, TallyRun& run) : Tally(type, conf, name) {
-  run_ = &run;
-}
+Tally::Tally(int type, const Config* conf, const char* name, TallyRun* run)
+    : type_(type), name_(Text::copyOf(name)), conf_(conf), run_(run) {}
 
 Tally::~Tally() = default;
 

@@ -37,7 +37,8 @@ class Tally {
   [[nodiscard]] int tallyUser(int mask);
 
   /// Computes anew what has been allocated, the sums of the limits handed out, and writes them: "reseller.allocation"
-  /// of each reseller and administrator, "admin.allocation" of the server. 0 with an error-log line.
+  /// of each reseller and administrator, "admin.allocation" of the server. What this object's tally has read is not
+  /// read again. 0 with an error-log line.
   [[nodiscard]] int getAllocations();
   [[nodiscard]] int usageAll();
   [[nodiscard]] int usageReseller();
@@ -59,7 +60,7 @@ class Tally {
   std::unique_ptr<class Allocation> allocation;
 
  private:
-  Tally(int type, const Config* conf, const char* name, TallyRun& run);
+  Tally(int type, const Config* conf, const char* name, TallyRun* run);
   /// The tallies of those in the scope, added to the sums.
   void tallyOthers(const ListFile& names, int type, int mask);
   void tallyOwnAccount(int mask);

@@ -9,6 +9,7 @@
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "services/web/web_server_signal.h"
+#include "tally/disk/mail_counting.h"
 #include "tally/logs/web_logs.h"
 #include "tally/traffic/ftp_traffic.h"
 
@@ -75,9 +76,19 @@ const Databases& TallyRun::databases() {
   return *databases_;
 }
 
+bool TallyRun::countsMailOnTop() {
+  if (!mailOnTop_) mailOnTop_ = countEmail(&conf) != 0;
+  return *mailOnTop_;
+}
+
 long long TallyRun::webmailFilesOf(unsigned uid) {
   if (webmail_ == nullptr) webmail_ = std::make_unique<OwnedFiles>(kWebmailFiles);
   return webmail_->of(uid);
+}
+
+const Allocation* TallyRun::allotted(const std::string& account) const {
+  const auto known = limits_.find(account);
+  return known == limits_.end() ? nullptr : &known->second;
 }
 
 bool TallyRun::claimUser(const std::string& account, const std::string& list) {

@@ -3,13 +3,16 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "core/record/config_file.h"
 #include "services/database/usage.h"
 #include "tally/counts/account_counts.h"
 #include "tally/disk/owned_files.h"
+#include "tally/run/allocation.h"
 #include "tally/run/progress_bar.h"
 #include "tally/run/totals.h"
 #include "tally/traffic/byte_logs.h"
@@ -49,6 +52,8 @@ class TallyRun {
   const Databases& databases();
   /// The owner of a domain by the table of owners; null when nobody is.
   const char* ownerOf(const char* domain) const;
+  /// Mail outside the homes is counted on top of the quotas, by the settings and partitions of now: looked up once.
+  bool countsMailOnTop();
   /// The bytes that an owner has among webmail's temporary files.
   long long webmailFilesOf(unsigned uid);
 
@@ -57,6 +62,11 @@ class TallyRun {
   bool claimUser(const std::string& account, const std::string& list);
   /// Whether the domain is met for the first time, in the lists of accounts that it is not said to belong to another.
   bool claimDomain(const std::string& domain, const char* account);
+  /// Keeps what an account's record, which has been read, allots to it, for `allotted`; null for one that was not met.
+  void noteLimits(const std::string& account, const ConfigFile& record) {
+    limits_[account].add(record, account.c_str());
+  }
+  const Allocation* allotted(const std::string& account) const;
   bool hasMet(const std::string& account) const { return users_.contains(account); }
   /// An account was left out.
   void skipped() { whole_ = false; }
@@ -71,7 +81,9 @@ class TallyRun {
   std::unique_ptr<Counts> counts_;
   std::unique_ptr<DatabaseOwners> databaseOwners_;
   std::unique_ptr<Databases> databases_;
+  std::optional<bool> mailOnTop_;
   std::unique_ptr<OwnedFiles> webmail_;
+  std::unordered_map<std::string, Allocation> limits_;
   std::map<std::string, std::string> users_;
   std::map<std::string, std::string> domains_;
   bool whole_ = true;

@@ -1,5 +1,6 @@
 // The domains of an account in its step of a tally.
 #include <ctime>
+#include <set>
 
 #include "account/lifecycle/suspension.h"
 #include "account/model/account_record.h"
@@ -15,6 +16,7 @@
 #include "tally/logs/web_statistics.h"
 #include "tally/run/tally_run.h"
 #include "tally/run/user_step.h"
+#include "tally/traffic/ftp_traffic.h"
 
 namespace zvtaskq {
 
@@ -36,23 +38,23 @@ std::string monthOfNow() {
 /// First what is the panel's to read, then all that root is needed for, then what follows from it: an identity costs as
 /// much as a file.
 void UserStep::visitDomains() {
-  struct Visit {
-    std::vector<std::string> subdomains;
-    ByteSums traffic;
-  };
-  std::vector<Visit> visits(domains_.size());
-  for (std::size_t i = 0; i < visits.size(); ++i) {
+  std::vector<ByteSums> traffic(domains_.size());
+  std::vector<std::vector<std::string>> subdomains(domains_.size());
+  for (std::size_t i = 0; i < domains_.size(); ++i) {
     // Without the list the domain itself is tallied: the error log says so.
-    static_cast<void>(readSubdomains(name_.c_str(), domains_[i].c_str(), visits[i].subdomains));
+    if (!readSubdomains(name_.c_str(), domains_[i].c_str(), subdomains[i])) subdomainsAreWhole_ = false;
+    nsubdomains_ += std::set<std::string_view>(subdomains[i].begin(), subdomains[i].end()).size();
   }
   {
     const AsRoot root;
-    for (std::size_t i = 0; i < visits.size(); ++i) visitDomain(domains_[i], visits[i].subdomains, visits[i].traffic);
+    measureMail();
+    if (bill_ != nullptr && run_.ftpIsRead()) traffic_.ftp = getFtpTotal(*bill_);
+    for (std::size_t i = 0; i < domains_.size(); ++i) visitDomain(domains_[i], subdomains[i], traffic[i]);
   }
   if ((mask_ & (kTallyBandwidth | kTallySuspend)) == 0) return;
-  for (std::size_t i = 0; i < visits.size(); ++i) {
+  for (std::size_t i = 0; i < domains_.size(); ++i) {
     ConfigFile usage(nullptr);
-    keepDomainUsage(domains_[i], visits[i].traffic.total, usage);
+    keepDomainUsage(domains_[i], traffic[i].total, usage);
     checkDomainLimits(domains_[i], usage);
   }
 }

@@ -10,12 +10,10 @@
 #include "core/sys/privileges.h"
 #include "core/text/text.h"
 #include "notify/old_messages.h"
-#include "tally/disk/mail_counting.h"
 #include "tally/disk/quota_tables.h"
 #include "tally/logs/account_logs.h"
 #include "tally/run/tally_run.h"
 #include "tally/traffic/bandwidth_breakdown.h"
-#include "tally/traffic/ftp_traffic.h"
 
 namespace zvtaskq {
 
@@ -61,6 +59,7 @@ int UserStep::readFiles() {
     addResult(why, usage_.result);
   }
   if (why.isNull()) {
+    run_.noteLimits(name_, record_);
     std::erase_if(domains_, [&](const std::string& domain) { return !run_.claimDomain(domain, name_.c_str()); });
     return 1;
   }
@@ -95,11 +94,12 @@ int UserStep::run() {
   }
   if (run_.byteLogs() != nullptr) bill_ = std::make_unique<AccountBill>(*run_.byteLogs(), name_.c_str());
   if (!system_.home.empty() && run_.wants(kTallyDisk)) home_ = openHome(name_.c_str());
-  if (run_.wants(kTallyDisk) && !run_.conf.simple_disk_usage) measureMail();
-  if (bill_ != nullptr && run_.ftpIsRead()) traffic_.ftp = getFtpTotal(*bill_);
   visitDomains();
-  measureOthers();
-  billTraffic();
+  {
+    const AsRoot root;
+    measureOthers();
+    billTraffic();
+  }
   keepHouse();
   addDiskTotal();
   count();
@@ -116,8 +116,9 @@ int UserStep::run() {
 
 /// What lies in the home but is somebody else's, and so is not in the quota, is counted on top of it.
 void UserStep::measureMail() {
+  if (!run_.wants(kTallyDisk) || run_.conf.simple_disk_usage) return;
   const AsRoot root;
-  const bool onTop = countEmail(&run_.conf) != 0;
+  const bool onTop = run_.countsMailOnTop();
   long long mail = 0;
   if (onTop) {
     const long long spool = fileSizeOf(joined(kSpool, name_), true);
@@ -218,7 +219,7 @@ void UserStep::count() {
     bool isWhole;
   } rows[] = {
       {"vdomains", static_cast<long long>(domains_.size()), true},
-      {"nsubdomains", counts.nsubdomains, counts.isWhole},
+      {"nsubdomains", static_cast<long long>(nsubdomains_), subdomainsAreWhole_},
       {"nemails", counts.nemails, counts.isWhole},
       {"nemailf", counts.nemailf, counts.isWhole},
       {"nemailml", counts.nemailml, counts.isWhole},

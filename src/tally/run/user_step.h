@@ -76,6 +76,8 @@ class UserStep {
   ConfigFile usage_{nullptr};
   ConfigFile breakdown_{nullptr};
   std::vector<std::string> domains_;
+  std::size_t nsubdomains_ = 0;
+  bool subdomainsAreWhole_ = true;
   SystemAccount system_;
   OpenedFolder home_;
   DiskBreakdown disk_;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -75,7 +76,9 @@ ByteSums AccountBill::host(const std::string& host) {
   const AsRoot root;
   const Place place{logs_.folder(), logs_.path(), joined(host, ".bytes")};
   AsideLogs logs = logs_.takeLogs(host);
-  addCurrent(place, logs);
+  // What the servers write since the logs were put aside is for the next tally.
+  const auto isOfNow = [&](const AsideLog& log) { return log.stamp == logs_.stamp(); };
+  if (std::none_of(logs.begin(), logs.end(), isOfNow)) addCurrent(place, logs);
   readAll(place, std::move(logs), [&](LineReader& reader, long long most) {
     for (std::string_view lines; reader.consumed() < most && reader.nextBlock(lines);) addByteLines(lines, sums);
   });
@@ -90,21 +93,23 @@ double AccountBill::noted(const char* file) {
   if (!folder_) return 0;
   const Place place{folder_, path_, file};
   AsideLogs logs = inOwnFolder(file);
-  {
-    // Whoever adds to it holds its lock: nobody has it open while it is renamed.
-    struct stat what {};
-    FileLock lock;
-    const std::string path = joined(path_, "/", file);
-    if (sys::lstatAt(folder_.get(), file, what) != 0) {
-    } else if (!lock.take(path.c_str(), kLockMaximumAge, "AccountBill", nullptr)) {
-      errorLog("Can't get lock on %s for tally of %s", path.c_str(), account_.c_str());
-    } else {
-      addCurrent(place, logs);
-    }
-  }
+  addNoted(place, logs);
   hasOwnAside_ = hasOwnAside_ || !logs.empty();
   readAll(place, std::move(logs), [&](LineReader& reader, long long most) { sum += sumTallyLines(reader, most); });
   return sum;
+}
+
+/// Whoever adds to it holds its lock: nobody has it open while it is renamed.
+void AccountBill::addNoted(const Place& place, AsideLogs& logs) {
+  struct stat what {};
+  if (sys::lstatAt(place.folder.get(), place.log.c_str(), what) != 0) return;
+  FileLock lock;
+  const std::string path = joined(place.path, "/", place.log);
+  if (lock.take(path.c_str(), kLockMaximumAge, "AccountBill", nullptr)) {
+    addCurrent(place, logs);
+  } else {
+    errorLog("Can't get lock on %s for tally of %s", path.c_str(), account_.c_str());
+  }
 }
 
 void AccountBill::openOwnFolder() {
@@ -172,11 +177,12 @@ void AccountBill::readAll(const Place& place, AsideLogs logs, Sum sum) {
   for (AsideLog& log : logs) {
     if (log.stamp != logs_.stamp() && !takeOver(place, log)) continue;
     const Descriptor file(sys::openat(place.folder.get(), log.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+    if (!file) continue;
+    const bool held = isHeld(file.get());
     struct stat what {};
-    if (!file || sys::fstat(file.get(), what) != 0 || !S_ISREG(what.st_mode)) continue;
+    if (sys::fstat(file.get(), what) != 0 || !S_ISREG(what.st_mode)) continue;
     const long long mark = markOf(what);
-    const bool held = isHeld(file.get(), mark, what);
-    if (sys::fstat(file.get(), what) != 0 || ::lseek(file.get(), mark, SEEK_SET) != mark) continue;
+    if (mark > 0 && ::lseek(file.get(), mark, SEEK_SET) != mark) continue;
     LineReader reader(file.get(), LongLines::chop);
     sum(reader, what.st_size - mark);
     if (reader.failed()) {
@@ -194,11 +200,15 @@ void AccountBill::readAll(const Place& place, AsideLogs logs, Sum sum) {
 
 /// Whether somebody still writes to the log, who has had his time to let go of it. Where that cannot be told, whether
 /// it has grown since it was looked at last.
-bool AccountBill::isHeld(int fd, long long mark, const struct stat& what) const {
+bool AccountBill::isHeld(int fd) {
+  struct stat before {};
   for (;;) {
     const ReadLease lease(fd);
     if (lease.granted()) return false;
-    if (!logs_.waitForWriters()) return lease.refused() || mark == 0 || what.st_size > mark;
+    if (before.st_ino == 0 && (sys::fstat(fd, before) != 0 || !S_ISREG(before.st_mode))) return false;
+    if (logs_.waitForWriters()) continue;
+    const long long mark = markOf(before);
+    return lease.refused() || mark == 0 || before.st_size > mark;
   }
 }
 

@@ -65,9 +65,10 @@ class AccountBill {
   void readAll(const Place& place, AsideLogs logs, Sum sum);
   AsideLogs inOwnFolder(const char* file);
   void addCurrent(const Place& place, AsideLogs& logs);
+  void addNoted(const Place& place, AsideLogs& logs);
   bool takeOver(const Place& place, AsideLog& log);
   bool rename(const Place& place, AsideLog& log);
-  bool isHeld(int fd, long long mark, const struct stat& what) const;
+  bool isHeld(int fd);
   bool isBilled(long long stamp);
   void openOwnFolder();
   long long billedPlace(const char* value);

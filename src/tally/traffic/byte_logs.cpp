@@ -118,7 +118,8 @@ void ByteLogs::putAside(IsWantedHost isWanted, void* context, Current current) {
   FolderReader entries(folder_.get());
   std::vector<std::string> names;
   while (const dirent* entry = entries.next()) {
-    if (std::strstr(entry->d_name, kEnding.data()) != nullptr) names.emplace_back(entry->d_name);
+    if (entries.isFile(*entry) && std::strstr(entry->d_name, kEnding.data()) != nullptr)
+      names.emplace_back(entry->d_name);
   }
   if (entries.failed()) errorLog("Unable to read %s: %s", path_.c_str(), std::strerror(errno));
   for (const std::string& name : names) meet(name.c_str(), isWanted, context, current);
@@ -136,10 +137,7 @@ void ByteLogs::meet(const char* name, IsWantedHost isWanted, void* context, Curr
     aside_.emplace(host, found);
     return;
   }
-  struct stat what {};
-  if (current == Current::stays || whole != log || sys::lstatAt(folder_.get(), name, what) != 0 ||
-      !S_ISREG(what.st_mode))
-    return;
+  if (current == Current::stays || whole != log) return;
   found = {joined(log, ".", std::to_string(stamp_)), stamp_};
   if (sys::renameat(folder_.get(), name, folder_.get(), found.name.c_str()) != 0) {
     errorLog("Unable to move %s/%s to %s : %s", path_.c_str(), name, found.name.c_str(), std::strerror(errno));

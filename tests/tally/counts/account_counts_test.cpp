@@ -48,13 +48,12 @@ TEST(AccountCounts, EachKindOfFile) {
       {"lists", "lists.list", "news\n\nnews\nteam\r\n# no\n", &AccountCounts::nemailml, 2},
       {"autoresponders", "autoresponder.conf", "a:subject=Away\nb:\n", &AccountCounts::nemailr, 2},
       {"no vacations", "vacation.conf", "a:starttime=morning\n", &AccountCounts::nemailr, 0},
-      {"subdomains", "subdomains", "www\nshop\n", &AccountCounts::nsubdomains, 2},
       {"pointers", "pointers", "one.example\ntwo.example=redirect\n", &AccountCounts::domainptr, 2},
       {"a file that is empty", "passwd", "", &AccountCounts::nemails, 0},
   };
   for (const Case& c : cases) {
     const CountsPanel panel;
-    const bool isPanels = c.count == &AccountCounts::nsubdomains || c.count == &AccountCounts::domainptr;
+    const bool isPanels = c.count == &AccountCounts::domainptr;
     writeText(isPanels ? panel.panel(c.file) : panel.mail(c.file), c.content);
     const AccountCounts counts = panel.counted();
     EXPECT_EQ(counts.*c.count, c.want) << c.name;
@@ -88,7 +87,6 @@ TEST(AccountCounts, HostileFilesCountNothing) {
                {"", "f() { rm -r $1; ln -s /etc ${1%/}; }; f "},
                {"pointers", "mkfifo -m 666 "},
                {"pointers", "truncate -s 1T "},
-               {"subdomains", "ln -s /etc/hosts ", false},
                {"pointers", "install -o mail -m 644 /etc/hosts ", false}};
   for (const auto& c : cases) {
     const CountsPanel panel;

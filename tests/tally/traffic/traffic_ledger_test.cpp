@@ -25,7 +25,7 @@ class Ledger : public ::testing::Test {
 
 TEST_F(Ledger, WhatIsBilledIsNotBilledAgainWhenItCannotBeReadOrFlushed) {
   for (const auto& [plan, error] :
-       {std::pair("traffic_ledger.read:EIO:2", "Unable to read "), {"traffic_ledger.fsync:EIO", "Unable to flush "}}) {
+       {std::pair("traffic_ledger.read:EIO:1", "Unable to read "), {"traffic_ledger.fsync:EIO", "Unable to flush "}}) {
     const LogCapture said;
     const std::string billed = "23=type=ftp&time=5\n";
     leave("bytes_bob=23\nentering=1\ntime=5\n");
