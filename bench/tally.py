@@ -10,7 +10,26 @@ PANEL = os.path.join(os.path.dirname(bench.__file__), "panel.sh")
 PROGRAM = "/usr/local/zorvane/zvtaskq"
 QUEUE = "/usr/local/zorvane/data/task.queue"
 KEPT = "/tmp/kept"
-LIVE = "/usr/local/zorvane/data /var/log/httpd"
+LIVE = ("/usr/local/zorvane/data", "/var/log/httpd")
+
+# What a tally takes away or adds to comes back as it was; the records stay as the last tally left them.
+REFILL = f"""
+name=$1
+# The list of all accounts is written by a process that the tally leaves behind.
+while pgrep -x zvtaskq >/dev/null; do sleep 0.1; done
+now=$(cat {KEPT}/now)
+if [[ $now != "$name" ]]; then
+    for live in {" ".join(LIVE)}; do
+        mv "$live" "{KEPT}/$now/${{live##*/}}"
+        mv "{KEPT}/$name/${{live##*/}}" "$live"
+    done
+    echo "$name" >{KEPT}/now
+fi
+find {server.USERS} -maxdepth 2 -name 'bandwidth.tally*' -delete
+tar -C / -xf {KEPT}/$name.tar
+echo 'action=tally&value=all' >{QUEUE}
+sync
+"""
 
 # What the records are for: read, summed, written anew, without locks, without asking whose they are.
 PYTHON = f"""
@@ -113,23 +132,30 @@ def lay(accounts):
 
 
 def refill(name):
-    """The same server again, and with it the line in the queue."""
-    # The list of all accounts is written by a process that the tally leaves behind.
-    return (f"until rm -rf {LIVE} 2>/dev/null; do sleep 0.2; done; tar -C / -xf {KEPT}.{name} && echo 'action=tally&value=all' > {QUEUE} && sync")
+    """The server of that name, before its tally."""
+    return f"bash /tmp/refill.sh {name}"
 
 
 def keep(name, accounts):
-    subprocess.run(["rm", "-rf", *LIVE.split()], check=True)
+    """Lays a server and puts it by; its traffic is what a tally takes away."""
     lay(accounts)
-    subprocess.run(f"tar -C / -cf {KEPT}.{name} {LIVE}", shell=True, check=True)
+    os.makedirs(f"{KEPT}/{name}")
+    subprocess.run(f"cd / && find {server.USERS} {server.WEB_LOGS} -name '*.bytes' -print0 |"
+                   f" tar --create --null --files-from=- --file={KEPT}/{name}.tar 2>/dev/null", shell=True, check=True)
+    for live in LIVE:
+        os.rename(live, f"{KEPT}/{name}/{os.path.basename(live)}")
 
 
 def main():
-    for name, text in (("tally.py", PYTHON), ("tally.sh", SHELL)):
+    for name, text in (("tally.py", PYTHON), ("tally.sh", SHELL), ("refill.sh", REFILL)):
         with open("/tmp/" + name, "w", encoding="ascii") as script:
             script.write(text)
     keep("half", ACCOUNTS // 2)
     keep("all", ACCOUNTS)
+    for live in LIVE:
+        os.rename(f"{KEPT}/all/{os.path.basename(live)}", live)
+    with open(f"{KEPT}/now", "w", encoding="ascii") as now:
+        now.write("all")
     work = f"full tally of {ACCOUNTS:,} accounts with two domains"
     bench.compare(f"{work}; Python, without locks", "<= 1.25", PROGRAM, "python3 /tmp/tally.py", before=refill("all"))
     bench.compare(f"{work}; shell, an awk a user, reading only", ">= 3", PROGRAM, "bash /tmp/tally.sh", before=refill("all"), runs=3)

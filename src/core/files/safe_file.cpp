@@ -1,5 +1,6 @@
 #include "core/files/safe_file.h"
 
+#include <fcntl.h>
 #include <limits.h>
 #include <unistd.h>
 
@@ -103,10 +104,20 @@ void SafeFile::drain() {
   used_ = 0;
 }
 
-int SafeFile::finish() {
+int SafeFile::writeOut() {
   drain();
+  buffer_.reset();
+  errno = error_;
+  return error_ == 0 ? 1 : 0;
+}
+
+void SafeFile::startFlush() const {
+  static_cast<void>(::sync_file_range(file_.get(), 0, 0, SYNC_FILE_RANGE_WRITE));
+}
+
+int SafeFile::flush() {
   const FailScope scope("safe_write");
-  if (error_ == 0 && sys::fsync(file_.get()) != 0) error_ = errno;
+  if (sys::fsync(file_.get()) != 0) error_ = errno;
   errno = error_;
   return error_ == 0 ? 1 : 0;
 }
@@ -118,12 +129,22 @@ long long SafeFile::sizeOnDisk() const {
 }
 
 int SafeFile::putInPlace() {
+  if (!rename()) return 0;
+  flushFolder();
+  return 1;
+}
+
+int SafeFile::rename() {
   const FailScope scope("safe_write");
   // A close can report what a write could not.
   if (file_.close() != 0) return 0;
   if (sys::renameat(folder_.get(), temporaryName_.c_str(), folder_.get(), place_.name.c_str()) != 0) return 0;
-  syncFolder(folder_.get());
   return 1;
+}
+
+void SafeFile::flushFolder() const {
+  const FailScope scope("safe_write");
+  syncFolder(folder_.get());
 }
 
 }  // namespace zvtaskq

@@ -49,13 +49,24 @@ class SafeFile {
     buffer_[used_++] = c;
   }
   /// Writes out and flushes to the disk. 0 with errno when any of it failed; `written` says how far it came.
-  [[nodiscard]] int finish();
+  [[nodiscard]] int finish() { return writeOut() && flush() ? 1 : 0; }
   /// The bytes that reached the temporary file.
   long long written() const { return written_; }
   /// The size of the temporary file as the system sees it, -1 when it cannot tell.
   long long sizeOnDisk() const;
-  /// Closes the file, with its outcome checked, and renames it onto the path. 0 with errno.
+  /// Closes the file, with its outcome checked, renames it onto the path and flushes the folder. 0 with errno.
   [[nodiscard]] int putInPlace();
+
+  // The steps of `finish` and `putInPlace`, for who writes several files at once. 0 with errno.
+  [[nodiscard]] int writeOut();
+  /// Sets the disk to work on it, without waiting.
+  void startFlush() const;
+  [[nodiscard]] int flush();
+  [[nodiscard]] int rename();
+  void flushFolder() const;
+  const std::string& folder() const { return place_.folder; }
+  std::string path() const { return joined(place_.folder, "/", place_.name); }
+
   /// The temporary file, for its owner and mode to be set before it is put in place.
   int descriptor() const { return file_.get(); }
   const char* temporaryPath() const { return temporary_.c_str(); }

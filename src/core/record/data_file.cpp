@@ -4,10 +4,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "core/files/lock_file.h"
 #include "core/files/safe_file.h"
+#include "core/files/write_batch.h"
 #include "core/read/line_reader.h"
 #include "core/sys/fail_point.h"
 #include "core/sys/log.h"
@@ -184,26 +187,28 @@ bool DataFile::leftAlone(const char* path) {
 }
 
 int DataFile::writeOwned(const char* path, long long expectedSize) {
-  SafeFile file(path);
-  if (!file.open()) {
+  auto file = std::make_unique<SafeFile>(path);
+  if (!file->open()) {
     const std::string why = std::strerror(errno);
     addResult(result, "Unable to open file for writing");
     return fail(result, why);
   }
-  writeContent(file);
-  const bool flushed = file.finish() != 0;
-  if (!checkWritten(file, path, expectedSize, flushed)) {
-    static_cast<void>(removeFile(file.temporaryPath()));
+  writeContent(*file);
+  const bool isWritten = (batch == nullptr ? file->finish() : file->writeOut()) != 0;
+  if (!checkWritten(*file, path, expectedSize, isWritten)) {
+    static_cast<void>(removeFile(file->temporaryPath()));
     return 0;
   }
   // First, so that nobody meets it at its path while it is not yet his.
-  giveToOwner(file.descriptor());
-  return putInPlace(file, path);
+  giveToOwner(file->descriptor());
+  if (batch == nullptr) return putInPlace(*file, path);
+  batch->add(std::move(file));
+  return 1;
 }
 
-int DataFile::checkWritten(SafeFile& file, const char* path, long long expectedSize, bool flushed) {
+int DataFile::checkWritten(SafeFile& file, const char* path, long long expectedSize, bool isWritten) {
   const long long written = file.written();
-  if (!flushed || written < expectedSize) {
+  if (!isWritten || written < expectedSize) {
     const bool diskFull = errno == ENOSPC;
     addResult(result, "Error writing ", path, ".  Disk might be full.");
     if (words().debugsShortWrite) {

@@ -18,6 +18,7 @@ class Descriptor;
 class FileLock;
 class LineReader;
 class SafeFile;
+class WriteBatch;
 
 class DataFile {
  public:
@@ -36,6 +37,8 @@ class DataFile {
   long long readSize = 0;
   /// A larger file (bytes) is not read.
   long long mostBytes = std::numeric_limits<long long>::max();
+  /// Writes leave it to this batch (not owned, may be null) to put the file in place; what fails then is told by it.
+  WriteBatch* batch = nullptr;
   /// Reads and writes hold the lock file while they work.
   bool useLock = true;
   /// Permission bits given to the written file; 0 means 0640 with an owner group, 0600 without.
@@ -108,7 +111,7 @@ class DataFile {
   bool leftAlone(const char* path);
   [[nodiscard]] int takeLock(FileLock& lock, const char* path, const char* lockCaller);
   [[nodiscard]] int writeOwned(const char* path, long long expectedSize);
-  [[nodiscard]] int checkWritten(SafeFile& file, const char* path, long long expectedSize, bool flushed);
+  [[nodiscard]] int checkWritten(SafeFile& file, const char* path, long long expectedSize, bool isWritten);
   [[nodiscard]] int putInPlace(SafeFile& file, const char* path);
   void giveToOwner(int fd) const;
   int openForReading(Descriptor& file, struct stat& what) const;

@@ -52,11 +52,11 @@ void UserStep::visitDomains() {
     for (std::size_t i = 0; i < domains_.size(); ++i) visitDomain(domains_[i], subdomains[i], traffic[i]);
   }
   if ((mask_ & (kTallyBandwidth | kTallySuspend)) == 0) return;
-  for (std::size_t i = 0; i < domains_.size(); ++i) {
-    ConfigFile usage(nullptr);
-    keepDomainUsage(domains_[i], traffic[i].total, usage);
-    checkDomainLimits(domains_[i], usage);
-  }
+  std::vector<double> used;
+  for (std::size_t i = 0; i < domains_.size(); ++i) used.push_back(keepDomainUsage(domains_[i], traffic[i].total));
+  // In place before the line that bills it.
+  if (!batch_.commit()) outcome_ = 0;
+  for (std::size_t i = 0; i < domains_.size(); ++i) checkDomainLimits(domains_[i], used[i]);
 }
 
 void UserStep::visitDomain(const std::string& domain, const std::vector<std::string>& subdomains, ByteSums& traffic) {
@@ -98,38 +98,42 @@ void UserStep::visitHost(const char* domain, const char* subdomain, ByteSums& tr
 }
 
 /// The domain's traffic of the month grows with each tally. What a killed tally noted there for logs that this one
-/// bills is taken back first: "before" is what stood there before the tally of "stamp".
-void UserStep::keepDomainUsage(const std::string& domain, double bytes, ConfigFile& usage) {
+/// bills is taken back first: "before" is what stood there before the tally of "stamp". Returns the megabytes.
+double UserStep::keepDomainUsage(const std::string& domain, double bytes) {
+  ConfigFile usage(nullptr);
   usage.setFilename(domainFile(name_.c_str(), domain.c_str(), "usage").c_str());
   usage.belongsTo(kPanelUser);
   usage.useLock = false;
+  usage.batch = &batch_;
   // One that is not there, or holds nonsense, begins anew.
   static_cast<void>(usage.readFile());
-  if (bill_ == nullptr) return;
+  if (bill_ == nullptr) return amountOf(usage, "bandwidth");
   const std::string month = monthOfNow();
   long long stamp = 0;
   static_cast<void>(usage.getValue("stamp", &stamp));
   const bool isTakenBack = bill_->takenOver().contains(stamp);
   const bool isThisMonth = usage.isValue("month", month.c_str()) != 0;
-  if (isThisMonth && !isTakenBack && bytes <= 0) return;
+  if (isThisMonth && !isTakenBack && bytes <= 0) return amountOf(usage, "bandwidth");
   const double before = isThisMonth ? amountOf(usage, isTakenBack ? "before" : "bandwidth") : 0;
   usage.setParam("month", month.c_str());
   usage.setParam("before", before, kMegabyteForm);
   usage.setParam("stamp", run_.byteLogs()->stamp());
   usage.setParam("bandwidth", before + bytes / kMegabyte, kMegabyteForm);
-  if (usage.writeFile()) return;
-  errorLog("Error writing %s: %s", usage.getFilename(), usage.result.orEmpty());
-  outcome_ = 0;
+  if (!usage.writeFile()) {
+    errorLog("Error writing %s: %s", usage.getFilename(), usage.result.orEmpty());
+    outcome_ = 0;
+  }
+  return amountOf(usage, "bandwidth");
 }
 
-void UserStep::checkDomainLimits(const std::string& domain, const ConfigFile& usage) {
+void UserStep::checkDomainLimits(const std::string& domain, double used) {
   ConfigFile record(nullptr);
   if (!readDomain(name_.c_str(), domain.c_str(), record)) {
     errorLog("Unable to read %s of account %s: %s", record.getFilename() == nullptr ? "" : record.getFilename(),
              name_.c_str(), record.result.orEmpty());
     return;
   }
-  const UsedAmount traffic{amountOf(usage, "bandwidth"), limitOf(record, "bandwidth", name_.c_str())};
+  const UsedAmount traffic{used, limitOf(record, "bandwidth", name_.c_str())};
   const bool isOver = traffic.limit.amount > 0 && traffic.used > traffic.limit.amount;
   Text words;
   if (isOver && !record.isValue("suspended", "yes") &&

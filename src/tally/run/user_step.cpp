@@ -168,6 +168,7 @@ int UserStep::billTraffic() {
   breakdown_.setFilename(joined(path, ".cache").c_str());
   breakdown_.setUser("root");
   breakdown_.useLock = false;
+  breakdown_.batch = &batch_;
   if (!breakdown_.writeFile()) {
     errorLog("Error writing: %s : %s", breakdown_.getFilename(), breakdown_.result.orEmpty());
   }
@@ -240,8 +241,10 @@ void UserStep::count() {
 /// Who writes there holds the account: its records need no locks of their own.
 int UserStep::writeUsage() {
   usage_.useLock = false;
-  const int whole = usage_.writeFile();
+  usage_.batch = &batch_;
+  int whole = usage_.writeFile();
   if (!whole) errorLog("Error writing %s: %s", usage_.getFilename(), usage_.result.orEmpty());
+  whole &= batch_.commit();
   return !run_.wants(kTallyDisk) || disk_.write() ? whole : 0;
 }
 

@@ -8,6 +8,7 @@
 #include "account/model/account_lock.h"
 #include "account/model/system_accounts.h"
 #include "account/model/user_folder.h"
+#include "core/files/write_batch.h"
 #include "core/process/time_budget.h"
 #include "core/record/config_file.h"
 #include "core/tree/tree_size.h"
@@ -45,8 +46,8 @@ class UserStep {
   void visitDomain(const std::string& domain, const std::vector<std::string>& subdomains, ByteSums& traffic);
   void visitHost(const char* domain, const char* subdomain, ByteSums& traffic);
   void measureDomain(const std::string& folder);
-  void keepDomainUsage(const std::string& domain, double bytes, ConfigFile& usage);
-  void checkDomainLimits(const std::string& domain, const ConfigFile& usage);
+  double keepDomainUsage(const std::string& domain, double bytes);
+  void checkDomainLimits(const std::string& domain, double used);
   void checkDomainQuota(const std::string& domain, ConfigFile& record);
   void measureOthers();
   int billTraffic();
@@ -75,6 +76,8 @@ class UserStep {
   ConfigFile record_{nullptr};
   ConfigFile usage_{nullptr};
   ConfigFile breakdown_{nullptr};
+  /// The records that are written, in two goes: before the account is billed, and at the end of its step.
+  WriteBatch batch_;
   std::vector<std::string> domains_;
   std::size_t nsubdomains_ = 0;
   bool subdomainsAreWhole_ = true;

@@ -3,6 +3,7 @@
 #include "core/files/bounded_copy.h"
 #include "core/files/paths.h"
 #include "core/files/safe_file.h"
+#include "core/files/write_batch.h"
 #include "core/sys/safe_point.h"
 #include "core/tree/ownership.h"
 #include "support/fixtures.h"
@@ -147,6 +148,42 @@ TEST(Copy, TheFolderIsFlushedToo) {
   EXPECT_EXIT(::_exit(failing(".fsync:kill:1", copy)), ::testing::KilledBySignal(SIGKILL), "");
   EXPECT_EXIT(::_exit(failing("safe_write.fsync:kill:1", replace)), ::testing::KilledBySignal(SIGKILL), "");
   for (const char* name : {"copied", "safe"}) EXPECT_EQ(contentOf(folder.path(name)), "new") << name;
+}
+
+TEST(WriteBatch, EachFileIsTheOldOrTheNewOne) {
+  const std::vector<std::string> names{"a", "one/b", "c", "one/d"};
+  const auto expectAfter = [&](const std::string& plan, const char* contents) {
+    const LogCapture said;
+    const Folder folder;
+    fs::create_directory(folder.path("one"));
+    for (const std::string& name : names) writeText(folder.path(name), "o");
+    const auto write = [&] {
+      WriteBatch batch;
+      for (const std::string& name : names) {
+        auto file = std::make_unique<SafeFile>(folder.path(name).c_str());
+        if (!file->open()) return -1;
+        file->write("n");
+        if (!file->writeOut()) return -1;
+        batch.add(std::move(file));
+      }
+      return batch.commit();
+    };
+    if (holds(plan, "kill")) {
+      EXPECT_EXIT(::_exit(failing(plan.c_str(), write)), ::testing::KilledBySignal(SIGKILL), "");
+    } else {
+      EXPECT_EQ(failing(plan.c_str(), write), plan.empty() ? 1 : 0) << plan;
+      EXPECT_EQ(times(said.errors(), "Unable to move "), plan.empty() ? 0 : 2) << plan;
+    }
+    std::string found;
+    for (const std::string& name : names) found += contentOf(folder.path(name));
+    EXPECT_EQ(found, contents) << plan;
+  };
+  expectAfter("", "nnnn");
+  for (const std::string call : {"safe_write.fsync", "safe_write.rename"}) {
+    expectAfter(call + ":EIO:2", "nnoo");
+    expectAfter(call + ":kill:0", "oooo");
+    expectAfter(call + ":kill:2", "nnoo");
+  }
 }
 
 TEST_F(Ownership, KeepsToItsConditions) {
