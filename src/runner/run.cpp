@@ -1,6 +1,6 @@
 #include "runner/run.h"
 
-#include "account/lifecycle/account_databases.h"
+#include "account/suspension/account_databases.h"
 #include "core/config/config.h"
 #include "core/panel/marks.h"
 #include "core/panel/run_state.h"

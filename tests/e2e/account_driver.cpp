@@ -8,7 +8,7 @@
 
 #include "account/lifecycle/creation.h"
 #include "account/lifecycle/deletion.h"
-#include "account/lifecycle/suspension.h"
+#include "account/suspension/suspension.h"
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
 #include "core/sys/environment.h"

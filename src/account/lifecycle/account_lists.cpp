@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "account/lifecycle/account_work.h"
 #include "account/model/account_name.h"
 #include "core/panel/panel_paths.h"
+#include "core/record/panel_file.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
 

@@ -6,10 +6,10 @@
 #include <cerrno>
 #include <string_view>
 
-#include "account/lifecycle/account_databases.h"
 #include "account/lifecycle/account_lists.h"
 #include "account/model/account_name.h"
 #include "account/model/system_accounts.h"
+#include "account/suspension/account_databases.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"

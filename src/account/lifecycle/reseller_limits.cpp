@@ -1,8 +1,8 @@
 #include "account/lifecycle/account_lists.h"
-#include "account/lifecycle/account_work.h"
 #include "account/model/limits.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/task.h"
+#include "core/record/panel_file.h"
 #include "core/sys/privileges.h"
 
 namespace zvtaskq {

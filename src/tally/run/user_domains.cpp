@@ -1,9 +1,9 @@
 // The domains of an account in its step of a tally.
 #include <ctime>
 
-#include "account/lifecycle/suspension.h"
 #include "account/model/account_record.h"
 #include "account/model/limits.h"
+#include "account/suspension/suspension.h"
 #include "core/config/config.h"
 #include "core/record/panel_file.h"
 #include "core/record/record_lock.h"

@@ -1,4 +1,4 @@
-#include "account/lifecycle/account_holder.h"
+#include "account/model/account_holder.h"
 
 #include <algorithm>
 

@@ -4,10 +4,10 @@
 #include <string_view>
 #include <vector>
 
-#include "account/lifecycle/address_changes.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
 #include "account/model/addresses.h"
+#include "account/upkeep/address_changes.h"
+#include "account/upkeep/rows.h"
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
 #include "core/panel/task_queue.h"

@@ -1,15 +1,15 @@
-#include "account/lifecycle/account_marks.h"
+#include "account/suspension/account_marks.h"
 
 #include <shadow.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "account/lifecycle/system_tool.h"
 #include "account/model/password_marks.h"
 #include "core/config/config.h"
 #include "core/files/line_edit.h"
 #include "core/panel/run_state.h"
+#include "core/process/system_tool.h"
 #include "core/sys/privileges.h"
 #include "mail/mail_files.h"
 

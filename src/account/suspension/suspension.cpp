@@ -1,11 +1,12 @@
-#include "account/lifecycle/suspension.h"
+#include "account/suspension/suspension.h"
 
-#include "account/lifecycle/account_databases.h"
-#include "account/lifecycle/account_hooks.h"
-#include "account/lifecycle/account_jobs.h"
-#include "account/lifecycle/account_marks.h"
-#include "account/lifecycle/account_work.h"
-#include "account/lifecycle/domain_suspension.h"
+#include "account/model/account_hooks.h"
+#include "account/model/account_work.h"
+#include "account/suspension/account_databases.h"
+#include "account/suspension/account_jobs.h"
+#include "account/suspension/account_marks.h"
+#include "account/suspension/domain_suspension.h"
+#include "account/suspension/reasons.h"
 
 namespace zvtaskq {
 

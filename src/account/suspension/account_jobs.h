@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "account/lifecycle/account_holder.h"
+#include "account/model/account_holder.h"
 
 namespace zvtaskq {
 

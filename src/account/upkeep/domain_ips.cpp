@@ -3,10 +3,10 @@
 #include <set>
 #include <string>
 
-#include "account/lifecycle/mail_table.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
 #include "account/model/server_address.h"
+#include "account/upkeep/mail_table.h"
+#include "account/upkeep/rows.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"

@@ -1,7 +1,7 @@
-#include "account/lifecycle/account_jobs.h"
-#include "account/lifecycle/system_tool.h"
+#include "account/suspension/account_jobs.h"
 #include "core/files/line_edit.h"
 #include "core/panel/panel_paths.h"
+#include "core/process/system_tool.h"
 #include "core/sys/log.h"
 
 namespace zvtaskq {

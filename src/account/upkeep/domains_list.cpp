@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "account/lifecycle/each_account.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
+#include "account/upkeep/each_account.h"
+#include "account/upkeep/rows.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/panel_file.h"
