@@ -33,11 +33,6 @@ namespace {
 constexpr const char* kFolder = "creations";
 constexpr std::size_t kTokenLength = 20;
 
-const char* valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
-
 /// A creation on its way. Its note stands in the state folder as long as it is: a system account is its own when the
 /// comment is the note's token, whatever was made by hand meanwhile.
 struct Creation {
@@ -46,10 +41,10 @@ struct Creation {
   const char* name;
   PanelRecord note;
 
-  std::string domain() const { return valueOf(record, "domain"); }
-  std::string address() const { return valueOf(note, "address"); }
+  std::string domain() const { return record.getOrEmpty("domain"); }
+  std::string address() const { return note.getOrEmpty("address"); }
   bool ownsSystemAccount() const {
-    const char* token = valueOf(note, "token");
+    const char* token = note.getOrEmpty("token");
     const passwd* account = ::getpwnam(name);
     return account != nullptr && *token != '\0' && std::strcmp(account->pw_gecos, token) == 0;
   }
@@ -66,7 +61,7 @@ int nothing(Creation&, Text&) {
 }
 
 int makeSystemAccount(Creation& creation, Text& result) {
-  std::vector<std::string> arguments = {"-m", "-c", valueOf(creation.note, "token")};
+  std::vector<std::string> arguments = {"-m", "-c", creation.note.getOrEmpty("token")};
   if (::getgrnam(creation.name) == nullptr) {
     arguments.emplace_back("-U");
   } else {
@@ -116,7 +111,7 @@ int makeMail(Creation& creation, Text& result) {
 
 /// A domain that somebody else got meanwhile is left to him.
 int removeMail(Creation& creation, Text& result) {
-  const std::string domain = valueOf(creation.note, "domain");
+  const std::string domain = creation.note.getOrEmpty("domain");
   ConfigFile owners(nullptr);
   const bool isKnown = readDomainOwners(owners) && owners.existsParam(domain.c_str());
   const bool isOthers = isKnown && !owners.isValue(domain.c_str(), creation.name);
@@ -169,7 +164,7 @@ std::string noteFile(const char* name) {
 }
 
 int writeNote(Creation& creation, Text& result) {
-  const char* ip = valueOf(creation.record, "ip");
+  const char* ip = creation.record.getOrEmpty("ip");
   creation.note.empty();
   creation.note.setParam("token", getRandText(kTokenLength).c_str());
   creation.note.setParam("domain", creation.domain().c_str());
@@ -222,7 +217,7 @@ int makeAll(Creation& creation, Text& result) {
 }  // namespace
 
 int createAccount(const ConfigFile& record, const char* passwordHash, Text& result) {
-  const char* name = valueOf(record, "username");
+  const char* name = record.getOrEmpty("username");
   const AccountWork work(name);
   if (!work.begin(result)) return 0;
   Creation creation{record, passwordHash, name, PanelRecord(noteFile(name))};

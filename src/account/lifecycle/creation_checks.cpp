@@ -26,11 +26,6 @@ namespace {
 constexpr std::string_view kReserved[] = {"root",   "zvadmin", "nobody", "all",  "multiple",    "shared",
                                           "server", "mysql",   "sys",    "test", "information", "performance"};
 
-const char* valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
-
 bool stands(const std::string& path, const char* user) {
   const AsUser owner(user);
   struct stat what {};
@@ -62,9 +57,9 @@ int isFreeDomain(const char* domain, Text& result) {
 
 /// A creator must be able to have accounts; only an administrator makes managers.
 int isFitCreator(const ConfigFile& record, Text& result) {
-  const char* creator = valueOf(record, "creator");
+  const char* creator = record.getOrEmpty("creator");
   const AccountType wanted = accountTypeOf(record);
-  if (wanted == AccountType::unknown) return fail(result, valueOf(record, "usertype"), " is no type of an account");
+  if (wanted == AccountType::unknown) return fail(result, record.getOrEmpty("usertype"), " is no type of an account");
   ConfigFile account(nullptr);
   if (!readAccount(creator, account)) return fail(result, "Unable to read account ", creator, " : ", account.result);
   const AccountType type = accountTypeOf(account);
@@ -76,10 +71,11 @@ int isFitCreator(const ConfigFile& record, Text& result) {
 }  // namespace
 
 int mayCreate(const ConfigFile& record, Text& result) {
-  const char* name = valueOf(record, "username");
+  const char* name = record.getOrEmpty("username");
   if (!isAccountName(name)) return fail(result, "Invalid user name");
-  return isFreeName(name, result) && isFreeDomain(valueOf(record, "domain"), result) && isFitCreator(record, result) &&
-         mayUseAddress(valueOf(record, "ip"), valueOf(record, "creator"), result) && mayAllocate(record, result);
+  return isFreeName(name, result) && isFreeDomain(record.getOrEmpty("domain"), result) &&
+         isFitCreator(record, result) && mayUseAddress(record.getOrEmpty("ip"), record.getOrEmpty("creator"), result) &&
+         mayAllocate(record, result);
 }
 
 }  // namespace zvtaskq

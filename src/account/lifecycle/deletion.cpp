@@ -116,12 +116,12 @@ int queueRewrites(const AccountHolder& holder, bool leaveDns, Text& result) {
 
 /// The steps of an account that is more than a name in a list.
 int removeAll(const AccountWork& work, bool leaveDns, Text& result) {
-  const char* address = work.record.getValue("ip");
+  const char* address = work.record.getOrEmpty("ip");
   int done = stopForGood(work.holder, result);
   done &= removeServices(work.holder, result);
   done &= removeSystemAccount(work.holder, result);
   done &= queueRewrites(work.holder, leaveDns, result);
-  return done & releaseAddresses(work.account, address == nullptr ? "" : address, result);
+  return done & releaseAddresses(work.account, address, result);
 }
 
 }  // namespace

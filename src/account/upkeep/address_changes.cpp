@@ -55,8 +55,7 @@ bool isThere(const std::string& path) {
 bool replaceIn(ConfigFile& record, Changes changes) {
   bool changed = false;
   for (const AddressChange& change : changes) {
-    const char* value = record.getValue(change.key.c_str());
-    if (change.old != (value == nullptr ? "" : value)) continue;
+    if (change.old != record.getOrEmpty(change.key.c_str())) continue;
     if (change.now.empty()) {
       record.deleteParam(change.key.c_str());
     } else {

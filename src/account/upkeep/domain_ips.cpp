@@ -82,9 +82,7 @@ class DomainIps {
     ConfigFile record(nullptr);
     record.useLock = false;
     if (!readAccount(account, record)) errorLog("%s: %s", record.getFilename(), record.result.orEmpty());
-    const char* ip = record.getValue("ip");
-    if (ip != nullptr) found->second = ip;
-    return found->second;
+    return found->second = record.getOrEmpty("ip");
   }
 
   const ConfigFile& owners_;

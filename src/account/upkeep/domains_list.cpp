@@ -83,8 +83,7 @@ class DomainsCheck {
     const RecordLock lock(table);
     if (!table.read()) return tell(table);
     for (const Owned& one : owned_) {
-      const char* now = table.getValue(one.domain.c_str());
-      const std::string_view owner = now == nullptr ? "" : now;
+      const std::string_view owner = table.getOrEmpty(one.domain.c_str());
       // Whom the table names since then, it names with reason.
       if (owner.substr(std::min(owner.find_first_not_of(' '), owner.size())) != one.before) continue;
       table.setParam(one.domain.c_str(), joined(" ", account_).c_str());
