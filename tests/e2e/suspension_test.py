@@ -91,6 +91,8 @@ class Suspension(AccountTest):
         self.assertEqual(after[-2:], [sorted(before[-2] + ["crontab.conf"]), before[-1]])
         before = after
         self.assertTrue(self.log_in("bob", "ann"))
+        panel.panel_do("addLine", BOB + "/domains.list", "ann.example")
+        anns = text(mailboxes("ann.example"))
         sleeper = subprocess.Popen(["setpriv", "--reuid=bob", "--regid=bob", "--clear-groups", "sleep", "1000"])
         stubborn = subprocess.Popen(["setpriv", "--reuid=bob", "--regid=bob", "--clear-groups", "bash", "-c",
                                      "trap '' TERM; f() { f & f & wait; }; ulimit -u 60; f"], stderr=subprocess.DEVNULL)
@@ -107,6 +109,7 @@ class Suspension(AccountTest):
         self.assertEqual(subprocess.run(["pgrep", "-u", "bob"], stdout=subprocess.DEVNULL, check=False).returncode, 1)
         self.assertIsNone(other.poll())
         self.assertEqual(text(panel.QUEUE), "action=rewrite&user=bob&value=httpd\n")
+        self.assertEqual(text(mailboxes("ann.example")), anns, "a domain that is another's, whatever the list says")
         # A second reason; then a person's, which the tally does not end.
         self.drive("suspendByTally", "bob", "bandwidth,quota")
         self.drive("suspend", "bob", "abuse")
@@ -131,7 +134,11 @@ class Suspension(AccountTest):
         shell("rm -rf /etc/virtual/ann.example; rm %s; userdel -f ann" % mailboxes("ann2.example"))
         self.drive("suspend", "ann", "x")
         self.drive("activate", "ann")
-        shell("useradd -M ann")
+        # 9999 stands for an unknown id, and may be somebody's all the same.
+        shell("useradd -M -u 9999 ann; echo ann:secret | chpasswd")
+        self.drive("suspend", "ann", "x")
+        self.assertIn(":!$", shadow_of("ann"))
+        shell("userdel -f ann; useradd -M ann")
 
     def test_killed_at_every_step(self):
         """A suspension killed anywhere is completed by the next, or undone by an activation; so is an activation."""
@@ -157,6 +164,7 @@ class Suspension(AccountTest):
         big = mailboxes("bob2.example")
         cases = [
             ("huge", lambda: os.truncate(big, 100 << 20), "passwd: File too large"),
+            ("many", lambda: write(big, "".join("%d:!a:8:8::/x::\n" % i for i in range(150000)), "mail", 0o640), "more marked passwords"),
             ("link", lambda: (os.unlink(big), os.symlink(SHADOW, big)), "passwd: "),
             ("fifo", lambda: (os.unlink(big), os.mkfifo(big)), "no regular file"),
             ("folder", lambda: shell("rm -r /etc/virtual/bob2.example; ln -s /etc /etc/virtual/bob2.example"), "bob2.example/passwd: "),

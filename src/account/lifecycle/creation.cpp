@@ -75,7 +75,7 @@ int removeSystemAccount(Creation& creation, Text& result) {
   if (!creation.ownsSystemAccount()) return 1;
   AccountHolder holder;
   holder.name = creation.name;
-  holder.ids = idsOf(creation.name);
+  holder.findSystemAccount();
   return removeHome(holder, result) && deleteSystemUser(creation.name, result);
 }
 

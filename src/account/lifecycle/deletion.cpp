@@ -46,7 +46,7 @@ int findDomainsByOwner(AccountHolder& holder, Text& result) {
   if (!readDomainOwners(owners)) return fail(result, owners.result);
   for (long long i = 0; i < owners.size(); ++i) {
     const char* domain = owners.getNameAt(i);
-    if (owners.getValueAt(i) == holder.name && isValidDomain(domain)) holder.domains.emplace_back(domain);
+    if (owners.getValueAt(i) == holder.name && isValidDomain(domain)) holder.domains.emplace(domain);
   }
   return 1;
 }

@@ -5,7 +5,9 @@
 #include "account/model/account_record.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
+#include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/sys/log.h"
 
 namespace zvtaskq {
 
@@ -14,22 +16,40 @@ namespace {
 constexpr uid_t kFirstPerson = 1000;
 }  // namespace
 
+void AccountHolder::findSystemAccount() {
+  const SystemAccount* found = systemAccounts().find(name.c_str());
+  hasSystemAccount = found != nullptr;
+  ids = hasSystemAccount ? found->ids : Ids{kUnknownId, kUnknownId};
+}
+
 bool AccountHolder::isPerson() const {
-  return hasSystemAccount() && ids.user >= kFirstPerson && ids.user != nobodyIds().user &&
-         ids.user != getUID(kPanelUser);
+  return hasSystemAccount && ids.user >= kFirstPerson && ids.user != nobodyIds().user && ids.user != getUID(kPanelUser);
 }
 
 bool AccountHolder::ownsFtp(std::string_view ftpName, std::string_view uid) const {
   if (ftpName == name || (isPerson() && uid == std::to_string(ids.user))) return true;
   const std::size_t at = ftpName.rfind(sys_conf->ftpsep);
-  return at != std::string_view::npos &&
-         std::find(domains.begin(), domains.end(), ftpName.substr(at + 1)) != domains.end();
+  return at != std::string_view::npos && domains.contains(ftpName.substr(at + 1));
 }
 
 int findHolder(const char* account, AccountHolder& holder, Text& result) {
   holder.name = account;
-  holder.ids = systemAccounts().idsOf(account);
-  return readDomains(account, holder.domains, result);
+  holder.findSystemAccount();
+  std::vector<std::string> listed;
+  if (!readDomains(account, listed, result)) return 0;
+  ConfigFile owners(nullptr);
+  // It is replaced as a whole, and the mail server may hold its lock as long as it likes.
+  owners.useLock = false;
+  if (!listed.empty() && !readDomainOwners(owners)) debug(10, "%s", owners.result.orEmpty());
+  for (std::string& domain : listed) {
+    if (!isOthersDomain(owners, account, domain.c_str())) {
+      holder.domains.insert(std::move(domain));
+    } else {
+      errorLog("%s: %s belongs to %s, and is left alone", accountFile(account, "domains.list").c_str(), domain.c_str(),
+               owners.getOrEmpty(domain.c_str()));
+    }
+  }
+  return 1;
 }
 
 PasswordLine::PasswordLine(std::string_view line) {

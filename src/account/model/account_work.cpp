@@ -30,7 +30,11 @@ int AccountWork::begin(Text& result) const {
 int AccountWork::open(Text& result) {
   if (!begin(result)) return 0;
   if (!readAccount(account, record)) return fail(result, "Unable to read account ", account, " : ", record.result);
-  return findHolder(account, holder, result) && notes.read(result);
+  return notes.read(result);
+}
+
+int AccountWork::openWhole(Text& result) {
+  return open(result) && findHolder(account, holder, result);
 }
 
 bool AccountWork::isSuspended() const {

@@ -17,8 +17,10 @@ struct AccountWork {
   /// Whether the work may begin: not in a demonstration, not with a name that cannot be an account's, and not while
   /// another process holds the account. 0 with a line in `result`.
   [[nodiscard]] int begin(Text& result) const;
-  /// The same, and reads the record, the notes of a suspension, and whose all of it is.
+  /// The same, and reads the record and the notes of a suspension.
   [[nodiscard]] int open(Text& result);
+  /// The same, and looks up whose all of it is.
+  [[nodiscard]] int openWhole(Text& result);
   /// By the record.
   bool isSuspended() const;
 

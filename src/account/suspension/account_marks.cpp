@@ -18,6 +18,8 @@ namespace zvtaskq {
 namespace {
 
 constexpr const char* kSystem = "system";
+/// They are kept in memory and in a file of the account's; the mail server's user could write any number.
+constexpr std::size_t kMostNoted = 100'000;
 /// A day long past, at which a suspended system account expires; the tool's own manual names this one.
 constexpr long kExpired = 1;
 
@@ -60,9 +62,12 @@ int noteMarksIn(const PasswordFile& file, SuspensionNotes& notes, Text& result) 
   if (!file) return 1;
   const auto look = [&](std::string_view text) {
     const PasswordLine line(text);
-    if (line.isOne && file.counts(line) && isSuspendedPassword(line.hash)) notes.blocked.insert(file.note(line.name));
+    const bool counts = notes.blocked.size() <= kMostNoted && line.isOne && file.counts(line);
+    if (counts && isSuspendedPassword(line.hash)) notes.blocked.insert(file.note(line.name));
   };
-  return readLinesOf(file.path, file.owner, look, result);
+  if (!readLinesOf(file.path, file.owner, look, result)) return 0;
+  return notes.blocked.size() <= kMostNoted ? 1
+                                            : fail(result, file.path, " holds more marked passwords than anybody has");
 }
 
 int markIn(const PasswordFile& file, Text& result) {

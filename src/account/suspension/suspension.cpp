@@ -99,7 +99,7 @@ int activate(AccountWork& work, SuspendedBy by, Text& result) {
 
 int suspendAccount(const char* account, const char* reason, SuspendedBy by, Text& result) {
   AccountWork work(account);
-  if (!work.open(result)) return 0;
+  if (!work.openWhole(result)) return 0;
   const bool isNew = !work.isSuspended() || work.notes.isOver;
   const AccountHooks hooks{"suspend", account, &work.record, "reason", reason};
   if ((isNew && !hooks.allow(result)) || !noteBefore(work, result)) return 0;
@@ -113,7 +113,7 @@ int suspendAccount(const char* account, const char* reason, SuspendedBy by, Text
 
 int activateAccount(const char* account, SuspendedBy by, Text& result) {
   AccountWork work(account);
-  if (!work.open(result)) return 0;
+  if (!work.openWhole(result)) return 0;
   if (by == SuspendedBy::tally && work.record.isValue("account", "OFF")) {
     return fail(result, "Account ", account, " was suspended by a person");
   }
@@ -127,7 +127,7 @@ int dropSuspensionReasons(const char* account, const char* reasons, Text& result
   const std::string left = wordsWithout(before, text_detail::part(reasons));
   if (left == before) return 1;
   if (left.empty() && work.isSuspended() && !work.record.isValue("account", "OFF")) {
-    return activate(work, SuspendedBy::tally, result);
+    return findHolder(account, work.holder, result) && activate(work, SuspendedBy::tally, result);
   }
   const auto change = [&](ConfigFile& record) { record.setParam("suspended_reason", left.c_str()); };
   return changeRecord(work.record.getFilename(), change, result);

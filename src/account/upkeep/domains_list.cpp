@@ -59,7 +59,7 @@ class DomainsCheck {
   void lookAtListed(const char* domain, const ConfigFile& owners) {
     const char* owner = owners.getValue(domain);
     if (owner != nullptr && std::string_view(owner) == account_) return;
-    if (owner != nullptr && hasRecord(owner, domain)) {
+    if (isOthersDomain(owners, account_, domain)) {
       errorLog("%s: %s belongs to %s, and is taken out", listPath_.c_str(), domain, owner);
       out_.emplace_back(domain);
     } else if (!hasRecord(account_, domain)) {
