@@ -32,6 +32,8 @@ namespace {
 
 constexpr const char* kFolder = "creations";
 constexpr std::size_t kTokenLength = 20;
+/// A name that can be no account's, for the lock of who makes one.
+constexpr const char* kEveryAccount = "all";
 
 /// A creation on its way. Its note stands in the state folder as long as it is: a system account is its own when the
 /// comment is the note's token, whatever was made by hand meanwhile.
@@ -60,12 +62,16 @@ int nothing(Creation&, Text&) {
   return 1;
 }
 
-int makeSystemAccount(Creation& creation, Text& result) {
+int addSystemAccount(Creation& creation, bool beyondUnknown, Text& result) {
   std::vector<std::string> arguments = {"-m", "-c", creation.note.getOrEmpty("token")};
   if (::getgrnam(creation.name) == nullptr) {
     arguments.emplace_back("-U");
   } else {
     arguments.insert(arguments.end(), {"-g", creation.name});
+  }
+  if (beyondUnknown) {
+    const std::string first = std::to_string(kUnknownId + 1);
+    arguments.insert(arguments.end(), {"-K", "UID_MIN=" + first, "-K", "GID_MIN=" + first});
   }
   arguments.emplace_back(creation.name);
   return useTool(sys_conf->useradd, std::move(arguments), result);
@@ -77,6 +83,14 @@ int removeSystemAccount(Creation& creation, Text& result) {
   holder.name = creation.name;
   holder.findSystemAccount();
   return removeHome(holder, result) && deleteSystemUser(creation.name, result);
+}
+
+/// Nobody is to have the id that stands for an unknown one: what is done as an account would not be done for him.
+int makeSystemAccount(Creation& creation, Text& result) {
+  if (!addSystemAccount(creation, false, result)) return 0;
+  const passwd* account = ::getpwnam(creation.name);
+  const bool isFit = account != nullptr && account->pw_uid != kUnknownId && account->pw_gid != kUnknownId;
+  return isFit || (removeSystemAccount(creation, result) && addSystemAccount(creation, true, result)) ? 1 : 0;
 }
 
 int setPassword(Creation& creation, Text& result) {
@@ -220,6 +234,9 @@ int createAccount(const ConfigFile& record, const char* passwordHash, Text& resu
   const char* name = record.getOrEmpty("username");
   const AccountWork work(name);
   if (!work.begin(result)) return 0;
+  // Two at once would both find free what only one of them can have: a domain, an address, what a reseller has left.
+  const AccountLock turn(kEveryAccount, kAccountLockWait);
+  if (!turn.held()) return fail(result, "Unable to make account ", name, ": another is being made");
   Creation creation{record, passwordHash, name, PanelRecord(noteFile(name))};
   if (!settleLeftovers(creation, result) || !mayCreate(record, result)) return 0;
   const AccountHooks hooks{"create", name, &record};

@@ -74,6 +74,7 @@ int stopForGood(const AccountHolder& holder, Text& result) {
   int done = markSystem(holder, notes, result);
   done &= removeCrontab(holder, result);
   if (!endProcesses(holder)) done = fail(result, "Processes of ", holder.name, " are still running");
+  done &= removeAtJobs(holder, result);
   return done & removeCrontab(holder, result);
 }
 
