@@ -146,10 +146,12 @@ class Deletion(ManagedTest):
         settings(backup_before_delete=None)
         os.unlink(QUEUE)
         panel.panel_do("addLine", USERS + "/bob/domains.list", "ann.example")
+        shell("install -D -m 600 -o zvadmin /dev/null {0}; echo address=192.0.2.20 > {0}; chown -R zvadmin {1}; chmod 700 {1}".format(
+            ADMIN + "/state/creations/bob", ADMIN + "/state"))
         shell("mkdir -p {0}; rm -f {0}/*; touch {0}/a1 {0}/a2; chown bob {0}/a1; chown ann {0}/a2".format("/var/spool/cron/atjobs"))
         self.assertIn("Users deleted", self.delete("res", "bob"))
         self.assertGone()
-        self.assertEqual(os.listdir("/var/spool/cron/atjobs"), ["a2"])
+        self.assertEqual((os.listdir("/var/spool/cron/atjobs"), os.listdir(ADMIN + "/state/creations")), (["a2"], []))
         wanted = ["rewrite&user=bob&value=httpd", "rewrite&domain=bob%2Eexample&value=named", "rewrite&domain=bob%32%2Eexample&value=named",
                   "rewrite&value=ipcount", "cache&value=showallusers"]
         self.assertEqual(text(QUEUE), "".join("action=%s\n" % line for line in wanted))
@@ -245,6 +247,10 @@ class Creation(ManagedTest):
                 ("not enough left of quota", {"quota": "501"}), ("not enough left of quota", {"quota": "unlimited"})):
             self.assertIn(words, self.create(status=1, **more).stdout, more)
             self.assertSame(snapshot(), before, more)
+        settings(check_group_on_user_create=0, secure_access_group="devs")
+        for name in ("sudo", "devs"):
+            self.assertIn("group " + name, self.create(status=1, username=name).stdout)
+        settings(check_group_on_user_create=None, secure_access_group=None)
         panel.panel_do("writeRecord", USERS + "/res/reseller.conf", "quota=1000", *UNLIMITED, "oversell=ON")
         write(panel.PANEL + "/scripts/custom/user_create_pre.sh", "#!/bin/sh\necho not $username; exit 3\n", mode=0o755)
         self.assertIn("not eve", self.create(status=1, quota="5000").stdout)
@@ -279,6 +285,10 @@ class Creation(ManagedTest):
                 outcome = self.create(fail="*:%s:%d" % (what, step), status=None)
                 again = outcome.returncode != 0
                 self.settle()
+                if step % 2:
+                    write(QUEUE, "")  # the addresses' users are not counted anew
+                    self.run_program()
+                    self.assertFalse(os.listdir(ADMIN + "/state/creations"), (what, step, self.log()))
                 retry = self.create(status=None)
                 self.assertTrue(retry.returncode == 0 or "eve exists already" in retry.stdout, (what, step, retry.stdout))
                 self.assertFalse(os.listdir(ADMIN + "/state/creations"), (what, step))

@@ -3,6 +3,7 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <iterator>
 
@@ -13,9 +14,11 @@
 #include "account/lifecycle/creation_checks.h"
 #include "account/lifecycle/disk_quota.h"
 #include "account/model/account_hooks.h"
+#include "account/model/account_name.h"
 #include "account/model/account_work.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
+#include "core/panel/marks.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/state_folder.h"
@@ -25,12 +28,14 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/random.h"
+#include "core/tree/guarded_folder.h"
 
 namespace zvtaskq {
 
 namespace {
 
 constexpr const char* kFolder = "creations";
+constexpr const char* kMark = "creations";
 constexpr std::size_t kTokenLength = 20;
 /// A name that can be no account's, for the lock of who makes one.
 constexpr const char* kEveryAccount = "all";
@@ -188,23 +193,17 @@ int writeNote(Creation& creation, Text& result) {
   return fail(result, "Unable to write ", creation.note.getFilename(), ": ", creation.note.result);
 }
 
-int removeNote(const Creation& creation, Text& result) {
-  const AsUser panel(kPanelUser);
-  return sys::unlink(creation.note.getFilename()) == 0 ? 1
-                                                       : fail(result, "Unable to remove ", creation.note.getFilename());
-}
-
 /// The comment has served when the account is whole.
 int complete(Creation& creation, Text& result) {
   if (creation.ownsSystemAccount() && !useTool(sys_conf->usermod, {"-c", "", creation.name}, result)) return 0;
-  return removeNote(creation, result);
+  return forgetCreation(creation.name, result);
 }
 
 /// Takes the steps back, the last first. When one cannot be, the note stays for the next.
 int takeBack(Creation& creation, Text& result) {
   int done = 1;
   for (auto step = std::rbegin(kSteps); step != std::rend(kSteps); ++step) done &= step->undo(creation, result);
-  return done && removeNote(creation, result);
+  return done && forgetCreation(creation.name, result);
 }
 
 /// What one that was killed left.
@@ -228,7 +227,35 @@ int makeAll(Creation& creation, Text& result) {
   return complete(creation, result);
 }
 
+/// The names of accounts of which there is a note.
+std::vector<std::string> noted() {
+  const AsUser panel(kPanelUser);
+  const Descriptor folder(sys::open(stateFile(kFolder).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+  std::vector<std::string> names;
+  if (folder && !namesIn(folder.get(), names)) errorLog("Unable to read %s", stateFile(kFolder).c_str());
+  std::erase_if(names, [](const std::string& name) { return !isAccountName(name.c_str()); });
+  return names;
+}
+
 }  // namespace
+
+int forgetCreation(const char* account, Text& result) {
+  const AsUser panel(kPanelUser);
+  const std::string note = noteFile(account);
+  if (sys::unlink(note.c_str()) == 0 || errno == ENOENT) return 1;
+  return fail(result, "Unable to remove ", note, ": ", std::strerror(errno));
+}
+
+void finishCreations() {
+  const ConfigFile nothingMore(nullptr);
+  for (const std::string& name : isDemo() ? std::vector<std::string>() : noted()) {
+    const AccountLock lock(name.c_str(), 0);
+    Text result;
+    Creation creation{nothingMore, nullptr, name.c_str(), PanelRecord(noteFile(name.c_str()))};
+    if (!lock.held() || settleLeftovers(creation, result) || !isDueAgain(kMark, name)) continue;
+    errorLog("What a creation of account %s left cannot be taken back: %s", name.c_str(), result.orEmpty());
+  }
+}
 
 int createAccount(const ConfigFile& record, const char* passwordHash, Text& result) {
   const char* name = record.getOrEmpty("username");

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "account/lifecycle/account_lists.h"
+#include "account/model/account_holder.h"
 #include "account/model/account_name.h"
 #include "account/model/system_accounts.h"
 #include "account/suspension/account_databases.h"
@@ -32,15 +33,21 @@ bool stands(const std::string& path, const char* user) {
   return sys::lstat(path.c_str(), what) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
+/// Whether an account may have a group that is there already: never one of the system's, whose members may do more
+/// than others, nor the one that the way into all homes is open to.
+bool mayJoin(const group& taken) {
+  return sys_conf->check_group_on_user_create == 0 && taken.gr_gid >= kFirstPerson &&
+         sys_conf->secure_access_group.view() != taken.gr_name;
+}
+
 int isFreeName(const char* name, Text& result) {
   if (std::find(std::begin(kReserved), std::end(kReserved), name) != std::end(kReserved)) {
     return fail(result, "The name ", name, " is reserved");
   }
   if (stands(accountFile(name, nullptr), kPanelUser)) return fail(result, "Account ", name, " exists already");
   if (systemAccounts().find(name) != nullptr) return fail(result, "There is a system account ", name, " already");
-  if (sys_conf->check_group_on_user_create && ::getgrnam(name) != nullptr) {
-    return fail(result, "There is a group ", name, " already");
-  }
+  const group* taken = ::getgrnam(name);
+  if (taken != nullptr && !mayJoin(*taken)) return fail(result, "There is a group ", name, " already");
   return hasNoDatabases(name, result);
 }
 

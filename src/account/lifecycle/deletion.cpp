@@ -9,6 +9,7 @@
 #include "account/lifecycle/account_home.h"
 #include "account/lifecycle/account_lists.h"
 #include "account/lifecycle/account_mail.h"
+#include "account/lifecycle/creation.h"
 #include "account/lifecycle/disk_quota.h"
 #include "account/model/account_hooks.h"
 #include "account/model/account_work.h"
@@ -143,7 +144,7 @@ int deleteAccount(const char* account, bool leaveDns, Text& result) {
   // The lists last: whoever may delete the account may delete it again.
   if (hasData && !removeData(account, result)) return 0;
   if (hasData) done &= allocate(work.record, false, result);
-  done &= unlistAccount(account, result);
+  done &= unlistAccount(account, result) & forgetCreation(account, result);
   const AccountHooks hooks{"destroy", account, &work.record};
   hooks.tell();
   systemLog("Account %s deleted", account);

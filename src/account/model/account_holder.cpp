@@ -11,11 +11,6 @@
 
 namespace zvtaskq {
 
-namespace {
-/// Below are the system's own accounts.
-constexpr uid_t kFirstPerson = 1000;
-}  // namespace
-
 void AccountHolder::findSystemAccount() {
   const SystemAccount* found = systemAccounts().find(name.c_str());
   hasSystemAccount = found != nullptr;

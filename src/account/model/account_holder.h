@@ -10,6 +10,9 @@
 
 namespace zvtaskq {
 
+/// User and group ids below are the system's own.
+inline constexpr uid_t kFirstPerson = 1000;
+
 struct AccountHolder {
   std::string name;
   bool hasSystemAccount = false;
