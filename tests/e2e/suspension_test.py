@@ -169,6 +169,7 @@ class Suspension(AccountTest):
             ("fifo", lambda: (os.unlink(big), os.mkfifo(big)), "no regular file"),
             ("folder", lambda: shell("rm -r /etc/virtual/bob2.example; ln -s /etc /etc/virtual/bob2.example"), "bob2.example/passwd: "),
             ("usermod", lambda: settings(usermod="/bin/true"), "did not change"),
+            ("locked", lambda: (shell("usermod -L bob"), settings(usermod="/bin/true")), "did not change"),
             ("crontab", lambda: shell("mv /usr/bin/crontab /usr/bin/crontab.real; printf '#!/bin/sh\\necho broken; exit 1\\n' > /usr/bin/crontab;"
                                       "chmod 755 /usr/bin/crontab"), "crontab of bob: broken"),
             ("queue", lambda: settings(taskqueue="/nowhere/task.queue"), "Unable to queue"),
@@ -181,7 +182,7 @@ class Suspension(AccountTest):
             said = self.drive("suspend", "bob", "x", status=1).stdout
             self.assertIn(words, said, name)
             self.assertEqual(said.count("<br>"), 1, (name, said))
-            shell("rm -rf /etc/virtual/bob2.example; install -d -m 700 -o mail -g mail /etc/virtual/bob2.example{,/reply}; "
+            shell("usermod -U bob; rm -rf /etc/virtual/bob2.example; install -d -m 700 -o mail -g mail /etc/virtual/bob2.example{,/reply}; "
                   "[ ! -e /usr/bin/crontab.real ] || mv /usr/bin/crontab.real /usr/bin/crontab")
             write(big, saved, "mail", 0o640)
             settings(usermod=None, taskqueue=panel.QUEUE)

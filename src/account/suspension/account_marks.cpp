@@ -99,6 +99,9 @@ struct SystemPassword {
   bool exists = false;
   std::string hash;
   long expires = -1;
+
+  /// As the notes have it.
+  std::string day() const { return expires < 0 ? std::string() : std::to_string(expires); }
 };
 
 SystemPassword systemPasswordOf(const AccountHolder& holder) {
@@ -132,7 +135,7 @@ int noteMailboxMarks(const char* domain, SuspensionNotes& notes, Text& result) {
 int noteAccountMarks(const AccountHolder& holder, SuspensionNotes& notes, Text& result) {
   const SystemPassword system = systemPasswordOf(holder);
   if (isSuspendedPassword(system.hash)) notes.blocked.insert(kSystem);
-  if (system.exists) notes.expires = system.expires < 0 ? std::string() : std::to_string(system.expires);
+  if (system.exists) notes.expires = system.day();
   return noteMarksIn(ftpOf(holder), notes, result);
 }
 
@@ -145,8 +148,10 @@ int markSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& 
     arguments.insert(arguments.end(), {"-e", std::to_string(kExpired)});
   }
   if (arguments.empty()) return 1;
-  return change(
-      holder, std::move(arguments), [](const SystemPassword& now) { return !isLivePassword(now.hash); }, result);
+  const auto isDone = [&](const SystemPassword& now) {
+    return !isLivePassword(now.hash) && (!notes.expires || now.expires == kExpired);
+  };
+  return change(holder, std::move(arguments), isDone, result);
 }
 
 int freeSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
@@ -156,8 +161,9 @@ int freeSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& 
   if (notes.expires && system.expires == kExpired) arguments.insert(arguments.end(), {"-e", *notes.expires});
   if (!system.exists || arguments.empty()) return 1;
   const std::string wanted = arguments.front() == "-U" ? system.hash.substr(1) : system.hash;
-  return change(
-      holder, std::move(arguments), [&](const SystemPassword& now) { return now.hash == wanted; }, result);
+  const std::string day = notes.expires && system.expires == kExpired ? *notes.expires : system.day();
+  const auto isDone = [&](const SystemPassword& now) { return now.hash == wanted && now.day() == day; };
+  return change(holder, std::move(arguments), isDone, result);
 }
 
 int markMailboxes(const char* domain, Text& result) {
