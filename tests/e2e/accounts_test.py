@@ -148,10 +148,11 @@ class Deletion(ManagedTest):
         panel.panel_do("addLine", USERS + "/bob/domains.list", "ann.example")
         shell("install -D -m 600 -o zvadmin /dev/null {0}; echo address=192.0.2.20 > {0}; chown -R zvadmin {1}; chmod 700 {1}".format(
             ADMIN + "/state/creations/bob", ADMIN + "/state"))
+        panel.panel_do("writeRecord", ADMIN + "/ips/192.0.2.20", "status=owned")
         shell("mkdir -p {0}; rm -f {0}/*; touch {0}/a1 {0}/a2; chown bob {0}/a1; chown ann {0}/a2".format("/var/spool/cron/atjobs"))
         self.assertIn("Users deleted", self.delete("res", "bob"))
         self.assertGone()
-        self.assertEqual((os.listdir("/var/spool/cron/atjobs"), os.listdir(ADMIN + "/state/creations")), (["a2"], []))
+        self.assertEqual((os.listdir("/var/spool/cron/atjobs"), text(ADMIN + "/ips/192.0.2.20")), (["a2"], "status=owned\n"))
         wanted = ["rewrite&user=bob&value=httpd", "rewrite&domain=bob%2Eexample&value=named", "rewrite&domain=bob%32%2Eexample&value=named",
                   "rewrite&value=ipcount", "cache&value=showallusers"]
         self.assertEqual(text(QUEUE), "".join("action=%s\n" % line for line in wanted))
