@@ -53,8 +53,7 @@ int numberOf(const char* name) {
 std::string typeOf(const char* entry) {
   ConfigFile values(nullptr);
   values.fillFromPost(entry);
-  const char* type = values.getValue("type");
-  return type == nullptr ? "" : type;
+  return values.getOrEmpty("type");
 }
 
 // --- Lists -----------------------------------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "runner/run.h"
 
-#include "account/lifecycle/account_databases.h"
+#include "account/lifecycle/creation.h"
+#include "account/suspension/account_databases.h"
 #include "core/config/config.h"
 #include "core/panel/marks.h"
 #include "core/panel/run_state.h"
@@ -47,6 +48,7 @@ void doQueue(const Config& conf) {
   processQueue(conf.secondTaskQueue, 0);
   checkServices();
   finishDatabaseWork();
+  finishCreations();
   checkServer(conf);
   cleanUp(conf);
 }

@@ -10,7 +10,7 @@ import urllib.parse
 
 import panel
 from panel import ADMIN, QUEUE, settings, shell, text, write
-from suspension_test import FTP, AccountTest
+from suspension_test import DRIVER, FTP, AccountTest
 
 USERS = panel.PANEL + "/data/users"
 OWNERS = "/etc/virtual/domainowners"
@@ -145,8 +145,14 @@ class Deletion(ManagedTest):
         self.assertIn("nothing is deleted", self.log())
         settings(backup_before_delete=None)
         os.unlink(QUEUE)
+        panel.panel_do("addLine", USERS + "/bob/domains.list", "ann.example")
+        shell("install -D -m 600 -o zvadmin /dev/null {0}; echo address=192.0.2.20 > {0}; chown -R zvadmin {1}; chmod 700 {1}".format(
+            ADMIN + "/state/creations/bob", ADMIN + "/state"))
+        panel.panel_do("writeRecord", ADMIN + "/ips/192.0.2.20", "status=owned")
+        shell("mkdir -p {0}; rm -f {0}/*; touch {0}/a1 {0}/a2; chown bob {0}/a1; chown ann {0}/a2".format("/var/spool/cron/atjobs"))
         self.assertIn("Users deleted", self.delete("res", "bob"))
         self.assertGone()
+        self.assertEqual((os.listdir("/var/spool/cron/atjobs"), text(ADMIN + "/ips/192.0.2.20")), (["a2"], "status=owned\n"))
         wanted = ["rewrite&user=bob&value=httpd", "rewrite&domain=bob%2Eexample&value=named", "rewrite&domain=bob%32%2Eexample&value=named",
                   "rewrite&value=ipcount", "cache&value=showallusers"]
         self.assertEqual(text(QUEUE), "".join("action=%s\n" % line for line in wanted))
@@ -203,8 +209,11 @@ class Deletion(ManagedTest):
 
 class Creation(ManagedTest):
     def test_account(self):
+        shell("useradd -M -u 9998 before; groupadd -f -g 9998 before")
+        self.addCleanup(shell, "userdel -f before")
         self.create(ssh="ON")
         eve = pwd.getpwnam("eve")
+        self.assertNotIn(9999, (eve.pw_uid, eve.pw_gid), "stands for an unknown id")
         self.assertIn("eve:$6$salt$hash:", text("/etc/shadow"))
         self.assertEqual((eve.pw_gecos, grp.getgrnam("eve").gr_gid), ("", eve.pw_gid))
         modes = {"/home/eve": 0o711, "/home/eve/domains/eve.example/public_html": 0o755, USERS + "/eve": 0o711, USERS + "/eve/domains": 0o711,
@@ -239,11 +248,25 @@ class Creation(ManagedTest):
                 ("not enough left of quota", {"quota": "501"}), ("not enough left of quota", {"quota": "unlimited"})):
             self.assertIn(words, self.create(status=1, **more).stdout, more)
             self.assertSame(snapshot(), before, more)
+        settings(check_group_on_user_create=0, secure_access_group="devs")
+        for name in ("sudo", "devs"):
+            self.assertIn("group " + name, self.create(status=1, username=name).stdout)
+        settings(check_group_on_user_create=None, secure_access_group=None)
         panel.panel_do("writeRecord", USERS + "/res/reseller.conf", "quota=1000", *UNLIMITED, "oversell=ON")
         write(panel.PANEL + "/scripts/custom/user_create_pre.sh", "#!/bin/sh\necho not $username; exit 3\n", mode=0o755)
         self.assertIn("not eve", self.create(status=1, quota="5000").stdout)
         os.unlink(panel.PANEL + "/scripts/custom/user_create_pre.sh")
         self.create(quota="5000")
+
+    def test_two_at_once(self):
+        """What only one can have, one gets."""
+        write(panel.PANEL + "/scripts/custom/user_create_pre.sh", "#!/bin/sh\nsleep 1\n", mode=0o755)
+        self.addCleanup(shell, "userdel -rf eva; true")
+        both = [subprocess.Popen([DRIVER, "create", urllib.parse.urlencode({**NEW, "username": name}), ""], stdout=subprocess.PIPE, encoding="latin-1")
+                for name in ("eve", "eva")]
+        said = sorted((one.wait(), one.stdout.read()) for one in both)
+        self.assertEqual([status for status, _ in said], [0, 1], said)
+        self.assertIn("is another account's", said[1][1])
 
     def test_cut_short_anywhere(self):
         """A step that fails takes the account back; what a killed creation left, the next one clears or completes."""
@@ -263,6 +286,10 @@ class Creation(ManagedTest):
                 outcome = self.create(fail="*:%s:%d" % (what, step), status=None)
                 again = outcome.returncode != 0
                 self.settle()
+                if step % 2:
+                    write(QUEUE, "")  # the addresses' users are not counted anew
+                    self.run_program()
+                    self.assertFalse(os.listdir(ADMIN + "/state/creations"), (what, step, self.log()))
                 retry = self.create(status=None)
                 self.assertTrue(retry.returncode == 0 or "eve exists already" in retry.stdout, (what, step, retry.stdout))
                 self.assertFalse(os.listdir(ADMIN + "/state/creations"), (what, step))

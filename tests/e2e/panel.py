@@ -125,6 +125,12 @@ class PanelTest(unittest.TestCase):
             self.addCleanup(os.rename, path + ".kept", path)
         write(path, "#!/bin/sh\n" + body, "root", 0o755)
 
+    @staticmethod
+    def log_in(name, caller):
+        """Whether the password "secret" lets in, somebody else asking."""
+        return subprocess.run(["setpriv", "--reuid=" + caller, "--regid=" + caller, "--clear-groups", "su", name, "-c", "true"], input="secret\n",
+                              capture_output=True, encoding="latin-1", check=False).returncode == 0
+
     def administrator(self):
         """One who gets messages, and no mail."""
         panel_do("addAccount", "boss", "admin", "root", "boss.example")

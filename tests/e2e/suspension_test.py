@@ -7,6 +7,7 @@ import subprocess
 import time
 
 import panel
+from maria_db import MariaDb
 from panel import PanelTest, settings, shell, text, write
 
 DRIVER = panel.BUILD + "/account_driver"
@@ -76,10 +77,6 @@ class AccountTest(PanelTest):
 
 
 class Suspension(AccountTest):
-    def log_in(self, name="bob"):
-        return subprocess.run(["setpriv", "--reuid=ann", "--regid=ann", "--clear-groups", "su", name, "-c", "true"], input="secret\n",
-                              capture_output=True, encoding="latin-1", check=False).returncode == 0
-
     def settled(self):
         """The state once the records have been written by us."""
         self.drive("suspend", "bob", "x")
@@ -93,7 +90,9 @@ class Suspension(AccountTest):
         self.assertEqual(after[:-3], before[:-3])
         self.assertEqual(after[-2:], [sorted(before[-2] + ["crontab.conf"]), before[-1]])
         before = after
-        self.assertTrue(self.log_in())
+        self.assertTrue(self.log_in("bob", "ann"))
+        panel.panel_do("addLine", BOB + "/domains.list", "ann.example")
+        anns = text(mailboxes("ann.example"))
         sleeper = subprocess.Popen(["setpriv", "--reuid=bob", "--regid=bob", "--clear-groups", "sleep", "1000"])
         stubborn = subprocess.Popen(["setpriv", "--reuid=bob", "--regid=bob", "--clear-groups", "bash", "-c",
                                      "trap '' TERM; f() { f & f & wait; }; ulimit -u 60; f"], stderr=subprocess.DEVNULL)
@@ -103,13 +102,14 @@ class Suspension(AccountTest):
         time.sleep(0.3)
         self.drive("suspendByTally", "bob", "quota")
         self.assertStopped()
-        self.assertFalse(self.log_in())
-        self.assertTrue(self.log_in("ann"))
+        self.assertFalse(self.log_in("bob", "ann"))
+        self.assertTrue(self.log_in("ann", "bob"))
         self.assertNotEqual(sleeper.wait(), 0)
         stubborn.wait()
         self.assertEqual(subprocess.run(["pgrep", "-u", "bob"], stdout=subprocess.DEVNULL, check=False).returncode, 1)
         self.assertIsNone(other.poll())
         self.assertEqual(text(panel.QUEUE), "action=rewrite&user=bob&value=httpd\n")
+        self.assertEqual(text(mailboxes("ann.example")), anns, "a domain that is another's, whatever the list says")
         # A second reason; then a person's, which the tally does not end.
         self.drive("suspendByTally", "bob", "bandwidth,quota")
         self.drive("suspend", "bob", "abuse")
@@ -121,7 +121,7 @@ class Suspension(AccountTest):
         self.drive("activate", "bob")
         self.drive("activate", "bob")
         self.assertEqual(self.state(), before)
-        self.assertTrue(self.log_in())
+        self.assertTrue(self.log_in("bob", "ann"))
         # The tally's own ends with its last reason.
         self.drive("suspendByTally", "bob", "quota,bandwidth")
         self.drive("dropReasons", "bob", "bandwidth")
@@ -134,7 +134,11 @@ class Suspension(AccountTest):
         shell("rm -rf /etc/virtual/ann.example; rm %s; userdel -f ann" % mailboxes("ann2.example"))
         self.drive("suspend", "ann", "x")
         self.drive("activate", "ann")
-        shell("useradd -M ann")
+        # 9999 stands for an unknown id, and may be somebody's all the same.
+        shell("useradd -M -u 9999 ann; echo ann:secret | chpasswd")
+        self.drive("suspend", "ann", "x")
+        self.assertIn(":!$", shadow_of("ann"))
+        shell("userdel -f ann; useradd -M ann")
 
     def test_killed_at_every_step(self):
         """A suspension killed anywhere is completed by the next, or undone by an activation; so is an activation."""
@@ -160,10 +164,12 @@ class Suspension(AccountTest):
         big = mailboxes("bob2.example")
         cases = [
             ("huge", lambda: os.truncate(big, 100 << 20), "passwd: File too large"),
+            ("many", lambda: write(big, "".join("%d:!a:8:8::/x::\n" % i for i in range(150000)), "mail", 0o640), "more marked passwords"),
             ("link", lambda: (os.unlink(big), os.symlink(SHADOW, big)), "passwd: "),
             ("fifo", lambda: (os.unlink(big), os.mkfifo(big)), "no regular file"),
             ("folder", lambda: shell("rm -r /etc/virtual/bob2.example; ln -s /etc /etc/virtual/bob2.example"), "bob2.example/passwd: "),
             ("usermod", lambda: settings(usermod="/bin/true"), "did not change"),
+            ("locked", lambda: (shell("usermod -L bob"), settings(usermod="/bin/true")), "did not change"),
             ("crontab", lambda: shell("mv /usr/bin/crontab /usr/bin/crontab.real; printf '#!/bin/sh\\necho broken; exit 1\\n' > /usr/bin/crontab;"
                                       "chmod 755 /usr/bin/crontab"), "crontab of bob: broken"),
             ("queue", lambda: settings(taskqueue="/nowhere/task.queue"), "Unable to queue"),
@@ -176,7 +182,7 @@ class Suspension(AccountTest):
             said = self.drive("suspend", "bob", "x", status=1).stdout
             self.assertIn(words, said, name)
             self.assertEqual(said.count("<br>"), 1, (name, said))
-            shell("rm -rf /etc/virtual/bob2.example; install -d -m 700 -o mail -g mail /etc/virtual/bob2.example{,/reply}; "
+            shell("usermod -U bob; rm -rf /etc/virtual/bob2.example; install -d -m 700 -o mail -g mail /etc/virtual/bob2.example{,/reply}; "
                   "[ ! -e /usr/bin/crontab.real ] || mv /usr/bin/crontab.real /usr/bin/crontab")
             write(big, saved, "mail", 0o640)
             settings(usermod=None, taskqueue=panel.QUEUE)
@@ -189,6 +195,55 @@ class Suspension(AccountTest):
         self.assertStopped()
         self.drive("activate", "bob")
         self.assertEqual(self.state(), before)
+
+
+class ByTheTally(AccountTest):
+    def setUp(self):
+        super().setUp()
+        panel.panel_do("addAccount", "boss", "admin", "root")
+        panel.panel_do("addAccount", "res", "reseller", "boss")
+        panel.panel_do("writeRecord", panel.PANEL + "/data/users/res/users.list", "bob")
+
+    def tally(self, database, is_up):
+        """A tally, and the run after it, by when the server is there."""
+        if not is_up:
+            database.stop()
+        self.queue("action=tally&value=all")
+        self.run_program()
+        queued = text(panel.QUEUE)
+        if not is_up:
+            database.start()
+            self.run_program()
+        return queued
+
+    def test_over_the_disk_limit(self):
+        """All of an account is stopped and given back as it was, and what the database server missed is made up for."""
+        database = MariaDb()
+        self.addCleanup(lambda: database.stop())
+        logins = ["bob", "bob_shop", "bob_old", "ann_x"]
+        database.sql("".join("CREATE USER %s@localhost;" % name for name in logins) + "ALTER USER bob_old@localhost ACCOUNT LOCK")
+        settings(disk_usage_suspend=1, quota_partition="/home", disable_quota=1)
+        write(BOB + "/user.conf", text(BOB + "/user.conf").replace("\nquota=1024\n", "\nquota=1\n"), "zvadmin", 0o600)
+        before = self.state()[:-3]
+        for is_up in (True, False):
+            sleeper = subprocess.Popen(["setpriv", "--reuid=bob", "--regid=bob", "--clear-groups", "sleep", "1000"])
+            write("/home/bob/big", "x" * (3 << 20), "bob")
+            queued = self.tally(database, is_up)
+            self.assertStopped(is_up)
+            self.assertFalse(self.log_in("bob", "ann"))
+            self.assertNotEqual(sleeper.wait(), 0)
+            self.assertEqual(database.let_in(*logins), ["ann_x"])
+            self.assertIn("suspended_reason=quota\n", text(BOB + "/user.conf"))
+            os.unlink("/home/bob/big")
+            self.assertIn("action=rewrite&user=bob&value=httpd\n", queued)
+            self.assertIn("action=rewrite&user=bob&value=httpd\n", self.tally(database, is_up))
+            self.assertEqual(self.state()[:-3], before, is_up)
+            self.assertTrue(self.log_in("bob", "ann"))
+            self.assertEqual(database.let_in(*logins), ["bob", "bob_shop", "ann_x"])
+            self.assertIn("suspended=no\n", text(BOB + "/user.conf"))
+        for word in ("locked", "unlocked"):
+            self.assertLogged("The database users of bob are %s when the server answers" % word, times=1)
+            self.assertLogged("The database users of bob are %s, as was noted" % word, "system", times=1)
 
 
 class Domains(AccountTest):

@@ -271,6 +271,18 @@ class Limits(TallyTest):
         self.run_program()
         self.assertEqual(usage("u00000")["bandwidth"], "0.000000")
         self.assertBandwidth("u00004", served["u00004"])
+        # A clean one keeps no history, and no tally follows it.
+        history = lambda: {path: text(path) for path in glob.glob(USERS + "/*/*.tally.20*")}
+        kept = history()
+        self.month("u00000", 11)
+        self.tally()
+        self.assertEqual(state("u00000"), ("yes", "bandwidth"))
+        os.unlink(panel.QUEUE)
+        self.tally("action=cleanreset&value=all")
+        self.assertLogged("Clean Reset All has finished", times=1)
+        self.assertEqual((state("u00000"), usage("u00000")["bandwidth"], history()), (("no", None), "0", kept))
+        self.assertFalse(os.path.exists(USERS + "/u00000/bandwidth.tally"))
+        self.assertNotIn("tally", text(panel.QUEUE))
 
     def test_disk_limit_suspends_where_the_administrator_wants_it(self):
         self.server.make_homes()

@@ -34,11 +34,6 @@ struct Pair {
 constexpr Pair kDefaults[] = {
     {"suspended", "no"}, {"account", "ON"}, {"suspend_at_limit", "ON"}, {"sentwarning", "no"}};
 
-const char* valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
-
 int makeFolder(const std::string& path, Text& result) {
   if (sys::mkdir(path.c_str(), kFolderMode) != 0)
     return fail(result, "Unable to make ", path, ": ", std::strerror(errno));
@@ -73,7 +68,7 @@ int makeDomain(const char* account, const char* domain, const ConfigFile& record
   settings.setParam("domain", domain);
   settings.setParam("suspended", "no");
   for (const char* key : {"bandwidth", "quota"}) {
-    const std::string wanted = valueOf(record, joined("u", key).c_str());
+    const std::string wanted = record.getOrEmpty(joined("u", key).c_str());
     settings.setParam(key, wanted.empty() ? "unlimited" : wanted.c_str());
     used.setParam(key, 0);
   }
@@ -117,8 +112,8 @@ int setHomeMode(const OpenedFolder& home, uid_t owner) {
 }  // namespace
 
 int makeData(const ConfigFile& record, Text& result) {
-  const char* name = valueOf(record, "username");
-  const char* domain = valueOf(record, "domain");
+  const char* name = record.getOrEmpty("username");
+  const char* domain = record.getOrEmpty("domain");
   const AccountType type = accountTypeOf(record);
   const AsUser panel(kPanelUser);
   ConfigFile used(nullptr);
@@ -126,7 +121,7 @@ int makeData(const ConfigFile& record, Text& result) {
   return makeFolder(accountFile(name, nullptr), result) && makeFolder(accountFile(name, "domains"), result) &&
          writeRecord(accountFile(name, "user.usage"), used, result) &&
          writeList(accountFile(name, "domains.list"), domain, result) &&
-         writeList(accountFile(name, "ip.list"), valueOf(record, "ip"), result) &&
+         writeList(accountFile(name, "ip.list"), record.getOrEmpty("ip"), result) &&
          writeList(accountFile(name, "tickets.list"), nullptr, result) && makeDomain(name, domain, record, result) &&
          (type == AccountType::user || makeManager(name, result));
 }
@@ -138,7 +133,7 @@ int writeUserRecord(const ConfigFile& record, Text& result) {
     if (!whole.existsParam(pair.key)) whole.setParam(pair.key, pair.value);
   }
   if (!whole.existsParam("date_created")) whole.setParam("date_created", static_cast<long long>(std::time(nullptr)));
-  return writeRecord(accountFile(valueOf(record, "username"), "user.conf"), whole, result);
+  return writeRecord(accountFile(record.getOrEmpty("username"), "user.conf"), whole, result);
 }
 
 int removeData(const char* account, Text& result) {

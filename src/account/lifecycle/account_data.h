@@ -1,7 +1,7 @@
 // The data folder of a new account, and the pages in its home.
 #pragma once
 
-#include "account/lifecycle/account_holder.h"
+#include "account/model/account_holder.h"
 #include "core/record/config_file.h"
 
 namespace zvtaskq {

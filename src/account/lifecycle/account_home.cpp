@@ -11,6 +11,8 @@
 #include "core/files/private_folder.h"
 #include "core/panel/run_state.h"
 #include "core/process/child.h"
+#include "core/process/execute.h"
+#include "core/process/system_tool.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/random.h"
@@ -144,6 +146,19 @@ int removeHome(const AccountHolder& holder, Text& result) {
   }
   const int removed = removeHere(home, holder, result);
   return clearRest(home, result) & removed;
+}
+
+int deleteSystemUser(const std::string& name, Text& result) {
+  constexpr int kBetweenTries = 100;
+  constexpr int kUserIsBusy = 8;
+  constexpr int kTries = 30;
+  for (int i = 0; i < kTries; ++i) {
+    const ToolAnswer answer = runTool(sys_conf->userdel, {name});
+    if (answer.succeeded()) return 1;
+    if (answer.status != kUserIsBusy) break;
+    nap(kBetweenTries);
+  }
+  return useTool(sys_conf->userdel, {name}, result);
 }
 
 }  // namespace zvtaskq

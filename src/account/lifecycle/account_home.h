@@ -1,7 +1,7 @@
-// The home of an account that goes.
+// The home of an account that goes, and its system account.
 #pragma once
 
-#include "account/lifecycle/account_holder.h"
+#include "account/model/account_holder.h"
 
 namespace zvtaskq {
 
@@ -14,5 +14,9 @@ namespace zvtaskq {
 /// A home that is a link, or somebody else's, stays: 0 with a line in `result`, as for what could not be removed. Works
 /// under any identity, which is the same afterwards.
 [[nodiscard]] int removeHome(const AccountHolder& holder, Text& result);
+
+/// Deletes a system account by `userdel`. A process of his that ended a moment ago is waited for, a few seconds at
+/// most: until whoever started it has noticed, the program takes it for one that runs. 0 with a line of `result`.
+[[nodiscard]] int deleteSystemUser(const std::string& name, Text& result);
 
 }  // namespace zvtaskq

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "account/lifecycle/account_work.h"
 #include "account/model/account_name.h"
 #include "core/panel/panel_paths.h"
+#include "core/record/panel_file.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
 
@@ -14,11 +14,6 @@ namespace {
 
 constexpr const char* kUsers = "users.list";
 const char* const kManagerLists[] = {"reseller.list", "admin.list"};
-
-const char* valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
 
 /// The lines of a list of the panel's; none when it is not there.
 std::vector<std::string> linesOf(const std::string& path) {
@@ -74,9 +69,9 @@ int listAccount(const ConfigFile& record, Text& result) {
   const AccountType type = accountTypeOf(record);
   const std::string path = type == AccountType::reseller ? adminFile("reseller.list")
                            : type == AccountType::admin  ? adminFile("admin.list")
-                                                         : accountFile(valueOf(record, "creator"), kUsers);
+                                                         : accountFile(record.getOrEmpty("creator"), kUsers);
   return changeList(
-      path, [&](ListFile& list) { list.addElement(valueOf(record, "username")); }, result);
+      path, [&](ListFile& list) { list.addElement(record.getOrEmpty("username")); }, result);
 }
 
 int unlistAccount(const char* account, Text& result) {
@@ -107,7 +102,7 @@ int mayUseAddress(const char* address, const char* creator, Text& result) {
   PanelRecord record(addressFile(address));
   if (!record.readFile()) return fail(result, "There is no address ", address, " on this server");
   if (record.isValue("status", "owned")) return fail(result, "The address ", address, " is another account's");
-  const std::string_view reseller = valueOf(record, "reseller");
+  const std::string_view reseller = record.getOrEmpty("reseller");
   if (!reseller.empty() && reseller != creator) {
     return fail(result, "The address ", address, " is another reseller's");
   }

@@ -3,7 +3,7 @@
 // All may be called under any identity, which is the same afterwards; 0 comes with a line in `result`.
 #pragma once
 
-#include "account/lifecycle/account_holder.h"
+#include "account/model/account_holder.h"
 
 namespace zvtaskq {
 

@@ -1,10 +1,10 @@
-// What queue lines want of the accounts themselves.
+// What queue lines want of the life of accounts.
 #pragma once
 
 #include "core/panel/task.h"
 
 namespace zvtaskq {
 
-ActionRows accountActions();
+ActionRows lifecycleActions();
 
 }  // namespace zvtaskq

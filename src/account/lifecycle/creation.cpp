@@ -3,40 +3,42 @@
 #include <grp.h>
 #include <pwd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <iterator>
 
 #include "account/lifecycle/account_data.h"
 #include "account/lifecycle/account_home.h"
-#include "account/lifecycle/account_hooks.h"
 #include "account/lifecycle/account_lists.h"
 #include "account/lifecycle/account_mail.h"
-#include "account/lifecycle/account_work.h"
 #include "account/lifecycle/creation_checks.h"
 #include "account/lifecycle/disk_quota.h"
-#include "account/lifecycle/system_tool.h"
+#include "account/model/account_hooks.h"
+#include "account/model/account_name.h"
+#include "account/model/account_work.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
+#include "core/panel/marks.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/state_folder.h"
 #include "core/panel/task.h"
 #include "core/panel/task_queue.h"
+#include "core/process/system_tool.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/random.h"
+#include "core/tree/guarded_folder.h"
 
 namespace zvtaskq {
 
 namespace {
 
 constexpr const char* kFolder = "creations";
+constexpr const char* kMark = "creations";
 constexpr std::size_t kTokenLength = 20;
-
-const char* valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
+/// A name that can be no account's, for the lock of who makes one.
+constexpr const char* kEveryAccount = "all";
 
 /// A creation on its way. Its note stands in the state folder as long as it is: a system account is its own when the
 /// comment is the note's token, whatever was made by hand meanwhile.
@@ -46,10 +48,10 @@ struct Creation {
   const char* name;
   PanelRecord note;
 
-  std::string domain() const { return valueOf(record, "domain"); }
-  std::string address() const { return valueOf(note, "address"); }
+  std::string domain() const { return record.getOrEmpty("domain"); }
+  std::string address() const { return note.getOrEmpty("address"); }
   bool ownsSystemAccount() const {
-    const char* token = valueOf(note, "token");
+    const char* token = note.getOrEmpty("token");
     const passwd* account = ::getpwnam(name);
     return account != nullptr && *token != '\0' && std::strcmp(account->pw_gecos, token) == 0;
   }
@@ -65,12 +67,16 @@ int nothing(Creation&, Text&) {
   return 1;
 }
 
-int makeSystemAccount(Creation& creation, Text& result) {
-  std::vector<std::string> arguments = {"-m", "-c", valueOf(creation.note, "token")};
+int addSystemAccount(Creation& creation, bool beyondUnknown, Text& result) {
+  std::vector<std::string> arguments = {"-m", "-c", creation.note.getOrEmpty("token")};
   if (::getgrnam(creation.name) == nullptr) {
     arguments.emplace_back("-U");
   } else {
     arguments.insert(arguments.end(), {"-g", creation.name});
+  }
+  if (beyondUnknown) {
+    const std::string first = std::to_string(kUnknownId + 1);
+    arguments.insert(arguments.end(), {"-K", "UID_MIN=" + first, "-K", "GID_MIN=" + first});
   }
   arguments.emplace_back(creation.name);
   return useTool(sys_conf->useradd, std::move(arguments), result);
@@ -80,8 +86,16 @@ int removeSystemAccount(Creation& creation, Text& result) {
   if (!creation.ownsSystemAccount()) return 1;
   AccountHolder holder;
   holder.name = creation.name;
-  holder.ids = idsOf(creation.name);
+  holder.findSystemAccount();
   return removeHome(holder, result) && deleteSystemUser(creation.name, result);
+}
+
+/// Nobody is to have the id that stands for an unknown one: what is done as an account would not be done for him.
+int makeSystemAccount(Creation& creation, Text& result) {
+  if (!addSystemAccount(creation, false, result)) return 0;
+  const passwd* account = ::getpwnam(creation.name);
+  const bool isFit = account != nullptr && account->pw_uid != kUnknownId && account->pw_gid != kUnknownId;
+  return isFit || (removeSystemAccount(creation, result) && addSystemAccount(creation, true, result)) ? 1 : 0;
 }
 
 int setPassword(Creation& creation, Text& result) {
@@ -116,7 +130,7 @@ int makeMail(Creation& creation, Text& result) {
 
 /// A domain that somebody else got meanwhile is left to him.
 int removeMail(Creation& creation, Text& result) {
-  const std::string domain = valueOf(creation.note, "domain");
+  const std::string domain = creation.note.getOrEmpty("domain");
   ConfigFile owners(nullptr);
   const bool isKnown = readDomainOwners(owners) && owners.existsParam(domain.c_str());
   const bool isOthers = isKnown && !owners.isValue(domain.c_str(), creation.name);
@@ -169,7 +183,7 @@ std::string noteFile(const char* name) {
 }
 
 int writeNote(Creation& creation, Text& result) {
-  const char* ip = valueOf(creation.record, "ip");
+  const char* ip = creation.record.getOrEmpty("ip");
   creation.note.empty();
   creation.note.setParam("token", getRandText(kTokenLength).c_str());
   creation.note.setParam("domain", creation.domain().c_str());
@@ -179,23 +193,17 @@ int writeNote(Creation& creation, Text& result) {
   return fail(result, "Unable to write ", creation.note.getFilename(), ": ", creation.note.result);
 }
 
-int removeNote(const Creation& creation, Text& result) {
-  const AsUser panel(kPanelUser);
-  return sys::unlink(creation.note.getFilename()) == 0 ? 1
-                                                       : fail(result, "Unable to remove ", creation.note.getFilename());
-}
-
 /// The comment has served when the account is whole.
 int complete(Creation& creation, Text& result) {
   if (creation.ownsSystemAccount() && !useTool(sys_conf->usermod, {"-c", "", creation.name}, result)) return 0;
-  return removeNote(creation, result);
+  return forgetCreation(creation.name, result);
 }
 
 /// Takes the steps back, the last first. When one cannot be, the note stays for the next.
 int takeBack(Creation& creation, Text& result) {
   int done = 1;
   for (auto step = std::rbegin(kSteps); step != std::rend(kSteps); ++step) done &= step->undo(creation, result);
-  return done && removeNote(creation, result);
+  return done && forgetCreation(creation.name, result);
 }
 
 /// What one that was killed left.
@@ -219,12 +227,43 @@ int makeAll(Creation& creation, Text& result) {
   return complete(creation, result);
 }
 
+/// The names of accounts of which there is a note.
+std::vector<std::string> noted() {
+  const AsUser panel(kPanelUser);
+  const Descriptor folder(sys::open(stateFile(kFolder).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+  std::vector<std::string> names;
+  if (folder && !namesIn(folder.get(), names)) errorLog("Unable to read %s", stateFile(kFolder).c_str());
+  std::erase_if(names, [](const std::string& name) { return !isAccountName(name.c_str()); });
+  return names;
+}
+
 }  // namespace
 
+int forgetCreation(const char* account, Text& result) {
+  const AsUser panel(kPanelUser);
+  const std::string note = noteFile(account);
+  if (sys::unlink(note.c_str()) == 0 || errno == ENOENT) return 1;
+  return fail(result, "Unable to remove ", note, ": ", std::strerror(errno));
+}
+
+void finishCreations() {
+  const ConfigFile nothingMore(nullptr);
+  for (const std::string& name : isDemo() ? std::vector<std::string>() : noted()) {
+    const AccountLock lock(name.c_str(), 0);
+    Text result;
+    Creation creation{nothingMore, nullptr, name.c_str(), PanelRecord(noteFile(name.c_str()))};
+    if (!lock.held() || settleLeftovers(creation, result) || !isDueAgain(kMark, name)) continue;
+    errorLog("What a creation of account %s left cannot be taken back: %s", name.c_str(), result.orEmpty());
+  }
+}
+
 int createAccount(const ConfigFile& record, const char* passwordHash, Text& result) {
-  const char* name = valueOf(record, "username");
+  const char* name = record.getOrEmpty("username");
   const AccountWork work(name);
   if (!work.begin(result)) return 0;
+  // Two at once would both find free what only one of them can have: a domain, an address, what a reseller has left.
+  const AccountLock turn(kEveryAccount, kAccountLockWait);
+  if (!turn.held()) return fail(result, "Unable to make account ", name, ": another is being made");
   Creation creation{record, passwordHash, name, PanelRecord(noteFile(name))};
   if (!settleLeftovers(creation, result) || !mayCreate(record, result)) return 0;
   const AccountHooks hooks{"create", name, &record};

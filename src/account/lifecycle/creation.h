@@ -13,9 +13,15 @@ namespace zvtaskq {
 /// Refused, with a line in `result` and nothing done: names that cannot be, are taken (by an account, a system account,
 /// with `check_group_on_user_create` a group, databases) or mean something else; a domain or address that is another's;
 /// a creator that is no manager, or a reseller without enough left; a script that forbids it. A step that fails takes
-/// back those before it. What a killed creation left is taken back by the next of that name, or found complete.
+/// back those before it. What a killed creation left is taken back by `finishCreations`, or by the next of that name.
 ///
 /// May be called under any identity; leaves nobody.
 [[nodiscard]] int createAccount(const ConfigFile& record, const char* passwordHash, Text& result);
+
+/// Takes back what creations have left that were killed, or completes them. An account that another process works on
+/// waits for the next time. What cannot be done is told once a day. Leaves nobody.
+void finishCreations();
+/// Nothing of the account's creation is to be taken back any more: what it took may be another's by now.
+[[nodiscard]] int forgetCreation(const char* account, Text& result);
 
 }  // namespace zvtaskq

@@ -6,10 +6,11 @@
 #include <cerrno>
 #include <string_view>
 
-#include "account/lifecycle/account_databases.h"
 #include "account/lifecycle/account_lists.h"
+#include "account/model/account_holder.h"
 #include "account/model/account_name.h"
 #include "account/model/system_accounts.h"
+#include "account/suspension/account_databases.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
@@ -26,15 +27,17 @@ namespace {
 constexpr std::string_view kReserved[] = {"root",   "zvadmin", "nobody", "all",  "multiple",    "shared",
                                           "server", "mysql",   "sys",    "test", "information", "performance"};
 
-const char* valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
-
 bool stands(const std::string& path, const char* user) {
   const AsUser owner(user);
   struct stat what {};
   return sys::lstat(path.c_str(), what) == 0 || (errno != ENOENT && errno != ENOTDIR);
+}
+
+/// Whether an account may have a group that is there already: never one of the system's, whose members may do more
+/// than others, nor the one that the way into all homes is open to.
+bool mayJoin(const group& taken) {
+  return sys_conf->check_group_on_user_create == 0 && taken.gr_gid >= kFirstPerson &&
+         sys_conf->secure_access_group.view() != taken.gr_name;
 }
 
 int isFreeName(const char* name, Text& result) {
@@ -43,9 +46,8 @@ int isFreeName(const char* name, Text& result) {
   }
   if (stands(accountFile(name, nullptr), kPanelUser)) return fail(result, "Account ", name, " exists already");
   if (systemAccounts().find(name) != nullptr) return fail(result, "There is a system account ", name, " already");
-  if (sys_conf->check_group_on_user_create && ::getgrnam(name) != nullptr) {
-    return fail(result, "There is a group ", name, " already");
-  }
+  const group* taken = ::getgrnam(name);
+  if (taken != nullptr && !mayJoin(*taken)) return fail(result, "There is a group ", name, " already");
   return hasNoDatabases(name, result);
 }
 
@@ -62,9 +64,9 @@ int isFreeDomain(const char* domain, Text& result) {
 
 /// A creator must be able to have accounts; only an administrator makes managers.
 int isFitCreator(const ConfigFile& record, Text& result) {
-  const char* creator = valueOf(record, "creator");
+  const char* creator = record.getOrEmpty("creator");
   const AccountType wanted = accountTypeOf(record);
-  if (wanted == AccountType::unknown) return fail(result, valueOf(record, "usertype"), " is no type of an account");
+  if (wanted == AccountType::unknown) return fail(result, record.getOrEmpty("usertype"), " is no type of an account");
   ConfigFile account(nullptr);
   if (!readAccount(creator, account)) return fail(result, "Unable to read account ", creator, " : ", account.result);
   const AccountType type = accountTypeOf(account);
@@ -76,10 +78,11 @@ int isFitCreator(const ConfigFile& record, Text& result) {
 }  // namespace
 
 int mayCreate(const ConfigFile& record, Text& result) {
-  const char* name = valueOf(record, "username");
+  const char* name = record.getOrEmpty("username");
   if (!isAccountName(name)) return fail(result, "Invalid user name");
-  return isFreeName(name, result) && isFreeDomain(valueOf(record, "domain"), result) && isFitCreator(record, result) &&
-         mayUseAddress(valueOf(record, "ip"), valueOf(record, "creator"), result) && mayAllocate(record, result);
+  return isFreeName(name, result) && isFreeDomain(record.getOrEmpty("domain"), result) &&
+         isFitCreator(record, result) && mayUseAddress(record.getOrEmpty("ip"), record.getOrEmpty("creator"), result) &&
+         mayAllocate(record, result);
 }
 
 }  // namespace zvtaskq

@@ -6,21 +6,22 @@
 #include <cstring>
 
 #include "account/lifecycle/account_data.h"
-#include "account/lifecycle/account_databases.h"
 #include "account/lifecycle/account_home.h"
-#include "account/lifecycle/account_hooks.h"
-#include "account/lifecycle/account_jobs.h"
 #include "account/lifecycle/account_lists.h"
 #include "account/lifecycle/account_mail.h"
-#include "account/lifecycle/account_marks.h"
-#include "account/lifecycle/account_work.h"
+#include "account/lifecycle/creation.h"
 #include "account/lifecycle/disk_quota.h"
-#include "account/lifecycle/system_tool.h"
+#include "account/model/account_hooks.h"
+#include "account/model/account_work.h"
 #include "account/model/system_accounts.h"
+#include "account/suspension/account_databases.h"
+#include "account/suspension/account_jobs.h"
+#include "account/suspension/account_marks.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/task_queue.h"
+#include "core/process/system_tool.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
@@ -46,7 +47,7 @@ int findDomainsByOwner(AccountHolder& holder, Text& result) {
   if (!readDomainOwners(owners)) return fail(result, owners.result);
   for (long long i = 0; i < owners.size(); ++i) {
     const char* domain = owners.getNameAt(i);
-    if (owners.getValueAt(i) == holder.name && isValidDomain(domain)) holder.domains.emplace_back(domain);
+    if (owners.getValueAt(i) == holder.name && isValidDomain(domain)) holder.domains.emplace(domain);
   }
   return 1;
 }
@@ -74,6 +75,7 @@ int stopForGood(const AccountHolder& holder, Text& result) {
   int done = markSystem(holder, notes, result);
   done &= removeCrontab(holder, result);
   if (!endProcesses(holder)) done = fail(result, "Processes of ", holder.name, " are still running");
+  done &= removeAtJobs(holder, result);
   return done & removeCrontab(holder, result);
 }
 
@@ -116,12 +118,12 @@ int queueRewrites(const AccountHolder& holder, bool leaveDns, Text& result) {
 
 /// The steps of an account that is more than a name in a list.
 int removeAll(const AccountWork& work, bool leaveDns, Text& result) {
-  const char* address = work.record.getValue("ip");
+  const char* address = work.record.getOrEmpty("ip");
   int done = stopForGood(work.holder, result);
   done &= removeServices(work.holder, result);
   done &= removeSystemAccount(work.holder, result);
   done &= queueRewrites(work.holder, leaveDns, result);
-  return done & releaseAddresses(work.account, address == nullptr ? "" : address, result);
+  return done & releaseAddresses(work.account, address, result);
 }
 
 }  // namespace
@@ -142,7 +144,7 @@ int deleteAccount(const char* account, bool leaveDns, Text& result) {
   // The lists last: whoever may delete the account may delete it again.
   if (hasData && !removeData(account, result)) return 0;
   if (hasData) done &= allocate(work.record, false, result);
-  done &= unlistAccount(account, result);
+  done &= unlistAccount(account, result) & forgetCreation(account, result);
   const AccountHooks hooks{"destroy", account, &work.record};
   hooks.tell();
   systemLog("Account %s deleted", account);

@@ -4,13 +4,13 @@
 #include <cmath>
 #include <memory>
 
-#include "account/lifecycle/account_work.h"
-#include "account/lifecycle/system_tool.h"
 #include "account/model/account_record.h"
+#include "account/model/account_work.h"
 #include "account/model/limits.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
+#include "core/process/system_tool.h"
 #include "core/sys/log.h"
 #include "core/sys/safe_point.h"
 

@@ -1,8 +1,8 @@
 #include "account/lifecycle/account_lists.h"
-#include "account/lifecycle/account_work.h"
 #include "account/model/limits.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/task.h"
+#include "core/record/panel_file.h"
 #include "core/sys/privileges.h"
 
 namespace zvtaskq {
@@ -11,11 +11,6 @@ namespace {
 
 constexpr const char* kAllocation = "reseller.allocation";
 constexpr const char* kUnlimited = "unlimited";
-
-const char* creatorOf(const ConfigFile& record) {
-  const char* creator = record.getValue("creator");
-  return creator == nullptr ? "" : creator;
-}
 
 /// A reseller as a creator: what he may give away and what he gave. His own limits stand in where none of their own are
 /// set for what he gives.
@@ -49,7 +44,7 @@ bool fits(const LimitKey& row, const Limit& most, const Limit& given, const Limi
 }  // namespace
 
 int mayAllocate(const ConfigFile& record, Text& result) {
-  const char* creator = creatorOf(record);
+  const char* creator = record.getOrEmpty("creator");
   Reseller reseller;
   if (!reseller.read(creator, result)) return 0;
   if (!reseller.isReseller() || reseller.mayOversell()) return 1;
@@ -65,7 +60,7 @@ int mayAllocate(const ConfigFile& record, Text& result) {
 }
 
 int allocate(const ConfigFile& record, bool add, Text& result) {
-  const char* creator = creatorOf(record);
+  const char* creator = record.getOrEmpty("creator");
   Reseller reseller;
   Text ignored;
   // Whose creator is gone, or is an administrator, was given what nobody counts.

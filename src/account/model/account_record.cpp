@@ -145,6 +145,13 @@ int readDomain(const char* account, const char* domain, ConfigFile& record) {
   return readPanels(record, false);
 }
 
+bool isOthersDomain(const ConfigFile& owners, const char* account, const char* domain) {
+  const char* owner = owners.getValue(domain);
+  if (owner == nullptr || std::string_view(owner) == account) return false;
+  ConfigFile record(nullptr);
+  return readDomain(owner, domain, record) != 0;
+}
+
 std::string domainFile(const char* account, const char* domain, const char* ending) {
   return accountFile(account, joined("domains/", domain, ".", ending).c_str());
 }

@@ -31,6 +31,9 @@ AccountType accountTypeOf(const ConfigFile& record);
 [[nodiscard]] int listAccounts(ListFile& names);
 /// Reads the table of domain owners (`domainOwnersFile`): a pair a domain.
 [[nodiscard]] int readDomainOwners(ConfigFile& owners);
+/// Whether the table of owners gives the domain to another account, which has it: it is that one's then, whatever a
+/// list of this one says.
+bool isOthersDomain(const ConfigFile& owners, const char* account, const char* domain);
 /// Reads the record of a domain of an account into `record`.
 [[nodiscard]] int readDomain(const char* account, const char* domain, ConfigFile& record);
 /// The domains of an account, by its "domains.list"; a line that is no domain name is left out with an error-log line.

@@ -29,8 +29,7 @@ Address addressOf(const char* text) {
     errorLog("%s: %s", record.getFilename(), record.result.orEmpty());
     return address;
   }
-  const char* status = record.getValue("status");
-  address.status = status == nullptr ? "" : status;
+  address.status = record.getOrEmpty("status");
   address.linked = addressesIn(record.getValue("linked"));
   record.getValue("users", &address.users);
   return address;

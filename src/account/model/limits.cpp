@@ -24,11 +24,6 @@ bool readAmount(std::string_view text, double& amount) {
   return error == std::errc() && end == text.data() + text.size() && amount >= 0 && amount <= kLargest;
 }
 
-std::string_view valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? std::string_view() : std::string_view(value);
-}
-
 }  // namespace
 
 std::span<const LimitKey> limitKeys() {
@@ -37,7 +32,7 @@ std::span<const LimitKey> limitKeys() {
 
 Limit limitOf(const ConfigFile& record, const char* key, const char* account) {
   const Limit limit = shownLimitOf(record, key);
-  const std::string_view value = valueOf(record, key);
+  const std::string_view value = record.getOrEmpty(key);
   if (limit.isUnlimited && !value.empty() && value != "unlimited") {
     errorLog("%s: %s=%.100s of account %s is no limit, and limits nothing", record.getFilename(), key, value.data(),
              account);
@@ -47,7 +42,7 @@ Limit limitOf(const ConfigFile& record, const char* key, const char* account) {
 
 Limit shownLimitOf(const ConfigFile& record, const char* key) {
   Limit limit{false, 0};
-  if (!readAmount(valueOf(record, key), limit.amount)) return {};
+  if (!readAmount(record.getOrEmpty(key), limit.amount)) return {};
   if (std::string_view(key) == "bandwidth") limit.amount += amountOf(record, "additional_bandwidth");
   return limit;
 }
@@ -80,7 +75,7 @@ double percentOf(double used, const Limit& limit) {
 
 double amountOf(const ConfigFile& record, const char* key) {
   double amount = 0;
-  return readAmount(valueOf(record, key), amount) ? amount : 0;
+  return readAmount(record.getOrEmpty(key), amount) ? amount : 0;
 }
 
 }  // namespace zvtaskq

@@ -2,8 +2,6 @@
 // file ten thousand times.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <map>
 #include <set>
 #include <string>
@@ -32,9 +30,7 @@ class SystemAccounts {
 
   std::map<std::string, SystemAccount, std::less<>> accounts_;
   std::set<uid_t> users_;
-  struct stat seen_ {};
-  /// Looked at once in a tick of the coarse clock.
-  timespec lookedAt_{};
+  AccountsFile file_;
 };
 
 /// The one of this process.

@@ -15,10 +15,7 @@ struct Task {
   ConfigFile& record;
 
   /// The value of a key; "" when the line does not have it.
-  const char* get(const char* key) const {
-    const char* value = record.getValue(key);
-    return value == nullptr ? "" : value;
-  }
+  const char* get(const char* key) const { return record.getOrEmpty(key); }
   /// The value of a key; null when the line does not have it or leaves it empty.
   const char* getOrNull(const char* key) const {
     const char* value = record.getValue(key);

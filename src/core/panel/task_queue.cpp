@@ -15,11 +15,6 @@ namespace zvtaskq {
 
 namespace {
 
-const char* valueOf(const ConfigFile& line) {
-  const char* value = line.getValue("value");
-  return value == nullptr ? "" : value;
-}
-
 bool is(const ConfigFile& line, const char* name, const char* value) {
   return line.isValue(name, value) != 0;
 }
@@ -40,7 +35,7 @@ void softenRestart(ConfigFile& line, bool gracefulToo) {
 
 void rewriteForWebServer(ConfigFile& line) {
   if (sys_conf->nginx && is(line, "action", "httpd")) {
-    debug(1000, "pushOnTaskQueue: Swapping httpd to be nginx for %s", valueOf(line));
+    debug(1000, "pushOnTaskQueue: Swapping httpd to be nginx for %s", line.getOrEmpty("value"));
     line.setParam("action", "nginx");
     softenRestart(line, false);
   }
@@ -51,7 +46,7 @@ void rewriteForWebServer(ConfigFile& line) {
     static_cast<void>(pushOnTaskQueue("nginx", forProxy.getValue("value"), nullptr, &forProxy));
   }
   if (sys_conf->litespeed && is(line, "action", "httpd")) {
-    debug(1000, "pushOnTaskQueue: Swapping httpd to be litespeed for %s", valueOf(line));
+    debug(1000, "pushOnTaskQueue: Swapping httpd to be litespeed for %s", line.getOrEmpty("value"));
     line.setParam("action", "litespeed");
     softenRestart(line, true);
   }

@@ -66,6 +66,8 @@ class ConfigFile : public DataFile {
   // --- Getting ------------------------------------------------------------------------------------------------
   /// The value, owned by the record and valid until that pair changes; null when the name is absent.
   const char* getValue(const char* name) const;
+  /// The same; "" when the name is absent.
+  const char* getOrEmpty(const char* name) const;
   /// Copies at most `length` bytes of the value, without a terminator when it is that long. 1 if found.
   int getValue(const char* name, char* into, int length) const;
   /// 1 when the name exists and its value scans as the target's type; else 0 and the target keeps what it held.

@@ -39,6 +39,11 @@ const char* ConfigFile::getValue(const char* name) const {
   return pair == nullptr ? nullptr : pair->value;
 }
 
+const char* ConfigFile::getOrEmpty(const char* name) const {
+  const char* value = getValue(name);
+  return value == nullptr ? "" : value;
+}
+
 int ConfigFile::getValue(const char* name, char* into, int length) const {
   const Pair* pair = find(name);
   if (pair == nullptr) return 0;

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "core/files/safe_file.h"
+#include "core/record/record_lock.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/random.h"
@@ -27,6 +28,33 @@ bool moveAway(const char* path) {
 }
 
 }  // namespace
+
+int changeRecord(const std::string& path, const std::function<void(ConfigFile&)>& change, Text& result) {
+  PanelRecord record(path);
+  const RecordLock lock(record);
+  if (!record.readFile()) return fail(result, record.result);
+  change(record);
+  return record.writeFile() ? 1 : fail(result, record.result);
+}
+
+int changeList(const std::string& path, const std::function<void(ListFile&)>& change, Text& result) {
+  PanelList list(path);
+  FileLock lock;
+  if (!list.takeLock(lock)) return fail(result, "Unable to get Lock on file ", path);
+  list.useLock = false;
+  struct stat what {};
+  const bool isThere = [&] {
+    const AsUser panel(kPanelUser);
+    return sys::lstat(path.c_str(), what) == 0 || errno != ENOENT;
+  }();
+  int done = !isThere || list.readFile();
+  if (done) {
+    change(list);
+    done = list.writeFile();
+  }
+  list.releaseLock(lock);
+  return done ? 1 : fail(result, list.result);
+}
 
 bool isPanels(const struct stat& what) {
   return what.st_uid == 0 || what.st_uid == getUID(kPanelUser);

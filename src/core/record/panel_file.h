@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <functional>
 #include <string>
 
 #include "core/record/config_file.h"
@@ -23,6 +24,11 @@ class PanelList : public ListFile {
  public:
   explicit PanelList(const std::string& path) : ListFile(path.c_str()) { belongsTo(kPanelUser); }
 };
+
+/// Changes a record of the panel's under its lock, from reading to writing. 0 with the reason in `result`.
+[[nodiscard]] int changeRecord(const std::string& path, const std::function<void(ConfigFile&)>& change, Text& result);
+/// The same for a list; one that is not there begins empty.
+[[nodiscard]] int changeList(const std::string& path, const std::function<void(ListFile&)>& change, Text& result);
 
 /// Whether a file of that kind belongs to the panel's user or to root.
 bool isPanels(const struct stat& what);

@@ -2,7 +2,6 @@
 
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -34,7 +33,7 @@ std::optional<Ids> lookUpAccount(const char* name) {
 class AccountCache {
  public:
   std::optional<Ids> find(const char* name) {
-    forgetIfChanged();
+    if (accountsFile_.hasChanged()) accounts_.clear();
     const auto known = accounts_.find(name);
     if (known != accounts_.end()) return known->second;
     const std::optional<Ids> ids = lookUpAccount(name);
@@ -43,25 +42,8 @@ class AccountCache {
   }
 
  private:
-  void forgetIfChanged() {
-    // Looked at once in a tick of the coarse clock: a tally asks a hundred times an account.
-    timespec tick{};
-    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
-    if (tick.tv_sec == lookedAt_.tv_sec && tick.tv_nsec == lookedAt_.tv_nsec) return;
-    lookedAt_ = tick;
-    struct stat now {};
-    if (::stat("/etc/passwd", &now) != 0) now = {};
-    if (now.st_ino == seen_.st_ino && now.st_size == seen_.st_size && now.st_mtim.tv_sec == seen_.st_mtim.tv_sec &&
-        now.st_mtim.tv_nsec == seen_.st_mtim.tv_nsec) {
-      return;
-    }
-    accounts_.clear();
-    seen_ = now;
-  }
-
   std::map<std::string, Ids, std::less<>> accounts_;
-  struct stat seen_ {};
-  timespec lookedAt_{};
+  AccountsFile accountsFile_;
 };
 
 std::optional<Ids> accountIds(const char* name) {
@@ -91,6 +73,19 @@ int setEffectiveGroup(gid_t group) {
 }
 
 }  // namespace
+
+bool AccountsFile::hasChanged() {
+  timespec tick{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
+  if (tick.tv_sec == lookedAt_.tv_sec && tick.tv_nsec == lookedAt_.tv_nsec) return false;
+  lookedAt_ = tick;
+  struct stat now {};
+  if (::stat("/etc/passwd", &now) != 0) now = {};
+  const bool isSame = now.st_ino == seen_.st_ino && now.st_size == seen_.st_size &&
+                      now.st_mtim.tv_sec == seen_.st_mtim.tv_sec && now.st_mtim.tv_nsec == seen_.st_mtim.tv_nsec;
+  seen_ = now;
+  return !isSame;
+}
 
 Ids effectiveIds() {
   return verified ? *verified : Ids{::geteuid(), ::getegid()};

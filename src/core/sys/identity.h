@@ -1,6 +1,7 @@
 // User and group ids, and the only code that changes the process's own. Nothing here logs: the log itself needs it.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -18,6 +19,18 @@ struct Ids {
   bool operator==(const Ids&) const = default;
 };
 inline constexpr Ids kRootIds{0, 0};
+
+/// The file of the system's accounts, for who remembers what it says. It is looked at once in a tick of the coarse
+/// clock: a tally asks a hundred times an account.
+class AccountsFile {
+ public:
+  /// Whether it has changed since the last time this was asked.
+  bool hasChanged();
+
+ private:
+  struct stat seen_ {};
+  timespec lookedAt_{};
+};
 
 /// The ids the process works under now, and those it was started with.
 Ids effectiveIds();

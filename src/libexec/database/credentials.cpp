@@ -15,11 +15,6 @@ constexpr std::size_t kMostBytes = 64UL * 1024;
 constexpr mode_t kOthers = 077;
 constexpr int kHighestPort = 65535;
 
-std::string textOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
-
 /// Why the open file may not be read; empty when it may.
 std::string refusal(int file) {
   struct stat what {};
@@ -44,13 +39,13 @@ int readCredentials(const char* path, Credentials& credentials, std::string& err
       (!record.getValue("port", &port) || port < 0 || port > kHighestPort)) {
     error = "the port is none";
   }
-  if (error.empty() && textOf(record, "user").empty()) error = "names no user";
+  if (error.empty() && *record.getOrEmpty("user") == '\0') error = "names no user";
   if (!error.empty()) {
     error = joined(path, ": ", error);
     return 0;
   }
-  credentials = {textOf(record, "user"), textOf(record, "passwd"), textOf(record, "host"), textOf(record, "socket"),
-                 static_cast<unsigned>(port)};
+  credentials = {record.getOrEmpty("user"), record.getOrEmpty("passwd"), record.getOrEmpty("host"),
+                 record.getOrEmpty("socket"), static_cast<unsigned>(port)};
   return 1;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "account/lifecycle/actions.h"
+#include "account/upkeep/actions.h"
 #include "backup/job/actions.h"
 #include "backup/restore/actions.h"
 #include "core/sys/log.h"
@@ -60,8 +61,9 @@ constexpr ActionWord kActions[] = {
     {"ipswap"},
 };
 
-ActionRows (*const kRooms[])() = {tallyActions, cacheActions,   webActions,    accountActions, backupActions,
-                                  mailActions,  restoreActions, notifyActions, ftpActions,     dnsActions};
+ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,  webActions,  lifecycleActions,
+                                  upkeepActions, backupActions, mailActions, restoreActions,
+                                  notifyActions, ftpActions,    dnsActions};
 
 const ActionWord* wordOf(const Task& task) {
   const std::string_view action = task.action();

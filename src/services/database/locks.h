@@ -10,8 +10,9 @@ namespace zvtaskq {
 class ListFile;
 class Text;
 
-/// Where a suspension keeps which users were locked before it, so that they stay locked after it. account/lifecycle has
-/// one over the account's "suspended.list". A user is a text without spaces and line breaks, such as "bob_shop@%25".
+/// Where a suspension keeps which users were locked before it, so that they stay locked after it. account/suspension
+/// has one over the account's "suspended.list". A user is a text without spaces and line breaks, such as
+/// "bob_shop@%25".
 class LockedBefore {
  public:
   LockedBefore() = default;

@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "account/lifecycle/suspension.h"
 #include "account/model/account_lock.h"
 #include "account/model/account_record.h"
 #include "account/model/limits.h"
+#include "account/suspension/suspension.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"

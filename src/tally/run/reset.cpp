@@ -8,10 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "account/lifecycle/account_work.h"
-#include "account/lifecycle/suspension.h"
 #include "account/model/account_lock.h"
 #include "account/model/account_record.h"
+#include "account/suspension/suspension.h"
 #include "core/config/config.h"
 #include "core/files/append_file.h"
 #include "core/files/lock_file.h"

@@ -2,9 +2,9 @@
 #include <ctime>
 #include <set>
 
-#include "account/lifecycle/suspension.h"
 #include "account/model/account_record.h"
 #include "account/model/limits.h"
+#include "account/suspension/suspension.h"
 #include "core/config/config.h"
 #include "core/record/panel_file.h"
 #include "core/record/record_lock.h"

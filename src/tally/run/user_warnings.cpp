@@ -2,9 +2,9 @@
 #include <cstdio>
 #include <ctime>
 
-#include "account/lifecycle/suspension.h"
 #include "account/model/account_record.h"
 #include "account/model/limits.h"
+#include "account/suspension/suspension.h"
 #include "core/config/config.h"
 #include "core/panel/hook_script.h"
 #include "core/panel/overrides.h"

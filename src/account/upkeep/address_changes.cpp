@@ -1,11 +1,11 @@
-#include "account/lifecycle/address_changes.h"
+#include "account/upkeep/address_changes.h"
 
 #include <span>
 #include <string_view>
 #include <utility>
 
-#include "account/lifecycle/each_account.h"
 #include "account/model/addresses.h"
+#include "account/upkeep/each_account.h"
 #include "core/files/paths.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/state_folder.h"
@@ -52,11 +52,10 @@ bool isThere(const std::string& path) {
   return sys::lstat(path.c_str(), what) == 0;
 }
 
-bool changeRecord(ConfigFile& record, Changes changes) {
+bool replaceIn(ConfigFile& record, Changes changes) {
   bool changed = false;
   for (const AddressChange& change : changes) {
-    const char* value = record.getValue(change.key.c_str());
-    if (change.old != (value == nullptr ? "" : value)) continue;
+    if (change.old != record.getOrEmpty(change.key.c_str())) continue;
     if (change.now.empty()) {
       record.deleteParam(change.key.c_str());
     } else {
@@ -75,7 +74,7 @@ int placeOf(const ListFile& list, const std::string& line) {
   return -1;
 }
 
-bool changeList(ListFile& list, Changes changes) {
+bool replaceIn(ListFile& list, Changes changes) {
   bool changed = false;
   for (const AddressChange& change : changes) {
     const int place = placeOf(list, change.old);
@@ -87,13 +86,13 @@ bool changeList(ListFile& list, Changes changes) {
 }
 
 template <class File>
-Made changeFile(File& file, Changes changes, bool (*change)(File&, Changes)) {
+Made changeFile(File& file, Changes changes) {
   const RecordLock lock(file);
   if (!file.readFile()) {
     errorLog("%s: %s", file.getFilename(), file.result.orEmpty());
     return Made::gone;
   }
-  if (!change(file, changes)) return Made::yes;
+  if (!replaceIn(file, changes)) return Made::yes;
   file.changed = true;
   if (file.writeFile()) return Made::yes;
   errorLog("%s: %s", file.getFilename(), file.result.orEmpty());
@@ -107,11 +106,11 @@ Made changeAccounts(const AddressChange& first, Changes changes) {
   static_cast<void>(forEachAccount(first.account.c_str(), "the swap of addresses", [&](const char*) {
     if (!first.key.empty()) {
       PanelRecord record(path);
-      made = changeFile<ConfigFile>(record, changes, changeRecord);
+      made = changeFile(record, changes);
     } else {
       PanelList list(path);
       list.keepOrder = list.keepComments = true;
-      made = changeFile<ListFile>(list, changes, changeList);
+      made = changeFile(list, changes);
     }
     return 1;
   }));
@@ -123,7 +122,7 @@ Made changeOne(Changes changes) {
   if (!first.account.empty()) return changeAccounts(first, changes);
   ConfigFile record(nullptr);
   if (!readAddress(first.file.c_str(), record)) return Made::gone;
-  const auto change = [&](ConfigFile& now) { return changeRecord(now, changes); };
+  const auto change = [&](ConfigFile& now) { return replaceIn(now, changes); };
   return changeAddress(first.file.c_str(), change) ? Made::yes : Made::no;
 }
 

@@ -3,10 +3,10 @@
 #include <set>
 #include <string>
 
-#include "account/lifecycle/mail_table.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
 #include "account/model/server_address.h"
+#include "account/upkeep/mail_table.h"
+#include "account/upkeep/rows.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
@@ -82,9 +82,7 @@ class DomainIps {
     ConfigFile record(nullptr);
     record.useLock = false;
     if (!readAccount(account, record)) errorLog("%s: %s", record.getFilename(), record.result.orEmpty());
-    const char* ip = record.getValue("ip");
-    if (ip != nullptr) found->second = ip;
-    return found->second;
+    return found->second = record.getOrEmpty("ip");
   }
 
   const ConfigFile& owners_;

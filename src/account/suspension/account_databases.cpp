@@ -1,4 +1,4 @@
-#include "account/lifecycle/account_databases.h"
+#include "account/suspension/account_databases.h"
 
 #include <string_view>
 

@@ -1,18 +1,13 @@
-#include "account/lifecycle/system_tool.h"
+#include "core/process/system_tool.h"
 
 #include <unistd.h>
 
-#include "core/config/config.h"
-#include "core/panel/run_state.h"
 #include "core/process/child.h"
-#include "core/process/execute.h"
 #include "core/sys/privileges.h"
 
 namespace zvtaskq {
 
 namespace {
-
-constexpr int kBetweenTries = 100;
 
 constexpr int kTimeLimit = 60;
 /// More than anybody's crontab.
@@ -44,18 +39,6 @@ ToolAnswer runTool(const char* path, std::vector<std::string> arguments, const s
 int useTool(const char* path, std::vector<std::string> arguments, Text& result, const std::string& input) {
   const ToolAnswer answer = runTool(path, std::move(arguments), input);
   return answer.succeeded() ? 1 : fail(result, text_detail::part(path), ": ", answer.words);
-}
-
-int deleteSystemUser(const std::string& name, Text& result) {
-  constexpr int kUserIsBusy = 8;
-  constexpr int kTries = 30;
-  for (int i = 0; i < kTries; ++i) {
-    const ToolAnswer answer = runTool(sys_conf->userdel, {name});
-    if (answer.succeeded()) return 1;
-    if (answer.status != kUserIsBusy) break;
-    nap(kBetweenTries);
-  }
-  return useTool(sys_conf->userdel, {name}, result);
 }
 
 bool toolExists(const char* path) {

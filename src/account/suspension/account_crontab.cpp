@@ -1,14 +1,19 @@
-#include "account/lifecycle/account_jobs.h"
-#include "account/lifecycle/system_tool.h"
+#include <cerrno>
+
+#include "account/suspension/account_jobs.h"
 #include "core/files/line_edit.h"
 #include "core/panel/panel_paths.h"
+#include "core/process/system_tool.h"
 #include "core/sys/log.h"
+#include "core/sys/privileges.h"
+#include "core/tree/guarded_folder.h"
 
 namespace zvtaskq {
 
 namespace {
 
 constexpr const char* kCrontab = "/usr/bin/crontab";
+constexpr const char* kAtJobs = "/var/spool/cron/atjobs";
 /// What tells an account without a crontab from one whose crontab cannot be read.
 constexpr std::string_view kNone = "no crontab for";
 
@@ -69,6 +74,21 @@ int removeCrontab(const AccountHolder& holder, Text& result) {
   const ToolAnswer answer = runTool(kCrontab, {"-u", holder.name, "-r"});
   if (answer.succeeded() || answer.output.find(kNone) != std::string::npos) return 1;
   return fail(result, "Unable to remove the crontab of ", holder.name, ": ", answer.words);
+}
+
+int removeAtJobs(const AccountHolder& holder, Text& result) {
+  if (!holder.isPerson()) return 1;
+  const AsRoot root;
+  const Descriptor queue = openGuardedFolder(kAtJobs);
+  if (!queue && errno == ENOENT) return 1;
+  std::vector<std::string> names;
+  int done = queue && namesIn(queue.get(), names);
+  for (const std::string& name : names) {
+    struct stat what {};
+    if (sys::lstatAt(queue.get(), name.c_str(), what) != 0 || what.st_uid != holder.ids.user) continue;
+    done &= sys::unlinkat(queue.get(), name.c_str(), 0) == 0 || errno == ENOENT;
+  }
+  return done ? 1 : fail(result, "Unable to remove the jobs of ", holder.name, " in ", kAtJobs);
 }
 
 }  // namespace zvtaskq

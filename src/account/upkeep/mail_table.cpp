@@ -1,4 +1,4 @@
-#include "account/lifecycle/mail_table.h"
+#include "account/upkeep/mail_table.h"
 
 #include <cerrno>
 

@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
-#include "account/lifecycle/each_account.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
+#include "account/upkeep/each_account.h"
+#include "account/upkeep/rows.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/record/panel_file.h"
@@ -59,7 +59,7 @@ class DomainsCheck {
   void lookAtListed(const char* domain, const ConfigFile& owners) {
     const char* owner = owners.getValue(domain);
     if (owner != nullptr && std::string_view(owner) == account_) return;
-    if (owner != nullptr && hasRecord(owner, domain)) {
+    if (isOthersDomain(owners, account_, domain)) {
       errorLog("%s: %s belongs to %s, and is taken out", listPath_.c_str(), domain, owner);
       out_.emplace_back(domain);
     } else if (!hasRecord(account_, domain)) {
@@ -83,8 +83,7 @@ class DomainsCheck {
     const RecordLock lock(table);
     if (!table.read()) return tell(table);
     for (const Owned& one : owned_) {
-      const char* now = table.getValue(one.domain.c_str());
-      const std::string_view owner = now == nullptr ? "" : now;
+      const std::string_view owner = table.getOrEmpty(one.domain.c_str());
       // Whom the table names since then, it names with reason.
       if (owner.substr(std::min(owner.find_first_not_of(' '), owner.size())) != one.before) continue;
       table.setParam(one.domain.c_str(), joined(" ", account_).c_str());

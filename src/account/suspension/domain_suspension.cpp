@@ -1,9 +1,10 @@
-#include "account/lifecycle/domain_suspension.h"
+#include "account/suspension/domain_suspension.h"
 
-#include "account/lifecycle/account_marks.h"
-#include "account/lifecycle/account_work.h"
-#include "account/lifecycle/suspension.h"
 #include "account/model/account_record.h"
+#include "account/model/account_work.h"
+#include "account/suspension/account_marks.h"
+#include "account/suspension/reasons.h"
+#include "account/suspension/suspension.h"
 #include "core/text/names.h"
 
 namespace zvtaskq {

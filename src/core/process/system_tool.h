@@ -1,4 +1,4 @@
-// Programs of the system that lifecycle and quotas go by.
+// Programs of the system that are run as root, for what they say and do in a moment.
 #pragma once
 
 #include <string>
@@ -25,10 +25,6 @@ ToolAnswer runTool(const char* path, std::vector<std::string> arguments, const s
 /// The same, with its failure as a line of `result`. 0 then.
 [[nodiscard]] int useTool(const char* path, std::vector<std::string> arguments, Text& result,
                           const std::string& input = "");
-
-/// Deletes a system account by `userdel`. A process of his that ended a moment ago is waited for, a few seconds at
-/// most: until whoever started it has noticed, the program takes it for one that runs. 0 with a line of `result`.
-[[nodiscard]] int deleteSystemUser(const std::string& name, Text& result);
 
 /// Whether a program is there to be run.
 bool toolExists(const char* path);

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "account/lifecycle/account_jobs.h"
+#include "account/suspension/account_jobs.h"
 #include "core/process/child.h"
 #include "core/process/execute.h"
 #include "core/sys/log.h"

@@ -1,15 +1,15 @@
-#include "account/lifecycle/account_marks.h"
+#include "account/suspension/account_marks.h"
 
 #include <shadow.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "account/lifecycle/system_tool.h"
 #include "account/model/password_marks.h"
 #include "core/config/config.h"
 #include "core/files/line_edit.h"
 #include "core/panel/run_state.h"
+#include "core/process/system_tool.h"
 #include "core/sys/privileges.h"
 #include "mail/mail_files.h"
 
@@ -18,6 +18,8 @@ namespace zvtaskq {
 namespace {
 
 constexpr const char* kSystem = "system";
+/// They are kept in memory and in a file of the account's; the mail server's user could write any number.
+constexpr std::size_t kMostNoted = 100'000;
 /// A day long past, at which a suspended system account expires; the tool's own manual names this one.
 constexpr long kExpired = 1;
 
@@ -60,9 +62,12 @@ int noteMarksIn(const PasswordFile& file, SuspensionNotes& notes, Text& result) 
   if (!file) return 1;
   const auto look = [&](std::string_view text) {
     const PasswordLine line(text);
-    if (line.isOne && file.counts(line) && isSuspendedPassword(line.hash)) notes.blocked.insert(file.note(line.name));
+    const bool counts = notes.blocked.size() <= kMostNoted && line.isOne && file.counts(line);
+    if (counts && isSuspendedPassword(line.hash)) notes.blocked.insert(file.note(line.name));
   };
-  return readLinesOf(file.path, file.owner, look, result);
+  if (!readLinesOf(file.path, file.owner, look, result)) return 0;
+  return notes.blocked.size() <= kMostNoted ? 1
+                                            : fail(result, file.path, " holds more marked passwords than anybody has");
 }
 
 int markIn(const PasswordFile& file, Text& result) {
@@ -94,6 +99,9 @@ struct SystemPassword {
   bool exists = false;
   std::string hash;
   long expires = -1;
+
+  /// As the notes have it.
+  std::string day() const { return expires < 0 ? std::string() : std::to_string(expires); }
 };
 
 SystemPassword systemPasswordOf(const AccountHolder& holder) {
@@ -127,7 +135,7 @@ int noteMailboxMarks(const char* domain, SuspensionNotes& notes, Text& result) {
 int noteAccountMarks(const AccountHolder& holder, SuspensionNotes& notes, Text& result) {
   const SystemPassword system = systemPasswordOf(holder);
   if (isSuspendedPassword(system.hash)) notes.blocked.insert(kSystem);
-  if (system.exists) notes.expires = system.expires < 0 ? std::string() : std::to_string(system.expires);
+  if (system.exists) notes.expires = system.day();
   return noteMarksIn(ftpOf(holder), notes, result);
 }
 
@@ -140,8 +148,10 @@ int markSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& 
     arguments.insert(arguments.end(), {"-e", std::to_string(kExpired)});
   }
   if (arguments.empty()) return 1;
-  return change(
-      holder, std::move(arguments), [](const SystemPassword& now) { return !isLivePassword(now.hash); }, result);
+  const auto isDone = [&](const SystemPassword& now) {
+    return !isLivePassword(now.hash) && (!notes.expires || now.expires == kExpired);
+  };
+  return change(holder, std::move(arguments), isDone, result);
 }
 
 int freeSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
@@ -151,8 +161,9 @@ int freeSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& 
   if (notes.expires && system.expires == kExpired) arguments.insert(arguments.end(), {"-e", *notes.expires});
   if (!system.exists || arguments.empty()) return 1;
   const std::string wanted = arguments.front() == "-U" ? system.hash.substr(1) : system.hash;
-  return change(
-      holder, std::move(arguments), [&](const SystemPassword& now) { return now.hash == wanted; }, result);
+  const std::string day = notes.expires && system.expires == kExpired ? *notes.expires : system.day();
+  const auto isDone = [&](const SystemPassword& now) { return now.hash == wanted && now.day() == day; };
+  return change(holder, std::move(arguments), isDone, result);
 }
 
 int markMailboxes(const char* domain, Text& result) {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "account/lifecycle/mail_table.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/addresses.h"
+#include "account/upkeep/mail_table.h"
+#include "account/upkeep/rows.h"
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
 #include "core/panel/system_info.h"

@@ -1,11 +1,11 @@
-// What runs for an account: his crontab, and his processes.
+// What runs for an account: his crontab, what waits in the queue of "at", and his processes.
 //
 // All of these may be called under any identity, which is the same afterwards.
 #pragma once
 
 #include <string>
 
-#include "account/lifecycle/account_holder.h"
+#include "account/model/account_holder.h"
 
 namespace zvtaskq {
 
@@ -20,6 +20,9 @@ namespace zvtaskq {
 [[nodiscard]] int releaseCrontab(const AccountHolder& holder, Text& result);
 /// Removes the installed crontab.
 [[nodiscard]] int removeCrontab(const AccountHolder& holder, Text& result);
+
+/// Removes what he has waiting in the queue of "at": it would run as whoever gets his user id next.
+[[nodiscard]] int removeAtJobs(const AccountHolder& holder, Text& result);
 
 /// Ends all processes of the account's system user: asks them, waits a moment, kills what is left, in a bounded number
 /// of rounds. Never those of root, of the system's own users and of nobody. 0 with an error-log line when there are

@@ -5,7 +5,7 @@
 // what is done already changes nothing.
 #pragma once
 
-#include "account/lifecycle/account_holder.h"
+#include "account/model/account_holder.h"
 #include "account/model/suspension_notes.h"
 
 namespace zvtaskq {

@@ -4,10 +4,10 @@
 #include <string_view>
 #include <vector>
 
-#include "account/lifecycle/address_changes.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
 #include "account/model/addresses.h"
+#include "account/upkeep/address_changes.h"
+#include "account/upkeep/rows.h"
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
 #include "core/panel/task_queue.h"
@@ -69,9 +69,9 @@ class SwapPlan {
     const std::string& other = partnerOf(partners_, address);
     if (!readAddress(address.c_str(), own) || !readAddress(other.c_str(), partner)) return;
     for (const char* key : kPlaceKeys) {
-      std::string now = valueOf(partner, key);
+      std::string now = partner.getOrEmpty(key);
       if (std::string_view(key) == "linked") now = followed(now);
-      add("", address, key, valueOf(own, key), now);
+      add("", address, key, own.getOrEmpty(key), now);
     }
   }
 
@@ -101,11 +101,6 @@ class SwapPlan {
   }
 
  private:
-  static std::string valueOf(const ConfigFile& record, const char* key) {
-    const char* value = record.getValue(key);
-    return value == nullptr ? "" : value;
-  }
-
   static int tell(int outcome, const DataFile& file) {
     if (!outcome) errorLog("%s: %s", file.getFilename(), file.result.orEmpty());
     return outcome;
@@ -123,7 +118,7 @@ class SwapPlan {
   }
 
   void follow(const char* account, const std::string& file, const ConfigFile& record) {
-    const std::string ip = valueOf(record, "ip");
+    const std::string ip = record.getOrEmpty("ip");
     add(account, file, "ip", ip, partnerOf(partners_, ip));
   }
 

@@ -1,4 +1,4 @@
-#include "account/lifecycle/account_hooks.h"
+#include "account/model/account_hooks.h"
 
 #include "core/panel/hook_script.h"
 #include "core/panel/overrides.h"

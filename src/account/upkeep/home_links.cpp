@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "account/lifecycle/each_account.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
 #include "account/model/system_accounts.h"
 #include "account/model/user_folder.h"
+#include "account/upkeep/each_account.h"
+#include "account/upkeep/rows.h"
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"

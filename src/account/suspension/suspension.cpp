@@ -1,11 +1,12 @@
-#include "account/lifecycle/suspension.h"
+#include "account/suspension/suspension.h"
 
-#include "account/lifecycle/account_databases.h"
-#include "account/lifecycle/account_hooks.h"
-#include "account/lifecycle/account_jobs.h"
-#include "account/lifecycle/account_marks.h"
-#include "account/lifecycle/account_work.h"
-#include "account/lifecycle/domain_suspension.h"
+#include "account/model/account_hooks.h"
+#include "account/model/account_work.h"
+#include "account/suspension/account_databases.h"
+#include "account/suspension/account_jobs.h"
+#include "account/suspension/account_marks.h"
+#include "account/suspension/domain_suspension.h"
+#include "account/suspension/reasons.h"
 
 namespace zvtaskq {
 
@@ -98,7 +99,7 @@ int activate(AccountWork& work, SuspendedBy by, Text& result) {
 
 int suspendAccount(const char* account, const char* reason, SuspendedBy by, Text& result) {
   AccountWork work(account);
-  if (!work.open(result)) return 0;
+  if (!work.openWhole(result)) return 0;
   const bool isNew = !work.isSuspended() || work.notes.isOver;
   const AccountHooks hooks{"suspend", account, &work.record, "reason", reason};
   if ((isNew && !hooks.allow(result)) || !noteBefore(work, result)) return 0;
@@ -112,7 +113,7 @@ int suspendAccount(const char* account, const char* reason, SuspendedBy by, Text
 
 int activateAccount(const char* account, SuspendedBy by, Text& result) {
   AccountWork work(account);
-  if (!work.open(result)) return 0;
+  if (!work.openWhole(result)) return 0;
   if (by == SuspendedBy::tally && work.record.isValue("account", "OFF")) {
     return fail(result, "Account ", account, " was suspended by a person");
   }
@@ -126,7 +127,7 @@ int dropSuspensionReasons(const char* account, const char* reasons, Text& result
   const std::string left = wordsWithout(before, text_detail::part(reasons));
   if (left == before) return 1;
   if (left.empty() && work.isSuspended() && !work.record.isValue("account", "OFF")) {
-    return activate(work, SuspendedBy::tally, result);
+    return findHolder(account, work.holder, result) && activate(work, SuspendedBy::tally, result);
   }
   const auto change = [&](ConfigFile& record) { record.setParam("suspended_reason", left.c_str()); };
   return changeRecord(work.record.getFilename(), change, result);

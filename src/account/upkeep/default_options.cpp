@@ -1,7 +1,7 @@
 // Features of accounts that were made before there were these features.
-#include "account/lifecycle/each_account.h"
-#include "account/lifecycle/rows.h"
 #include "account/model/account_record.h"
+#include "account/upkeep/each_account.h"
+#include "account/upkeep/rows.h"
 #include "core/panel/run_state.h"
 #include "core/record/config_file.h"
 #include "core/record/record_lock.h"

@@ -1,4 +1,4 @@
-#include "account/lifecycle/each_account.h"
+#include "account/upkeep/each_account.h"
 
 #include <cerrno>
 #include <cstring>
