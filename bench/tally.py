@@ -115,8 +115,9 @@ put(ADMIN + "/admin.usage", total)
 SHELL = f"""
 for reseller in $(cat {server.ADMIN}/reseller.list); do
     for user in $(cat {server.USERS}/$reseller/users.list); do
-        awk '{{ total += $1 }} END {{ print total }}' {server.WEB_LOGS}/$user-*.bytes {server.WEB_LOGS}/www.$user-*.bytes \\
-            {server.USERS}/$user/user.usage
+        mapfile -t domains <{server.USERS}/$user/domains.list
+        logs=("${{domains[@]/#/{server.WEB_LOGS}/}}" "${{domains[@]/#/{server.WEB_LOGS}/www.}}")
+        awk '{{ total += $1 }} END {{ print total }}' "${{logs[@]/%/.bytes}}" {server.USERS}/$user/user.usage
     done
 done
 """

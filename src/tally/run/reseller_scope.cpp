@@ -50,10 +50,7 @@ struct Reseller {
     limits.fill(&record);
     return "";
   }
-  const char* creator() const {
-    const char* found = account.getValue("creator");
-    return found == nullptr ? "" : found;
-  }
+  const char* creator() const { return account.getOrEmpty("creator"); }
   UsedAmount amount(const char* key, double used) const { return {used, limitOf(limits, key, name)}; }
 };
 
@@ -68,10 +65,8 @@ void warnOfDisk(const Reseller& reseller, const Config& conf) {
   static_cast<void>(ticket.notifyAdmins("", subject.c_str(), body.c_str(), 1));
   ConfigFile creator(nullptr);
   if (!readAccount(reseller.creator(), creator)) return;
-  const char* name = creator.getValue("name");
-  const char* address = creator.getValue("email");
   MailCopies mail(conf.msg_sys, subject.c_str(), body.c_str());
-  mail.sentFor(name == nullptr ? "" : name, address == nullptr ? "" : address);
+  mail.sentFor(creator.getOrEmpty("name"), creator.getOrEmpty("email"));
   for (const std::string& to : addressesOf(creator)) {
     if (!mail.send(to)) errorLog("Error mailing 100%% warning: %s", to.c_str());
   }

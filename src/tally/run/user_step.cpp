@@ -270,11 +270,6 @@ long long UserStep::fileSizeOf(const std::string& path, bool counted) {
   return what.st_size;
 }
 
-const char* UserStep::valueOf(const char* key) const {
-  const char* value = record_.getValue(key);
-  return value == nullptr ? "" : value;
-}
-
 bool UserStep::isOff() const {
   return record_.isValue("account", "OFF");
 }

@@ -65,7 +65,6 @@ class UserStep {
   long long fileSizeOf(const std::string& path, bool counted);
   UsedAmount amount(const char* key) const;
   void putUsageTokens(ConfigFile& tokens) const;
-  const char* valueOf(const char* key) const;
   bool isOff() const;
 
   TallyRun& run_;

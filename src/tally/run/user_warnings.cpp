@@ -80,7 +80,7 @@ void UserStep::warnOfMail() {
                         "more emails than usual.\n\nThis warning was generated because the ",
                         std::to_string(limit), " email threshold was passed.");
   message.includeAdmins = true;
-  message.tell(valueOf("creator"));
+  message.tell(record_.getOrEmpty("creator"));
   static_cast<void>(sendUsageMessage(conf, name_.c_str(), tokens, message));
 }
 
@@ -96,9 +96,9 @@ void UserStep::putUsageTokens(ConfigFile& tokens) const {
   tokens.setParam("INODELIMIT", limit == nullptr ? "unlimited" : limit);
   tokens.setParam("INODEUSAGE", static_cast<long long>(files.used));
   tokens.setParam("TIMELEFT", daysLeft(traffic).c_str());
-  tokens.setParam("SUSPENDATLIMIT", valueOf("suspend_at_limit"));
-  tokens.setParam("CREATOR", valueOf("creator"));
-  tokens.setParam("LANG", valueOf("language"));
+  tokens.setParam("SUSPENDATLIMIT", record_.getOrEmpty("suspend_at_limit"));
+  tokens.setParam("CREATOR", record_.getOrEmpty("creator"));
+  tokens.setParam("LANG", record_.getOrEmpty("language"));
 }
 
 void UserStep::warnOfUsage() {
@@ -138,7 +138,7 @@ void UserStep::warnOfUsage() {
     errorLog("Error while tokenizing user_limit template for %s : %s", account, why);
   };
   message.tell(name_.c_str());
-  message.tell(valueOf("creator"));
+  message.tell(record_.getOrEmpty("creator"));
   if (isOff()) {
     errorLog("Account %s is OFF.  Overusage notice will not be sent: '%s'", name_.c_str(), message.subject.c_str());
   } else if (sendUsageMessage(conf, name_.c_str(), tokens, message)) {
@@ -176,7 +176,7 @@ void UserStep::suspendOrRelease() {
   sayOutcome(true);
   ConfigFile tokens(nullptr);
   putUsageTokens(tokens);
-  tokens.setParam("EMAIL", valueOf("email"));
+  tokens.setParam("EMAIL", record_.getOrEmpty("email"));
   tokens.setParam("HOSTNAME", run_.conf.servername.orEmpty());
   tokens.setParam("REASON", reason.c_str());
   UsageMessage message;
@@ -187,7 +187,7 @@ void UserStep::suspendOrRelease() {
     errorLog("Error while tokenizing user_suspension template for %s : %s", account, why);
   };
   message.includeAdmins = true;
-  message.tell(valueOf("creator"));
+  message.tell(record_.getOrEmpty("creator"));
   static_cast<void>(sendUsageMessage(run_.conf, name_.c_str(), tokens, message));
 }
 
