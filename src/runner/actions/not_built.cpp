@@ -45,7 +45,6 @@ constexpr Missing kMissing[] = {
     {"rewrite", "value", "dnssec", "the signing of DNS zones"},
     {"rewrite", "value", "dkim", "DKIM key files"},
     {"rewrite", "value", "ips", "the web server's ips.conf"},
-    {"rewrite", "value", "named", "the DNS zones"},
     {"rewrite", "value", "filter", "the mail filters"},
     {"rewrite", "value", "email_passwd", "the mail password files"},
     {"rewrite", "value", "letsencrypt", "the check of certificate expiries"},

@@ -8,6 +8,7 @@
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
 #include "services/dns/zone_files.h"
+#include "services/dns/zone_rewrite.h"
 
 namespace zvtaskq {
 
@@ -34,8 +35,20 @@ int rewriteDkim(const Task&) {
   return 0;
 }
 
+int rewriteNamed(const Task& task) {
+  ZoneOrder order;
+  order.domain = task.getOrNull("domain");
+  order.raisesSerials = task.isOn("update_serial");
+  Text result;
+  const int done = rewriteZones(order, result);
+  if (done) systemLog("Named rewritten");
+  if (!done) errorLog("Error rewriting named: %s", result.orEmpty());
+  return done;
+}
+
 constexpr ActionRow kRows[] = {
     {"sync", "type", "cluster", syncWithCluster, "hands a zone or mail account to the DNS cluster"},
+    {"rewrite", "value", "named", rewriteNamed, "writes the DNS zones"},
     {"rewrite", "value", "dkim", rewriteDkim, "makes DKIM keys and their DNS records"},
 };
 
