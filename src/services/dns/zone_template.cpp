@@ -1,5 +1,6 @@
 #include "services/dns/zone_template.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -78,6 +79,8 @@ int ZoneTemplate::fill(const ZoneValues& values, std::string& text, Text& result
     if (!isList(name)) return fail(result, path_, ": there is no token ", name);
   }
   std::string_view rest(tokenizer.output(), tokenizer.length());
+  // What only defines leaves an empty line.
+  rest.remove_prefix(std::min(rest.find_first_not_of('\n'), rest.size()));
   text.clear();
   while (!rest.empty()) {
     const std::size_t end = rest.find('\n');

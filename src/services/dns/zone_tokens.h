@@ -3,7 +3,7 @@
 
 namespace zvtaskq {
 
-enum class ZoneToken { domain, serial, ns1, ns, nsHost, ip, ipv6, subdomain, spf, dkim };
+enum class ZoneToken { domain, serial, ns1, ns, nsHost, subdomain, ip, ipv6, spf, dkim };
 
 struct ZoneTokenRow {
   ZoneToken token;
@@ -24,10 +24,10 @@ inline constexpr ZoneTokenRow kZoneTokens[] = {
      "The name servers: `ns1` and `ns2` of the account's record, else of its creator's, else of `zorvane.conf`, else "
      "`servername`."},
     {ZoneToken::nsHost, "NS_HOST", true, "ns1", "Those name servers that are in the zone itself, without the domain."},
+    {ZoneToken::subdomain, "SUBDOMAIN", true, "shop", "The subdomains, without the domain."},
     {ZoneToken::ip, "IP", true, "192.0.2.20",
      "The IPv4 addresses: that of the domain's record, else of the account's, and those that are linked to it."},
     {ZoneToken::ipv6, "IPV6", true, "2001:db8::20", "The IPv6 addresses, in the same way."},
-    {ZoneToken::subdomain, "SUBDOMAIN", true, "shop", "The subdomains, without the domain."},
     {ZoneToken::spf, "SPF", false, "\"v=spf1 a mx ip4:192.0.2.10 ~all\"",
      "Who may send mail, quoted as a text record wants it; none unless `dns_spf` is on. `extra_spf_value` is in it."},
     {ZoneToken::dkim, "DKIM", true, "x._domainkey IN TXT \"v=DKIM1; ...\"",

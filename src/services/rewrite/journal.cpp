@@ -24,6 +24,7 @@ constexpr const char* kScope = "rewrite";
 constexpr const char* kLockEnding = ".lock";
 constexpr const char* kCandidatesEnding = ".candidates";
 constexpr const char* kChangeEnding = ".change";
+constexpr const char* kTemporaryEnding = ".temp";
 constexpr std::string_view kPut = "put ";
 constexpr std::string_view kRemove = "remove ";
 constexpr std::string_view kQueue = "queue ";
@@ -142,12 +143,13 @@ void RewriteJournal::takeCandidatesAway() {
 }
 
 void RewriteJournal::takeNotesAway() {
+  static_cast<void>(sys::unlinkat(state_.get(), joined(name_, kChangeEnding, kTemporaryEnding).c_str(), 0));
   static_cast<void>(sys::unlinkat(state_.get(), (name_ + kCandidatesEnding).c_str(), 0));
 }
 
 int RewriteJournal::writeChange(const std::string& change, Text& result) {
   const std::string name = name_ + kChangeEnding;
-  const std::string temporary = name + ".temp";
+  const std::string temporary = name + kTemporaryEnding;
   constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW;
   Descriptor file(sys::openat(state_.get(), temporary.c_str(), kFlags, 0600));
   const bool isSafe = file && sys::writeAll(file.get(), change) == change.size() && sys::fsync(file.get()) == 0 &&

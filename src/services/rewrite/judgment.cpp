@@ -27,7 +27,7 @@ void tell(const std::string& subject, const std::string& message) {
   const AsRoot root;
   Ticket ticket;
   constexpr int kGeneral = 1;
-  static_cast<void>(ticket.notifyAdmins(nullptr, subject.c_str(), message.c_str(), kGeneral));
+  static_cast<void>(ticket.notifyAdmins("", subject.c_str(), message.c_str(), kGeneral));
 }
 
 }  // namespace
