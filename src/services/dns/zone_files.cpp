@@ -33,6 +33,14 @@ bool hasZoneFolder() {
   return pathExists(zoneFolder(), PathKind::folder) != 0;
 }
 
+bool serverMayWriteZones() {
+  return std::string_view(zoneFolder()) == kFolders[0];
+}
+
+std::string zoneKeyFolder() {
+  return joined(zoneFolder(), "/keys");
+}
+
 std::string zoneFileOf(const char* domain) {
   return joined(zoneFolder(), "/", domain, ".db");
 }

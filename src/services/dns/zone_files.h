@@ -11,6 +11,10 @@ namespace zvtaskq {
 const char* zoneFolder();
 /// Whether there is one: without a name server there is nothing to write for it.
 bool hasZoneFolder();
+/// Whether the name server may write beside the zones, as it must to sign them: Debian forbids it in "/etc/bind".
+bool serverMayWriteZones();
+/// Where it keeps the keys of zones: "keys" in the zones' folder.
+std::string zoneKeyFolder();
 /// The zone file of a domain, "<zone folder>/<domain>.db".
 std::string zoneFileOf(const char* domain);
 /// Reads it whole. 0 when it cannot be opened or read. Runs under the identity it finds.

@@ -7,32 +7,22 @@
 #include "core/panel/task.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
-#include "services/dns/named_check.h"
+#include "services/dns/cluster.h"
+#include "services/dns/dkim_keys.h"
 #include "services/dns/zone_data.h"
 #include "services/dns/zone_files.h"
+#include "services/dns/zone_plan.h"
 #include "services/dns/zone_serial.h"
 #include "services/dns/zone_text.h"
-#include "services/rewrite/rewrite.h"
 
 namespace zvtaskq {
 
 namespace {
 
-constexpr mode_t kMode = 0640;
-constexpr const char* kListHead =
-    "# The zones of the panel's domains, for named.conf to include. Written by the panel: changes are lost.\n";
-
 class ZoneRewrite {
  public:
   ZoneRewrite(const ZoneOrder& order, Text& result)
-      : order_(order),
-        result_(result),
-        rewrite_({.name = "zones",
-                  .words = "DNS zones",
-                  .check = checkZones,
-                  .list = {zoneListFile(), zoneListOwner(), kMode, kListHead},
-                  .isWhole = order.domain == nullptr,
-                  .followUp = {"named", "reload"}}) {}
+      : order_(order), result_(result), rewrite_(zonePlan(order.domain == nullptr)) {}
 
   int run() {
     if (!rewrite_.begin()) return fail(result_, rewrite_.result);
@@ -40,7 +30,9 @@ class ZoneRewrite {
     gather();
     if (!problem_.isNull()) return fail(result_, problem_);
     keepOwned();
-    return rewrite_.finish() ? 1 : fail(result_, rewrite_.result);
+    if (!rewrite_.finish()) return fail(result_, rewrite_.result);
+    for (const std::string& path : rewrite_.removed()) removeSigned(path);
+    return 1;
   }
   bool hasQueuedReload() const { return rewrite_.hasChanged(); }
 
@@ -78,7 +70,7 @@ class ZoneRewrite {
 
   void take(const ZoneWish& wish) {
     const Origin origin{wish.account, wish.domain};
-    const std::string path = zoneFileOf(wish.zone.c_str());
+    const std::string path = form_.fileOf(wish.zone);
     const std::string* now = rewrite_.present(path);
     PresentZone present;
     Text why;
@@ -91,13 +83,13 @@ class ZoneRewrite {
       const unsigned long serial = serialAfter(present.serial, std::time(nullptr));
       if (!compose(wish, present, serial, origin, text)) return;
     }
-    rewrite_.offer({origin, path, std::move(text), zoneOwner_, kMode,
-                    joined("zone \"", wish.zone, "\" { type master; file \"", kPlace, "\";", options_, " };\n")});
+    rewrite_.offer(form_.candidate(origin, wish.zone, std::move(text)));
   }
 
   bool compose(const ZoneWish& wish, const PresentZone& present, unsigned long serial, const Origin& origin,
                std::string& text) {
     ZoneValues values = wish.values;
+    if (sys_conf->dkim && wish.zone == wish.domain) values[ZoneToken::dkim] = dkimRecords(wish.domain);
     values[ZoneToken::serial] = {std::to_string(serial)};
     std::string filled;
     std::vector<RefusedRecord> refused;
@@ -112,6 +104,13 @@ class ZoneRewrite {
     return refused.empty();
   }
 
+  /// What the name server made of a zone that is gone.
+  static void removeSigned(const std::string& path) {
+    for (const char* ending : {".signed", ".signed.jnl", ".jbk", ".jnl"}) {
+      static_cast<void>(sys::unlink(joined(path, ending).c_str()));
+    }
+  }
+
   static std::string trimmedWords(const Text& words) {
     std::string text(words.view());
     const std::size_t end = text.find("<br>");
@@ -124,9 +123,7 @@ class ZoneRewrite {
   ZoneTemplate template_;
   ZoneData data_;
   Text problem_;
-  const Ids zoneOwner_ = zoneOwner();
-  /// Names with underscores pass the name server's own check only when it is told.
-  const std::string options_ = sys_conf->allow_dns_underscore ? " check-names ignore;" : "";
+  const ZoneForm form_{true};
 };
 
 }  // namespace
@@ -135,9 +132,16 @@ int rewriteZones(const ZoneOrder& order, Text& result) {
   if (isDemo()) return 1;
   const AsRoot root;
   if (!hasZoneFolder()) return fail(result, "There is no folder for zones, ", zoneFolder());
-  ZoneRewrite rewrite(order, result);
-  const int done = rewrite.run();
-  if (!rewrite.hasQueuedReload()) queueTask("named", "reload");
+  int done = 0;
+  bool hasQueued = false;
+  {
+    ZoneRewrite rewrite(order, result);
+    done = rewrite.run();
+    hasQueued = rewrite.hasQueuedReload();
+  }
+  // A rewrite of its own: it lists what the first has put in place.
+  if (done) done = writeCatalog(result);
+  if (!hasQueued) queueTask("named", "reload");
   return done;
 }
 

@@ -57,7 +57,7 @@ struct Trial {
   std::vector<const TrialFile*> fresh;
   /// The list with everything that stands already, the candidates that have passed, and those in question.
   std::string list;
-  /// The entries of those in question alone.
+  /// The head of the list and the entries of those in question alone.
   std::string freshEntries;
 };
 

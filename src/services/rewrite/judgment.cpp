@@ -49,7 +49,7 @@ Verdict Rewrite::judge(const Changes& fresh, std::string& words) {
   for (const Change* change : accepted_) place(*change, false);
   for (const Change* change : fresh) place(*change, true);
   trial.list = list.text(plan_.list.head);
-  trial.freshEntries = inQuestion.text("");
+  trial.freshEntries = inQuestion.text(plan_.list.head);
   ++checks_;
   atSafePoint();
   words.clear();

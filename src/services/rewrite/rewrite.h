@@ -97,6 +97,8 @@ class Rewrite {
 
   /// Whether something was put in place, and so the follow-up queued.
   bool hasChanged() const { return !put_.empty() || !removed_.empty(); }
+  /// The files that were removed.
+  const std::vector<std::string>& removed() const { return removed_; }
   const RewriteCounts& counts() const { return counts_; }
   Text result;
 
