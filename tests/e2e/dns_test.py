@@ -109,13 +109,22 @@ class ZonesTest(DnsTest):
         self.rewrite("update_serial=yes")
         self.assertEqual((serial("bob.example"), serial("ann.example")), (before + 2, before + 1))
         self.assertIn("far\t\tIN\tA\t198.51.100.7\n", zone("bob.example"))
-        # What an account has no more goes; what cannot be read stays.
+        # What an account has no more goes; what cannot be read, or has only lost its owner, stays.
+        last = serial("bob2.example")
         self.record("bob", "bob.example.pointers", "")
         shell("sed -i /^bob2/d /etc/virtual/domainowners; : > %s/ann/user.conf" % USERS)
+        self.rewrite()
+        self.assertEqual(len(os.listdir(ZONES)), 4)
+        shell("rm %s/bob/domains/bob2*" % USERS)
         self.rewrite()
         self.assertEqual(sorted(os.listdir(ZONES)), ["ann.example.db", "bob.example.db", "boss.example.db"])
         self.assertNotIn("bobby", text(LIST))
         self.assertIn("ann.example", text(LIST))
+        panel.panel_do("addDomain", "bob", "bob2.example")
+        self.rewrite("domain=bob2.example")
+        self.assertEqual(serial("bob2.example"), last + 1, "a serial never falls")
+        self.rewrite("domain=other.example")
+        self.assertLogged("Error rewriting named: nobody has the domain other.example")
 
     def test_a_broken_zone_is_left_out_and_named(self):
         self.rewrite()

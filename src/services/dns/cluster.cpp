@@ -58,8 +58,7 @@ std::string catalogText(const EntryList& list, unsigned long serial) {
                             " 3600 600 1209600 3600\n@\tIN\tNS\tinvalid.\nversion\tIN\tTXT\t\"2\"\n");
   for (const auto& [path, entry] : list.entries()) {
     if (entry.origin.account.empty()) continue;
-    const std::string file = PathParts(path).name;
-    const std::string zone = file.substr(0, file.rfind(".db"));
+    const std::string zone = zoneIn(path);
     text.append(fingerprintOf(zone)).append(".zones\tIN\tPTR\t").append(zone).append(".\n");
   }
   return text;

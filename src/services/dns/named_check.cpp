@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "core/config/config.h"
-#include "core/files/line_edit.h"
 #include "core/panel/run_state.h"
 #include "core/process/child.h"
 #include "services/dns/zone_files.h"
@@ -16,7 +15,6 @@ namespace {
 
 constexpr int kTimeLimit = 300;
 constexpr const char* kPrograms[] = {"/usr/bin/named-checkconf", "/usr/sbin/named-checkconf"};
-constexpr mode_t kMode = 0640;
 
 const char* checkProgram() {
   for (const char* program : kPrograms) {
@@ -54,9 +52,7 @@ Verdict ask(const char* program, std::vector<std::string> arguments, std::string
 
 Verdict checkEach(const Trial& trial, const char* program, std::string& words) {
   for (const TrialFile* file : trial.fresh) {
-    const PathParts parts(file->path);
-    const std::string zone = parts.name.substr(0, parts.name.size() - std::string_view(".db").size());
-    const Verdict verdict = ask(program, {zone, file->place}, words);
+    const Verdict verdict = ask(program, {zoneIn(file->path), file->place}, words);
     if (verdict != Verdict::good) return verdict;
   }
   return Verdict::good;
@@ -70,18 +66,7 @@ Verdict checkZones(const Trial& trial, std::string& words) {
     words = "named-checkconf is not installed";
     return Verdict::unknown;
   }
-  const std::string file = zoneListFile() + ".check";
-  Text why;
-  if (!writeWhole(file, kRootIds, trial.freshEntries, kMode, why)) {
-    words = why.orEmpty();
-    return Verdict::unknown;
-  }
-  const Ids owner = zoneListOwner();
-  Verdict verdict = Verdict::unknown;
-  if (sys::chownNoFollow(AT_FDCWD, file.c_str(), owner.user, owner.group) == 0) {
-    verdict = ask(program, {"-z", file}, words);
-  }
-  static_cast<void>(sys::unlink(file.c_str()));
+  const Verdict verdict = ask(program, {"-z", trial.list}, words);
   const char* each = sys_conf->named_checkzone;
   if (verdict != Verdict::good || each == nullptr || *each == '\0') return verdict;
   return checkEach(trial, each, words);

@@ -45,6 +45,11 @@ std::string zoneFileOf(const char* domain) {
   return joined(zoneFolder(), "/", domain, ".db");
 }
 
+std::string zoneIn(const std::string& path) {
+  const std::string name = PathParts(path).name;
+  return name.substr(0, name.rfind(".db"));
+}
+
 int readZoneFile(const char* domain, std::string& text) {
   const Descriptor file = openRegularFile(zoneFileOf(domain).c_str());
   return file && sys::readAll(file.get(), text, kLongestZone) ? 1 : 0;

@@ -17,6 +17,8 @@ bool serverMayWriteZones();
 std::string zoneKeyFolder();
 /// The zone file of a domain, "<zone folder>/<domain>.db".
 std::string zoneFileOf(const char* domain);
+/// The zone of such a file.
+std::string zoneIn(const std::string& path);
 /// Reads it whole. 0 when it cannot be opened or read. Runs under the identity it finds.
 [[nodiscard]] int readZoneFile(const char* domain, std::string& text);
 /// The list of zones that "named.conf" includes: "zorvane-zones.conf" in "/etc/bind" or "/etc/named".

@@ -40,6 +40,7 @@ RewritePlan zonePlan(bool isWhole) {
           .words = "DNS zones",
           .check = checkZones,
           .list = {zoneListFile(), zoneListOwner(), kMode, joined(kHead, clusterHead())},
+          .judgesAlone = true,
           .isWhole = isWhole,
           .followUp = {"named", "reload"}};
 }

@@ -1,14 +1,18 @@
 #include "services/dns/zone_rewrite.h"
 
 #include <ctime>
+#include <set>
 
+#include "account/model/account_record.h"
 #include "core/config/config.h"
+#include "core/files/paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/task.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "services/dns/cluster.h"
 #include "services/dns/dkim_keys.h"
+#include "services/dns/gone_zones.h"
 #include "services/dns/zone_data.h"
 #include "services/dns/zone_files.h"
 #include "services/dns/zone_plan.h"
@@ -29,9 +33,10 @@ class ZoneRewrite {
     if (!template_.read(result_) || !data_.read(result_)) return 0;
     gather();
     if (!problem_.isNull()) return fail(result_, problem_);
-    keepOwned();
+    settleListed();
     if (!rewrite_.finish()) return fail(result_, rewrite_.result);
     for (const std::string& path : rewrite_.removed()) removeSigned(path);
+    gone_.write();
     return 1;
   }
   bool hasQueuedReload() const { return rewrite_.hasChanged(); }
@@ -48,24 +53,43 @@ class ZoneRewrite {
           if (!domain.empty()) rewrite_.keep({account, domain});
         }};
     if (order_.domain == nullptr) return data_.tellAll(sink);
-    if (data_.owners().existsParam(order_.domain)) data_.tell(order_.domain, sink);
+    bool isKnown = data_.owners().existsParam(order_.domain) != 0;
+    if (isKnown) data_.tell(order_.domain, sink);
     // What is listed of the domain for somebody who does not have it any more goes.
     for (const auto& [path, entry] : rewrite_.list().entries()) {
       const bool isOwners = data_.owners().isValue(order_.domain, entry.origin.account.c_str());
-      if (entry.origin.part == order_.domain && !isOwners) rewrite_.drop(entry.origin);
+      if (entry.origin.part != order_.domain || isOwners) continue;
+      rewrite_.drop(entry.origin);
+      isKnown = true;
+    }
+    if (!isKnown) problem_ = joined("nobody has the domain ", printable(order_.domain)).c_str();
+  }
+
+  /// What is listed and was not met, though somebody has it, or another server of the cluster may. A table of owners
+  /// that was emptied does not take away the zones of those whose records are still there.
+  bool isToStay(const Origin& origin) const {
+    const char* domain = origin.part.c_str();
+    if (data_.owners().existsParam(domain)) return data_.owners().isValue(domain, origin.account.c_str()) != 0;
+    return sys_conf->cluster || pathExists(domainFile(origin.account.c_str(), domain, "conf").c_str());
+  }
+
+  void settleListed() {
+    for (const auto& [path, entry] : rewrite_.list().entries()) {
+      if (met_.contains(path)) continue;
+      const bool isMet = rewrite_.isNamed(entry.origin);
+      const bool stays = !isMet && (order_.domain != nullptr || isToStay(entry.origin));
+      if (stays && order_.domain == nullptr) rewrite_.keep(entry.origin);
+      if (!stays) noteSerial(path);
     }
   }
 
-  /// What is listed and was not met, though somebody has it, or another server of the cluster may.
-  void keepOwned() {
-    if (order_.domain != nullptr) return;
-    for (const auto& [path, entry] : rewrite_.list().entries()) {
-      const bool isOwned = data_.owners().isValue(entry.origin.part.c_str(), entry.origin.account.c_str());
-      const bool isNobodys = !data_.owners().existsParam(entry.origin.part.c_str());
-      if (!rewrite_.isNamed(entry.origin) && (isOwned || (isNobodys && sys_conf->cluster))) {
-        rewrite_.keep(entry.origin);
-      }
-    }
+  /// Of a zone that may be gone in a moment.
+  void noteSerial(const std::string& path) {
+    const std::string* text = rewrite_.present(path);
+    const std::string zone = zoneIn(path);
+    PresentZone present;
+    Text ignored;
+    if (text != nullptr && readPresentZone(*text, zone, present, ignored)) gone_.note(zone, present.serial);
   }
 
   void take(const ZoneWish& wish) {
@@ -74,31 +98,35 @@ class ZoneRewrite {
     const std::string* now = rewrite_.present(path);
     PresentZone present;
     Text why;
+    met_.insert(path);
     if (now != nullptr && !readPresentZone(*now, wish.zone, present, why)) {
-      return rewrite_.refuse(origin, path, trimmedWords(why));
+      return rewrite_.refuse(origin, path, firstOf(why));
     }
+    if (now == nullptr) present.serial = gone_.serialOf(wish.zone);
+    ZoneValues values = wish.values;
+    if (sys_conf->dkim && wish.zone == wish.domain) values[ZoneToken::dkim] = dkimRecords(wish.domain);
     std::string text;
-    if (!compose(wish, present, present.serial, origin, text)) return;
+    if (!compose(wish, values, present, present.serial, text)) return;
     if (now == nullptr || order_.raisesSerials || text != *now) {
-      const unsigned long serial = serialAfter(present.serial, std::time(nullptr));
-      if (!compose(wish, present, serial, origin, text)) return;
+      if (!compose(wish, values, present, serialAfter(present.serial, std::time(nullptr)), text)) return;
     }
     rewrite_.offer(form_.candidate(origin, wish.zone, std::move(text)));
   }
 
-  bool compose(const ZoneWish& wish, const PresentZone& present, unsigned long serial, const Origin& origin,
+  bool compose(const ZoneWish& wish, ZoneValues& values, const PresentZone& present, unsigned long serial,
                std::string& text) {
-    ZoneValues values = wish.values;
-    if (sys_conf->dkim && wish.zone == wish.domain) values[ZoneToken::dkim] = dkimRecords(wish.domain);
+    const Origin origin{wish.account, wish.domain};
     values[ZoneToken::serial] = {std::to_string(serial)};
     std::string filled;
     std::vector<RefusedRecord> refused;
     Text why;
-    if (!template_.fill(values, filled, why) ||
-        !composeZone(wish.zone, filled, present, *sys_conf, text, refused, why)) {
+    if (!template_.fill(values, filled, why)) {
       // The template is the same for all.
-      if (problem_.isNull()) problem_ = trimmedWords(why).c_str();
+      if (problem_.isNull()) problem_ = firstOf(why).c_str();
       return false;
+    }
+    if (!composeZone(wish.zone, filled, present, *sys_conf, text, refused, why)) {
+      refused.push_back({"what the template makes of it", firstOf(why)});
     }
     for (const RefusedRecord& one : refused) rewrite_.refuse(origin, one.record, one.why);
     return refused.empty();
@@ -111,10 +139,10 @@ class ZoneRewrite {
     }
   }
 
-  static std::string trimmedWords(const Text& words) {
-    std::string text(words.view());
-    const std::size_t end = text.find("<br>");
-    return text.substr(0, end);
+  /// The first message of a result.
+  static std::string firstOf(const Text& words) {
+    const std::string text(words.view());
+    return text.substr(0, text.find("<br>"));
   }
 
   const ZoneOrder& order_;
@@ -123,6 +151,9 @@ class ZoneRewrite {
   ZoneTemplate template_;
   ZoneData data_;
   Text problem_;
+  GoneZones gone_;
+  /// The files of the zones that there are.
+  std::set<std::string> met_;
   const ZoneForm form_{true};
 };
 

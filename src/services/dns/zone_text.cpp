@@ -77,7 +77,7 @@ int readPresentZone(std::string_view text, std::string_view domain, PresentZone&
   if (!readZone(text, domain, all, result)) return 0;
   zone.serial = serialOf(all);
   const std::size_t mark = text.find(kMark);
-  zone.isOurs = text.starts_with(kHead);
+  zone.isOurs = mark != std::string_view::npos && (mark == 0 || text[mark - 1] == '\n');
   const auto firstOwn = std::find_if(all.begin(), all.end(),
                                      [&](const ZoneRecord& record) { return !zone.isOurs || record.begin >= mark; });
   zone.own.assign(std::make_move_iterator(firstOwn), std::make_move_iterator(all.end()));

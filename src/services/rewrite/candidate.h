@@ -55,10 +55,10 @@ struct TrialFile {
 struct Trial {
   /// The candidates in question; none when it is the rest of the configuration that is asked about.
   std::vector<const TrialFile*> fresh;
-  /// The list with everything that stands already, the candidates that have passed, and those in question.
+  /// Where the list can be read now, each file in it at the place where it can be read now; empty when the service has
+  /// none. It holds what stands already, the candidates that have passed, and those in question; or the last alone,
+  /// when the plan says so (`judgesAlone`).
   std::string list;
-  /// The head of the list and the entries of those in question alone.
-  std::string freshEntries;
 };
 
 enum class Verdict {
@@ -68,8 +68,7 @@ enum class Verdict {
   unknown,
 };
 
-/// Lets the server itself judge, and sets `words` to what it says when that is not good. Called as root. A verdict may
-/// look at the candidates in question alone, or at all there is.
+/// Lets the server itself judge, and sets `words` to what it says when that is not good. Called as root.
 using Check = std::function<Verdict(const Trial& trial, std::string& words)>;
 
 }  // namespace zvtaskq

@@ -33,27 +33,32 @@ void tell(const std::string& subject, const std::string& message) {
 }  // namespace
 
 Verdict Rewrite::judge(const Changes& fresh, std::string& words) {
-  EntryList list = list_;
-  EntryList inQuestion;
-  Trial trial{{}, {}, {}};
+  EntryList list = plan_.judgesAlone ? EntryList() : list_;
+  Trial trial;
   const auto place = [&](const Change& change, bool isFresh) {
     for (std::size_t i = 0; i < change.files.size(); ++i) {
       const TrialFile& file = change.files[i];
       if (isFresh) trial.fresh.push_back(&file);
       if (change.entries[i].empty()) continue;
-      const Entry entry{change.origin, withPlace(change.entries[i], file.place)};
-      list.entries()[file.path] = entry;
-      if (isFresh) inQuestion.entries()[file.path] = entry;
+      list.entries()[file.path] = {change.origin, withPlace(change.entries[i], file.place)};
     }
   };
-  for (const Change* change : accepted_) place(*change, false);
+  for (const Change* change : accepted_) {
+    if (!plan_.judgesAlone) place(*change, false);
+  }
   for (const Change* change : fresh) place(*change, true);
-  trial.list = list.text(plan_.list.head);
-  trial.freshEntries = inQuestion.text(plan_.list.head);
   ++checks_;
-  atSafePoint();
   words.clear();
+  atSafePoint();
   const AsRoot root;
+  if (!plan_.list.path.empty()) {
+    Text why;
+    if (!journal_.stage({plan_.list.path, list.text(plan_.list.head), plan_.list.owner, plan_.list.mode}, why)) {
+      words = why.orEmpty();
+      return Verdict::unknown;
+    }
+    trial.list = plan_.list.path + kCandidateEnding;
+  }
   return plan_.check(trial, words);
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "core/files/safe_file.h"
+#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
@@ -32,7 +33,7 @@ int Rewrite::begin() {
   notes_.read();
   if (plan_.list.path.empty()) return 1;
   const std::string* text = present(plan_.list.path);
-  if (isUnreadable_) return fail(result, "Unable to read ", plan_.list.path, ": ", std::strerror(errno));
+  if (!unreadable_.empty()) return fail(result, "Unable to read ", plan_.list.path, ": ", unreadable_);
   if (text != nullptr) list_.read(*text);
   return 1;
 }
@@ -41,13 +42,24 @@ const std::string* Rewrite::present(const std::string& path) {
   if (path == presentPath_) return isPresent_ ? &presentText_ : nullptr;
   const AsRoot root;
   presentPath_ = path;
-  presentText_.clear();
-  const Descriptor file = openRegularFile(path.c_str());
-  isUnreadable_ = !file && errno != ENOENT;
-  isPresent_ =
-      file && sys::fstat(file.get(), presentFile_) == 0 && sys::readAll(file.get(), presentText_, kLongestFile) != 0;
-  if (file && !isPresent_) isUnreadable_ = true;
+  isPresent_ = readPresent(path.c_str());
   return isPresent_ ? &presentText_ : nullptr;
+}
+
+bool Rewrite::readPresent(const char* path) {
+  presentText_.clear();
+  unreadable_.clear();
+  const Descriptor file = openRegularFile(path);
+  if (!file && errno == ENOENT) return false;
+  if (file && sys::fstat(file.get(), presentFile_) == 0) {
+    if (!isPanels(presentFile_)) {
+      unreadable_ = "it belongs to somebody else";
+      return false;
+    }
+    if (sys::readAll(file.get(), presentText_, kLongestFile)) return true;
+  }
+  unreadable_ = std::strerror(errno);
+  return false;
 }
 
 void Rewrite::offer(Candidate candidate) {
@@ -68,9 +80,9 @@ void Rewrite::offer(Candidate candidate) {
   if (isSame && isListed) return;
   Text why;
   const FileToPlace file{candidate.path, candidate.text, candidate.owner, candidate.mode};
-  if (isUnreadable_ || (!isSame && !journal_.stage(file, why))) {
+  if (!unreadable_.empty() || (!isSame && !journal_.stage(file, why))) {
     errorLog("%s: %s: %s", nameOf(candidate.origin).c_str(), candidate.path.c_str(),
-             isUnreadable_ ? "it cannot be read, or is no regular file" : why.orEmpty());
+             unreadable_.empty() ? why.orEmpty() : unreadable_.c_str());
     return leaveOut(candidate.origin);
   }
   Change& change = changes_[candidate.origin];
@@ -129,7 +141,10 @@ int Rewrite::stageList() {
   if (plan_.list.path.empty()) return 1;
   const std::string text = list_.text(plan_.list.head);
   const std::string* now = present(plan_.list.path);
-  if (now != nullptr && *now == text) return 1;
+  if (now != nullptr && *now == text) {
+    journal_.discard(plan_.list.path);
+    return 1;
+  }
   if (!journal_.stage({plan_.list.path, text, plan_.list.owner, plan_.list.mode}, result)) return 0;
   put_.push_back(plan_.list.path);
   return 1;
@@ -147,7 +162,8 @@ int Rewrite::putInPlace() {
   if (!stageList()) return 0;
   counts_.removed = static_cast<long long>(removed_.size());
   if (put_.empty() && removed_.empty()) return 1;
-  return journal_.commit(put_, removed_, plan_.followUp, result);
+  hasChanged_ = journal_.commit(put_, removed_, plan_.followUp, result) != 0;
+  return hasChanged_ ? 1 : 0;
 }
 
 int Rewrite::finish() {

@@ -43,6 +43,8 @@ struct RewritePlan {
   Check check = nullptr;
   /// The file that names the accounts' files to the server; no path when there is none.
   ListPlace list = {};
+  /// No file depends on another: the check is asked about those in question alone.
+  bool judgesAlone = false;
   /// Everything is rewritten: what the list has of an origin that was not named in this rewrite goes, and so do its
   /// files. When not, what was not named stays.
   bool isWhole = false;
@@ -72,8 +74,9 @@ class Rewrite {
   [[nodiscard]] int begin();
   /// The list as it stands.
   const EntryList& list() const { return list_; }
-  /// What stands at a path now, for a text that keeps something of it; null when there is nothing. It is the text that
-  /// an offer for the same path is compared with. Valid until the next call.
+  /// What stands at a path now, for a text that keeps something of it; null when there is nothing that can be
+  /// read. It is the text that an offer for the same path is compared with. What belongs to neither root nor the
+  /// panel's user is not read, and whoever is offered in its place is left out. Valid until the next call.
   const std::string* present(const std::string& path);
   /// One file. When it cannot be read or written its origin is left out, which the error log is told.
   void offer(Candidate candidate);
@@ -96,7 +99,7 @@ class Rewrite {
   [[nodiscard]] int finish();
 
   /// Whether something was put in place, and so the follow-up queued.
-  bool hasChanged() const { return !put_.empty() || !removed_.empty(); }
+  bool hasChanged() const { return hasChanged_; }
   /// The files that were removed.
   const std::vector<std::string>& removed() const { return removed_; }
   const RewriteCounts& counts() const { return counts_; }
@@ -113,6 +116,7 @@ class Rewrite {
   };
   using Changes = std::vector<Change*>;
 
+  bool readPresent(const char* path);
   void leaveOut(const Origin& origin);
   void noteEntry(const Candidate& candidate);
   [[nodiscard]] int judgeAll();
@@ -146,7 +150,9 @@ class Rewrite {
   std::string presentText_;
   struct stat presentFile_ {};
   bool isPresent_ = false;
-  bool isUnreadable_ = false;
+  bool hasChanged_ = false;
+  /// Why what stands there cannot be read; empty when it can, and when there is nothing.
+  std::string unreadable_;
 };
 
 }  // namespace zvtaskq

@@ -29,7 +29,8 @@ class RewriteTest : public testing::Test {
       ++asked;
       std::string texts = isBroken ? "BAD server" : "";
       for (const TrialFile* file : trial.fresh) texts += contentOf(file->place);
-      for (const TrialFile* file : trial.fresh) EXPECT_TRUE(holds(trial.list, file->place));
+      const std::string list = contentOf(trial.list);
+      for (const TrialFile* file : trial.fresh) EXPECT_TRUE(holds(list, file->place));
       words = texts;
       return texts.find("BAD") == std::string::npos ? Verdict::good : Verdict::bad;
     };
