@@ -29,21 +29,6 @@ void addNameServers(const ConfigFile& record, std::vector<std::string>& names) {
   }
 }
 
-/// Those of the account, of who made it, of the panel, or the server itself.
-std::vector<std::string> nameServersOf(const ConfigFile& account) {
-  std::vector<std::string> names;
-  addNameServers(account, names);
-  ConfigFile creator(nullptr);
-  const char* name = valueOf(account, "creator");
-  if (names.empty() && readAccountFile(name, "reseller.conf", creator)) addNameServers(creator, names);
-  if (!names.empty()) return names;
-  for (const Text* setting : {&sys_conf->ns1, &sys_conf->ns2}) {
-    if (!setting->isEmpty()) names.emplace_back(setting->view());
-  }
-  if (names.empty()) names.emplace_back(sys_conf->servername.orEmpty());
-  return names;
-}
-
 /// The names of those name servers that are in the zone.
 std::vector<std::string> hostsIn(const std::string& zone, const std::vector<std::string>& nameServers) {
   const std::string below = joined(".", zone);
@@ -76,6 +61,24 @@ int ZoneData::read(Text& result) {
   if (!readDomainOwners(owners_)) return fail(result, owners_.getFilename(), ": ", owners_.result);
   serverAddress_ = mainServerAddress();
   return 1;
+}
+
+std::vector<std::string> ZoneData::nameServersOf(const ConfigFile& account) {
+  std::vector<std::string> names;
+  addNameServers(account, names);
+  const char* creator = valueOf(account, "creator");
+  const auto [found, isNew] = creators_.try_emplace(creator);
+  if (isNew) {
+    ConfigFile record(nullptr);
+    if (readAccountFile(creator, "reseller.conf", record)) addNameServers(record, found->second);
+  }
+  if (names.empty()) names = found->second;
+  if (!names.empty()) return names;
+  for (const Text* setting : {&sys_conf->ns1, &sys_conf->ns2}) {
+    if (!setting->isEmpty()) names.emplace_back(setting->view());
+  }
+  if (names.empty()) names.emplace_back(sys_conf->servername.orEmpty());
+  return names;
 }
 
 const ZoneData::Account& ZoneData::accountOf(const std::string& name) {

@@ -56,6 +56,8 @@ class ZoneData {
   };
 
   const Account& accountOf(const std::string& name);
+  /// Those of the account, of who made it, of the panel, or the server itself.
+  std::vector<std::string> nameServersOf(const ConfigFile& account);
   const Linked& addressesOf(const std::string& ip);
   [[nodiscard]] bool fillValues(const Account& account, const std::string& name, const std::string& domain,
                                 const ConfigFile& record, ZoneValues& values, const ZoneSink& sink);
@@ -64,6 +66,7 @@ class ZoneData {
 
   ConfigFile owners_{nullptr};
   std::map<std::string, Account, std::less<>> accounts_;
+  std::map<std::string, std::vector<std::string>, std::less<>> creators_;
   std::map<std::string, Linked, std::less<>> addresses_;
   /// A zone there is once, whoever else has a pointer of that name.
   std::set<std::string> told_;

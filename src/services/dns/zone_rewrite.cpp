@@ -44,7 +44,11 @@ class ZoneRewrite {
  private:
   void gather() {
     const ZoneSink sink{
-        [&](const ZoneWish& wish) { take(wish); },
+        [&](const ZoneWish& wish) {
+          // Taken once for all that is done with a zone.
+          const AsRoot root;
+          take(wish);
+        },
         [&](const std::string& account, const std::string& domain, const std::string& field, const std::string& why) {
           rewrite_.refuse({account, domain}, field, why);
         },
@@ -104,19 +108,20 @@ class ZoneRewrite {
     }
     if (now == nullptr) present.serial = gone_.serialOf(wish.zone);
     ZoneValues values = wish.values;
+    values[ZoneToken::serial] = {std::string(kSerialPlace)};
     if (sys_conf->dkim && wish.zone == wish.domain) values[ZoneToken::dkim] = dkimRecords(wish.domain);
-    std::string text;
-    if (!compose(wish, values, present, present.serial, text)) return;
+    std::string unnumbered;
+    if (!compose(wish, values, present, unnumbered)) return;
+    std::string text = withSerial(unnumbered, present.serial);
     if (now == nullptr || order_.raisesSerials || text != *now) {
-      if (!compose(wish, values, present, serialAfter(present.serial, std::time(nullptr)), text)) return;
+      text = withSerial(unnumbered, serialAfter(present.serial, std::time(nullptr)));
     }
     rewrite_.offer(form_.candidate(origin, wish.zone, std::move(text)));
   }
 
-  bool compose(const ZoneWish& wish, ZoneValues& values, const PresentZone& present, unsigned long serial,
-               std::string& text) {
+  /// The zone's text, but for its serial.
+  bool compose(const ZoneWish& wish, const ZoneValues& values, const PresentZone& present, std::string& text) {
     const Origin origin{wish.account, wish.domain};
-    values[ZoneToken::serial] = {std::to_string(serial)};
     std::string filled;
     std::vector<RefusedRecord> refused;
     Text why;

@@ -84,6 +84,19 @@ int readPresentZone(std::string_view text, std::string_view domain, PresentZone&
   return 1;
 }
 
+std::string withSerial(std::string_view text, unsigned long serial) {
+  const std::string number = std::to_string(serial);
+  const std::size_t end = std::min(text.find(kMark), text.size());
+  std::string filled;
+  filled.reserve(text.size());
+  std::size_t from = 0;
+  for (std::size_t at = text.find(kSerialPlace); at < end; at = text.find(kSerialPlace, from)) {
+    filled.append(text.substr(from, at - from)).append(number);
+    from = at + kSerialPlace.size();
+  }
+  return filled.append(text.substr(from));
+}
+
 int composeZone(const std::string& domain, const std::string& filled, const PresentZone& present, const Config& conf,
                 std::string& text, std::vector<RefusedRecord>& refused, Text& result) {
   std::vector<ZoneRecord> made;

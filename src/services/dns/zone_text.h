@@ -32,6 +32,12 @@ struct RefusedRecord {
   std::string why;
 };
 
+/// Stands for the serial number in a text that the template made, until it is known: no name and no value is like it.
+inline constexpr std::string_view kSerialPlace = "_SERIAL_OF_THE_ZONE_";
+
+/// The text of a zone with its serial. Records of the account's own are left alone.
+std::string withSerial(std::string_view text, unsigned long serial);
+
 /// Puts a zone together of what the template made and what stood there. Own records win over the template's of the same
 /// name and type (a text record's over those that begin with the same word, a CNAME over all). Their times to live are
 /// kept with `allow_ttl_override`. 0 with why in `result` when the template's text is no zone; `refused` tells of an

@@ -119,8 +119,11 @@ int RewriteJournal::stage(const FileToPlace& file, Text& result) {
   const int folder = folderOf(parts.folder);
   if (folder < 0 || !noteCandidate(file.path)) return failWith(result, "Unable to write ", file.path);
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
-  if (!isGone(sys::unlinkat(folder, name.c_str(), 0))) return failWith(result, "Unable to write ", file.path);
   Descriptor candidate(sys::openat(folder, name.c_str(), kFlags, 0600));
+  // What stands there is an earlier candidate, or was planted.
+  if (!candidate && errno == EEXIST && sys::unlinkat(folder, name.c_str(), 0) == 0) {
+    candidate = Descriptor(sys::openat(folder, name.c_str(), kFlags, 0600));
+  }
   const bool isWritten = candidate && sys::writeAll(candidate.get(), file.text) == file.text.size() &&
                          sys::fchown(candidate.get(), file.owner.user, file.owner.group) == 0 &&
                          sys::fchmod(candidate.get(), file.mode) == 0 && candidate.close() == 0;
