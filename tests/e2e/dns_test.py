@@ -130,6 +130,9 @@ class ZonesTest(DnsTest):
         self.rewrite()
         self.own("bob.example", "far IN CNAME a.\nfar IN A 192.0.2.7\n")
         self.own("bob2.example", "$INCLUDE /etc/shadow\n")
+        # Who may write to the folder leads nobody out of it.
+        shell("echo canary > /etc/canary; cd %s; ln -s /etc/canary ann.example.db.candidate; rm boss.example.db;"
+              "ln -s /etc/canary boss.example.db; chown -h bind ann.example.db.candidate boss.example.db" % ZONES)
         self.own("ann.example", "new IN A 192.0.2.8\n")
         before = zone("bob.example"), zone("bob2.example")
         self.rewrite()
@@ -138,6 +141,8 @@ class ZonesTest(DnsTest):
         self.assertLogged("bob bob.example is left out of the DNS zones: ")
         self.assertLogged("CNAME and other data")
         self.assertLogged("bob bob2.example: /var/named/bob2.example.db is refused: line ")
+        self.assertLogged("boss boss.example: /var/named/boss.example.db: Too many levels of symbolic links")
+        self.assertEqual((text("/etc/canary"), os.listdir("/etc/bind").count("zorvane-zones.conf.candidate")), ("canary\n", 0))
         subject, words = self.notices()[-1]
         self.assertEqual(subject, "Accounts were left out of the DNS zones")
         self.assertIn("bob bob.example:\n", words)

@@ -113,10 +113,10 @@ class ZoneReader {
     const bool isQuoted = text_[at_] == '"';
     if (isQuoted) ++at_;
     for (; at_ < text_.size(); ++at_) {
-      const char c = text_[at_];
+      char c = text_[at_];
       if (isQuoted ? c == '"' : std::strchr(" \t\r\n;()\"", c) != nullptr && c != '\0') break;
+      if (c == '\\' && ++at_ < text_.size()) c = text_[at_];
       if (isControl(c) && c != '\t') return refuse("a control character");
-      if (c == '\\' && ++at_ >= text_.size()) break;
     }
     if (isQuoted && (at_ >= text_.size() || text_[at_++] != '"')) return refuse("a quote that is not closed");
     words_.emplace_back(text_.substr(begin, std::min(at_, text_.size()) - begin));

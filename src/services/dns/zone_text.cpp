@@ -76,10 +76,10 @@ int readPresentZone(std::string_view text, std::string_view domain, PresentZone&
   std::vector<ZoneRecord> all;
   if (!readZone(text, domain, all, result)) return 0;
   zone.serial = serialOf(all);
-  const std::size_t mark = text.find(kMark);
-  zone.isOurs = mark != std::string_view::npos && (mark == 0 || text[mark - 1] == '\n');
+  const std::size_t mark = text.find(joined("\n", kMark));
+  zone.isOurs = mark != std::string_view::npos;
   const auto firstOwn = std::find_if(all.begin(), all.end(),
-                                     [&](const ZoneRecord& record) { return !zone.isOurs || record.begin >= mark; });
+                                     [&](const ZoneRecord& record) { return !zone.isOurs || record.begin > mark; });
   zone.own.assign(std::make_move_iterator(firstOwn), std::make_move_iterator(all.end()));
   return 1;
 }

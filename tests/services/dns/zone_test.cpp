@@ -38,6 +38,7 @@ TEST(ZoneRecords, AreReadAsNameServersReadThem) {
             "line 1: xbob.example. is not in the zone<br>\n"},
            {"open quote", "a TXT \"b\n", "line 1: a control character<br>\n"},
            {"open quote at the end", "a TXT \"b", "line 1: a quote that is not closed<br>\n"},
+           {"a line feed behind a backslash", "a TXT \"b\\\n$INCLUDE x\"\n", "line 1: a control character<br>\n"},
            {"open parenthesis", "a TXT ( b\n", "line 1: a parenthesis that is not closed<br>\n"},
            {"null byte", std::string("a TXT b\0c\n", 10), "line 1: a control character<br>\n"},
            {"another class", "a CH TXT b\n", "line 1: the class CH<br>\n"}}) {
