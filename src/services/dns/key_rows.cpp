@@ -39,8 +39,10 @@ int makeAllKeys(const ConfigFile& owners, const Task& task) {
   int done = 1;
   for (long long i = 0; i < owners.size(); ++i) {
     if (Clock::now() >= end) {
-      // Keys that were made are there by then: with `rotate` left out nothing is made twice.
-      static_cast<void>(pushOnTaskQueue("rewrite", "dkim"));
+      // Where there is a new key already no other is made.
+      ConfigFile more(nullptr);
+      if (task.isOn("rotate")) more.setParam("rotate", "yes");
+      static_cast<void>(pushOnTaskQueue("rewrite", "dkim", nullptr, &more));
       break;
     }
     const char* domain = owners.getNameAt(i);

@@ -52,7 +52,7 @@ Verdict ask(const char* program, std::vector<std::string> arguments, std::string
 
 Verdict checkEach(const Trial& trial, const char* program, std::string& words) {
   for (const TrialFile* file : trial.fresh) {
-    const Verdict verdict = ask(program, {zoneIn(file->path), file->place}, words);
+    const Verdict verdict = ask(program, {"-i", "local", zoneIn(file->path), file->place}, words);
     if (verdict != Verdict::good) return verdict;
   }
   return Verdict::good;

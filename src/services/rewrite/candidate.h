@@ -32,7 +32,8 @@ std::string nameOf(const Origin& origin);
 /// A file as a rewrite would have it.
 struct Candidate {
   Origin origin;
-  /// Where it goes: an absolute path without line feeds or tabs, in a folder that no account can write to.
+  /// Where it goes: an absolute path without line feeds, in a folder that no account can write to. No other candidate
+  /// of the rewrite has the same.
   std::string path;
   std::string text;
   Ids owner{};

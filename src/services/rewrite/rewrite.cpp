@@ -65,7 +65,7 @@ bool Rewrite::readPresent(const char* path) {
 void Rewrite::offer(Candidate candidate) {
   const AsRoot root;
   named_.insert(candidate.origin);
-  if (staying_.contains(candidate.origin)) return;
+  if (stays(candidate.origin)) return;
   const std::string* now = present(candidate.path);
   const bool isSame = now != nullptr && *now == candidate.text && presentFile_.st_uid == candidate.owner.user &&
                       presentFile_.st_gid == candidate.owner.group &&
@@ -98,11 +98,18 @@ void Rewrite::refuse(const Origin& origin, const std::string& field, const std::
 }
 
 void Rewrite::keep(const Origin& origin) {
+  const AsRoot root;
   staying_.insert(origin);
+  withdraw(origin);
 }
 
 void Rewrite::keepAccount(const std::string& account) {
+  const AsRoot root;
   stayingAccounts_.insert(account);
+  for (auto next = changes_.begin(); next != changes_.end();) {
+    const Origin origin = (next++)->first;
+    if (origin.account == account) withdraw(origin);
+  }
 }
 
 void Rewrite::drop(const Origin& origin) {
@@ -112,6 +119,10 @@ void Rewrite::drop(const Origin& origin) {
 void Rewrite::leaveOut(const Origin& origin) {
   const AsRoot root;
   if (staying_.insert(origin).second) ++counts_.leftOut;
+  withdraw(origin);
+}
+
+void Rewrite::withdraw(const Origin& origin) {
   const auto found = changes_.find(origin);
   if (found == changes_.end()) return;
   for (const TrialFile& file : found->second.files) {

@@ -83,7 +83,8 @@ class Rewrite {
   /// A value of the account's data that cannot be told from an attempt to leave its place: the origin is left out, its
   /// files stay as they are. Error log "<origin>: <field> is refused: <why>".
   void refuse(const Origin& origin, const std::string& field, const std::string& why);
-  /// The data of the origin could not be read, which the error log knows already: what stands stays.
+  /// The data of the origin could not be read, which the error log knows already: what stands stays, whatever was or is
+  /// offered of it.
   void keep(const Origin& origin);
   /// The same for everything of an account, named or not.
   void keepAccount(const std::string& account);
@@ -123,6 +124,8 @@ class Rewrite {
   Verdict judge(const Changes& fresh, std::string& words);
   Verdict sift(const Changes& bad, const std::string& words);
   void refuseChange(const Change& change, const std::string& words);
+  /// Takes back what was offered of an origin.
+  void withdraw(const Origin& origin);
   bool stays(const Origin& origin) const;
   void settleEntries();
   [[nodiscard]] int stageList();
