@@ -10,6 +10,7 @@
 #include "runner/monitor/service_watch.h"
 #include "runner/process_queue.h"
 #include "runner/upkeep/panel_logins.h"
+#include "services/rewrite/journal.h"
 #include "tally/bruteforce/watch/check.h"
 #include "tally/checks/load.h"
 #include "tally/checks/partition_check.h"
@@ -43,6 +44,7 @@ void cleanUp(const Config& conf) {
 void doQueue(const Config& conf) {
   processQueue(conf.taskqueuecb, 0);
   if (runFlags.customBuild) return;
+  finishKilledRewrites();
   process_mail_queue(conf.mailtaskqueue);
   processQueue(conf.taskqueue, 0);
   processQueue(conf.secondTaskQueue, 0);

@@ -18,7 +18,6 @@ struct Missing {
 
 constexpr Missing kMissing[] = {
     {"syscheck", nullptr, nullptr, "the system self-check"},
-    {"sync", "type", "cluster", "the DNS cluster"},
     {"cache", "value", "safemode", "the PHP safe-mode cache"},
     {"cache", "type", "popquota", "the cache of mailbox disk usage"},
     {"confirm", "type", "httpd.conf", "the web server's include"},
@@ -42,10 +41,7 @@ constexpr Missing kMissing[] = {
     {"rewrite", "value", "nginx", "the web-server configuration"},
     {"rewrite", "value", "litespeed", "the web-server configuration"},
     {"rewrite", "value", "pureftp_db", "the FTP password database"},
-    {"rewrite", "value", "dnssec", "the signing of DNS zones"},
-    {"rewrite", "value", "dkim", "DKIM key files"},
     {"rewrite", "value", "ips", "the web server's ips.conf"},
-    {"rewrite", "value", "named", "the DNS zones"},
     {"rewrite", "value", "filter", "the mail filters"},
     {"rewrite", "value", "email_passwd", "the mail password files"},
     {"rewrite", "value", "letsencrypt", "the check of certificate expiries"},

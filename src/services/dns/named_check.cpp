@@ -1,0 +1,75 @@
+#include "services/dns/named_check.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "core/config/config.h"
+#include "core/panel/run_state.h"
+#include "core/process/child.h"
+#include "services/dns/zone_files.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr int kTimeLimit = 300;
+constexpr const char* kPrograms[] = {"/usr/bin/named-checkconf", "/usr/sbin/named-checkconf"};
+
+const char* checkProgram() {
+  for (const char* program : kPrograms) {
+    if (::access(program, X_OK) == 0) return program;
+  }
+  return nullptr;
+}
+
+/// What it says, but for the zones that are well.
+std::string complaints(const std::string& output) {
+  std::string words;
+  std::size_t from = 0;
+  while (from < output.size()) {
+    const std::size_t end = std::min(output.find('\n', from), output.size());
+    const std::string_view line = std::string_view(output).substr(from, end - from);
+    if (line.find(": loaded serial ") == std::string_view::npos) words.append(line) += '\n';
+    from = end + 1;
+  }
+  return words;
+}
+
+Verdict ask(const char* program, std::vector<std::string> arguments, std::string& words) {
+  ChildPlan plan = ChildPlan::program(program, std::move(arguments));
+  plan.identity = nameServerIds();
+  plan.errors = ChildPlan::Stream::collect;
+  plan.timeLimit = kTimeLimit;
+  const ChildResult child = runChild(plan);
+  if (child.status == 0 && !child.timedOut) return Verdict::good;
+  words = complaints(child.output);
+  constexpr int kNotStarted = 127;
+  if (!child.timedOut && child.status > 0 && child.status != kNotStarted) return Verdict::bad;
+  words = joined(program, child.timedOut ? " does not end" : " cannot be run", "\n", words);
+  return Verdict::unknown;
+}
+
+Verdict checkEach(const Trial& trial, const char* program, std::string& words) {
+  for (const TrialFile* file : trial.fresh) {
+    const Verdict verdict = ask(program, {"-i", "local", zoneIn(file->path), file->place}, words);
+    if (verdict != Verdict::good) return verdict;
+  }
+  return Verdict::good;
+}
+
+}  // namespace
+
+Verdict checkZones(const Trial& trial, std::string& words) {
+  const char* program = checkProgram();
+  if (program == nullptr) {
+    words = "named-checkconf is not installed";
+    return Verdict::unknown;
+  }
+  const Verdict verdict = ask(program, {"-z", trial.list}, words);
+  const char* each = sys_conf->named_checkzone;
+  if (verdict != Verdict::good || each == nullptr || *each == '\0') return verdict;
+  return checkEach(trial, each, words);
+}
+
+}  // namespace zvtaskq
