@@ -228,6 +228,7 @@ class Creation(ManagedTest):
         self.assertIn("eve.example: eve\n", text(OWNERS))
         self.assertIn("status=owned\n", text(ADMIN + "/ips/192.0.2.20"))
         self.assertIn("quota=600\n", text(ALLOCATION))
+        self.assertIn("action=rewrite&domain=eve%2Eexample&value=named\n", text(QUEUE))
         self.drive("delete", "eve")
         self.assertIn("status=free\n", text(ADMIN + "/ips/192.0.2.20"))
         self.assertIn("quota=500\n", text(ALLOCATION))

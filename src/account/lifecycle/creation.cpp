@@ -157,8 +157,9 @@ int unlist(Creation& creation, Text& result) {
 int queueRewrites(Creation& creation, Text& result) {
   ConfigFile whose(nullptr);
   whose.setParam("user", creation.name);
-  return queueWebRewrite(creation.name, result) && pushOnTaskQueue("rewrite", "links", nullptr, &whose) &&
-         pushOnTaskQueue("rewrite", "ipcount");
+  const char* domain = creation.record.getOrEmpty("domain");
+  return queueWebRewrite(creation.name, result) && (*domain == '\0' || queueZoneRewrite(domain, result)) &&
+         pushOnTaskQueue("rewrite", "links", nullptr, &whose) && pushOnTaskQueue("rewrite", "ipcount");
 }
 
 int writeRecordOf(Creation& creation, Text& result) {

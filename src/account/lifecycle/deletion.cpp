@@ -20,7 +20,6 @@
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
-#include "core/panel/task_queue.h"
 #include "core/process/system_tool.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -108,10 +107,7 @@ int removeSystemAccount(const AccountHolder& holder, Text& result) {
 int queueRewrites(const AccountHolder& holder, bool leaveDns, Text& result) {
   int done = queueWebRewrite(holder.name.c_str(), result);
   for (const std::string& domain : holder.domains) {
-    ConfigFile whose(nullptr);
-    whose.setParam("domain", domain.c_str());
-    if (leaveDns || pushOnTaskQueue("rewrite", "named", nullptr, &whose)) continue;
-    done = fail(result, "Unable to queue action=rewrite&value=named&domain=", domain);
+    if (!leaveDns && !queueZoneRewrite(domain.c_str(), result)) done = 0;
   }
   return done;
 }

@@ -12,6 +12,19 @@
 
 namespace zvtaskq {
 
+namespace {
+
+int queueRewrite(const char* what, const char* key, const char* whose, Text& result) {
+  ConfigFile pairs(nullptr);
+  pairs.setParam(key, whose);
+  if (pushOnTaskQueue("rewrite", what, nullptr, &pairs)) return 1;
+  std::string_view why = getSysResult();
+  why = why.substr(0, why.find("<br>"));
+  return fail(result, "Unable to queue action=rewrite&value=", what, "&", key, "=", whose, ": ", why);
+}
+
+}  // namespace
+
 AccountWork::AccountWork(const char* name)
     : account(text_detail::part(name).data() == nullptr ? "" : name),
       lock(account, kAccountLockWait),
@@ -42,12 +55,11 @@ bool AccountWork::isSuspended() const {
 }
 
 int queueWebRewrite(const char* account, Text& result) {
-  ConfigFile whose(nullptr);
-  whose.setParam("user", account);
-  if (pushOnTaskQueue("rewrite", "httpd", nullptr, &whose)) return 1;
-  std::string_view why = getSysResult();
-  why = why.substr(0, why.find("<br>"));
-  return fail(result, "Unable to queue action=rewrite&value=httpd&user=", account, ": ", why);
+  return queueRewrite("httpd", "user", account, result);
+}
+
+int queueZoneRewrite(const char* domain, Text& result) {
+  return queueRewrite("named", "domain", domain, result);
 }
 
 }  // namespace zvtaskq

@@ -34,5 +34,7 @@ struct AccountWork {
 
 /// Queues the line that rewrites the account's web configuration. 0 with the reason in `result`.
 [[nodiscard]] int queueWebRewrite(const char* account, Text& result);
+/// The same for the zone of a domain.
+[[nodiscard]] int queueZoneRewrite(const char* domain, Text& result);
 
 }  // namespace zvtaskq
