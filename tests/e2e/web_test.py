@@ -4,6 +4,7 @@ import re
 import signal
 import subprocess
 import time
+from urllib.parse import parse_qs
 
 import panel
 from panel import PanelTest, settings, shell, text, write
@@ -16,6 +17,7 @@ events {}
 http { include mime.types; include /etc/nginx/zorvane-ips.conf; include /etc/nginx/zorvane-vhosts.conf; }
 """
 APACHE = "/etc/apache2/apache2.conf"
+APACHE_COMMAND = ["bash", "-c", ". /etc/apache2/envvars; exec apache2 -DFOREGROUND"]
 APACHE_LIST = "/etc/apache2/zorvane-vhosts.conf"
 APACHE_IPS = "/etc/apache2/zorvane-ips.conf"
 APACHE_LOGS = "/var/log/httpd/domains"
@@ -40,7 +42,8 @@ class WebTest(PanelTest):
 
     def setUp(self):
         super().setUp()
-        shell("rm -rf /var/log/nginx/domains %s /etc/nginx/zorvane-*.conf /etc/apache2/zorvane-*.conf" % APACHE_LOGS)
+        self.servers = []
+        shell("rm -rf /home/{ann,bob,cy}/domains /var/log/nginx/domains %s /etc/nginx/zorvane-*.conf /etc/apache2/zorvane-*.conf" % APACHE_LOGS)
         shell("ip address replace %s/32 dev lo" % ADDRESS)
         self.administrator()
         for name, *domains in (("ann", "ann.example"), ("bob", "bob.example", "bob2.example"), ("cy", "cy.example")):
@@ -77,11 +80,11 @@ class WebTest(PanelTest):
         self.rewrite("action=rewrite&value=nginx")
         self.serve(["nginx", "-g", "daemon off;"], "/var/run/nginx.pid")
 
-    def apache(self, **how):
+    def apache(self, modules="", **how):
         settings(apachelogdir=APACHE_LOGS, httpdconf=APACHE_LIST, apacheips=APACHE_IPS, **how)
         shell("sed -i '/zorvane/d' %s; echo 'Include %s' >> %s; echo 'Include %s' >> %s; : > /etc/apache2/ports.conf; "
-              "rm -f /etc/apache2/sites-enabled/*; mkdir -p /run/apache2; a2enmod -q ssl http2 headers >/dev/null" % (
-                  APACHE, APACHE_IPS, APACHE, APACHE_LIST, APACHE))
+              "rm -f /etc/apache2/sites-enabled/*; mkdir -p /run/apache2; a2dismod -q -f remoteip >/dev/null 2>&1; a2enmod -q ssl http2 headers %s >/dev/null" % (
+                  APACHE, APACHE_IPS, APACHE, APACHE_LIST, APACHE, modules))
         shell("touch %s %s" % (APACHE_IPS, APACHE_LIST))
         self.rewrite("action=rewrite&value=ips")
         self.rewrite()
@@ -91,11 +94,13 @@ class WebTest(PanelTest):
         process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.addCleanup(process.wait)
         self.addCleanup(process.terminate)
+        self.servers.append(process)
         self.until(lambda: ask("nobody.example")[0] == 200 and os.path.exists(pid))
-        self.server = process
 
     def reload(self, holds):
-        self.server.send_signal(signal.SIGHUP)
+        """Lets the servers read their configuration anew."""
+        for server in self.servers:
+            server.send_signal(signal.SIGHUP)
         self.until(holds)
 
     def until(self, holds, seconds=20):
@@ -123,7 +128,64 @@ class WebTest(PanelTest):
         self.assertTrue(os.path.exists(folder + "/bob2.example.error.log"))
 
 
+    def server_certificate(self, certificate, key):
+        shell("mkdir -p $(dirname {0}) $(dirname {1}); openssl req -x509 -newkey rsa:2048 -nodes -days 9 -subj /CN=the.server "
+              "-keyout {1} -out {0} 2>/dev/null".format(certificate, key))
+
+    def certificate(self, user, domain, name=None, key=None):
+        """A certificate of a domain's own; with `key` that of another domain in its key's place."""
+        stem = "%s/%s/domains/%s" % (USERS, user, domain)
+        shell("openssl req -x509 -newkey rsa:2048 -nodes -days 9 -subj /CN={1} -keyout {0}.key -out {0}.cert 2>/dev/null; "
+              "chown zvadmin: {0}.key {0}.cert; chmod 600 {0}.key {0}.cert".format(stem, name or domain))
+        if key:
+            shell("cat %s > %s.key" % (key, stem))
+
+    def check_https(self):
+        for domain in ("ann.example", "bob.example", "bob2.example", "cy.example"):
+            user = domain.split(".")[0].rstrip("2")
+            self.certificate(user, domain)
+        settings(enable_ssl_sni=1, hsts=600)
+        self.domain("ann", "ann.example.conf", "domain=ann.example\nforce_https=yes\n")
+        self.page("ann", "ann.example", "public")
+        shell("install -d -o bob -g bob -m 755 /home/bob/domains/bob.example/private_html")
+        self.page("bob", "bob.example", "private", "private_html/index.html")
+        shell("ln -s ./public_html /home/ann/domains/ann.example/private_html")
+        self.rewrite()
+        self.reload(lambda: shown("ann.example") == "ann.example")
+        self.assertEqual([shown(name) for name in ("bob.example", "shop.bob.example", "cy.example", "nobody.example")],
+                         ["bob.example", "bob.example", "cy.example", "the.server"])
+        self.assertEqual([ask(name, scheme="https")[:2] for name in ("ann.example", "bob.example", "bobby.example")],
+                         [(200, "public"), (200, "private"), (200, "private")])
+        self.assertEqual(ask("bob.example"), (200, "bob.example"))
+        self.assertEqual(ask("cy.example", scheme="https")[0], 503)
+        self.assertEqual(leads("ann.example", "/a?b"), "301 https://ann.example/a?b")
+        headers = ask("ann.example", "/", "-D", "/dev/stdout", scheme="https")[1]
+        self.assertTrue(headers.startswith("HTTP/2 200") and "strict-transport-security: max-age=600" in headers, headers)
+        # One that does not fit is refused; the one before stays, and nobody else notices.
+        self.certificate("bob", "bob.example", "bob.new", "%s/ann/domains/ann.example.key" % USERS)
+        self.certificate("ann", "ann.example", "ann.new")
+        self.rewrite()
+        self.assertLogged("bob bob.example: certificate is refused: the key cannot be used: key values mismatch")
+        self.reload(lambda: shown("ann.example") == "ann.new")
+        self.assertEqual(shown("bob.example"), "bob.example")
+        copies = [name for name in os.listdir(USERS + "/ann/domains") if name.endswith(".pem")]
+        self.assertEqual(len(copies), 1, "the old copy goes")
+        self.assertEqual((panel.owner("%s/ann/domains/%s" % (USERS, copies[0])), len(self.notices())), ("zvadmin", 0))
+
+
+def shown(name):
+    """Whose certificate is shown for a name."""
+    outcome = subprocess.run("openssl s_client -connect %s:443 -servername %s </dev/null 2>/dev/null | openssl x509 -noout "
+                             "-subject" % (ADDRESS, name), shell=True, capture_output=True, encoding="ascii", check=False)
+    return outcome.stdout.strip().rpartition(" ")[2]
+
+
 class NginxTest(WebTest):
+    def test_nginx_with_certificates(self):
+        self.server_certificate("/etc/nginx/ssl.crt/server.crt", "/etc/nginx/ssl.key/server.key")
+        self.nginx()
+        self.check_https()
+
     def test_nginx_alone(self):
         self.nginx()
         self.assertIn("action=nginx&value=reload", text(panel.QUEUE))
@@ -132,6 +194,12 @@ class NginxTest(WebTest):
         files = {user: os.stat("%s/%s/nginx.conf" % (USERS, user)) for user in ("ann", "bob", "cy")}
         self.rewrite()
         self.assertEqual(files, {user: os.stat("%s/%s/nginx.conf" % (USERS, user)) for user in files}, "nothing had changed")
+        # What was served is billed.
+        requests = [line.split() for line in text("/var/log/nginx/domains/ann.example.bytes").splitlines()]
+        self.rewrite("action=tally&type=user&value=ann")
+        billed = parse_qs(text(USERS + "/ann/bandwidth.tally").strip())
+        self.assertEqual([float(billed[key][0]) for key in ("http_bw_total", "http_ul_total")],
+                         [sum(int(line[i]) for line in requests) for i in (0, 1)])
         # A broken piece is left out with its account and named; what others changed goes live.
         self.domain("ann", "ann.example.cust_nginx", "expires 1h;\nno_such_word on;\n")
         self.domain("bob", "bob.example.cust_nginx", "location = /own { return 200 'of my own'; }\n")
@@ -158,14 +226,48 @@ class NginxTest(WebTest):
         self.assertNotIn("/cy/", text("/etc/nginx/zorvane-vhosts.conf"))
 
 
+class ProxyTest(WebTest):
+    def test_nginx_before_apache(self):
+        self.server_certificate("/etc/nginx/ssl.crt/server.crt", "/etc/nginx/ssl.key/server.key")
+        settings(nginx_proxy=1)
+        write(NGINX, NGINX_MAIN)
+        self.domain("bob", "bob.example.cust_httpd", "Redirect /apache http://else.example/\n")
+        self.domain("bob", "bob.example.cust_nginx", "location = /nginx { return 302 http://other.example/; }\n")
+        self.apache(modules="remoteip")
+        apache = subprocess.Popen(APACHE_COMMAND)
+        self.servers.append(apache)
+        self.addCleanup(apache.wait)
+        self.addCleanup(apache.terminate)
+        self.serve(["nginx", "-g", "daemon off;"], "/var/run/nginx.pid")
+        self.until(lambda: ask("ann.example")[0] == 200)
+        self.check_sites()
+        self.check_logs("/var/log/nginx/domains")
+        self.assertEqual([leads("bob.example", path) for path in ("/apache", "/nginx")],
+                         ["302 http://else.example/", "302 http://other.example/"])
+        self.assertIn(ADDRESS + " ", text(APACHE_LOGS + "/ann.example.log"), "Apache knows who asks")
+        self.assertFalse(os.path.exists(APACHE_LOGS + "/ann.example.bytes"), "the tally reads nginx's alone")
+        self.check_https()
+        self.assertIn("action=nginx&value=reload", text(panel.QUEUE))
+        self.assertIn("action=httpd&value=restart", text(panel.QUEUE))
+
+
 class ApacheTest(WebTest):
+    def test_apache_with_certificates(self):
+        self.server_certificate("/etc/apache2/server.crt", "/etc/apache2/server.key")
+        self.apache(apachecert="/etc/apache2/server.crt", apachekey="/etc/apache2/server.key")
+        self.start_apache()
+        self.check_https()
+
+    def start_apache(self):
+        self.serve(APACHE_COMMAND, "/run/apache2/apache2.pid")
+
     def test_apache_alone(self):
         self.domain("ann", "ann.example.mime.types", "text/x-shop=.shop\n")
         self.domain("ann", "ann.example.handlers", "cgi-script=.cgi\nbad name=x\n")
         self.page("ann", "ann.example", "a shop", "public_html/a.shop")
         self.page("ann", "ann.example", "<?php secret();", "public_html/a.php")
         self.apache()
-        self.serve(["bash", "-c", ". /etc/apache2/envvars; exec apache2 -DFOREGROUND"], "/run/apache2/apache2.pid")
+        self.start_apache()
         self.check_sites()
         self.check_logs(APACHE_LOGS)
         self.assertLogged("ann ann.example: handlers 'bad name' is refused: it is no name with endings")

@@ -12,6 +12,8 @@ namespace zvtaskq {
 namespace {
 
 constexpr std::size_t kLongest = 256UL << 10;
+constexpr std::size_t kDigits = 16;
+constexpr std::string_view kCertificate = ".pem";
 
 }  // namespace
 
@@ -25,6 +27,18 @@ DomainFiles::DomainFiles(const std::string& account) : path_(accountFile(account
   if (!entries) return;
   while (const dirent* entry = entries.next()) names_.insert(entry->d_name);
   isRead_ = !entries.failed();
+}
+
+std::vector<std::string> DomainFiles::certificatesOf(const std::string& domain) const {
+  std::vector<std::string> found;
+  const std::string start = domain + ".";
+  for (auto name = names_.lower_bound(start); name != names_.end() && name->starts_with(start); ++name) {
+    const std::string_view rest = std::string_view(*name).substr(start.size());
+    const bool isOne = rest.size() == kDigits + kCertificate.size() && rest.ends_with(kCertificate) &&
+                       rest.find_first_not_of("0123456789abcdef") == kDigits;
+    if (isOne) found.push_back(*name);
+  }
+  return found;
 }
 
 int DomainFiles::read(const std::string& name, std::string& text) const {

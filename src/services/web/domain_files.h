@@ -3,6 +3,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 #include "core/sys/sys.h"
 
@@ -15,6 +16,8 @@ class DomainFiles {
   /// Whether the folder could be looked through; errno says why not. One that is not there has no files.
   explicit operator bool() const { return isRead_; }
   bool has(const std::string& name) const { return names_.contains(name); }
+  /// Those that are called "<domain>.<16 digits>.pem".
+  std::vector<std::string> certificatesOf(const std::string& domain) const;
   /// The text of one that is there. 0 with errno: it is no file, too large, or belongs to neither the panel nor root.
   [[nodiscard]] int read(const std::string& name, std::string& text) const;
   /// Its path.

@@ -13,6 +13,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "services/rewrite/left_out.h"
 #include "services/web/domain_files.h"
 #include "services/web/page_folders.h"
 #include "services/web/web_rules.h"
@@ -88,6 +89,7 @@ class AccountSites {
     site.isSuspended = account_.isSuspended || record.isValue("suspended", "yes") != 0;
     site.forcesHttps = record.isValue("force_https", "yes") != 0;
     if (!findAddresses(record, site)) return;
+    findCertificate(site);
     std::vector<WebSite> redirects;
     std::vector<std::string> subdomains;
     if (!readNames(site, subdomains, redirects)) return;
@@ -110,6 +112,30 @@ class AccountSites {
     site.addresses = shared_.addressesOf(ip);
     mayHaveOwn_ = sys_conf->enable_ssl_sni || shared_.isOwned(ip);
     return true;
+  }
+
+  /// The copy that the servers get: of what is there now, else the one before, which is kept until then.
+  void findCertificate(WebSite& site) {
+    const std::vector<std::string> copies = files_.certificatesOf(domain_);
+    const std::string now = certificateNow();
+    const std::string wanted = now.empty() ? now : joined(domain_, ".", fingerprintOf(now), ".pem");
+    const bool isNew = !now.empty() && !files_.has(wanted);
+    if (isNew) account_.fresh.push_back({account_.name, domain_, files_.pathOf(wanted), now});
+    const std::string used = isNew && !copies.empty() ? copies.front() : wanted;
+    for (const std::string& copy : copies) {
+      if (copy != used) account_.stale.push_back(files_.pathOf(copy));
+    }
+    if (files_.has(used)) site.certificate = files_.pathOf(used);
+  }
+
+  /// Empty when there is none that may be used.
+  std::string certificateNow() {
+    std::string certificate;
+    std::string chain;
+    std::string key;
+    if (!mayHaveOwn_ || !readFile(".cert", certificate) || !readFile(".key", key)) return "";
+    readFile(".cacert", chain);
+    return joined(trimmed(certificate), "\n", trimmed(chain), "\n", trimmed(key), "\n");
   }
 
   /// The names beside the domain's own.
@@ -152,6 +178,7 @@ class AccountSites {
     redirect.host = site.host;
     redirect.names = {pointer};
     redirect.addresses = site.addresses;
+    redirect.certificate = site.certificate;
     redirect.isSuspended = site.isSuspended;
     redirect.target = site.host;
     addAlias(redirect, kAlias + pointer);

@@ -8,6 +8,7 @@
 
 #include "core/record/config_file.h"
 #include "core/sys/identity.h"
+#include "services/web/certificates.h"
 
 namespace zvtaskq {
 
@@ -43,6 +44,10 @@ struct WebAccount {
   Ids ids{};
   bool isSuspended = false;
   std::vector<WebSite> sites;
+  /// Certificates that have to be judged; until then its sites have the one before, or none of their own.
+  std::vector<NewCertificate> fresh;
+  /// The files of certificates that its sites use no more.
+  std::vector<std::string> stale;
 };
 
 /// What became of the data of an account.

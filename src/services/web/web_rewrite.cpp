@@ -1,6 +1,7 @@
 #include "services/web/web_rewrite.h"
 
 #include <memory>
+#include <utility>
 
 #include "account/model/account_name.h"
 #include "account/model/account_record.h"
@@ -20,6 +21,9 @@
 namespace zvtaskq {
 
 namespace {
+
+/// Certificates that are judged at a time.
+constexpr std::size_t kManyCertificates = 500;
 
 /// One server's part of a rewrite.
 struct ServerWork {
@@ -41,6 +45,7 @@ class WebRewrite {
         done = fail(result_, work.rewrite->result);
       }
     }
+    removeStale();
     return done;
   }
   bool hasQueued() const { return hasQueued_; }
@@ -58,19 +63,34 @@ class WebRewrite {
   }
 
   int gatherAll() {
-    if (only_ != nullptr) return take(only_);
+    if (only_ != nullptr) return take(only_) && takeWaiting();
     ListFile names(nullptr);
     if (!listAccounts(names)) return fail(result_, "the accounts cannot be listed");
     for (int i = 0; i < names.size(); ++i) {
       if (!take(names.getElementAt(i))) return 0;
       atSafePoint();
     }
+    return takeWaiting();
+  }
+
+  /// The accounts that have new certificates, when those are judged.
+  int takeWaiting() {
+    judgeCertificates(std::exchange(fresh_, {}));
+    for (const std::string& name : std::exchange(waiting_, {})) {
+      if (!take(name, true)) return 0;
+    }
     return 1;
   }
 
-  int take(const std::string& name) {
+  int take(const std::string& name, bool isJudged = false) {
     WebAccount account;
     const Gathered gathered = isThere(name) ? data_.gather(name, account) : Gathered::none;
+    if (!account.fresh.empty() && !isJudged) {
+      waiting_.push_back(name);
+      for (NewCertificate& one : account.fresh) fresh_.push_back(std::move(one));
+      return fresh_.size() < kManyCertificates ? 1 : takeWaiting();
+    }
+    if (!account.stale.empty()) stale_.emplace_back(name, std::move(account.stale));
     for (ServerWork& work : works_) {
       Candidate candidate;
       if (gathered == Gathered::unreadable) work.rewrite->keepAccount(name);
@@ -83,6 +103,21 @@ class WebRewrite {
     return 1;
   }
 
+  /// Takes the copies of certificates away that no server's file names any more.
+  void removeStale() {
+    for (const auto& [account, paths] : stale_) {
+      std::string texts;
+      for (ServerWork& work : works_) {
+        const std::string* text = work.rewrite->present(work.form.fileOf(account));
+        if (text != nullptr) texts.append(*text);
+      }
+      const AsUser panel(kPanelUser);
+      for (const std::string& path : paths) {
+        if (texts.find(path) == std::string::npos) static_cast<void>(unlinkFile(path.c_str()));
+      }
+    }
+  }
+
   static bool isThere(const std::string& name) {
     const AsUser panel(kPanelUser);
     return isAccountName(name.c_str()) && pathExists(accountFile(name.c_str(), nullptr).c_str(), PathKind::folder) != 0;
@@ -92,6 +127,10 @@ class WebRewrite {
   Text& result_;
   WebData data_;
   std::vector<ServerWork> works_;
+  std::vector<NewCertificate> fresh_;
+  /// The accounts that `fresh_` is of.
+  std::vector<std::string> waiting_;
+  std::vector<std::pair<std::string, std::vector<std::string>>> stale_;
   bool hasQueued_ = false;
 };
 
