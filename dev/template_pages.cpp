@@ -16,11 +16,12 @@ void printRow(const Row& row) {
 void printWeb() {
   std::puts(
       "\n"
-      "## `nginx_site.txt`, `httpd_site.txt`, `nginx_ips.txt`, `httpd_ips.txt`\n"
+      "## `nginx_site.txt`, `httpd_site.txt`, `nginx_ips.txt`, `httpd_ips.txt`, `php_pool.txt`\n"
       "\n"
       "A web site, once over http and, where there is a certificate, once over https; and what listens, in the same "
       "way, with the\n"
-      "page for names that are no site's (`PAGE`). Conditions may ask for the flags below and for the tokens of "
+      "page for names that are no site's (`PAGE`); and the pool of an account's PHP. Conditions may ask for the flags "
+      "below and for the tokens of "
       "`global_httpd_tokens`,\n"
       "not for the tokens of a site: those are put in when definitions, conditions and script blocks are settled, and "
       "are never\n"

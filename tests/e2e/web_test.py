@@ -1,5 +1,6 @@
 """Web sites: written from the accounts' data, judged and served by the real servers."""
 import os
+import pwd
 import re
 import signal
 import subprocess
@@ -35,6 +36,10 @@ def ask(name, path="/", *more, scheme="http"):
 def leads(name, path="/"):
     """The status of a redirect, and where it leads."""
     return ask(name, path, "-o", "/dev/null", "-w", "%{http_code} %{redirect_url}\n0")[1]
+
+
+def children(process):
+    return set(text("/proc/{0}/task/{0}/children".format(process.pid)).split())
 
 
 class WebTest(PanelTest):
@@ -98,9 +103,11 @@ class WebTest(PanelTest):
         self.until(lambda: ask("nobody.example")[0] == 200 and os.path.exists(pid))
 
     def reload(self, holds):
-        """Lets the servers read their configuration anew."""
+        """Lets the servers read their configuration anew, until none that had the old one answers."""
         for server in self.servers:
+            old = children(server)
             server.send_signal(signal.SIGHUP)
+            self.until(lambda: not old & children(server))
         self.until(holds)
 
     def until(self, holds, seconds=20):
@@ -170,7 +177,7 @@ class WebTest(PanelTest):
         self.assertEqual(shown("bob.example"), "bob.example")
         copies = [name for name in os.listdir(USERS + "/ann/domains") if name.endswith(".pem")]
         self.assertEqual(len(copies), 1, "the old copy goes")
-        self.assertEqual((panel.owner("%s/ann/domains/%s" % (USERS, copies[0])), len(self.notices())), ("zvadmin", 0))
+        self.assertEqual((panel.owner("%s/ann/domains/%s" % (USERS, copies[0])), len(self.notices())), ("zvadmin", 0), self.log())
 
 
 def shown(name):
@@ -224,6 +231,30 @@ class NginxTest(WebTest):
         shell("rm -rf %s/cy; nginx -t -q" % USERS)
         self.rewrite("action=confirm_removed&type=httpd.conf&value=%s/cy/httpd.conf" % USERS)
         self.assertNotIn("/cy/", text("/etc/nginx/zorvane-vhosts.conf"))
+
+
+class PhpTest(WebTest):
+    def test_php_runs_as_the_account(self):
+        shell("rm -f /etc/php/8.2/fpm/pool.d/zorvane-*; mkdir -p /run/php")
+        script = "<?php echo posix_getuid(), ' ', @file_get_contents($_GET['file'] ?? __FILE__) === false ? 'no' : 'yes';"
+        for user in ("ann", "bob", "cy"):
+            self.page(user, user + ".example", script, "public_html/who.php")
+        self.domain("bob", "bob.example.conf", "domain=bob.example\nphp=5.3/../x\n")
+        self.nginx()
+        self.serve(["php-fpm8.2", "-F"], "/run/php/php8.2-fpm.pid")
+        for user in ("ann", "bob"):
+            self.assertEqual(ask(user + ".example", "/who.php"), (200, "%d yes" % pwd.getpwnam(user).pw_uid), self.log())
+        self.assertEqual(ask("ann.example", "/who.php?file=/home/bob/domains/bob.example/public_html/who.php")[1].split()[-1], "no")
+        self.assertEqual(ask("ann.example", "/who.php?file=/etc/passwd")[1].split()[-1], "no")
+        self.assertLogged("bob bob.example: php '5.3/../x' is refused: there is no such version")
+        self.assertEqual((panel.mode("/run/php/zorvane-ann-8.2.sock"), panel.owner("/run/php/zorvane-ann-8.2.sock")),
+                         (0o600, "www-data"))
+        # Who is suspended or gone has no PHP.
+        self.account("ann", "suspended=no", "suspended=yes")
+        self.rewrite("action=rewrite&value=nginx&user=ann")
+        shell("rm -rf %s/bob" % USERS)
+        self.rewrite()
+        self.assertEqual(sorted(os.listdir("/etc/php/8.2/fpm/pool.d")), ["www.conf", "zorvane-boss.conf"])
 
 
 class ProxyTest(WebTest):

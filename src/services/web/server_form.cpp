@@ -10,6 +10,7 @@
 #include "core/panel/run_state.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "services/web/php_pools.h"
 #include "services/web/server_check.h"
 
 namespace zvtaskq {
@@ -163,7 +164,9 @@ unsigned ServerForm::fillSite(const WebAccount& account, const WebSite& site, bo
                    : forces && !isSecure && !isBehind_ ? kForceHttps
                    : hasProxy                          ? kProxied
                                                        : kLive;
-  if ((flags & kLive) != 0) flags |= kNoPhp;
+  const bool hasPhp = conf_.nginx != 0 && !site.php.empty();
+  if ((flags & kLive) != 0) flags |= hasPhp ? kPhp : kNoPhp;
+  if (hasPhp) values[WebToken::socket] = {phpSocketOf(account.name, site.php)};
   if (isBehind_) flags |= kBehind;
   if (isBehind_ && isSecure) flags |= kBehindSsl;
   if (!isBehind_) flags |= kBytes;

@@ -1,5 +1,6 @@
 #include "services/web/web_data.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -16,6 +17,7 @@
 #include "services/rewrite/left_out.h"
 #include "services/web/domain_files.h"
 #include "services/web/page_folders.h"
+#include "services/web/php_pools.h"
 #include "services/web/web_rules.h"
 
 namespace zvtaskq {
@@ -96,6 +98,7 @@ class AccountSites {
     if (!site.isSuspended) {
       findFolders(site);
       readOwn(site);
+      site.php = phpOf(record);
     }
     addSubdomains(site, subdomains);
     account_.sites.push_back(std::move(site));
@@ -112,6 +115,15 @@ class AccountSites {
     site.addresses = shared_.addressesOf(ip);
     mayHaveOwn_ = sys_conf->enable_ssl_sni || shared_.isOwned(ip);
     return true;
+  }
+
+  /// The version that the domain wants, when it may choose and there is that one; else the newest.
+  std::string phpOf(const ConfigFile& record) const {
+    const std::string wanted = valueOf(record, "php");
+    const bool isThere = std::find(shared_.php_.begin(), shared_.php_.end(), wanted) != shared_.php_.end();
+    if (!wanted.empty() && !isThere) refuse("php '" + wanted + "'", "there is no such version");
+    if (isThere && sys_conf->php_version_selector) return wanted;
+    return shared_.php_.empty() ? "" : shared_.php_.back();
   }
 
   /// The copy that the servers get: of what is there now, else the one before, which is kept until then.
@@ -274,6 +286,7 @@ int WebData::read(Text& result) {
     for (const std::string& one : address.linked) all.push_back(one);
   }
   serverAddress_ = mainServerAddress();
+  if (sys_conf->nginx != 0) php_ = installedPhp();
   return 1;
 }
 

@@ -34,6 +34,8 @@ struct WebSite {
   std::string certificate;
   /// Lines for each server.
   std::vector<std::string> pieces[2];
+  /// The version of its PHP; empty when there is none.
+  std::string php;
   std::vector<std::string> types;
   std::vector<std::string> handlers;
 };
@@ -75,6 +77,8 @@ class WebData {
   bool mayHave(const std::string& account, const std::string& name) const;
 
   ConfigFile owners_{nullptr};
+  /// Installed versions of PHP, the newest last.
+  std::vector<std::string> php_;
   std::set<std::string> ours_;
   std::map<std::string, std::vector<std::string>, std::less<>> linked_;
   std::set<std::string> owned_;

@@ -1,6 +1,7 @@
 #include "services/web/web_rewrite.h"
 
 #include <memory>
+#include <set>
 #include <utility>
 
 #include "account/model/account_name.h"
@@ -9,12 +10,14 @@
 #include "core/files/paths.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
+#include "core/panel/state_folder.h"
 #include "core/panel/task.h"
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
 #include "services/rewrite/rewrite.h"
+#include "services/web/php_pools.h"
 #include "services/web/server_form.h"
 #include "services/web/web_data.h"
 
@@ -37,7 +40,9 @@ class WebRewrite {
 
   int run() {
     if (!data_.read(result_) || !begin() || !gatherAll()) return 0;
-    int done = 1;
+    // The sockets that the servers are told of are there first.
+    int done = pools_ == nullptr || pools_->finish() ? 1 : fail(result_, pools_->result);
+    hasQueued_ = pools_ != nullptr && pools_->hasChanged();
     for (ServerWork& work : works_) {
       if (work.rewrite->finish()) {
         hasQueued_ = hasQueued_ || work.rewrite->hasChanged();
@@ -59,7 +64,34 @@ class WebRewrite {
       work.rewrite = std::make_unique<Rewrite>(std::move(plan));
       if (!work.rewrite->begin()) return fail(result_, work.rewrite->result);
     }
+    return beginPools();
+  }
+
+  int beginPools() {
+    if (sys_conf->nginx == 0 || installedPhp().empty()) return 1;
+    pools_ = std::make_unique<Rewrite>(PhpPools::plan(only_ == nullptr));
+    const AsRoot root;
+    if (!openStateFolder() || !pools_->begin()) return fail(result_, pools_->result);
+    return php_.read(result_);
+  }
+
+  /// An account's pools, one for each version that its sites have.
+  int offerPools(const WebAccount& account) {
+    std::set<std::string> versions;
+    for (const WebSite& site : account.sites) {
+      if (site.php.empty() || !versions.insert(site.php).second) continue;
+      Candidate candidate;
+      if (!php_.candidate(account, site.php, candidate, result_)) return 0;
+      pools_->offer(std::move(candidate));
+    }
     return 1;
+  }
+
+  /// Of a rewrite of one account: what is listed and was not offered goes.
+  void dropPools(const std::string& account) {
+    for (const auto& [path, entry] : pools_->list().entries()) {
+      if (entry.origin.account == account && !pools_->isNamed(entry.origin)) pools_->drop(entry.origin);
+    }
   }
 
   int gatherAll() {
@@ -91,6 +123,9 @@ class WebRewrite {
       return fresh_.size() < kManyCertificates ? 1 : takeWaiting();
     }
     if (!account.stale.empty()) stale_.emplace_back(name, std::move(account.stale));
+    if (pools_ != nullptr && gathered == Gathered::unreadable) pools_->keepAccount(name);
+    if (pools_ != nullptr && gathered == Gathered::ready && !offerPools(account)) return 0;
+    if (pools_ != nullptr && gathered != Gathered::unreadable) dropPools(name);
     for (ServerWork& work : works_) {
       Candidate candidate;
       if (gathered == Gathered::unreadable) work.rewrite->keepAccount(name);
@@ -127,6 +162,8 @@ class WebRewrite {
   Text& result_;
   WebData data_;
   std::vector<ServerWork> works_;
+  PhpPools php_;
+  std::unique_ptr<Rewrite> pools_;
   std::vector<NewCertificate> fresh_;
   /// The accounts that `fresh_` is of.
   std::vector<std::string> waiting_;
