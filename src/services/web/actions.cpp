@@ -34,6 +34,8 @@ int confirmFile(const Task& task) {
     return rewriteFor(account.c_str());
   }
   errorLog("%s is no file of an account for the web server to include", printable(task.value()).c_str());
+  // The server is to read its configuration anew all the same.
+  queueTask("httpd", "restart");
   return 0;
 }
 
