@@ -1,7 +1,8 @@
 # docs/templates.md is made from the tables of tokens that the services use. It is kept in docs/, where it can be read; a
 # test says when it has fallen behind, update_template_pages writes it anew.
 add_executable(template_pages dev/template_pages.cpp)
-target_include_directories(template_pages PRIVATE "${CMAKE_BINARY_DIR}/rooms/zv_services_dns")
+target_include_directories(template_pages PRIVATE "${CMAKE_BINARY_DIR}/rooms/zv_services_dns"
+  "${CMAKE_BINARY_DIR}/rooms/zv_services_web")
 zv_target(template_pages)
 
 set(page "${CMAKE_SOURCE_DIR}/docs/templates.md")

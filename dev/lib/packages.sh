@@ -3,7 +3,7 @@
 # those live in the sandbox (see layers.sh).
 # shellcheck disable=SC2034  # the lists are for whoever reads this file in
 
-buildPackages=(g++ cmake ninja-build libgtest-dev libbenchmark-dev libmariadb-dev python3)
+buildPackages=(g++ cmake ninja-build libgtest-dev libbenchmark-dev libmariadb-dev libssl-dev python3)
 clangPackages=(clang libclang-rt-14-dev)
 checkPackages=(clang-format clang-tidy make shellcheck)
 

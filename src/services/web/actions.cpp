@@ -1,35 +1,51 @@
 #include "services/web/actions.h"
 
+#include <string_view>
+
+#include "core/config/config.h"
 #include "core/panel/panel_paths.h"
-#include "core/record/list_file.h"
-#include "core/record/panel_file.h"
-#include "core/sys/identity.h"
+#include "core/panel/run_state.h"
 #include "core/sys/log.h"
+#include "core/sys/sys.h"
+#include "services/web/address_files.h"
+#include "services/web/web_rewrite.h"
 
 namespace zvtaskq {
 
 namespace {
 
-/// What has been rewritten counts when the web server has read it.
-int restartWebServer(const Task&) {
-  queueTask("httpd", "restart");
-  return 1;
+int rewriteFor(const char* account) {
+  Text result;
+  if (rewriteWebServers(account, result)) return 1;
+  errorLog("Unable to rewrite the web server's configuration: %s", result.orEmpty());
+  return 0;
 }
 
-int rewriteIps(const Task&) {
-  PanelList addresses(adminFile("ip.list"));
-  if (addresses.readFile()) return 1;
-  errorLog("Unable to read ips file: %s", addresses.result.orEmpty());
+int rewriteWeb(const Task& task) {
+  return rewriteFor(task.getOrNull("user"));
+}
+
+/// A file of an account stands in the list of those that the server includes, or stands there no more, when the
+/// account's part of the configuration is written.
+int confirmFile(const Task& task) {
+  const PathParts parts(task.value());
+  const std::string account = PathParts(parts.folder).name;
+  if (!account.empty() && accountFile(account.c_str(), parts.name.c_str()) == task.value()) {
+    return rewriteFor(account.c_str());
+  }
+  errorLog("%s is no file of an account for the web server to include", printable(task.value()).c_str());
+  // The server is to read its configuration anew all the same.
+  queueTask("httpd", "restart");
   return 0;
 }
 
 constexpr ActionRow kRows[] = {
-    {"confirm", "type", "httpd.conf", restartWebServer, "confirms that the web server includes a file"},
-    {"confirm_removed", "type", "httpd.conf", restartWebServer, "confirms that the web server includes a file no more"},
-    {"rewrite", "value", "httpd", restartWebServer, "rewrites the web server's configuration"},
-    {"rewrite", "value", "nginx", restartWebServer, "rewrites the web server's configuration"},
-    {"rewrite", "value", "litespeed", restartWebServer, "rewrites the web server's configuration"},
-    {"rewrite", "value", "ips", rewriteIps, "rewrites the web server's addresses"},
+    {"confirm", "type", "httpd.conf", confirmFile, "confirms that the web server includes a file"},
+    {"confirm_removed", "type", "httpd.conf", confirmFile, "confirms that the web server includes a file no more"},
+    {"rewrite", "value", "httpd", rewriteWeb, "rewrites the web server's configuration"},
+    {"rewrite", "value", "nginx", rewriteWeb, "rewrites the web server's configuration"},
+    {"rewrite", "value", "litespeed", rewriteWeb, "rewrites the web server's configuration"},
+    {"rewrite", "value", "ips", rewriteAddresses, "rewrites the web server's addresses"},
 };
 
 }  // namespace
