@@ -2,6 +2,10 @@
 # Building a preset of CMakePresets.json, and running its tests in the sandbox.
 . "$projectRoot/dev/lib/packages.sh"
 
+# What an installation consists of: the runner, and its helpers of libexec/.
+# shellcheck disable=SC2034 # for those who source this
+programs=(zvtaskq zvdb zvmailusage zvcert)
+
 # buildPreset PRESET [TARGET...]: configures when that was not done since the presets changed, and builds; below
 # build/PRESET.
 buildPreset() {

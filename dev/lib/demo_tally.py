@@ -13,14 +13,15 @@ import random
 import subprocess
 import sys
 import time
-import urllib.parse
 
 import server
 
 FACTS = "/tmp/demo_tally.json"
 LOGS = "/var/log/nginx/domains"
-RUNNER_LOG = "/var/log/zorvane/errortaskq.log"
 SITES = "/etc/nginx/conf.d/accounts.conf"
+# Of all the accounts.
+ADDRESS = "192.0.2.10"
+WRITTEN = "/etc/nginx/zorvane-vhosts.conf"
 MEGABYTE = 1048576
 USERS = 30
 OVER, RELEASED, NEAR = "u00002", "u00003", "u00011"
@@ -50,6 +51,12 @@ def request(host, path):
     return came + len(sent)
 
 
+def status_of(host):
+    connection = http.client.HTTPConnection(ADDRESS, 80)
+    connection.request("GET", "/", headers={"Host": host})
+    return connection.getresponse().status
+
+
 def new_server():
     accounts = server.Server(USERS, domains=1)
     accounts.resellers = ["rita", "rolf", "ruth"]
@@ -59,12 +66,14 @@ def new_server():
 
 
 def prepare():
+    subprocess.run(["ip", "address", "replace", ADDRESS + "/32", "dev", "lo"], check=True)
     accounts = new_server()
     accounts.lay()
     accounts.make_homes()
     os.makedirs(LOGS, exist_ok=True)
-    with open(SITES, "w", encoding="ascii") as sites:
-        sites.write('log_format bytes "$bytes_sent $request_length";\nserver_names_hash_bucket_size 128;\n')
+    with open(WRITTEN, "a", encoding="ascii"), open(SITES, "w", encoding="ascii") as sites:
+        # Of two servers of one name the first answers: what the panel has written.
+        sites.write(f'include {WRITTEN};\nlog_format bytes "$bytes_sent $request_length";\n')
         for user in accounts.users:
             for host in accounts.hosts[user]:
                 sites.write(SITE.format(host=host, user=user, domain=accounts.domains[user][0], logs=LOGS))
@@ -129,10 +138,9 @@ def claims(accounts, facts):
     yield f"traffic of all, as the requests' own end counted it: {sum(facts.values()) / MEGABYTE:.6f} MB", abs(total - sum(facts.values()) / MEGABYTE) < 0.001
     yield f"and of each account, to the byte: {len(used) - len(wrong)} of {len(used)}", not wrong
     shadow = dict(line.split(":")[:2] for line in open("/etc/shadow", encoding="ascii"))
-    # The line was queued by the first tally, and the second run has met it.
-    rewritten = any("action=rewrite" in line and f"user={OVER}" in urllib.parse.unquote(line) for line in open(RUNNER_LOG, encoding="utf-8"))
-    yield f"{OVER} is over its quota: suspended, no log-in, its web configuration queued for a rewrite", (
-        state_of(OVER).startswith("suspended") and shadow[OVER].startswith("!") and rewritten)
+    # The line was queued by the first tally, and the second run has carried it out.
+    yield f"{OVER} is over its quota: suspended, no log-in, its site answers with a page that says so", (
+        state_of(OVER).startswith("suspended") and shadow[OVER].startswith("!") and status_of(accounts.hosts[OVER][0]) == 503)
     yield f"{RELEASED} was over it too, made room, and was released: the log-in is back", (
         not state_of(RELEASED).startswith("suspended") and shadow[RELEASED].startswith("$6$"))
     tickets = open(f"{server.USERS}/{NEAR}/tickets.list", encoding="ascii").read()

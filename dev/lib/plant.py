@@ -8,7 +8,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 TREE, PACKAGES, *WORDS = sys.argv[1:]
 TREE = pathlib.Path(TREE)
 BUILD = TREE / "build/dev"
-INSTALLED = ["zvtaskq", "zvdb", "zvmailusage", "tally_driver", "account_driver"]
+INSTALLED = ["zvtaskq", "zvdb", "zvmailusage", "zvcert", "tally_driver", "account_driver"]
 # Seconds: a fault may keep its test from ever coming to an end.
 LONGEST_TEST = 600
 
