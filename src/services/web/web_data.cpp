@@ -119,7 +119,7 @@ class AccountSites {
 
   /// The version that the domain wants, when it may choose and there is that one; else the newest.
   std::string phpOf(const ConfigFile& record) const {
-    const std::string wanted = valueOf(record, "php");
+    std::string wanted = valueOf(record, "php");
     const bool isThere = std::find(shared_.php_.begin(), shared_.php_.end(), wanted) != shared_.php_.end();
     if (!wanted.empty() && !isThere) refuse("php '" + wanted + "'", "there is no such version");
     if (isThere && sys_conf->php_version_selector) return wanted;
