@@ -162,14 +162,14 @@ void QueueFile::finish() {
   const AsRoot root;
   const HandoverLock lock;
   const StandingFile file = lock.held() ? standsNow() : StandingFile();
-  if (file.name.empty()) {
-    errorLog("Error removing tmp Q file");
-  } else if (!readable_ || reader_->unfinished() > 0) {
+  const bool stands = !file.name.empty();
+  if (stands && (!readable_ || reader_->unfinished() > 0)) {
     static_cast<void>(keepAside(place_, file, readable_ ? std::string(kUnfinishedLine) : whyUnread()));
-  } else if (!retireQueueFile(place_, file, identity_, reader_->consumed()) &&
-             sys::unlinkat(file.folder, file.name.c_str(), 0) != 0) {
-    errorLog("Error removing tmp Q file");
+    return;
   }
+  const bool isGone = stands && (retireQueueFile(place_, file, identity_, reader_->consumed()) ||
+                                 sys::unlinkat(file.folder, file.name.c_str(), 0) == 0);
+  if (!isGone) errorLog("Error removing tmp Q file");
 }
 
 }  // namespace zvtaskq

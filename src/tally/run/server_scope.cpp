@@ -54,6 +54,20 @@ void tellOfUnlisted(const TallyRun& run) {
   }
 }
 
+/// The server's record. 0 with an error-log line.
+int writeUsage(const TallyTotals& totals, int mask) {
+  PanelRecord usage(adminFile("admin.usage"));
+  if (!usage.readFile()) {
+    errorLog("*** Unable to read admin.usage ***");
+    return 0;
+  }
+  totals.put(usage, mask, true);
+  usage.setParam("last_tally", static_cast<long long>(std::time(nullptr)));
+  if (usage.writeFile()) return 1;
+  errorLog("*** Unable to write admin.usage ***");
+  return 0;
+}
+
 }  // namespace
 
 int Tally::tallyAll(int mask) {
@@ -98,17 +112,7 @@ int Tally::tallyAll(int mask) {
   }
   tellOfUnlisted(*run_);
 
-  PanelRecord usage(adminFile("admin.usage"));
-  if (!usage.readFile()) {
-    errorLog("*** Unable to read admin.usage ***");
-    return 0;
-  }
-  totals.put(usage, mask, true);
-  usage.setParam("last_tally", static_cast<long long>(std::time(nullptr)));
-  if (!usage.writeFile()) {
-    errorLog("*** Unable to write admin.usage ***");
-    return 0;
-  }
+  if (!writeUsage(totals, mask)) return 0;
   if (!dumpShowAllUsersCache(conf_)) whole = 0;
   if (run_->wants(kTallyHousekeeping)) removeOldMessages(kPanelUser);
   const HookAnswer post = executeIfExists(hookPath(*conf_, "tally_post.sh").c_str(), nullptr);

@@ -169,9 +169,9 @@ TEST(WriteBatch, EachFileIsTheOldOrTheNewOne) {
       return batch.commit();
     };
     if (holds(plan, "kill")) {
-      EXPECT_EXIT(::_exit(failing(plan.c_str(), write)), ::testing::KilledBySignal(SIGKILL), "");
+      EXPECT_EXIT(::_exit(failing(plan, write)), ::testing::KilledBySignal(SIGKILL), "");
     } else {
-      EXPECT_EQ(failing(plan.c_str(), write), plan.empty() ? 1 : 0) << plan;
+      EXPECT_EQ(failing(plan, write), plan.empty() ? 1 : 0) << plan;
       EXPECT_EQ(times(said.errors(), "Unable to move "), plan.empty() ? 0 : 2) << plan;
     }
     std::string found;
