@@ -1,26 +1,13 @@
-# The helper program zvcert, which alone links the TLS library. A plain build where that is missing goes without, and says so;
-# whoever works on the program has it (dev/lib/packages.sh).
+# The helper program zvcert, which alone links the TLS library.
 find_path(ZVTASKQ_TLS_INCLUDE openssl/ssl.h DOC "Folder above the TLS library's openssl/ssl.h")
 find_library(ZVTASKQ_TLS_LIBRARY NAMES ssl DOC "The TLS library")
 find_library(ZVTASKQ_CRYPTO_LIBRARY NAMES crypto DOC "The cryptography library")
-zv_room_target(certificateRoom libexec/certificate)
 
 if(ZVTASKQ_TLS_INCLUDE AND ZVTASKQ_TLS_LIBRARY AND ZVTASKQ_CRYPTO_LIBRARY)
+  zv_room_target(certificateRoom libexec/certificate)
   target_include_directories(${certificateRoom} SYSTEM PRIVATE "${ZVTASKQ_TLS_INCLUDE}")
-  add_executable(zvcert src/libexec/certificate/main.cpp)
-  zv_link_rooms(zvcert libexec/certificate)
-  # Not linked to the room: a program that is linked with all rooms would want the libraries too.
-  target_link_libraries(zvcert PRIVATE "${ZVTASKQ_TLS_LIBRARY}" "${ZVTASKQ_CRYPTO_LIBRARY}")
-  zv_target(zvcert)
-  if(ZVTASKQ_SANITIZE)
-    target_sources(zvcert PRIVATE tests/support/no_leak_search.cpp)
-  endif()
-  install(PROGRAMS "$<TARGET_FILE:zvcert>" DESTINATION libexec)
+  zv_helper(zvcert libexec/certificate "${ZVTASKQ_TLS_LIBRARY}" "${ZVTASKQ_CRYPTO_LIBRARY}")
 else()
-  set(words "The TLS library is missing (on Debian: apt-get install libssl-dev)")
-  if(BUILD_TESTING OR ZVTASKQ_BENCH OR ZVTASKQ_FUZZ)
-    message(FATAL_ERROR "${words}.")
-  endif()
-  message(WARNING "${words}: libexec/zvcert is not built, and without it no site gets a certificate of its own.")
-  set_target_properties(${certificateRoom} PROPERTIES EXCLUDE_FROM_ALL ON)
+  zv_no_helper(libexec/certificate "The TLS library is missing (on Debian: apt-get install libssl-dev)"
+               "libexec/zvcert is not built, and without it no site gets a certificate of its own.")
 endif()

@@ -1,25 +1,12 @@
-# The helper program zvdb, which alone links the MySQL client library. A plain build where that is missing goes without, and
-# says so; whoever works on the program has it (dev/lib/packages.sh).
+# The helper program zvdb, which alone links the MySQL client library.
 find_path(ZVTASKQ_MYSQL_INCLUDE mysql.h PATH_SUFFIXES mariadb mysql DOC "Folder of the MySQL client library's mysql.h")
 find_library(ZVTASKQ_MYSQL_LIBRARY NAMES mariadb mysqlclient PATH_SUFFIXES mariadb mysql DOC "The MySQL client library")
-zv_room_target(databaseRoom libexec/database)
 
 if(ZVTASKQ_MYSQL_INCLUDE AND ZVTASKQ_MYSQL_LIBRARY)
+  zv_room_target(databaseRoom libexec/database)
   target_include_directories(${databaseRoom} SYSTEM PRIVATE "${ZVTASKQ_MYSQL_INCLUDE}")
-  add_executable(zvdb src/libexec/database/main.cpp)
-  zv_link_rooms(zvdb libexec/database)
-  # Not linked to the room: a program that is linked with all rooms would want the library too.
-  target_link_libraries(zvdb PRIVATE "${ZVTASKQ_MYSQL_LIBRARY}")
-  zv_target(zvdb)
-  if(ZVTASKQ_SANITIZE)
-    target_sources(zvdb PRIVATE tests/support/no_leak_search.cpp)
-  endif()
-  install(PROGRAMS "$<TARGET_FILE:zvdb>" DESTINATION libexec)
+  zv_helper(zvdb libexec/database "${ZVTASKQ_MYSQL_LIBRARY}")
 else()
-  set(words "The MySQL client library is missing (on Debian: apt-get install libmariadb-dev)")
-  if(BUILD_TESTING OR ZVTASKQ_BENCH OR ZVTASKQ_FUZZ)
-    message(FATAL_ERROR "${words}.")
-  endif()
-  message(WARNING "${words}: libexec/zvdb is not built, and without it databases are neither counted nor locked.")
-  set_target_properties(${databaseRoom} PROPERTIES EXCLUDE_FROM_ALL ON)
+  zv_no_helper(libexec/database "The MySQL client library is missing (on Debian: apt-get install libmariadb-dev)"
+               "libexec/zvdb is not built, and without it databases are neither counted nor locked.")
 endif()

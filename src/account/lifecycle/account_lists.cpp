@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "account/model/account_name.h"
+#include "account/model/addresses.h"
 #include "core/panel/panel_paths.h"
 #include "core/record/panel_file.h"
 #include "core/sys/privileges.h"
@@ -55,7 +56,7 @@ int setStatus(const char* address, const char* status, bool takeFromReseller, Te
   return changeRecord(
       addressFile(address),
       [&](ConfigFile& record) {
-        if (!record.isValue("status", "server") && !record.isValue("status", "shared")) {
+        if (!record.isValue("status", kServerStatus) && !record.isValue("status", kSharedStatus)) {
           record.setParam("status", status);
         }
         if (takeFromReseller) record.deleteParam("reseller");
@@ -101,7 +102,7 @@ int mayUseAddress(const char* address, const char* creator, Text& result) {
   if (!isValidIP(address)) return fail(result, address, " is no address");
   PanelRecord record(addressFile(address));
   if (!record.readFile()) return fail(result, "There is no address ", address, " on this server");
-  if (record.isValue("status", "owned")) return fail(result, "The address ", address, " is another account's");
+  if (record.isValue("status", kOwnedStatus)) return fail(result, "The address ", address, " is another account's");
   const std::string_view reseller = record.getOrEmpty("reseller");
   if (!reseller.empty() && reseller != creator) {
     return fail(result, "The address ", address, " is another reseller's");
@@ -110,7 +111,7 @@ int mayUseAddress(const char* address, const char* creator, Text& result) {
 }
 
 int takeAddress(const char* address, Text& result) {
-  return *address == '\0' || setStatus(address, "owned", false, result) ? 1 : 0;
+  return *address == '\0' || setStatus(address, kOwnedStatus, false, result) ? 1 : 0;
 }
 
 int releaseAddresses(const char* account, const char* address, Text& result) {
@@ -120,8 +121,8 @@ int releaseAddresses(const char* account, const char* address, Text& result) {
     PanelRecord record(addressFile(known.c_str()));
     if (!record.readFile()) continue;
     const bool isGiven = record.isValue("reseller", account) != 0;
-    const bool isOwn = known == address && record.isValue("status", "owned");
-    if (isGiven || isOwn) done &= setStatus(known.c_str(), "free", isGiven, result);
+    const bool isOwn = known == address && record.isValue("status", kOwnedStatus);
+    if (isGiven || isOwn) done &= setStatus(known.c_str(), kFreeStatus, isGiven, result);
   }
   return done;
 }

@@ -15,6 +15,7 @@
 #include "account/lifecycle/disk_quota.h"
 #include "account/model/account_hooks.h"
 #include "account/model/account_name.h"
+#include "account/model/addresses.h"
 #include "account/model/account_work.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
@@ -189,7 +190,8 @@ int writeNote(Creation& creation, Text& result) {
   creation.note.setParam("token", getRandText(kTokenLength).c_str());
   creation.note.setParam("domain", creation.domain().c_str());
   PanelRecord address(adminFile(joined("ips/", ip).c_str()));
-  if (*ip != '\0' && address.readFile() && address.isValue("status", "free")) creation.note.setParam("address", ip);
+  if (*ip != '\0' && address.readFile() && address.isValue("status", kFreeStatus))
+    creation.note.setParam("address", ip);
   if (openStateFolder(kFolder) && creation.note.writeFile()) return 1;
   return fail(result, "Unable to write ", creation.note.getFilename(), ": ", creation.note.result);
 }

@@ -11,6 +11,9 @@ namespace zvtaskq {
 
 /// The `status` of the address that the server itself is reached at.
 inline constexpr const char* kServerStatus = "server";
+inline constexpr const char* kSharedStatus = "shared";
+inline constexpr const char* kFreeStatus = "free";
+inline constexpr const char* kOwnedStatus = "owned";
 
 struct Address {
   /// As "ip.list" writes it.

@@ -20,23 +20,17 @@ std::vector<std::string_view> wordsOf(std::string_view text) {
   return words;
 }
 
-std::string joinedBy(const std::vector<std::string_view>& words) {
-  std::string all;
-  for (const std::string_view word : words) all.append(all.empty() ? "" : ",").append(word);
-  return all;
-}
-
 }  // namespace
 
 std::string wordsOfBoth(std::string_view words, std::string_view more) {
-  return joinedBy(wordsOf(joined(words, ",", more)));
+  return joinedWith(",", wordsOf(joined(words, ",", more)));
 }
 
 std::string wordsWithout(std::string_view words, std::string_view others) {
   const std::vector<std::string_view> gone = wordsOf(others);
   std::vector<std::string_view> left = wordsOf(words);
   std::erase_if(left, [&](std::string_view word) { return std::find(gone.begin(), gone.end(), word) != gone.end(); });
-  return joinedBy(left);
+  return joinedWith(",", left);
 }
 
 }  // namespace zvtaskq

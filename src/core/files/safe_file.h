@@ -58,6 +58,7 @@ class SafeFile {
   [[nodiscard]] int putInPlace();
 
   // The steps of `finish` and `putInPlace`, for who writes several files at once. 0 with errno.
+  /// Gives the buffer's memory back: nothing may be written to this file afterwards.
   [[nodiscard]] int writeOut();
   /// Sets the disk to work on it, without waiting.
   void startFlush() const;

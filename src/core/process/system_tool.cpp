@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "core/process/child.h"
 #include "core/sys/privileges.h"
 
@@ -44,6 +46,11 @@ int useTool(const char* path, std::vector<std::string> arguments, Text& result, 
 bool toolExists(const char* path) {
   const AsRoot root;
   return path != nullptr && ::access(path, X_OK) == 0;
+}
+
+const char* firstTool(std::span<const char* const> paths) {
+  const auto found = std::find_if(paths.begin(), paths.end(), toolExists);
+  return found == paths.end() ? nullptr : *found;
 }
 
 }  // namespace zvtaskq

@@ -1,6 +1,7 @@
 // Programs of the system that are run as root, for what they say and do in a moment.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,5 +29,7 @@ ToolAnswer runTool(const char* path, std::vector<std::string> arguments, const s
 
 /// Whether a program is there to be run.
 bool toolExists(const char* path);
+/// The first program of a list that is there to be run (null entries are passed over); null when there is none.
+const char* firstTool(std::span<const char* const> paths);
 
 }  // namespace zvtaskq

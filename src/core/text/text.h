@@ -153,6 +153,19 @@ std::string joined(const Parts&... parts) {
   return all;
 }
 
+/// The words of a list as one string, with `between` between them.
+template <class Words>
+std::string joinedWith(std::string_view between, const Words& words) {
+  std::string all;
+  bool isFirst = true;
+  for (const auto& word : words) {
+    if (!isFirst) all.append(between);
+    all.append(text_detail::part(word));
+    isFirst = false;
+  }
+  return all;
+}
+
 /// Appends one to fourteen texts to an owned text, re-allocating it; nulls count as empty.
 template <class... Parts>
 void stringCat(Text& dst, const Parts&... parts) {

@@ -18,7 +18,10 @@ std::string firstOf(const char* pids) {
 }  // namespace
 
 WatchedProcesses::WatchedProcesses() : known_(stateFile("watched_processes")) {
+  // Written whole and put in place by rename: a pass that only reads needs no lock.
+  known_.useLock = false;
   if (!known_.readFile()) known_.empty();
+  known_.useLock = true;
 }
 
 WatchedProcesses::~WatchedProcesses() {

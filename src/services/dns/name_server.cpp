@@ -1,7 +1,5 @@
 #include "services/dns/name_server.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
@@ -9,6 +7,7 @@
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
 #include "core/process/child.h"
+#include "core/process/system_tool.h"
 
 namespace zvtaskq {
 
@@ -34,11 +33,8 @@ std::vector<std::string> soaWords(const std::string& output) {
 }  // namespace
 
 int tellNameServer(std::vector<std::string> command, Text& result) {
-  const char* program = kControl[0];
-  for (const char* one : kControl) {
-    if (::access(one, X_OK) == 0) program = one;
-  }
-  ChildPlan plan = ChildPlan::program(program, std::move(command));
+  const char* program = firstTool(kControl);
+  ChildPlan plan = ChildPlan::program(program == nullptr ? kControl[0] : program, std::move(command));
   plan.identity = kRootIds;
   plan.errors = ChildPlan::Stream::collect;
   plan.timeLimit = kTimeLimit;

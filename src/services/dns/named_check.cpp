@@ -1,27 +1,18 @@
 #include "services/dns/named_check.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "core/config/config.h"
 #include "core/panel/run_state.h"
-#include "core/process/child.h"
+#include "core/process/system_tool.h"
 #include "services/dns/zone_files.h"
+#include "services/rewrite/ask_server.h"
 
 namespace zvtaskq {
 
 namespace {
 
-constexpr int kTimeLimit = 300;
 constexpr const char* kPrograms[] = {"/usr/bin/named-checkconf", "/usr/sbin/named-checkconf"};
-
-const char* checkProgram() {
-  for (const char* program : kPrograms) {
-    if (::access(program, X_OK) == 0) return program;
-  }
-  return nullptr;
-}
 
 /// What it says, but for the zones that are well.
 std::string complaints(const std::string& output) {
@@ -39,15 +30,9 @@ std::string complaints(const std::string& output) {
 Verdict ask(const char* program, std::vector<std::string> arguments, std::string& words) {
   ChildPlan plan = ChildPlan::program(program, std::move(arguments));
   plan.identity = nameServerIds();
-  plan.errors = ChildPlan::Stream::collect;
-  plan.timeLimit = kTimeLimit;
-  const ChildResult child = runChild(plan);
-  if (child.status == 0 && !child.timedOut) return Verdict::good;
-  words = complaints(child.output);
-  constexpr int kNotStarted = 127;
-  if (!child.timedOut && child.status > 0 && child.status != kNotStarted) return Verdict::bad;
-  words = joined(program, child.timedOut ? " does not end" : " cannot be run", "\n", words);
-  return Verdict::unknown;
+  const Verdict verdict = askServer(std::move(plan), program, words);
+  if (verdict != Verdict::good) words = complaints(words);
+  return verdict;
 }
 
 Verdict checkEach(const Trial& trial, const char* program, std::string& words) {
@@ -61,7 +46,7 @@ Verdict checkEach(const Trial& trial, const char* program, std::string& words) {
 }  // namespace
 
 Verdict checkZones(const Trial& trial, std::string& words) {
-  const char* program = checkProgram();
+  const char* program = firstTool(kPrograms);
   if (program == nullptr) {
     words = "named-checkconf is not installed";
     return Verdict::unknown;

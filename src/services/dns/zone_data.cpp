@@ -18,14 +18,9 @@ namespace {
 
 constexpr const char* kNameServers[] = {"ns1", "ns2"};
 
-const char* valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
-
 void addNameServers(const ConfigFile& record, std::vector<std::string>& names) {
   for (const char* key : kNameServers) {
-    if (*valueOf(record, key) != '\0') names.emplace_back(valueOf(record, key));
+    if (*record.getOrEmpty(key) != '\0') names.emplace_back(record.getOrEmpty(key));
   }
 }
 
@@ -66,7 +61,7 @@ int ZoneData::read(Text& result) {
 std::vector<std::string> ZoneData::nameServersOf(const ConfigFile& account) {
   std::vector<std::string> names;
   addNameServers(account, names);
-  const char* creator = valueOf(account, "creator");
+  const char* creator = account.getOrEmpty("creator");
   const auto [found, isNew] = creators_.try_emplace(creator);
   if (isNew) {
     ConfigFile record(nullptr);
@@ -89,7 +84,7 @@ const ZoneData::Account& ZoneData::accountOf(const std::string& name) {
   account.isReadable = readAccount(name.c_str(), record) != 0;
   if (!account.isReadable) errorLog("%.100s: %s", name.c_str(), record.result.orEmpty());
   if (!account.isReadable) return account;
-  account.ip = valueOf(record, "ip");
+  account.ip = record.getOrEmpty("ip");
   account.nameServers = nameServersOf(record);
   return account;
 }
@@ -110,8 +105,8 @@ const ZoneData::Linked& ZoneData::addressesOf(const std::string& ip) {
 
 bool ZoneData::fillValues(const Account& account, const std::string& name, const std::string& domain,
                           const ConfigFile& record, ZoneValues& values, const ZoneSink& sink) {
-  const bool hasOwn = *valueOf(record, "ip") != '\0';
-  const std::string ip = hasOwn ? valueOf(record, "ip") : account.ip;
+  const bool hasOwn = *record.getOrEmpty("ip") != '\0';
+  const std::string ip = hasOwn ? record.getOrEmpty("ip") : account.ip;
   if (!isValidIP(ip.c_str())) {
     sink.refuse(name, domain, joined("ip '", ip, "'"), "it is no address");
     return false;
@@ -156,7 +151,7 @@ void ZoneData::tellPointers(const std::string& account, const std::string& domai
 
 void ZoneData::tell(const char* domainName, const ZoneSink& sink) {
   const std::string domain = domainName;
-  const std::string name = valueOf(owners_, domainName);
+  const std::string name = owners_.getOrEmpty(domainName);
   if (!isValidDomain(domainName)) return;
   const Account& account = accountOf(name);
   if (!account.isReadable) return sink.keep(name, "");

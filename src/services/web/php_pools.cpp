@@ -1,7 +1,5 @@
 #include "services/web/php_pools.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <map>
@@ -10,8 +8,9 @@
 #include "core/files/paths.h"
 #include "core/panel/run_state.h"
 #include "core/panel/state_folder.h"
-#include "core/process/child.h"
+#include "core/process/system_tool.h"
 #include "core/tree/folder_reader.h"
+#include "services/rewrite/ask_server.h"
 
 namespace zvtaskq {
 
@@ -26,7 +25,6 @@ constexpr mode_t kMode = 0640;
 constexpr mode_t kListMode = 0600;
 /// PHP-FPM closes its standard input before it reads its configuration.
 constexpr const char* kScript = "exec \"$0\" -t -y /dev/fd/3 3<&0 </dev/null";
-constexpr int kTimeLimit = 300;
 constexpr const char* kServerUsers[] = {"www-data", "nginx", "apache"};
 
 std::string folderOf(const std::string& version) {
@@ -49,14 +47,8 @@ const char* serverUser() {
 Verdict ask(const std::string& version, const std::string& includes, std::string& words) {
   ChildPlan plan = ChildPlan::program("/bin/sh", {"-c", kScript, kProgram + version});
   plan.identity = kRootIds;
-  plan.errors = ChildPlan::Stream::collect;
-  plan.timeLimit = kTimeLimit;
   plan.inputs.push_back("[global]\nerror_log = /dev/null\n" + includes);
-  const ChildResult child = runChild(plan);
-  if (child.status == 0 && !child.timedOut) return Verdict::good;
-  words = child.output;
-  constexpr int kNotStarted = 127;
-  return child.timedOut || child.status <= 0 || child.status == kNotStarted ? Verdict::unknown : Verdict::bad;
+  return askServer(std::move(plan), kProgram + version, words);
 }
 
 Verdict checkPools(const Trial& trial, std::string& words) {
@@ -78,8 +70,7 @@ std::vector<std::string> installedPhp() {
   while (const dirent* entry = entries.next()) {
     const std::string name = entry->d_name;
     const bool isVersion = name.find_first_not_of("0123456789.") == std::string::npos && name[0] != '.';
-    if (isVersion && pathExists(folderOf(name).c_str(), PathKind::folder) &&
-        ::access((kProgram + name).c_str(), X_OK) == 0) {
+    if (isVersion && pathExists(folderOf(name).c_str(), PathKind::folder) && toolExists((kProgram + name).c_str())) {
       versions.push_back(name);
     }
   }

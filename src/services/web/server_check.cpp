@@ -1,23 +1,19 @@
 #include "services/web/server_check.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 
 #include "core/files/paths.h"
-#include "core/process/child.h"
+#include "core/process/system_tool.h"
 #include "core/sys/sys.h"
+#include "services/rewrite/ask_server.h"
 
 namespace zvtaskq {
 
 namespace {
 
-constexpr int kTimeLimit = 300;
 constexpr std::size_t kLongestWords = 64UL << 10;
 constexpr mode_t kMode = 0644;
-/// What says that there can be no view of its own; no server's check ends so.
-constexpr int kNoView = 99;
 constexpr const char* kUnshare = "/usr/bin/unshare";
 /// Its arguments: the program, its option, then a file and its place by turns.
 constexpr const char* kScript =
@@ -34,18 +30,11 @@ constexpr Checker kCheckers[] = {
     {{"/usr/sbin/nginx", "/usr/local/sbin/nginx", "/usr/local/nginx/sbin/nginx"}, "-t"},
 };
 
-const char* firstOf(const Checker& checker) {
-  for (const char* program : checker.programs) {
-    if (::access(program, X_OK) == 0) return program;
-  }
-  return nullptr;
-}
-
 }  // namespace
 
 Verdict checkServer(WebServer server, const std::vector<StandIn>& files, std::string& words) {
   const Checker& checker = kCheckers[static_cast<std::size_t>(server)];
-  const char* program = firstOf(checker);
+  const char* program = firstTool(checker.programs);
   if (program == nullptr) {
     words = joined(checker.programs[0], " is not installed");
     return Verdict::unknown;
@@ -57,18 +46,8 @@ Verdict checkServer(WebServer server, const std::vector<StandIn>& files, std::st
   }
   ChildPlan plan = ChildPlan::program(kUnshare, std::move(arguments));
   plan.identity = kRootIds;
-  plan.errors = ChildPlan::Stream::collect;
   plan.outputLimit = kLongestWords;
-  plan.timeLimit = kTimeLimit;
-  const ChildResult child = runChild(plan);
-  if (child.status == 0 && !child.timedOut) return Verdict::good;
-  words = child.output;
-  constexpr int kNotStarted = 127;
-  if (!child.timedOut && child.status > 0 && child.status != kNoView && child.status != kNotStarted) {
-    return Verdict::bad;
-  }
-  words = joined(program, child.timedOut ? " does not end" : " cannot be run", "\n", words);
-  return Verdict::unknown;
+  return askServer(std::move(plan), program, words);
 }
 
 int makeIfMissing(const std::string& path, const std::string& text, Text& result) {

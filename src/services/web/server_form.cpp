@@ -53,12 +53,6 @@ const ServerRow& rowOf(WebServer server) {
   return kServers[static_cast<std::size_t>(server)];
 }
 
-std::string joinedBy(const std::vector<std::string>& words) {
-  std::string all;
-  for (const std::string& word : words) all.append(all.empty() ? "" : " ").append(word);
-  return all;
-}
-
 /// nginx wants endings without their dots.
 std::vector<std::string> withoutDots(std::vector<std::string> lines) {
   for (std::string& line : lines) {
@@ -172,7 +166,7 @@ unsigned ServerForm::fillSite(const WebAccount& account, const WebSite& site, bo
   if (!isBehind_) flags |= kBytes;
   if (conf_.nginx_proxy_buffering) flags |= kBuffers;
   values[WebToken::host] = {site.names.front()};
-  values[WebToken::names] = {joinedBy(site.names)};
+  values[WebToken::names] = {joinedWith(" ", site.names)};
   values[WebToken::alias].assign(site.names.begin() + 1, site.names.end());
   values[WebToken::root] = {isSecure ? site.secureRoot : site.root};
   values[WebToken::home] = {account.home};
@@ -200,7 +194,7 @@ void ServerForm::fillAddresses(const std::vector<std::string>& addresses, bool i
     if (!isBehind_) all.push_back(isValidIPv6(address.c_str()) ? joined("[", address, "]", outer) : address + outer);
   }
   if (isBehind_) all.push_back(kLoopback + inner);
-  values[WebToken::addresses] = {joinedBy(all)};
+  values[WebToken::addresses] = {joinedWith(" ", all)};
   values[WebToken::backend] = {kLoopback + inner};
 }
 

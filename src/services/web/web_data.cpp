@@ -25,12 +25,6 @@ namespace zvtaskq {
 namespace {
 
 constexpr const char* kAlias = "www.";
-constexpr const char* kOwned = "owned";
-
-std::string valueOf(const ConfigFile& record, const char* key) {
-  const char* value = record.getValue(key);
-  return value == nullptr ? "" : value;
-}
 
 struct Piece {
   const char* ending;
@@ -106,8 +100,8 @@ class AccountSites {
   }
 
   bool findAddresses(const ConfigFile& record, WebSite& site) {
-    std::string ip = valueOf(record, "ip");
-    if (ip.empty()) ip = valueOf(record_, "ip");
+    std::string ip = record.getOrEmpty("ip");
+    if (ip.empty()) ip = record_.getOrEmpty("ip");
     if (!shared_.ours_.contains(ip)) {
       refuse(joined("ip '", ip, "'"), "it is no address of this server");
       return false;
@@ -119,7 +113,7 @@ class AccountSites {
 
   /// The version that the domain wants, when it may choose and there is that one; else the newest.
   std::string phpOf(const ConfigFile& record) const {
-    std::string wanted = valueOf(record, "php");
+    std::string wanted = record.getOrEmpty("php");
     const bool isThere = std::find(shared_.php_.begin(), shared_.php_.end(), wanted) != shared_.php_.end();
     if (!wanted.empty() && !isThere) refuse("php '" + wanted + "'", "there is no such version");
     if (isThere && sys_conf->php_version_selector) return wanted;
@@ -281,7 +275,7 @@ int WebData::read(Text& result) {
   if (!readAddresses(addresses)) return fail(result, "the addresses cannot be read");
   for (const Address& address : addresses) {
     ours_.insert(address.text);
-    if (address.status == kOwned) owned_.insert(address.text);
+    if (address.status == kOwnedStatus) owned_.insert(address.text);
     std::vector<std::string>& all = linked_[address.text];
     for (const std::string& one : address.linked) all.push_back(one);
   }

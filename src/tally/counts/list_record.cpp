@@ -24,10 +24,6 @@ std::string shown(double amount) {
   return error == std::errc() ? std::string(digits, end) : "0";
 }
 
-std::string_view valueOf(const ConfigFile& record, const char* key) {
-  return text_detail::part(record.getValue(key));
-}
-
 std::string usedOf(const ConfigFile& limits, const ConfigFile& used, const char* key) {
   const Limit limit = shownLimitOf(limits, key);
   return joined(shown(amountOf(used, key)), " / ", limit.isUnlimited ? "unlimited" : shown(limit.amount));
@@ -56,10 +52,10 @@ std::string addressesOf(const char* account) {
 }
 
 void addPackage(const ConfigFile& account, std::string& record) {
-  const std::string_view package = valueOf(account, "package");
+  const std::string_view package = account.getOrEmpty("package");
   const bool isCustom = package.empty() || package == kCustom;
   addPair(record, "package", isCustom ? kCustom : package);
-  const std::string_view original = valueOf(account, "original_package");
+  const std::string_view original = account.getOrEmpty("original_package");
   if (isCustom && !original.empty()) addPair(record, "original_package", original);
 }
 
@@ -94,10 +90,10 @@ int makeListRecord(const char* account, std::string& record) {
   record.clear();
   for (const char* key : {"bandwidth", "quota", "vdomains"}) addPair(record, key, usedOf(limits, used, key));
   addPair(record, "suspended", limits.isValue("suspended", "yes") ? "Yes" : "No");
-  addPair(record, "suspended_reason", severalOf(valueOf(limits, "suspended_reason")));
-  addPair(record, "creator", valueOf(limits, "creator"));
-  addPair(record, "default", valueOf(limits, "domain"));
-  addPair(record, "ip", valueOf(limits, "ip"));
+  addPair(record, "suspended_reason", severalOf(limits.getOrEmpty("suspended_reason")));
+  addPair(record, "creator", limits.getOrEmpty("creator"));
+  addPair(record, "default", limits.getOrEmpty("domain"));
+  addPair(record, "ip", limits.getOrEmpty("ip"));
   addPair(record, "ips", addressesOf(account));
   addPair(record, "type", accountTypeOf(limits) == AccountType::user ? "user" : "reseller");
   addPair(record, "email_deliveries_outgoing", shown(amountOf(used, "email_deliveries_outgoing")));

@@ -65,7 +65,7 @@ void Tally::load_shared_ips() {
   std::vector<Address> addresses;
   if (!readAddresses(addresses)) return;
   for (const Address& address : addresses) {
-    if (address.status == "shared") sharedIps_.addElement(address.text.c_str());
+    if (address.status == kSharedStatus) sharedIps_.addElement(address.text.c_str());
   }
 }
 
