@@ -39,6 +39,10 @@ constexpr std::ptrdiff_t kTinyGroup = 6;
 /// From this many on, distributing by bytes beats comparing.
 constexpr std::ptrdiff_t kManyItems = 1024;
 constexpr std::size_t kKeyBytes = sizeof(std::uint64_t);
+/// So many texts are looked at to guess what all have in common.
+constexpr std::ptrdiff_t kSamples = 4;
+/// Texts lie far apart in memory: so many entries before its turn, one is asked for.
+constexpr std::ptrdiff_t kAhead = 8;
 
 /// `strcomp`; most texts differ in their first byte, and need no call.
 inline int compareTexts(std::string_view a, std::string_view b) {
@@ -73,9 +77,20 @@ inline void sortByKey(Entry* from, Entry* to) {
   insertionSort(from, to, before);
 }
 
+/// Whether entries whose keys begin with the same byte have the same key.
+inline bool firstByteTells(const Entry* from, const Entry* to) {
+  std::array<const Entry*, 256> known{};
+  return std::all_of(from, to, [&](const Entry& entry) {
+    const Entry*& first = known[byteOf(entry, kKeyBytes - 1)];
+    if (first == nullptr) first = &entry;
+    return first->key == entry.key;
+  });
+}
+
 /// Brings many entries into the order of their keys' leading bytes, as many as tell that many entries apart. Those in
 /// which they agree stay in the order they came in, which is that of the memory they stand for. Returns the lowest byte
-/// that was looked at. No comparison, so none that a processor could foresee wrongly.
+/// that was looked at, 0 when the order is that of the whole keys. No comparison, so none that a processor could
+/// foresee wrongly.
 inline std::size_t distribute(Entry* from, Entry* to) {
   const auto size = static_cast<std::size_t>(to - from);
   std::array<std::array<std::uint32_t, 256>, kKeyBytes> counts{};
@@ -87,6 +102,8 @@ inline std::size_t distribute(Entry* from, Entry* to) {
     const auto& found = counts[--lowest];
     reach *= found.size() - static_cast<std::size_t>(std::count(found.begin(), found.end(), 0U));
   }
+  const bool isPlain = lowest == 0 && firstByteTells(from, to);
+  if (isPlain) lowest = kKeyBytes - 1;
   const std::unique_ptr<Entry[]> room(new Entry[size]);
   Entry *source = from, *target = room.get();
   for (std::size_t byte = lowest; byte < kKeyBytes; ++byte) {
@@ -98,7 +115,7 @@ inline std::size_t distribute(Entry* from, Entry* to) {
     std::swap(source, target);
   }
   if (source != from) std::copy(source, source + size, from);
-  return lowest;
+  return isPlain ? 0 : lowest;
 }
 
 inline void sortManyByKey(Entry* from, Entry* to) {
@@ -113,24 +130,25 @@ inline void sortManyByKey(Entry* from, Entry* to) {
 
 /// Sorts entries by their texts, eight bytes at a time: a group whose keys are equal is sorted by the bytes behind
 /// them. Texts lie far apart in memory, so each look at one is made to count.
-template <class TextAt, class Compare>
+template <class TextAt, class Hint, class Compare>
 class TextSort {
  public:
-  /// `compare` decides between texts as a whole.
-  TextSort(TextAt textAt, Compare compare) : textAt_(textAt), compare_(compare) {}
+  /// `compare` decides between texts as a whole; `hint` asks for what `textAt` looks at; no entry lies at `end`.
+  TextSort(TextAt textAt, Hint hint, Compare compare, const Entry* end)
+      : textAt_(textAt), hint_(hint), compare_(compare), end_(end) {}
 
   /// The texts agree in their first `depth` bytes.
   void sort(Entry* from, Entry* to, std::size_t depth) const {
-    depth += sharedBehind(from, to, depth);
-    for (Entry* entry = from; entry != to; ++entry) {
-      const std::string_view text = textAt_(entry->index);
-      // An empty text sorts last, but the empty rest of one that is not comes first.
-      entry->key = text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(depth));
+    std::size_t shared = sharedBehind(from, to, depth, kSamples);
+    if (!makeKeys(from, to, depth, shared)) {
+      shared = sharedBehind(from, to, depth, to - from);
+      static_cast<void>(makeKeys(from, to, depth, shared));
     }
+    depth += shared + kKeyBytes;
     sortManyByKey(from, to);
     for (Entry* next = from; from < to; from = next) {
       while (next < to && next->key == from->key) ++next;
-      if (next - from > 1) sortEqual(from, next, depth + kKeyBytes);
+      if (next - from > 1) sortEqual(from, next, depth);
     }
   }
 
@@ -147,11 +165,30 @@ class TextSort {
     insertionSort(from, to, before);
   }
 
-  /// How much all texts have in common behind `depth`. Names such as "user000123" differ only behind it.
-  std::size_t sharedBehind(const Entry* from, const Entry* to, std::size_t depth) const {
+  /// Keys of what stands behind the first `depth` bytes and the `shared` ones that follow. False, with the keys of no
+  /// use, when not all texts have those in common.
+  bool makeKeys(Entry* from, Entry* to, std::size_t depth, std::size_t shared) const {
+    const std::string_view common = textAt_(from->index).substr(depth, shared);
+    for (Entry* entry = from; entry != to; ++entry) {
+      if (end_ - entry > 2 * kAhead) {
+        hint_(entry[2 * kAhead].index);
+        __builtin_prefetch(textAt_(entry[kAhead].index).data());
+      }
+      const std::string_view text = textAt_(entry->index);
+      if (!text.substr(depth).starts_with(common)) return false;
+      // An empty text sorts last, but the empty rest of one that is not comes first.
+      entry->key = text.empty() ? ~std::uint64_t{0} : orderKey(text.substr(depth + shared));
+    }
+    return true;
+  }
+
+  /// How much texts have in common behind `depth`: all, or as many of them as `samples` says. Names such as
+  /// "user000123" differ only behind it.
+  std::size_t sharedBehind(const Entry* from, const Entry* to, std::size_t depth, std::ptrdiff_t samples) const {
     const std::string_view first = textAt_(from->index).substr(depth);
     std::size_t shared = first.size();
-    for (const Entry* entry = from + 1; entry != to && shared > 0; ++entry) {
+    const std::ptrdiff_t step = std::max<std::ptrdiff_t>((to - from) / samples, 1);
+    for (const Entry* entry = to - 1; entry > from && shared > 0; entry -= std::min(step, entry - from)) {
       const std::string_view text = textAt_(entry->index).substr(depth);
       shared = std::min(shared, text.size());
       if (std::memcmp(first.data(), text.data(), shared) == 0) continue;
@@ -162,7 +199,9 @@ class TextSort {
   }
 
   TextAt textAt_;
+  Hint hint_;
   Compare compare_;
+  const Entry* end_;
 };
 
 }  // namespace sorting
@@ -202,23 +241,22 @@ bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
   std::uint32_t ordered = 1;
   while (ordered < count && compare(ordered - 1, ordered) < 0) ++ordered;
   if (ordered == count) return repeats;
-  const sorting::TextSort sorter([&](std::uint32_t i) { return textOf(items[i]); }, compare);
+  const auto textAt = [&](std::uint32_t i) { return textOf(items[i]); };
+  const auto hint = [&](std::uint32_t i) { __builtin_prefetch(items + i); };
+  const auto orderInto = [&](Entry* entries, std::uint32_t* order) {
+    for (std::uint32_t i = 0; i < count; ++i) entries[i].index = i;
+    sorting::TextSort(textAt, hint, compare, entries + count).sort(entries, entries + count, 0);
+    for (std::size_t i = 0; i < count; ++i) order[i] = entries[i].index;
+  };
   if (count <= sorting::kFewItems) {
     std::array<Entry, sorting::kFewItems> entries;
     std::array<std::uint32_t, sorting::kFewItems> order;
-    for (std::uint32_t i = 0; i < count; ++i) entries[i].index = i;
-    sorter.sort(entries.data(), entries.data() + count, 0);
-    for (std::size_t i = 0; i < count; ++i) order[i] = entries[i].index;
+    orderInto(entries.data(), order.data());
     applyOrder(items, order.data(), count);
     return repeats;
   }
   std::vector<std::uint32_t> order(count);
-  {
-    std::vector<Entry> entries(count);
-    for (std::uint32_t i = 0; i < count; ++i) entries[i].index = i;
-    sorter.sort(entries.data(), entries.data() + count, 0);
-    for (std::size_t i = 0; i < count; ++i) order[i] = entries[i].index;
-  }
+  orderInto(std::vector<Entry>(count).data(), order.data());
   // Gathered from a copy: following the moves in place would wait for memory at each step.
   const std::vector<Item> before(items, items + count);
   for (std::size_t i = 0; i < count; ++i) items[i] = before[order[i]];
