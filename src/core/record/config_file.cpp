@@ -11,6 +11,7 @@
 
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
+#include "core/text/large_pages.h"
 #include "core/text/sorted_order.h"
 
 namespace zvtaskq {
@@ -302,6 +303,7 @@ bool ConfigFile::makeRoom() {
   const long long wanted = pairs_ == nullptr ? capacity_ : capacity_ * (capacity_ < 64 ? 4 : 2);
   void* grown = std::realloc(pairs_, static_cast<std::size_t>(wanted) * sizeof(Pair));
   if (grown == nullptr) return false;
+  preferLargePages(grown, static_cast<std::size_t>(wanted) * sizeof(Pair));
   if (pairs_ != nullptr) debug(3501, "ConfigFile::ensureRoom: param=%lld size=%lld", count_, wanted);
   pairs_ = static_cast<Pair*>(grown);
   capacity_ = wanted;

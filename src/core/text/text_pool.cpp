@@ -4,11 +4,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/text/large_pages.h"
+
 namespace zvtaskq {
 
 namespace {
 constexpr std::size_t kFirstChunk = 2048;
-constexpr std::size_t kLargestChunk = std::size_t{1} << 20;
+constexpr std::size_t kLargestChunk = std::size_t{4} << 20;
 }  // namespace
 
 char* TextPool::copy(std::string_view text) {
@@ -24,6 +26,7 @@ char* TextPool::takeFromNewChunk(std::size_t size) {
   const std::size_t wanted = std::max(next, size);
   auto* chunk = static_cast<Chunk*>(std::malloc(sizeof(Chunk) + wanted));
   if (chunk == nullptr) return nullptr;
+  preferLargePages(chunk, sizeof(Chunk) + wanted);
   chunk->older = newest_;
   chunk->size = wanted;
   newest_ = chunk;
