@@ -149,12 +149,14 @@ int check_stats_path(const char* path, const char* user) {
   return checkStats(openGuardedFolder(path), path, user);
 }
 
+bool hasWebalizer() {
+  if (pathExists(kWebalizer, PathKind::file)) return true;
+  debug(100, "There is no %s", kWebalizer);
+  return false;
+}
+
 int doWebalizer(const Config* conf, const char* user, const char* domain, const char* subdomain, TimeBudget& time) {
   if (time.isSpent()) return 0;
-  if (!pathExists(kWebalizer, PathKind::file)) {
-    debug(100, "There is no %s", kWebalizer);
-    return 1;
-  }
   Pages pages;
   const int ready = prepare(*conf, user, domain, subdomain, "stats", pages);
   if (ready != 1) return ready == 0 ? 0 : 1;

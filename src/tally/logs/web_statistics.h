@@ -14,12 +14,15 @@ class TimeBudget;
 /// error and security logs. Works as root, and leaves the process at nobody.
 [[nodiscard]] int check_stats_path(const char* path, const char* user);
 
-/// Brings the pages that Webalizer (/usr/bin/webalizer, with "/etc/webalizer.conf" when there is one) makes in the
+/// Whether Webalizer (/usr/bin/webalizer) is on this machine; a debug line when not.
+bool hasWebalizer();
+
+/// Brings the pages that Webalizer (with "/etc/webalizer.conf" when there is one) makes in the
 /// domain's folder "stats" up to date, as the account's user; those of a subdomain are in a folder of its name in
 /// there. What it reads is the access log of the server that visitors speak to: the one that this tally put aside
 /// (".1"), or the current one where tallies do not put logs aside. With `custom_stats_path` the folder is
-/// "<custom_stats_path>/<domain>/stats". Missing folders are made. No log, and no Webalizer on this machine (a debug
-/// line), is nothing to be done. The program runs within the account's `time`; when that is used up, nothing is done.
+/// "<custom_stats_path>/<domain>/stats". Missing folders are made. Without a log there is nothing to be
+/// done. The program runs within the account's `time`; when that is used up, nothing is done.
 /// 1, or 0 with an error-log line. Leaves the process at nobody.
 [[nodiscard]] int doWebalizer(const Config* conf, const char* user, const char* domain, const char* subdomain,
                               TimeBudget& time);

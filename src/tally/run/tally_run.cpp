@@ -11,6 +11,7 @@
 #include "services/web/web_server_signal.h"
 #include "tally/disk/mail_counting.h"
 #include "tally/logs/web_logs.h"
+#include "tally/logs/web_statistics.h"
 #include "tally/traffic/ftp_traffic.h"
 
 namespace zvtaskq {
@@ -26,7 +27,8 @@ TallyRun::TallyRun(const Config& config, ConfigFile* quotaTable, ConfigFile* ino
       quotas(quotaTable),
       inodes(inodeTable),
       mask(tallyMask),
-      hasUserScript_(hookExists(config, kUserScript)) {
+      hasUserScript_(hookExists(config, kUserScript)),
+      hasWebalizer_(config.webalizer != 0 && zvtaskq::hasWebalizer()) {
   if (!readDomainOwners(owners_)) {
     errorLog("Unable to read %s: %s", owners_.getFilename(), owners_.result.orEmpty());
   }

@@ -47,6 +47,8 @@ class TallyRun {
 
   /// There is such a script: looked up once.
   bool hasUserScript() const { return hasUserScript_; }
+  /// Webalizer is wanted and there: looked up once.
+  bool hasWebalizer() const { return hasWebalizer_; }
   Counts& counts();
   /// The databases of all accounts; asked of the server once.
   const Databases& databases();
@@ -88,6 +90,7 @@ class TallyRun {
   std::map<std::string, std::string> domains_;
   bool whole_ = true;
   bool hasUserScript_;
+  bool hasWebalizer_;
 };
 
 }  // namespace zvtaskq

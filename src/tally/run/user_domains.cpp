@@ -86,7 +86,7 @@ void UserStep::visitHost(const char* domain, const char* subdomain, ByteSums& tr
   }
   const Config& conf = run_.conf;
   if (run_.wants(kTallyStatistics)) {
-    if (conf.webalizer) static_cast<void>(doWebalizer(&conf, name_.c_str(), domain, subdomain, time_));
+    if (run_.hasWebalizer()) static_cast<void>(doWebalizer(&conf, name_.c_str(), domain, subdomain, time_));
     if (conf.awstats) static_cast<void>(doAwstats(&conf, name_.c_str(), domain, subdomain, time_));
   }
   if (run_.wants(kTallyDisk) && !conf.simple_disk_usage) {

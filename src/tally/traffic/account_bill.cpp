@@ -86,6 +86,14 @@ ByteSums AccountBill::host(const std::string& host) {
 }
 
 double AccountBill::noted(const char* file) {
+  return sumNoted(file, &AccountBill::addCurrent);
+}
+
+double AccountBill::notedUnderLock(const char* file) {
+  return sumNoted(file, &AccountBill::addUnderLock);
+}
+
+double AccountBill::sumNoted(const char* file, PutAside putAside) {
   const FailScope scope("byte_logs");
   const AsRoot root;
   double sum = 0;
@@ -93,14 +101,13 @@ double AccountBill::noted(const char* file) {
   if (!folder_) return 0;
   const Place place{folder_, path_, file};
   AsideLogs logs = inOwnFolder(file);
-  addNoted(place, logs);
+  (this->*putAside)(place, logs);
   hasOwnAside_ = hasOwnAside_ || !logs.empty();
   readAll(place, std::move(logs), [&](LineReader& reader, long long most) { sum += sumTallyLines(reader, most); });
   return sum;
 }
 
-/// Whoever adds to it holds its lock: nobody has it open while it is renamed.
-void AccountBill::addNoted(const Place& place, AsideLogs& logs) {
+void AccountBill::addUnderLock(const Place& place, AsideLogs& logs) {
   struct stat what {};
   if (sys::lstatAt(place.folder.get(), place.log.c_str(), what) != 0) return;
   FileLock lock;

@@ -40,8 +40,12 @@ class AccountBill {
   /// What the byte logs of a host say that is not billed yet. What is no plain file adds nothing, with an error-log
   /// line that names it and the account.
   ByteSums host(const std::string& host);
-  /// The same of a tally file in the account's folder, such as "ZorvaneUsage.bytes".
+  /// The same of a tally file in the account's folder, such as "ZorvaneUsage.bytes". Who has it open while it is put
+  /// aside still writes to it: it is waited for, as for the servers.
   double noted(const char* file);
+  /// The same of one that is put aside under its lock; without the lock, what was put aside before alone counts, with
+  /// an error-log line.
+  double notedUnderLock(const char* file);
   /// The stamps of killed tallies whose logs this one bills: what they noted elsewhere does not count.
   const std::set<long long>& takenOver() const { return takenOver_; }
 
@@ -65,7 +69,9 @@ class AccountBill {
   void readAll(const Place& place, AsideLogs logs, Sum sum);
   AsideLogs inOwnFolder(const char* file);
   void addCurrent(const Place& place, AsideLogs& logs);
-  void addNoted(const Place& place, AsideLogs& logs);
+  void addUnderLock(const Place& place, AsideLogs& logs);
+  using PutAside = void (AccountBill::*)(const Place& place, AsideLogs& logs);
+  double sumNoted(const char* file, PutAside putAside);
   bool takeOver(const Place& place, AsideLog& log);
   bool rename(const Place& place, AsideLog& log);
   bool isHeld(int fd);

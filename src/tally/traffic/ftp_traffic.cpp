@@ -237,7 +237,7 @@ int collectFtpTraffic(const Config* conf) {
 }
 
 double getFtpTotal(AccountBill& bill) {
-  return bill.noted(kNotedFile);
+  return bill.notedUnderLock(kNotedFile);
 }
 
 }  // namespace zvtaskq

@@ -141,10 +141,12 @@ bool readTallyLine(std::string_view line, TallyLine& out) {
 }
 
 int visitTallyFile(const char* path, TallyVisitor& visitor) {
-  const Descriptor file = openRegularFile(path);
+  struct stat what {};
+  const Descriptor file = openRegularFile(path, what);
   if (!file && errno == ENOENT) return 1;
   if (file) {
     LineReader reader(file.get());
+    reader.expect(what.st_size);
     TallyLine parts;
     for (std::string_view line; reader.next(line);) {
       if (readTallyLine(line, parts)) visitor.meet(parts);

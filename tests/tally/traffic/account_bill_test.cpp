@@ -5,6 +5,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "core/sys/fail_point.h"
 #include "core/sys/privileges.h"
@@ -26,11 +27,13 @@ class Server : public PanelFolder {
   void serve(const std::string& file, const std::string& lines) const {
     std::ofstream(path(file), std::ios::app) << lines;
   }
-  /// A tally of bob's two hosts; the web bytes that it read, -1 when it could not be entered.
-  double tally() const {
+  /// A tally of bob's two hosts; the web bytes that it read, -1 when it could not be entered. `meanwhile` happens once
+  /// the logs have been put aside.
+  double tally(const std::function<void()>& meanwhile = [] {}) const {
     const AsUser panel(kPanelUser);
     ByteLogs run(conf);
     if (!run.begin([](std::string_view host) { return host != "other.example"; })) return -1;
+    meanwhile();
     AccountBill bill(run, "bob");
     TrafficParts parts;
     for (const char* host : {"bob.example", "www.bob.example"}) {
@@ -117,4 +120,13 @@ TEST(AccountBill, BillsALogThatIsWrittenOnToWhereItEnds) {
   EXPECT_EQ(server.billed(), 1142 + 200 + 40000 + 5);
   EXPECT_EQ(server.left(), "");
   EXPECT_TRUE(std::filesystem::is_empty(server.path("admin/state/billing")));
+}
+
+TEST(AccountBill, LeavesWhatTheServersWriteAfterTheirLogsWerePutAsideToTheNextTally) {
+  const Server server;
+  server.serveAll();
+  EXPECT_EQ(server.tally([&] { server.serve("logs/bob.example.bytes", "7\n"); }), 1142);
+  EXPECT_EQ(server.left(), "bob.example.bytes ");
+  EXPECT_EQ(server.tally(), 7);
+  EXPECT_EQ(server.left(), "");
 }
