@@ -93,6 +93,40 @@ class Queue(PanelTest):
         self.run_program()
         self.assertEqual(self.service_calls()[4:], ["restart nginx.service", "reload php9.9-fpm.service"] * 2)
 
+    def test_what_a_servers_own_check_refuses(self):
+        """A running server is left running; one that is down is started; the words are told once, until it is content."""
+        self.administrator()
+        check = "/usr/sbin/proftpd"
+        write(check, "#!/bin/sh\necho 'Fatal: unknown directive' >&2\nexit 1\n", "root", 0o755)
+        self.addCleanup(os.unlink, check)
+        self.service("proftpd")
+        for verb in ("start", "restart", "reload"):
+            self.queue("action=proftpd&value=" + verb)
+            self.run_program()
+        self.assertEqual(self.service_calls(), ["proftpd start"])
+        (subject, words), = self.notices()
+        self.assertEqual(subject, "The configuration of proftpd is refused by its own check")
+        self.assertIn("Fatal: unknown directive", words)
+        for content, calls in (("exit 0", ["proftpd restart"]), ("exit 1", []), ("exit 1", ["proftpd restart"])):
+            settings(service_check=0 if content == "exit 1" and calls else None)
+            write(check, "#!/bin/sh\n%s\n" % content, "root", 0o755)
+            write(self.calls, "")
+            self.queue("action=proftpd&value=restart")
+            self.run_program()
+            self.assertEqual(self.service_calls(), calls)
+        self.assertEqual(len(self.notices()), 2)
+
+    def test_services_of_other_names(self):
+        settings(service_names="httpd:apache2:apache2, named:bind9:named,x:;touch /tmp/owned:", nginx=1)
+        for name in ("bind9", "nginx"):
+            self.service(name)
+        self.queue("action=named&value=stop")
+        self.watch(httpd="ON")
+        self.run_program()
+        self.assertEqual(self.service_calls(), ["bind9 stop", "nginx start"])
+        self.assertLogged("service_names: 'x:;touch /tmp/owned:' is no name:unit:process", times=1)
+        self.assertFalse(os.path.exists("/tmp/owned"))
+
     def test_rewriting_of_follow_up_lines(self):
         for rules, want in [
             ({}, "action=httpd&value=restart\n"),

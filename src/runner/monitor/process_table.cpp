@@ -12,6 +12,7 @@
 #include "core/sys/sys.h"
 #include "core/text/text.h"
 #include "core/tree/folder_reader.h"
+#include "runner/monitor/service_names.h"
 
 namespace zvtaskq {
 
@@ -97,7 +98,7 @@ int getRunningList(ListFile& list) {
 }
 
 std::string keptOfName(const char* service) {
-  std::string kept = service;
+  std::string kept = serviceNameOf(service).process;
   if (kept.size() <= kKeptOfName) return kept;
   kept.resize(kKeptOfName);
   if (isDueAgain(joined("process_name.", service).c_str())) {

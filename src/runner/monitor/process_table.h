@@ -14,8 +14,9 @@ class ListFile;
 int getProcessList(ConfigFile& record);
 /// Fills the list with the names of all running processes. 0 only when the scan itself fails.
 [[nodiscard]] int getRunningList(ListFile& list);
-/// The name that a process of that service shows. The system keeps the first 15 characters of a process's name; that a
-/// longer one cannot be told from others that begin alike is said in the error log, once a day.
+/// The name that a process of that service shows, by `service_names` where that says. The system keeps the first 15
+/// characters of a process's name; that a longer one cannot be told from others that begin alike is said in the error
+/// log, once a day.
 std::string keptOfName(const char* service);
 /// The name of the process of that id, as `getProcessList` reads it. Empty when there is none, or it is no id.
 /// Runs as root and gives back the identity it finds.

@@ -20,7 +20,10 @@
 #include "notify/ticket.h"
 #include "runner/monitor/php_fpm.h"
 #include "runner/monitor/process_table.h"
+#include "runner/monitor/service_check.h"
+#include "runner/monitor/service_names.h"
 #include "runner/monitor/services_table.h"
+#include "runner/monitor/start_backoff.h"
 #include "runner/monitor/watched_processes.h"
 
 namespace zvtaskq {
@@ -39,8 +42,9 @@ constexpr const char* kWebServers[] = {"httpd", "nginx", "litespeed", nullptr};
 std::string commandFor(const char* service, const char* verb) {
   // The blanks are part of the command's text.
   constexpr const char* ending = "        >/dev/null 2>/dev/null                     ";
-  if (sys_conf->systemd) return joined("/usr/bin/systemctl ", verb, " ", service, ".service", ending);
-  return joined("/sbin/service ", service, " ", verb, ending);
+  const std::string unit = serviceNameOf(service).unit;
+  if (sys_conf->systemd) return joined("/usr/bin/systemctl ", verb, " ", unit, ".service", ending);
+  return joined("/sbin/service ", unit, " ", verb, ending);
 }
 
 void runVerb(const char* service, const char* verb) {
@@ -78,23 +82,26 @@ void takePhpAlong(const char* verb) {
   for (int i = 0; i < services.size(); ++i) doservice(services.getElementAt(i), stops ? "stop" : gentle);
 }
 
-/// Brings one service up. The running list is the one it was missed in.
-void bringUp(const char* name, const ListFile& list) {
+/// Brings one service up. The running list is the one it was missed in. False when it was in vain.
+bool bringUp(const char* name, const ListFile& list) {
   errorLog("service %s wasn't running, starting it", name);
   doservice(name, "start");
   sleepSafely(kStartTime);
-  if (running(name)) return;
+  if (running(name)) return true;
   errorLogAndDebug(10, "service %s didn't start, re-starting it", name);
   doservice(name, "restart");
   debug_processes(name, list);
   sleepSafely(kStartTime);
-  if (!running(name)) Ticket().notifyAdmins(name, nullptr, nullptr, 0);
+  if (running(name)) return true;
+  Ticket().notifyAdmins(name, nullptr, nullptr, 0);
+  return false;
 }
 
 }  // namespace
 
 void doservice(const char* service, const char* verb) {
   debug(3000, "doservice('%s', '%s')", service, verb);
+  if (isKeptFrom(service, verb)) return;
   runVerb(service, verb);
   set_program_location("doservice(service='%s', action='%s'): done", service, verb);
   if (placeIn(service, kWebServers)) takePhpAlong(verb);
@@ -105,6 +112,7 @@ void checkServices() {
   PanelRecord status(path);
   if (!status.readFile()) errorLog("Unable to open %s", path.c_str());
   WatchedProcesses processes;
+  StartBackoff backoff;
   for (long long i = 0; i < status.size(); ++i) {
     const char* name = status.getNameAt(i);
     if (std::string_view(status.getValueAt(i)) == "OFF") continue;
@@ -112,7 +120,8 @@ void checkServices() {
       errorLog("%s: '%s' cannot be the name of a service, not watched", path.c_str(), name);
       continue;
     }
-    if (!processes.has(name)) bringUp(name, processes.all());
+    if (processes.has(name) || backoff.waits(name)) continue;
+    if (!bringUp(name, processes.all())) backoff.failed(name);
   }
 }
 
