@@ -39,7 +39,6 @@ constexpr Missing kMissing[] = {
     {"rewrite", "value", "filter", "the mail filters"},
     {"rewrite", "value", "email_passwd", "the mail password files"},
     {"defaultspam", nullptr, nullptr, "the default spam settings of a domain"},
-    {"update", "value", "program", "the update of the panel software"},
 };
 
 constexpr Missing kMissingForMail[] = {
