@@ -84,7 +84,12 @@ class ProgramUpdate {
     }
     if (!folder_.put(kPackage, package, why_) || !folder_.put(kSignature, signature, why_) || !putKey()) return 0;
     const std::string unsigned_ = whyNotSigned(folder_, kPackage, kSignature, kKey);
-    if (!unsigned_.empty()) return refuse(joined(source, ": ", unsigned_));
+    if (!unsigned_.empty()) {
+      // Everybody may read what stands there.
+      const AsRoot root;
+      static_cast<void>(unlinkFile(folder_.path(kPackage).c_str()));
+      return refuse(joined(source, ": ", unsigned_));
+    }
     return readPackage(folder_.path(kPackage), fields_, why_) ? 1 : refuse(joined(source, ": ", why_));
   }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "core/config/config.h"
 #include "core/files/line_edit.h"
@@ -12,6 +13,7 @@
 #include "core/process/child.h"
 #include "core/process/system_tool.h"
 #include "core/sys/privileges.h"
+#include "core/tree/folder_reader.h"
 
 namespace zvtaskq {
 
@@ -23,6 +25,10 @@ constexpr const char* kRequestFile = "/request.pem";
 constexpr int kTimeLimit = 120;
 constexpr int kTries = 3;
 constexpr std::size_t kMostOutput = 1UL << 20;
+/// Of a certificate with its chain: more than the web servers' copy may be is no answer.
+constexpr std::size_t kLargest = 64UL << 10;
+/// Seconds.
+constexpr int kLeftOver = 86400;
 constexpr std::size_t kLongestWords = 500;
 constexpr mode_t kOpenMode = 0755;
 constexpr mode_t kOwnMode = 0700;
@@ -39,6 +45,20 @@ int makeOwnFolder(int parent, const char* name, Ids owner, mode_t mode) {
   if (sys::mkdirat(parent, name, mode) != 0 && errno != EEXIST) return 0;
   const Descriptor folder(sys::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   return folder && sys::fchown(folder.get(), owner.user, owner.group) == 0 && sys::fchmod(folder.get(), mode) == 0;
+}
+
+/// Takes away what a client that was killed left in a folder of its own: files that begin so and are a day old.
+void clearOld(const std::string& path, std::string_view start) {
+  const AsUser client(kAcmeUser);
+  FolderReader folder(path.c_str());
+  if (!folder) return;
+  const std::time_t limit = std::time(nullptr) - kLeftOver;
+  while (const dirent* entry = folder.next()) {
+    struct stat what {};
+    if (!std::string_view(entry->d_name).starts_with(start)) continue;
+    if (sys::lstatAt(folder.descriptor(), entry->d_name, what) != 0 || !S_ISREG(what.st_mode)) continue;
+    if (what.st_mtime < limit) static_cast<void>(sys::unlinkat(folder.descriptor(), entry->d_name, 0));
+  }
 }
 
 /// The certificates of an output, in their order.
@@ -100,7 +120,10 @@ std::string AcmeClient::prepare() {
   const Descriptor folder = openPrivateFolder(acmeFolder().c_str(), kOpenMode);
   const bool isMade = folder && makeOwnFolder(folder.get(), "client", client, kOwnMode) &&
                       makeOwnFolder(folder.get(), "challenges", client, kOpenMode);
-  return isMade ? "" : joined(acmeFolder(), ": ", std::strerror(errno));
+  if (!isMade) return joined(acmeFolder(), ": ", std::strerror(errno));
+  clearOld(challengeFolder(), "");
+  clearOld(folder_, "dehydrated-");
+  return "";
 }
 
 Signing AcmeClient::sign(const std::string& request, std::string& pem, std::string& words) const {
@@ -127,8 +150,10 @@ Signing AcmeClient::sign(const std::string& request, std::string& pem, std::stri
     if (child.status == 0 || child.timedOut || !holds(child.output, "error:badNonce")) break;
   }
   pem = certificatesIn(child.output);
-  if (child.status == 0 && !child.timedOut && !pem.empty()) return Signing::done;
-  words = child.timedOut ? "it takes too long" : reasonIn(child.output);
+  if (child.status == 0 && !child.timedOut && !pem.empty() && pem.size() <= kLargest) return Signing::done;
+  words = child.timedOut          ? "it takes too long"
+          : pem.size() > kLargest ? "the answer is too large"
+                                  : reasonIn(child.output);
   const bool isReachable =
       child.status != -1 && child.status != 127 && !holds(child.output, "Problem connecting to server");
   return isReachable ? Signing::refused : Signing::unreachable;

@@ -61,7 +61,7 @@ class Gathering {
       found.name = one.key;
       found.isThere = true;
       if (!file || !sys::readAll(file.get(), pem, kLongest)) found.error = std::strerror(errno);
-      add(std::move(found), std::move(pem));
+      add(std::move(found), pem);
     }
   }
 
@@ -95,7 +95,7 @@ class Gathering {
     if (found.isThere && (!file || !sys::readAll(file.get(), pem, kLongest))) found.error = std::strerror(errno);
     if (!found.isThere && found.wanted.empty()) return;
     readIssued(found, pem);
-    add(std::move(found), std::move(pem));
+    add(std::move(found), pem);
   }
 
   static void readIssued(CertificateInUse& found, const std::string& pem) {
@@ -110,7 +110,7 @@ class Gathering {
     found.issuedNames = issued.getOrEmpty("names");
   }
 
-  void add(CertificateInUse found, std::string pem) {
+  void add(CertificateInUse found, const std::string& pem) {
     if (found.isThere && found.error.empty()) {
       places_.push_back(all_.size());
       requests_.push_back(certificateRequest("dates", pem));
