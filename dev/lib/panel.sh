@@ -20,7 +20,7 @@ requireSandbox() {
 # addPanelUsers: the system accounts a panel works with; each sandbox has them from its start.
 addPanelUsers() {
     local user
-    for user in zvadmin apache; do
+    for user in zvadmin apache zvacme; do
         getent passwd "$user" >/dev/null || useradd --system --user-group --no-create-home --home-dir "$panelRoot" \
             --shell /usr/sbin/nologin "$user"
     done

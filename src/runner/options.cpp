@@ -16,6 +16,8 @@ namespace {
 
 constexpr std::string_view kConfigOption = "--config";
 constexpr std::string_view kCustomBuildOption = "--custombuild";
+/// Not in the usage: who installs a package asks for it.
+constexpr std::string_view kVersionOption = "--version";
 /// The option's name and the character behind it, whatever that is.
 constexpr std::size_t kConfigSkipped = 9;
 constexpr int kPlainDebugLevel = 10;
@@ -65,6 +67,10 @@ void setup_dash_options(const char* option, Config& conf) {
     runFlags.customBuild = true;
     debug(1000, "Only processing %s", conf.taskqueuecb.orEmpty());
     return;
+  }
+  if (text == kVersionOption) {
+    std::printf("%s\n", conf.version);
+    std::exit(0);
   }
   std::printf("Invalid option: %s\n", option);
   std::exit(0);

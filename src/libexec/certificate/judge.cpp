@@ -2,41 +2,14 @@
 
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <openssl/ssl.h>
-#include <openssl/x509v3.h>
 
-#include <memory>
+#include <ctime>
+
+#include "libexec/certificate/openssl.h"
 
 namespace zvtaskq {
 
 namespace {
-
-template <auto Free>
-struct Freer {
-  template <class Thing>
-  void operator()(Thing* thing) const {
-    Free(thing);
-  }
-};
-using Context = std::unique_ptr<SSL_CTX, Freer<SSL_CTX_free>>;
-using Source = std::unique_ptr<BIO, Freer<BIO_free_all>>;
-using Certificate = std::unique_ptr<X509, Freer<X509_free>>;
-using Key = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
-
-/// Nobody is there to be asked.
-int noPassphrase(char*, int, int, void*) {
-  return 0;
-}
-
-Source sourceOf(std::string_view text) {
-  return Source(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
-}
-
-std::string lastError(const char* what) {
-  const unsigned long code = ERR_peek_last_error();
-  const char* reason = code == 0 ? nullptr : ERR_reason_error_string(code);
-  return reason == nullptr ? what : std::string(what) + ": " + reason;
-}
 
 std::string whyNoChain(BIO* source, X509* certificate) {
   bool hasChain = false;
@@ -50,6 +23,18 @@ std::string whyNoChain(BIO* source, X509* certificate) {
   if (!isOver) return lastError("the chain cannot be read");
   ERR_clear_error();
   return !hasChain || hasIssuer ? "" : "the chain is that of another certificate";
+}
+
+bool toSeconds(const ASN1_TIME* time, long long& seconds) {
+  std::tm parts{};
+  if (ASN1_TIME_to_tm(time, &parts) != 1) return false;
+  seconds = timegm(&parts);
+  return true;
+}
+
+bool readDatesOf(const X509* certificate, Dates& dates) {
+  return toSeconds(X509_get0_notBefore(certificate), dates.from) &&
+         toSeconds(X509_get0_notAfter(certificate), dates.until);
 }
 
 }  // namespace
@@ -70,6 +55,34 @@ std::string whyNoCertificate(std::string_view pem) {
   if (!key) return lastError("the key cannot be read");
   if (SSL_CTX_use_PrivateKey(context.get(), key.get()) != 1) return lastError("the key cannot be used");
   return "";
+}
+
+std::string whyNotFor(std::string_view pem, std::string_view names) {
+  ERR_clear_error();
+  const Source source = sourceOf(pem);
+  Certificate one(source ? PEM_read_bio_X509_AUX(source.get(), nullptr, noPassphrase, nullptr) : nullptr);
+  Dates dates;
+  if (!one || !readDatesOf(one.get(), dates)) return lastError("the certificate cannot be read");
+  for (const std::string& name : namesIn(names)) {
+    constexpr unsigned kNoPatterns = X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
+    if (X509_check_host(one.get(), name.c_str(), name.size(), kNoPatterns, nullptr) != 1)
+      return "it is not for " + name;
+  }
+  const long long now = std::time(nullptr);
+  if (now < dates.from || now >= dates.until) return "it is not valid now";
+  while (Certificate next{PEM_read_bio_X509(source.get(), nullptr, noPassphrase, nullptr)}) {
+    if (X509_verify(one.get(), X509_get0_pubkey(next.get())) != 1) return "its chain has not signed it";
+    one = std::move(next);
+  }
+  ERR_clear_error();
+  return "";
+}
+
+std::string readDates(std::string_view pem, Dates& dates) {
+  ERR_clear_error();
+  const Source source = sourceOf(pem);
+  const Certificate one(source ? PEM_read_bio_X509_AUX(source.get(), nullptr, noPassphrase, nullptr) : nullptr);
+  return one && readDatesOf(one.get(), dates) ? "" : lastError("the certificate cannot be read");
 }
 
 }  // namespace zvtaskq

@@ -13,6 +13,8 @@
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/service_watch.h"
 #include "runner/monitor/services_table.h"
+#include "runner/upkeep/actions.h"
+#include "services/certificate/actions.h"
 #include "services/dns/actions.h"
 #include "services/ftp/actions.h"
 #include "services/web/actions.h"
@@ -61,9 +63,9 @@ constexpr ActionWord kActions[] = {
     {"ipswap"},
 };
 
-ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,  webActions,  lifecycleActions,
-                                  upkeepActions, backupActions, mailActions, restoreActions,
-                                  notifyActions, ftpActions,    dnsActions};
+ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,       webActions,     lifecycleActions, upkeepActions,
+                                  backupActions, mailActions,        restoreActions, notifyActions,    ftpActions,
+                                  dnsActions,    certificateActions, panelActions};
 
 const ActionWord* wordOf(const Task& task) {
   const std::string_view action = task.action();

@@ -38,9 +38,7 @@ constexpr Missing kMissing[] = {
     {"rewrite", "value", "pureftp_db", "the FTP password database"},
     {"rewrite", "value", "filter", "the mail filters"},
     {"rewrite", "value", "email_passwd", "the mail password files"},
-    {"rewrite", "value", "letsencrypt", "the check of certificate expiries"},
     {"defaultspam", nullptr, nullptr, "the default spam settings of a domain"},
-    {"update", "value", "program", "the update of the panel software"},
 };
 
 constexpr Missing kMissingForMail[] = {

@@ -173,6 +173,8 @@ int Rewrite::putInPlace() {
   if (!stageList()) return 0;
   counts_.removed = static_cast<long long>(removed_.size());
   if (put_.empty() && removed_.empty()) return 1;
+  // What was read stands there no more.
+  presentPath_.clear();
   hasChanged_ = journal_.commit(put_, removed_, plan_.followUp, result) != 0;
   return hasChanged_ ? 1 : 0;
 }

@@ -10,6 +10,7 @@
 #include "core/panel/run_state.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "services/certificate/acme_client.h"
 #include "services/web/php_pools.h"
 #include "services/web/server_check.h"
 
@@ -173,6 +174,7 @@ unsigned ServerForm::fillSite(const WebAccount& account, const WebSite& site, bo
   values[WebToken::log] = {joined(logs_, "/", site.host)};
   values[WebToken::target] = {joined(isSecure || forces ? "https://" : "http://", site.target)};
   fillPage(kSuspendedPage, values);
+  fillChallenges(flags, values);
   if ((flags & (kLive | kProxied)) != 0) values[WebToken::custom] = site.pieces[static_cast<std::size_t>(server_)];
   if ((flags & kLive) != 0) {
     values[WebToken::type] = isNginx_ ? withoutDots(site.types) : site.types;
@@ -207,6 +209,13 @@ void ServerForm::fillPage(const char* file, SiteValues& values) const {
   const std::string page = templatePath(conf_, file);
   values[WebToken::pages] = {page.substr(0, page.rfind('/'))};
   values[WebToken::page] = {file};
+}
+
+/// Whoever else may answer a site: a suspended one is renewed too.
+void ServerForm::fillChallenges(unsigned& flags, SiteValues& values) const {
+  if (conf_.letsencrypt == 0) return;
+  flags |= kHasChallenges;
+  values[WebToken::challenges] = {challengeFolder()};
 }
 
 void ServerForm::fillCertificate(const std::string& own, unsigned& flags, SiteValues& values) const {
@@ -252,6 +261,7 @@ int ServerForm::addressFile(const std::vector<std::string>& addresses, Candidate
     fillAddresses(addresses, isSecure, values);
     fillListening(isSecure, values);
     fillPage(kDefaultPage, values);
+    fillChallenges(flags, values);
     if (isSecure && !isBehind_) fillCertificate("", flags, values);
     if (!form.fill(flags, values, text, result)) return 0;
   }

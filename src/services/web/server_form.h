@@ -38,6 +38,7 @@ class ServerForm {
   void fillAddresses(const std::vector<std::string>& addresses, bool isSecure, SiteValues& values) const;
   void fillListening(bool isSecure, SiteValues& values) const;
   void fillPage(const char* file, SiteValues& values) const;
+  void fillChallenges(unsigned& flags, SiteValues& values) const;
   const Text& addressPath() const;
   void fillCertificate(const std::string& own, unsigned& flags, SiteValues& values) const;
   bool hasSecure(const std::string& own) const;

@@ -7,6 +7,7 @@
 
 #include "account/model/account_record.h"
 #include "account/model/addresses.h"
+#include "account/model/name_owner.h"
 #include "account/model/server_address.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
@@ -300,15 +301,8 @@ bool WebData::isOwned(const std::string& ip) {
   return owned_.contains(ip);
 }
 
-/// The nearest domain that somebody owns says whose a name is.
 bool WebData::mayHave(const std::string& account, const std::string& name) const {
-  std::string_view rest = name;
-  while (rest.find('.') != std::string_view::npos) {
-    const std::string domain(rest);
-    if (owners_.existsParam(domain.c_str())) return owners_.isValue(domain.c_str(), account.c_str()) != 0;
-    rest.remove_prefix(rest.find('.') + 1);
-  }
-  return true;
+  return mayHaveName(owners_, account.c_str(), name);
 }
 
 Gathered WebData::gather(const std::string& account, WebAccount& out) {

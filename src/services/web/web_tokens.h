@@ -23,6 +23,7 @@ enum class WebToken {
   hsts,
   page,
   pages,
+  challenges,
   backend,
   socket,
   user,
@@ -70,6 +71,8 @@ inline constexpr WebTokenRow kWebTokens[] = {
     {WebToken::page, "PAGE", false, "web_suspended.html",
      "The file of the page for who is suspended; of the default page in the templates of addresses."},
     {WebToken::pages, "PAGES", false, "/usr/local/zorvane/data/templates", "The folder it stands in."},
+    {WebToken::challenges, "CHALLENGES", false, "/usr/local/zorvane/data/acme/challenges",
+     "What a certificate authority asks for below `/.well-known/acme-challenge/`, with `HAS_CHALLENGES`."},
     {WebToken::backend, "BACKEND", false, "127.0.0.1:8080", "Where Apache answers behind nginx."},
     {WebToken::socket, "SOCKET", false, "/run/php/zorvane-bob-8.2.sock", "The socket of the account's PHP."},
     {WebToken::user, "USER", false, "bob", "The account, in the template of pools."},
@@ -105,6 +108,7 @@ enum WebFlag : unsigned {
   kBuffers = 1U << 12,
   kBytes = 1U << 13,
   kNoPhp = 1U << 14,
+  kHasChallenges = 1U << 15,
 };
 /// In the order of their bits.
 inline constexpr WebFlagRow kWebFlags[] = {
@@ -123,6 +127,7 @@ inline constexpr WebFlagRow kWebFlags[] = {
     {"BUFFERS", "`nginx_proxy_buffering` is on."},
     {"BYTES", "This server writes the byte log: nginx, when both are there."},
     {"NO_PHP", "Pages are served here, and there is no PHP: its files must not be shown."},
+    {"HAS_CHALLENGES", "Certificates are asked for (`letsencrypt`)."},
 };
 
 }  // namespace zvtaskq

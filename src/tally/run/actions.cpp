@@ -13,6 +13,7 @@
 #include "core/panel/run_state.h"
 #include "core/record/panel_file.h"
 #include "core/sys/log.h"
+#include "services/certificate/check.h"
 #include "tally/bruteforce/records/entry_log.h"
 #include "tally/checks/hostname.h"
 #include "tally/checks/partition_check.h"
@@ -92,6 +93,7 @@ int tallyAll(const Task& task) {
   const bool isHalted = runFlags.halt;
   if (!isHalted) whole &= tally.getAllocations();
   static_cast<void>(clear_brute_log_entries(sys_conf));
+  if (!isHalted) static_cast<void>(checkCertificates(nullptr));
   keepHouse(task);
   return afterTally() && whole && !isHalted ? 1 : 0;
 }

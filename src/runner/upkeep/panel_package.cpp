@@ -1,0 +1,199 @@
+#include "runner/upkeep/panel_package.h"
+
+#include <sys/file.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "core/config/config.h"
+#include "core/files/line_edit.h"
+#include "core/files/private_folder.h"
+#include "core/files/safe_file.h"
+#include "core/panel/newer_release.h"
+#include "core/panel/run_state.h"
+#include "core/process/child.h"
+#include "core/sys/privileges.h"
+
+namespace zvtaskq {
+
+namespace {
+
+constexpr std::size_t kLargest = 128UL << 20;
+constexpr int kFetchTime = 300;
+constexpr int kToolTime = 60;
+constexpr int kNotFound = 22;
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kFileMode = 0644;
+constexpr std::string_view kArmour = "-----BEGIN PGP PUBLIC KEY BLOCK-----";
+constexpr std::string_view kSecure = "https://";
+/// Nobody but this machine answers there.
+constexpr std::string_view kLocal[] = {"http://127.0.0.1:", "http://127.0.0.1/", "http://localhost:",
+                                       "http://localhost/", "http://[::1]:",     "http://[::1]/"};
+
+bool isLocal(const std::string& source) {
+  return std::any_of(std::begin(kLocal), std::end(kLocal), [&](auto start) { return source.starts_with(start); });
+}
+
+ChildResult askAsNobody(const char* program, std::vector<std::string> arguments, ChildPlan::Stream errors) {
+  ChildPlan plan = ChildPlan::program(program, std::move(arguments));
+  plan.identity = nobodyIds();
+  plan.workingDirectory = "/";
+  plan.errors = errors;
+  plan.outputLimit = kLargest + 1;
+  plan.timeLimit = kFetchTime;
+  const AsRoot root;
+  return runChild(plan);
+}
+
+int fetchUrl(const std::string& url, std::string& content, bool& isMissing, std::string& why) {
+  const char* scheme = isLocal(url) ? "=http" : "=https";
+  ChildResult child =
+      askAsNobody("/usr/bin/curl",
+                  {"--silent", "--fail", "--location", "--max-redirs", "5", "--globoff", "--proto", scheme,
+                   "--proto-redir", scheme, "--max-time", std::to_string(kFetchTime - kToolTime), "--max-filesize",
+                   std::to_string(kLargest), "--disable", "--url", url},
+                  ChildPlan::Stream::discard);
+  isMissing = child.status == kNotFound;
+  why = child.timedOut                   ? "it takes too long"
+        : child.output.size() > kLargest ? "it is too large"
+        : child.status != 0              ? joined("curl ends with status ", std::to_string(child.status))
+                                         : "";
+  if (!why.empty()) why = joined(url, " cannot be fetched: ", why);
+  content = std::move(child.output);
+  return why.empty() ? 1 : 0;
+}
+
+int readLocal(const std::string& path, std::string& content, bool& isMissing, std::string& why) {
+  const AsRoot root;
+  const Descriptor file = openRegularFile(path.c_str());
+  isMissing = !file && errno == ENOENT;
+  if (file && sys::readAll(file.get(), content, kLargest)) return 1;
+  why = joined(path, ": ", std::strerror(errno));
+  return 0;
+}
+
+int valueOf(char c) {
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const std::size_t at = kDigits.find(c);
+  return at == std::string_view::npos ? -1 : static_cast<int>(at);
+}
+
+std::string decoded(std::string_view text) {
+  constexpr unsigned kBits = 6;
+  constexpr unsigned kByte = 8;
+  std::string bytes;
+  unsigned held = 0;
+  unsigned count = 0;
+  for (const char c : text) {
+    const int value = valueOf(c);
+    if (value < 0) continue;
+    held = held << kBits | static_cast<unsigned>(value);
+    count += kBits;
+    if (count < kByte) continue;
+    count -= kByte;
+    bytes += static_cast<char>(held >> count & 0xFFU);
+  }
+  return bytes;
+}
+
+}  // namespace
+
+int UpdateFolder::take(std::string& why) {
+  const AsRoot root;
+  folder_ = openPrivateFolder(path("").c_str(), kFolderMode);
+  if (folder_ && sys::flockNow(folder_.get(), LOCK_EX) == 0) return 1;
+  why = errno == EWOULDBLOCK ? "another run is at it" : joined(path(""), ": ", std::strerror(errno));
+  return 0;
+}
+
+std::string UpdateFolder::path(const char* file) const {
+  return joined(sys_conf->serverpath, "/data/update", *file == '\0' ? "" : "/", file);
+}
+
+int UpdateFolder::put(const char* file, const std::string& content, std::string& why) const {
+  const AsRoot root;
+  SafeFile out(path(file).c_str());
+  const bool isOpen = out.open() != 0;
+  if (isOpen) out.write(content);
+  if (isOpen && sys::fchmod(out.descriptor(), kFileMode) == 0 && out.finish() && out.putInPlace()) return 1;
+  why = joined(path(file), ": ", std::strerror(errno));
+  return 0;
+}
+
+bool isUrl(const std::string& source) {
+  return source.find("://") != std::string::npos;
+}
+
+bool isRemote(const std::string& source) {
+  return isUrl(source) && !isLocal(source);
+}
+
+int fetchPart(const std::string& source, std::string& content, bool& isMissing, std::string& why) {
+  isMissing = false;
+  if (!isUrl(source)) return readLocal(source, content, isMissing, why);
+  if (source.starts_with(kSecure) || isLocal(source)) return fetchUrl(source, content, isMissing, why);
+  why = source + " is not fetched: it is neither of https nor on this machine";
+  return 0;
+}
+
+int readPackage(const std::string& path, PackageFields& fields, std::string& why) {
+  const ChildResult child = askAsNobody(
+      "/usr/bin/dpkg-deb", {"--showformat", "${Package}\n${Version}\n", "--show", path}, ChildPlan::Stream::discard);
+  const std::size_t end = child.output.find('\n');
+  if (child.status != 0 || child.timedOut || end == std::string::npos) {
+    why = "it is no package";
+    return 0;
+  }
+  fields.name = child.output.substr(0, end);
+  fields.version = trimmed(std::string_view(child.output).substr(end + 1, child.output.find('\n', end + 1) - end - 1));
+  if (fields.name == kPackageName && readVersion(programVersionOf(fields.version))) return 1;
+  why = joined("it is a package of ", printable(fields.name), ", version ", printable(fields.version));
+  return 0;
+}
+
+std::string programVersionOf(const std::string& packageVersion) {
+  return packageVersion.substr(0, packageVersion.rfind('-'));
+}
+
+bool isNewerPackage(const PackageFields& fields) {
+  const ChildResult present =
+      askAsNobody("/usr/bin/dpkg-query", {"--showformat", "${db:Status-Status} ${Version}", "--show", kPackageName},
+                  ChildPlan::Stream::discard);
+  constexpr std::string_view kInstalled = "installed ";
+  if (present.status == 0 && present.output.starts_with(kInstalled)) {
+    const std::string version = present.output.substr(kInstalled.size());
+    return askAsNobody("/usr/bin/dpkg", {"--compare-versions", fields.version, "gt", version},
+                       ChildPlan::Stream::discard)
+               .status == 0;
+  }
+  const std::optional<Version> offered = readVersion(programVersionOf(fields.version));
+  return offered && *offered > readVersion(sys_conf->version).value_or(Version());
+}
+
+std::string whyNotSigned(const UpdateFolder& folder, const char* package, const char* signature, const char* key) {
+  const ChildResult child = askAsNobody("/usr/bin/gpgv",
+                                        {"--homedir", "/nonexistent", "--status-fd", "1", "--keyring", folder.path(key),
+                                         folder.path(signature), folder.path(package)},
+                                        ChildPlan::Stream::discard);
+  const auto says = [&](const char* word) {
+    return child.output.find(joined("[GNUPG:] ", word, " ")) != std::string::npos;
+  };
+  if (child.timedOut) return "gpgv does not end";
+  if (says("EXPKEYSIG") || says("EXPSIG") || says("REVKEYSIG")) return "the key or its signature holds no more";
+  return child.status == 0 && says("GOODSIG") && says("VALIDSIG") ? "" : "it is not signed by the key";
+}
+
+std::string plainKey(const std::string& content) {
+  const std::size_t begin = content.find(kArmour);
+  if (begin == std::string::npos) return content;
+  std::string_view body = std::string_view(content).substr(begin);
+  const std::size_t blank = std::min(body.find("\n\n"), body.find("\n\r\n"));
+  const std::size_t end = body.find("\n-----END", blank == std::string_view::npos ? 0 : blank);
+  if (blank == std::string_view::npos || end == std::string_view::npos) return "";
+  body = body.substr(blank, end - blank);
+  // A checksum, which a line that begins with "=" holds, is no part of it.
+  return decoded(body.substr(0, body.find("\n=")));
+}
+
+}  // namespace zvtaskq

@@ -1,0 +1,55 @@
+// A package of the panel: fetched to a place where root alone can change it, and judged before root does anything with
+// it.
+#pragma once
+
+#include <string>
+
+#include "core/sys/sys.h"
+#include "core/text/text.h"
+
+namespace zvtaskq {
+
+/// What the package is called.
+inline constexpr const char* kPackageName = "zvtaskq";
+
+/// The place of an update, "<serverpath>/data/update": root's, and held by one process at a time.
+class UpdateFolder {
+ public:
+  /// Makes it when it is missing, and takes it. 0 with the reason in `why`. Works as root, as all of these.
+  [[nodiscard]] int take(std::string& why);
+  std::string path(const char* file) const;
+  /// Writes a file that everybody may read. 0 with the reason in `why`.
+  [[nodiscard]] int put(const char* file, const std::string& content, std::string& why) const;
+
+ private:
+  Descriptor folder_;
+};
+
+/// Reads a file of the administrator's, or fetches a URL: of https, or of http on this machine, as nobody. 0 with the
+/// reason in `why`; then `isMissing` says that there is none.
+[[nodiscard]] int fetchPart(const std::string& source, std::string& content, bool& isMissing, std::string& why);
+/// Whether it names a URL, of whatever kind.
+bool isUrl(const std::string& source);
+/// Whether it is fetched from another machine.
+bool isRemote(const std::string& source);
+
+/// What a package says of itself.
+struct PackageFields {
+  std::string name;
+  std::string version;
+};
+/// Asks the package tool, as nobody. 0 with the reason in `why`.
+[[nodiscard]] int readPackage(const std::string& path, PackageFields& fields, std::string& why);
+/// The program's version in that of a package: without the distribution's part.
+std::string programVersionOf(const std::string& packageVersion);
+/// Whether it is newer than what is installed: the package, or when the program was not installed as one, the program
+/// itself.
+bool isNewerPackage(const PackageFields& fields);
+
+/// Whether the signature is that of the key alone, by gpgv, as nobody. All three stand in the update's folder. Why not;
+/// empty when it is.
+std::string whyNotSigned(const UpdateFolder& folder, const char* package, const char* signature, const char* key);
+/// A key as gpgv takes it: what is armoured is decoded. Empty when it cannot be.
+std::string plainKey(const std::string& content);
+
+}  // namespace zvtaskq
