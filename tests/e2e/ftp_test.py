@@ -168,7 +168,7 @@ class ProftpdTest(FtpTest):
                  .replace("%", "%%"))
         self.own = USERS + "/bob/domains/bob.example.ftppasswd"
         self.put(self.own, "bob:%(h)s:%(u)s:%(u)s::/home/bob:\nshop:%(h)s:%(u)s:%(u)s::/home/bob/down:\n"
-                 "sus2:!%(h)s:%(u)s:%(u)s::/home/bob:\nother:%(h)s:1:1::/home/bob:\n", user="zvadmin")
+                 "sus2:!%(h)s:%(u)s:%(u)s::/home/bob:\nother:%(h)s:0:%(u)s::/home/bob:\n", user="zvadmin")
         write(panel.ADMIN + "/ips/" + OWN, "status=owned\nreseller=bob\n", "zvadmin", 0o600)
         shell("echo %s >>%s/ip.list; sed -i s/^ip=.*/ip=%s/ %s/bob/user.conf" % (OWN, panel.ADMIN, OWN, USERS))
         settings(ftpvhosts=HOSTS)
@@ -227,7 +227,7 @@ class ProftpdTest(FtpTest):
     def test_conversion(self):
         self.rewrite()
         self.put(self.own, "bob:%(h)s:%(u)s:%(u)s::/home/bob:\nshop:%(h)s:%(u)s:%(u)s::/home/bob/down:\n"
-                 "sus2:!%(h)s:%(u)s:%(u)s::/home/bob:\nother:%(h)s:1:1::/home/bob:\nweb:$1$other:%(u)s:%(u)s::/home/bob:\n", user="zvadmin")
+                 "sus2:!%(h)s:%(u)s:%(u)s::/home/bob:\nother:%(h)s:0:%(u)s::/home/bob:\nweb:$1$other:%(u)s:%(u)s::/home/bob:\n", user="zvadmin")
         ann = USERS + "/ann/domains/ann.example.ftppasswd"
         shell("echo ann >%s; chown zvadmin %s" % (ann, ann))
         before = text(FTP), text(self.own)
@@ -251,7 +251,7 @@ class ProftpdTest(FtpTest):
         added = text(FTP)[len(before[0]):]
         self.assertEqual(added % (), "shop@bob.example:%(h)s:%(u)s:%(u)s::/home/bob/down:\nsus2@bob.example:!%(h)s:%(u)s:%(u)s::/home/bob:\n"
                          % self.values)
-        self.assertEqual(text(self.own), "other:%(h)s:1:1::/home/bob:\nweb:$1$other:%(u)s:%(u)s::/home/bob:\n" % self.values)
+        self.assertEqual(text(self.own), "other:%(h)s:0:%(u)s::/home/bob:\nweb:$1$other:%(u)s:%(u)s::/home/bob:\n" % self.values)
         self.assertEqual(text(ann), "ann\n", "an account without an address of its own")
         # One that was killed in between: an entry that is in both.
         write(self.own, before[1], "zvadmin", 0o600)
