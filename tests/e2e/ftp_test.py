@@ -128,14 +128,17 @@ class PureFtpdTest(FtpTest):
         before = os.stat(DATABASE)
         self.rewrite()
         self.assertEqual(before, os.stat(DATABASE), "nothing had changed")
-        for name, _, _ in HOSTILE[1:]:
-            self.assertTrue(name == "bob" or name not in text(DATABASE), name)
+        for name in ("sus@bob.example", "locked@bob.example", *(name for name, _, _ in HOSTILE)):
+            self.assertTrue(name == "bob" or "\0\0\0%c%s" % (len(name), name) not in text(DATABASE), name)
+        self.assertIn("\0\0\0\x03bob", text(DATABASE))
         self.serve("pure-ftpd <(grep -v Daemonize %s/share/ftp/pure-ftpd.conf)" % panel.PANEL)
         self.assertDoors(("../bob", "up@bob.example"))
         self.assertEqual(self.gets_in("shop@bob2.example"), {"file"})
         self.assertEqual(self.billed("bob"), 5700)
         # A suspension reaches the database with the next line of the queue.
+        self.account("suspend", "ann", "test")
         self.account("suspend", "bob", "test")
+        self.assertEqual(text(panel.QUEUE).count("pureftp"), 1, "one for both")
         self.run_program()
         self.assertShut([(name,) for name in (*GOOD, "shop@bob2.example")])
         self.account("activate", "bob")
