@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "services/dns/zone_tokens.h"
+#include "services/ftp/host_tokens.h"
 #include "services/web/web_tokens.h"
 
 namespace {
@@ -35,6 +36,21 @@ void printWeb() {
   for (const zvtaskq::WebFlagRow& row : zvtaskq::kWebFlags) std::printf("| `%s` | %s |\n", row.name, row.meaning);
 }
 
+void printFtp() {
+  std::puts(
+      "\n"
+      "## `ftp_host.txt`\n"
+      "\n"
+      "A host of ProFTPD: one for each domain on an address that its account has for itself and that has a password "
+      "file "
+      "of its own,\n"
+      "or one for the address. What its log is named and holds is how the tally bills it.\n"
+      "\n"
+      "| token | list | example | meaning |\n"
+      "|---|---|---|---|");
+  for (const zvtaskq::HostTokenRow& row : zvtaskq::kHostTokens) printRow(row);
+}
+
 }  // namespace
 
 int main() {
@@ -60,5 +76,6 @@ int main() {
       "|---|---|---|---|");
   for (const zvtaskq::ZoneTokenRow& row : zvtaskq::kZoneTokens) printRow(row);
   printWeb();
+  printFtp();
   return 0;
 }

@@ -1,6 +1,8 @@
 # shellcheck shell=bash
 # Prepared layers of the sandbox: Debian packages unpacked and configured once inside a copy, kept as an
-# archive of changes in the cache. Nothing of them is ever installed on the machine itself.
+# archive of changes in the cache. Nothing of them is ever installed on the machine itself. Of a package that is
+# asked for as "files-of:NAME" the files alone are laid down: two servers for one thing forbid each other to be
+# installed.
 . "$projectRoot/dev/lib/packages.sh"
 
 layersFolder() {
@@ -24,15 +26,32 @@ aptToCache() {
         -o Dpkg::Options::=--force-unsafe-io "$@"
 }
 
+# splitPackages PACKAGE...: sets $installed and $laid to those that are installed, and those whose files are laid down.
+splitPackages() {
+    local package
+    installed=() laid=()
+    for package in "$@"; do
+        if [[ $package == files-of:* ]]; then laid+=("${package#files-of:}"); else installed+=("$package"); fi
+    done
+}
+
+# fetch LOG PACKAGE...: the packages and what they need, into the cache.
+fetch() {
+    local log=$1
+    shift
+    (($# == 0)) || aptToCache "$log" --download-only install "$@"
+}
+
 # downloadPackages PACKAGE...: fetches them and what they need; the lists are renewed only when that fails.
 downloadPackages() {
-    local log
+    local log installed laid
     log=$(cacheFolder)/download.log
     mkdir -p "$(cacheFolder)/archives/partial"
     : >"$log"
     say "downloading $*"
-    if ! aptToCache "$log" --download-only install "$@" &&
-        ! { aptGet "$log" update && aptToCache "$log" --download-only install "$@"; }; then
+    splitPackages "$@"
+    if ! { fetch "$log" "${installed[@]}" && fetch "$log" "${laid[@]}"; } &&
+        ! { aptGet "$log" update && fetch "$log" "${installed[@]}" && fetch "$log" "${laid[@]}"; }; then
         cat "$log" >&2
         die "could not download $*"
     fi
@@ -50,12 +69,18 @@ withoutStarting() {
 
 # unpackPackages PACKAGE...: runs inside a copy; installs what was downloaded.
 unpackPackages() {
-    local log
+    local log installed laid package archives
     log=$(mktemp)
-    if ! withoutStarting aptToCache "$log" --no-download install "$@"; then
+    splitPackages "$@"
+    if ! withoutStarting aptToCache "$log" --no-download install "${installed[@]}"; then
         cat "$log" >&2
         return 1
     fi
+    for package in "${laid[@]}"; do
+        archives=("$(cacheFolder)/archives/${package}"_*.deb)
+        # No link of the system's, such as /bin, is replaced by a folder.
+        dpkg-deb --fsys-tarfile "${archives[-1]}" | tar -C / --extract --keep-directory-symlink || return 1
+    done
     rm -f "$log"
 }
 

@@ -17,6 +17,7 @@
 #include "account/model/account_name.h"
 #include "account/model/account_work.h"
 #include "account/model/addresses.h"
+#include "account/model/ftp_files.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
 #include "core/panel/marks.h"
@@ -160,7 +161,8 @@ int queueRewrites(Creation& creation, Text& result) {
   whose.setParam("user", creation.name);
   const char* domain = creation.record.getOrEmpty("domain");
   return queueWebRewrite(creation.name, result) && (*domain == '\0' || queueZoneRewrite(domain, result)) &&
-         pushOnTaskQueue("rewrite", "links", nullptr, &whose) && pushOnTaskQueue("rewrite", "ipcount");
+         pushOnTaskQueue("rewrite", "links", nullptr, &whose) && pushOnTaskQueue("rewrite", "ipcount") &&
+         queueFtpHosts(result);
 }
 
 int writeRecordOf(Creation& creation, Text& result) {

@@ -2,9 +2,11 @@
 
 #include <shadow.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "account/model/ftp_files.h"
 #include "account/model/password_marks.h"
 #include "core/config/config.h"
 #include "core/files/line_edit.h"
@@ -52,10 +54,25 @@ int mailboxesOf(const char* domain, PasswordFile& file, Text& result) {
   return 1;
 }
 
-PasswordFile ftpOf(const AccountHolder& holder) {
-  return {std::string(sys_conf->ftppasswd.view()), kRootIds,
-          [&holder](const PasswordLine& line) { return holder.ownsFtp(line.name, line.uid); },
-          [](std::string_view name) { return joined("ftp ", name); }};
+/// Those that his FTP accounts may stand in: the file of all, and one of each domain. There need not be any.
+std::vector<PasswordFile> ftpOf(const AccountHolder& holder) {
+  std::vector<PasswordFile> files = {
+      {std::string(sys_conf->ftppasswd.view()), kRootIds,
+       [&holder](const PasswordLine& line) { return holder.ownsFtp(line.name, line.uid); },
+       [](std::string_view name) { return joined("ftp ", name); }}};
+  for (const std::string& domain : holder.domains) {
+    files.push_back(
+        {domainFtpFile(holder.name.c_str(), domain.c_str()), idsOf(kPanelUser),
+         [](const PasswordLine&) { return true; },
+         [&holder, domain](std::string_view name) { return joined("ftp ", wholeFtpName(name, holder.name, domain)); }});
+  }
+  return files;
+}
+
+/// Does it to each file, as far as it goes well.
+template <class Do>
+int inEach(const std::vector<PasswordFile>& files, Do work) {
+  return std::all_of(files.begin(), files.end(), [&](const PasswordFile& file) { return work(file) != 0; }) ? 1 : 0;
 }
 
 int noteMarksIn(const PasswordFile& file, SuspensionNotes& notes, Text& result) {
@@ -136,7 +153,7 @@ int noteAccountMarks(const AccountHolder& holder, SuspensionNotes& notes, Text& 
   const SystemPassword system = systemPasswordOf(holder);
   if (isSuspendedPassword(system.hash)) notes.blocked.insert(kSystem);
   if (system.exists) notes.expires = system.day();
-  return noteMarksIn(ftpOf(holder), notes, result);
+  return inEach(ftpOf(holder), [&](const PasswordFile& file) { return noteMarksIn(file, notes, result); });
 }
 
 int markSystem(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
@@ -177,21 +194,24 @@ int freeMailboxes(const char* domain, const SuspensionNotes& notes, Text& result
 }
 
 int markFtp(const AccountHolder& holder, Text& result) {
-  return markIn(ftpOf(holder), result);
+  return inEach(ftpOf(holder), [&](const PasswordFile& file) { return markIn(file, result); }) &&
+         queueFtpPasswords(result);
 }
 
 int freeFtp(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
-  return freeIn(ftpOf(holder), notes, result);
+  return inEach(ftpOf(holder), [&](const PasswordFile& file) { return freeIn(file, notes, result); }) &&
+         queueFtpPasswords(result);
 }
 
 int dropFtp(const AccountHolder& holder, Text& result) {
-  const PasswordFile file = ftpOf(holder);
-  if (!file) return 1;
-  const auto drop = [&](std::string_view text, std::string&) {
-    const PasswordLine line(text);
-    return line.isOne && file.counts(line) ? LineFate::drop : LineFate::keep;
+  const auto dropIn = [&](const PasswordFile& file) {
+    const auto drop = [&](std::string_view text, std::string&) {
+      const PasswordLine line(text);
+      return line.isOne && file.counts(line) ? LineFate::drop : LineFate::keep;
+    };
+    return file ? editLines(file.path, file.owner, drop, {}, result) : 1;
   };
-  return editLines(file.path, file.owner, drop, {}, result);
+  return inEach(ftpOf(holder), dropIn) && queueFtpHosts(result);
 }
 
 }  // namespace zvtaskq

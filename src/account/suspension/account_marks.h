@@ -21,11 +21,11 @@ namespace zvtaskq {
 /// The mailboxes of a domain.
 [[nodiscard]] int markMailboxes(const char* domain, Text& result);
 [[nodiscard]] int freeMailboxes(const char* domain, const SuspensionNotes& notes, Text& result);
-/// His FTP accounts.
+/// His FTP accounts, in the file of all and in those of his domains; Pure-FTPd's database is queued to be made anew.
 [[nodiscard]] int markFtp(const AccountHolder& holder, Text& result);
 [[nodiscard]] int freeFtp(const AccountHolder& holder, const SuspensionNotes& notes, Text& result);
 
-/// Takes all of his FTP accounts out of the password file.
+/// Takes all of his FTP accounts out of the password files, and queues what the FTP server needs then.
 [[nodiscard]] int dropFtp(const AccountHolder& holder, Text& result);
 
 /// The name of a mailbox in the notes.

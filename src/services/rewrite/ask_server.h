@@ -2,8 +2,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "core/process/child.h"
+#include "core/text/text.h"
 #include "services/rewrite/candidate.h"
 
 namespace zvtaskq {
@@ -17,5 +19,19 @@ inline constexpr int kCannotAsk = 99;
 /// program does not end or cannot be run, with what was printed below, when there is no judgment (`unknown`). The
 /// plan's identity is the caller's choice; `program` is what the words call it. Called as root.
 Verdict askServer(ChildPlan plan, const std::string& program, std::string& words);
+
+/// A file that a server is to find in the place of another, which has to be there.
+struct StandIn {
+  std::string file;
+  std::string place;
+};
+
+/// The plan of a program that sees these files in place of others, and it alone: it runs as root with a view of the
+/// file system of its own, and keeps 64 KB of what it prints.
+ChildPlan planSeeing(const std::vector<StandIn>& files, const std::string& program, std::vector<std::string> arguments);
+
+/// Makes a file that a server's configuration includes, root's and readable by all, when there is none. 0 with why in
+/// `result`. Called as root.
+[[nodiscard]] int makeIfMissing(const std::string& path, const std::string& text, Text& result);
 
 }  // namespace zvtaskq

@@ -1,5 +1,6 @@
 #include "services/web/address_files.h"
 
+#include "account/model/ftp_files.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
@@ -60,6 +61,8 @@ int rewriteAddresses(const Task&) {
   }
   systemLog("ips.conf rewritten");
   if (!hasChanged) queueTask("httpd", "restart");
+  // The FTP hosts stand on the same addresses.
+  if (!queueFtpHosts(result)) errorLog("%s", result.orEmpty());
   return 1;
 }
 

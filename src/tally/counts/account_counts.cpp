@@ -40,6 +40,10 @@ bool isMailbox(const Line& line, std::string_view) {
   return !line.rest.substr(0, line.rest.find(':')).empty();
 }
 
+bool isFtpAccount(const Line& line, std::string_view account) {
+  return line.name != account && isMailbox(line, account);
+}
+
 bool isForwarder(const Line& line, std::string_view account) {
   return line.name != "*" && line.name != account && !line.rest.empty();
 }
@@ -82,7 +86,10 @@ const Counts::Kind Counts::kMail[] = {
     {"lists.list", 0, &AccountCounts::nemailml, isAnything},
     {"autoresponder.conf", ':', &AccountCounts::nemailr, isAnything},
 };
-const Counts::Kind Counts::kPointers{"pointers", '=', &AccountCounts::domainptr, isAnything};
+const Counts::Kind Counts::kPanels[] = {
+    {"pointers", '=', &AccountCounts::domainptr, isAnything},
+    {"ftppasswd", ':', &AccountCounts::ftp, isFtpAccount},
+};
 
 Counts::Counts(const Config& conf)
     : mailFolder_(conf.emailvirtual.orEmpty()),
@@ -103,7 +110,7 @@ AccountCounts Counts::of(const char* account, const std::vector<std::string>& do
     for (const std::string& domain : domains) countMail(account, domain, counts);
   }
   const AsUser panel(panelUser_);
-  for (const std::string& domain : domains) countPointers(account, domain, counts);
+  for (const std::string& domain : domains) countPanels(account, domain, counts);
   return counts;
 }
 
@@ -124,12 +131,14 @@ void Counts::countMail(const char* account, const std::string& domain, AccountCo
   }
 }
 
-void Counts::countPointers(const char* account, const std::string& domain, AccountCounts& counts) {
-  const std::string path = domainFile(account, domain.c_str(), kPointers.file);
-  const Descriptor file = openPanelFile(path.c_str());
-  if (count(file, kPointers, account, counts.domainptr)) return;
-  counts.isWhole = false;
-  errorLog("%s of account %s is not counted: %s", path.c_str(), account, std::strerror(errno));
+void Counts::countPanels(const char* account, const std::string& domain, AccountCounts& counts) {
+  for (const Kind& kind : kPanels) {
+    const std::string path = domainFile(account, domain.c_str(), kind.file);
+    const Descriptor file = openPanelFile(path.c_str());
+    if (count(file, kind, account, counts.*kind.total)) continue;
+    counts.isWhole = false;
+    errorLog("%s of account %s is not counted: %s", path.c_str(), account, std::strerror(errno));
+  }
 }
 
 /// Adds what counts in the file to the total. False with errno when it cannot be read as a whole.

@@ -26,7 +26,7 @@ struct AccountCounts {
   long long nemailr = 0;
   /// Domain pointers, aliases and redirects alike.
   long long domainptr = 0;
-  /// FTP accounts, but for the account's own name.
+  /// FTP accounts, in the file of all and in those of his domains, but for the account's own name.
   long long ftp = 0;
   /// Every file could be counted. The error log names each that could not, which counts nothing.
   bool isWhole = true;
@@ -49,10 +49,10 @@ class Counts {
  private:
   struct Kind;
   static const Kind kMail[];
-  static const Kind kPointers;
+  static const Kind kPanels[2];
 
   void countMail(const char* account, const std::string& domain, AccountCounts& counts);
-  void countPointers(const char* account, const std::string& domain, AccountCounts& counts);
+  void countPanels(const char* account, const std::string& domain, AccountCounts& counts);
   bool count(const Descriptor& file, const Kind& kind, const char* account, long long& total);
   long long countNames(const Kind& kind, std::string_view account);
 

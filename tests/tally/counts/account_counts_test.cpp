@@ -70,6 +70,9 @@ TEST(AccountCounts, FtpAccountsByOwner) {
       "none::5:60::/x:\n#no:h:5:60::/x:\nodd:h:5x:60::/x:\ncut\n");
   EXPECT_EQ(panel.counted().ftp, 3);
   EXPECT_EQ(Counts(panel.conf).of("bin", {}).ftp, 1);
+  writeText(panel.panel("ftppasswd"),
+            "games:h:5:60::/home/games:\nshop:!h:5:60::/x:\nshop:h:5:60::/x:\nnone::5:60::/x:\n");
+  EXPECT_EQ(panel.counted().ftp, 4) << "a domain's own";
   ::unlink(panel.path("ftppasswd").c_str());
   ASSERT_EQ(::mkfifo(panel.path("ftppasswd").c_str(), 0600), 0);
   EXPECT_FALSE(panel.counted().isWhole);
