@@ -5,6 +5,7 @@
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 
+#include <ctime>
 #include <memory>
 
 namespace zvtaskq {
@@ -52,6 +53,13 @@ std::string whyNoChain(BIO* source, X509* certificate) {
   return !hasChain || hasIssuer ? "" : "the chain is that of another certificate";
 }
 
+bool toSeconds(const ASN1_TIME* time, long long& seconds) {
+  std::tm parts{};
+  if (ASN1_TIME_to_tm(time, &parts) != 1) return false;
+  seconds = timegm(&parts);
+  return true;
+}
+
 }  // namespace
 
 std::string whyNoCertificate(std::string_view pem) {
@@ -70,6 +78,15 @@ std::string whyNoCertificate(std::string_view pem) {
   if (!key) return lastError("the key cannot be read");
   if (SSL_CTX_use_PrivateKey(context.get(), key.get()) != 1) return lastError("the key cannot be used");
   return "";
+}
+
+std::string readDates(std::string_view pem, Dates& dates) {
+  ERR_clear_error();
+  const Source source = sourceOf(pem);
+  const Certificate one(source ? PEM_read_bio_X509_AUX(source.get(), nullptr, noPassphrase, nullptr) : nullptr);
+  const bool isRead = one && toSeconds(X509_get0_notBefore(one.get()), dates.from) &&
+                      toSeconds(X509_get0_notAfter(one.get()), dates.until);
+  return isRead ? "" : lastError("the certificate cannot be read");
 }
 
 }  // namespace zvtaskq

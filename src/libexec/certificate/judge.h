@@ -12,4 +12,12 @@ namespace zvtaskq {
 /// at.
 std::string whyNoCertificate(std::string_view pem);
 
+/// When the first certificate of a text begins and ends, in seconds since the epoch.
+struct Dates {
+  long long from = 0;
+  long long until = 0;
+};
+/// Reads that; no key is needed. What is wrong; empty when it was read.
+std::string readDates(std::string_view pem, Dates& dates);
+
 }  // namespace zvtaskq
