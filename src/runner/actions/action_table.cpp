@@ -13,6 +13,7 @@
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/service_watch.h"
 #include "runner/monitor/services_table.h"
+#include "runner/syscheck/actions.h"
 #include "services/dns/actions.h"
 #include "services/ftp/actions.h"
 #include "services/web/actions.h"
@@ -63,7 +64,7 @@ constexpr ActionWord kActions[] = {
 
 ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,  webActions,  lifecycleActions,
                                   upkeepActions, backupActions, mailActions, restoreActions,
-                                  notifyActions, ftpActions,    dnsActions};
+                                  notifyActions, ftpActions,    dnsActions,  syscheckActions};
 
 const ActionWord* wordOf(const Task& task) {
   const std::string_view action = task.action();
