@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "account/lifecycle/actions.h"
+#include "account/suspension/actions.h"
 #include "account/upkeep/actions.h"
 #include "backup/job/actions.h"
 #include "backup/restore/actions.h"
@@ -62,9 +63,9 @@ constexpr ActionWord kActions[] = {
     {"ipswap"},
 };
 
-ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,  webActions,  lifecycleActions,
-                                  upkeepActions, backupActions, mailActions, restoreActions,
-                                  notifyActions, ftpActions,    dnsActions,  syscheckActions};
+ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,    webActions,       lifecycleActions, upkeepActions,
+                                  backupActions, mailActions,     restoreActions,   notifyActions,    ftpActions,
+                                  dnsActions,    syscheckActions, suspensionActions};
 
 const ActionWord* wordOf(const Task& task) {
   const std::string_view action = task.action();

@@ -26,7 +26,6 @@ constexpr Missing kMissing[] = {
     {"backup", "type", "sitebackup", "a site backup"},
     {"convert", "value", "cronbackups", "the conversion of backup schedules"},
     {"convert", "value", "todovecot", "the conversion of mailboxes"},
-    {"convert", "value", "suspendedmysql", "the conversion of suspended databases"},
     {"convert", "value", "unifiedftp", "the conversion to one FTP password file"},
     {"convert", "value", "imap_inbox_prefix", "the inbox-prefix folders"},
     {"delete", "value", "mbox", "the deletion of old mbox files"},
