@@ -236,14 +236,28 @@ class NginxTest(WebTest):
 class PhpTest(WebTest):
     def test_php_runs_as_the_account(self):
         shell("rm -f /etc/php/8.2/fpm/pool.d/zorvane-*; mkdir -p /run/php")
-        script = "<?php echo posix_getuid(), ' ', @file_get_contents($_GET['file'] ?? __FILE__) === false ? 'no' : 'yes';"
+        script = "<?php echo posix_getuid(), ' ', @file_get_contents($_GET['file'] ?? __FILE__) === false ? 'no' : 'yes', function_exists('exec') ? '' : '!';"
         for user in ("ann", "bob", "cy"):
             self.page(user, user + ".example", script, "public_html/who.php")
-        self.domain("bob", "bob.example.conf", "domain=bob.example\nphp=5.3/../x\n")
+        # One pool for both domains: what one of them asks for holds.
+        self.domain("bob", "bob.example.conf", "domain=bob.example\nphp=5.3/../x\nopen_basedir=OFF\nsafemode=ON\n")
+        limits = panel.ADMIN + "/state/php_limits"
+        for in_general, own, want in (("ON", "", "ON"), ("OFF", "", "OFF"), ("OFF", "open_basedir=ON\n", "ON"), ("ON", "open_basedir=OFF\n", "OFF")):
+            settings(open_basedir=in_general)
+            self.domain("bob", "bob2.example.conf", "domain=bob2.example\n" + own)
+            self.rewrite("action=cache&value=safemode")
+            self.assertIn("bob=open_basedir=%s&safemode=ON\n" % want, text(limits))
+            self.assertEqual(text(panel.QUEUE), "action=rewrite&value=httpd\n")
+        os.unlink(USERS + "/bob/domains/bob2.example.conf")
+        self.rewrite("action=cache&value=safemode")
+        self.assertIn("bob=open_basedir=OFF&safemode=ON\n", text(limits), "what cannot be read stays as it was")
+        self.assertEqual(text(panel.QUEUE), "")
+        self.domain("bob", "bob2.example.conf", "domain=bob2.example\nsuspended=yes\n")
         self.nginx()
         self.serve(["php-fpm8.2", "-F"], "/run/php/php8.2-fpm.pid")
-        for user in ("ann", "bob"):
-            self.assertEqual(ask(user + ".example", "/who.php"), (200, "%d yes" % pwd.getpwnam(user).pw_uid), self.log())
+        for user, sign in (("ann", ""), ("bob", "!")):
+            self.assertEqual(ask(user + ".example", "/who.php"), (200, "%d yes%s" % (pwd.getpwnam(user).pw_uid, sign)), self.log())
+        self.assertEqual(ask("bob.example", "/who.php?file=/etc/passwd")[1].split()[-1], "yes!")
         self.assertEqual(ask("ann.example", "/who.php?file=/home/bob/domains/bob.example/public_html/who.php")[1].split()[-1], "no")
         self.assertEqual(ask("ann.example", "/who.php?file=/etc/passwd")[1].split()[-1], "no")
         self.assertLogged("bob bob.example: php '5.3/../x' is refused: there is no such version")

@@ -17,7 +17,6 @@ struct Missing {
 };
 
 constexpr Missing kMissing[] = {
-    {"cache", "value", "safemode", "the PHP safe-mode cache"},
     {"cache", "type", "popquota", "the cache of mailbox disk usage"},
     {"backup", "type", "user", "a user's backup"},
     {"backup", "type", "reseller", "a reseller's backup"},

@@ -8,6 +8,7 @@
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
 #include "services/web/address_files.h"
+#include "services/web/php_limits.h"
 #include "services/web/web_rewrite.h"
 
 namespace zvtaskq {
@@ -39,7 +40,12 @@ int confirmFile(const Task& task) {
   return 0;
 }
 
+int rebuildLimits(const Task&) {
+  return rebuildPhpLimits();
+}
+
 constexpr ActionRow kRows[] = {
+    {"cache", "value", "safemode", rebuildLimits, "rebuilds the list of what the accounts' PHP may do"},
     {"confirm", "type", "httpd.conf", confirmFile, "confirms that the web server includes a file"},
     {"confirm_removed", "type", "httpd.conf", confirmFile, "confirms that the web server includes a file no more"},
     {"rewrite", "value", "httpd", rewriteWeb, "rewrites the web server's configuration"},

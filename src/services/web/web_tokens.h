@@ -105,6 +105,8 @@ enum WebFlag : unsigned {
   kBuffers = 1U << 12,
   kBytes = 1U << 13,
   kNoPhp = 1U << 14,
+  kOpenBasedir = 1U << 15,
+  kSafeMode = 1U << 16,
 };
 /// In the order of their bits.
 inline constexpr WebFlagRow kWebFlags[] = {
@@ -123,6 +125,8 @@ inline constexpr WebFlagRow kWebFlags[] = {
     {"BUFFERS", "`nginx_proxy_buffering` is on."},
     {"BYTES", "This server writes the byte log: nginx, when both are there."},
     {"NO_PHP", "Pages are served here, and there is no PHP: its files must not be shown."},
+    {"OPEN_BASEDIR", "In the template of pools: it opens files below the home alone (`open_basedir`)."},
+    {"SAFEMODE", "In the template of pools: it starts no programs (`safemode`)."},
 };
 
 }  // namespace zvtaskq
