@@ -252,11 +252,11 @@ class PhpTest(WebTest):
         for user in ("ann", "bob", "cy"):
             self.page(user, user + ".example", script, "public_html/who.php")
         # One pool for both domains: what one of them asks for holds.
-        self.domain("bob", "bob.example.conf", "domain=bob.example\nphp=5.3/../x\nopen_basedir=OFF\nsafemode=ON\n")
-        limits = panel.ADMIN + "/state/php_limits"
-        for in_general, own, want in (("ON", "", "ON"), ("OFF", "", "OFF"), ("OFF", "open_basedir=ON\n", "ON"), ("ON", "open_basedir=OFF\n", "OFF")):
+        limits, own = panel.ADMIN + "/state/php_limits", "domain=bob.example\nphp=5.3/../x\nsafemode=ON\n"
+        self.domain("bob", "bob2.example.conf", "domain=bob2.example\nopen_basedir=OFF\n")
+        for in_general, asked, want in (("ON", "", "ON"), ("OFF", "", "OFF"), ("OFF", "open_basedir=ON\n", "ON"), ("ON", "open_basedir=OFF\n", "OFF")):
             settings(open_basedir=in_general)
-            self.domain("bob", "bob2.example.conf", "domain=bob2.example\n" + own)
+            self.domain("bob", "bob.example.conf", own + asked)
             self.rewrite("action=cache&value=safemode")
             self.assertIn("bob=open_basedir=%s&safemode=ON\n" % want, text(limits))
             self.assertEqual(text(panel.QUEUE), "action=rewrite&value=httpd\n")
