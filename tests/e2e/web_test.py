@@ -1,8 +1,11 @@
 """Web sites: written from the accounts' data, judged and served by the real servers."""
+import fcntl
 import os
 import pwd
 import re
+import shutil
 import signal
+import socket
 import subprocess
 import time
 from urllib.parse import parse_qs
@@ -36,6 +39,15 @@ def ask(name, path="/", *more, scheme="http"):
 def leads(name, path="/"):
     """The status of a redirect, and where it leads."""
     return ask(name, path, "-o", "/dev/null", "-w", "%{http_code} %{redirect_url}\n0")[1]
+
+
+def open_files(pid):
+    return subprocess.run(["ls", "-l", "/proc/%d/fd" % pid], capture_output=True, encoding="utf-8", check=False).stdout
+
+
+def listens(path):
+    with socket.socket(socket.AF_UNIX) as client:
+        return client.connect_ex(path) == 0
 
 
 def children(process):
@@ -236,25 +248,63 @@ class NginxTest(WebTest):
 class PhpTest(WebTest):
     def test_php_runs_as_the_account(self):
         shell("rm -f /etc/php/8.2/fpm/pool.d/zorvane-*; mkdir -p /run/php")
-        script = "<?php echo posix_getuid(), ' ', @file_get_contents($_GET['file'] ?? __FILE__) === false ? 'no' : 'yes';"
+        script = "<?php echo posix_getuid(), ' ', @file_get_contents($_GET['file'] ?? __FILE__) === false ? 'no' : 'yes', function_exists('exec') ? '' : '!';"
         for user in ("ann", "bob", "cy"):
             self.page(user, user + ".example", script, "public_html/who.php")
-        self.domain("bob", "bob.example.conf", "domain=bob.example\nphp=5.3/../x\n")
+        # One pool for both domains: what one of them asks for holds.
+        limits, own = panel.ADMIN + "/state/php_limits", "domain=bob.example\nphp=5.3/../x\nsafemode=ON\n"
+        self.domain("bob", "bob2.example.conf", "domain=bob2.example\nopen_basedir=OFF\n")
+        for in_general, asked, want in (("ON", "", "ON"), ("OFF", "", "OFF"), ("OFF", "open_basedir=ON\n", "ON"), ("ON", "open_basedir=OFF\n", "OFF")):
+            settings(open_basedir=in_general)
+            self.domain("bob", "bob.example.conf", own + asked)
+            self.rewrite("action=cache&value=safemode")
+            self.assertIn("bob=open_basedir=%s&safemode=ON\n" % want, text(limits))
+            self.assertEqual(text(panel.QUEUE), "action=rewrite&value=httpd\n")
+        os.unlink(USERS + "/bob/domains/bob2.example.conf")
+        self.rewrite("action=cache&value=safemode")
+        self.assertIn("bob=open_basedir=OFF&safemode=ON\n", text(limits), "what cannot be read stays as it was")
+        self.assertEqual(text(panel.QUEUE), "")
+        self.domain("bob", "bob2.example.conf", "domain=bob2.example\nsuspended=yes\n")
+        self.account("cy", "suspended=yes", "suspended=no")
         self.nginx()
         self.serve(["php-fpm8.2", "-F"], "/run/php/php8.2-fpm.pid")
-        for user in ("ann", "bob"):
-            self.assertEqual(ask(user + ".example", "/who.php"), (200, "%d yes" % pwd.getpwnam(user).pw_uid), self.log())
+        for user, sign in (("ann", ""), ("bob", "!")):
+            self.assertEqual(ask(user + ".example", "/who.php"), (200, "%d yes%s" % (pwd.getpwnam(user).pw_uid, sign)), self.log())
+        self.assertEqual(ask("bob.example", "/who.php?file=/etc/passwd")[1].split()[-1], "yes!")
         self.assertEqual(ask("ann.example", "/who.php?file=/home/bob/domains/bob.example/public_html/who.php")[1].split()[-1], "no")
         self.assertEqual(ask("ann.example", "/who.php?file=/etc/passwd")[1].split()[-1], "no")
         self.assertLogged("bob bob.example: php '5.3/../x' is refused: there is no such version")
         self.assertEqual((panel.mode("/run/php/zorvane-ann-8.2.sock"), panel.owner("/run/php/zorvane-ann-8.2.sock")),
                          (0o600, "www-data"))
+        # Who waits for the end of another's work on the account sees what it left.
+        shell("install -d -m 700 -o zvadmin {0}/state/accounts; : > {1}".format(panel.ADMIN, panel.QUEUE))
+        with open(panel.ADMIN + "/state/accounts/boss", "w", encoding="ascii") as lock:
+            shutil.chown(lock.name, "zvadmin")
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            self.queue("action=rewrite&value=httpd&user=boss")
+            run = self.start()
+            self.until(lambda: run.poll() is not None or "state/accounts" in open_files(run.pid))
+            self.account("boss", "suspended=no", "suspended=yes")
+        run.wait()
+        self.assertIn("web_suspended", text(USERS + "/boss/nginx.conf"))
+        self.account("boss", "suspended=yes", "suspended=no")
+        self.rewrite()
+        # PHP-FPM forgets the pool of who is deleted before his processes are ended: it would start others.
+        self.assertTrue(listens("/run/php/zorvane-cy-8.2.sock"))
+        self.rewrite("action=delete&value=account&requestedby=boss&select0=cy")
+        self.assertIn("action=rewrite&user=cy&value=httpd", text(panel.QUEUE))
+        self.assertFalse(os.path.exists("/etc/php/8.2/fpm/pool.d/zorvane-cy.conf"))
+        self.until(lambda: not listens("/run/php/zorvane-cy-8.2.sock"))
+        self.until(lambda: ask("ann.example", "/who.php")[0] == 200)
         # Who is suspended or gone has no PHP.
         self.account("ann", "suspended=no", "suspended=yes")
         self.rewrite("action=rewrite&value=nginx&user=ann")
         shell("rm -rf %s/bob" % USERS)
         self.rewrite()
         self.assertEqual(sorted(os.listdir("/etc/php/8.2/fpm/pool.d")), ["www.conf", "zorvane-boss.conf"])
+        os.unlink(panel.ADMIN + "/ip.list")
+        self.rewrite()
+        self.assertEqual(text(panel.QUEUE), "action=nginx&value=reload\n", "also after a rewrite that failed")
 
 
 class ProxyTest(WebTest):

@@ -24,6 +24,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "services/web/pool_closing.h"
 
 namespace zvtaskq {
 
@@ -73,6 +74,8 @@ int stopForGood(const AccountHolder& holder, Text& result) {
   notes.expires = "";
   int done = markSystem(holder, notes, result);
   done &= removeCrontab(holder, result);
+  // PHP-FPM starts another for each that is ended, as long as it knows of his pool.
+  done &= closePhpPools(holder.name.c_str(), result);
   if (!endProcesses(holder)) done = fail(result, "Processes of ", holder.name, " are still running");
   done &= removeAtJobs(holder, result);
   return done & removeCrontab(holder, result);

@@ -69,6 +69,13 @@ int unlockServices(const char* account, SuspensionNotes& notes, Text& result) {
   });
 }
 
+int convertSuspendedDatabases(const char* account, SuspensionNotes& notes, Text& result) {
+  NotedUsers before(&notes);
+  return withOwners(result, [&](const ListFile&, const DatabaseOwners& owners) {
+    return convertDatabaseLocks(account, owners, before, result);
+  });
+}
+
 int dropDatabasesOf(const char* account, Text& result) {
   ListFile dropped(nullptr), stayed(nullptr);
   return withOwners(result, [&](const ListFile&, const DatabaseOwners& owners) {

@@ -13,6 +13,9 @@ namespace zvtaskq {
 /// which are on the disk already, are written again with these before the first is locked.
 [[nodiscard]] int lockServices(const char* account, SuspensionNotes& notes, Text& result);
 [[nodiscard]] int unlockServices(const char* account, SuspensionNotes& notes, Text& result);
+/// Locks those of a suspended account whom something older has kept out in another way (`convertDatabaseLocks`). 0 also
+/// when the server does not answer.
+[[nodiscard]] int convertSuspendedDatabases(const char* account, SuspensionNotes& notes, Text& result);
 /// Drops his databases and their users.
 [[nodiscard]] int dropDatabasesOf(const char* account, Text& result);
 /// Whether there are none yet that would belong to a new account of that name.

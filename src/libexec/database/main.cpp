@@ -1,7 +1,8 @@
-// zvdb FILE SECONDS: asks the database server what the panel wants to know of it, and has it lock, unlock and drop.
-// FILE holds the panel's log-in; a statement may take SECONDS. Requests are the lines of standard input, answers those
-// of standard output. Started by root it is "nobody" from when it has read the log-in. Exit status: 0; 2 for a wrong
-// call and a log-in that cannot be read; 3 when the server does not answer. Standard error says why.
+// zvdb FILE SECONDS [CONFIGURATION]: asks the database server what the panel wants to know of it, and has it make what
+// the panel wants made. FILE holds the panel's log-in; a statement may take SECONDS; CONFIGURATION, zorvane.conf, is
+// needed by what makes and changes things of an account. Requests are the lines of standard input, answers those of
+// standard output. Started by root it is "nobody" from when it has read both. Exit status: 0; 2 for a wrong call and a
+// file that cannot be read; 3 when the server does not answer. Standard error says why.
 #include <cstdio>
 #include <cstdlib>
 
@@ -23,14 +24,14 @@ int say(const std::string& words, int status) {
   return status;
 }
 
-int serve(DatabaseServer& server) {
+int serve(DatabaseServer& server, const DatabaseRules& rules) {
   LineReader requests(0, kLongestRequest);
   std::string_view line;
   ConfigFile request(nullptr);
   while (requests.next(line)) {
     request.empty();
     request.fillFromPost(line);
-    const std::string answer = answerTo(request, server);
+    const std::string answer = answerTo(request, server, rules);
     if (sys::writeAll(1, answer) < answer.size()) return kWrongCall;
     if (server.isLost()) return say(server.error(), kNoAnswer);
   }
@@ -40,15 +41,17 @@ int serve(DatabaseServer& server) {
 }  // namespace
 
 int main(int count, char** words) {
-  const int seconds = count == 3 ? std::atoi(words[2]) : 0;
-  if (seconds <= 0) return say("usage: zvdb FILE SECONDS", kWrongCall);
+  const int seconds = count == 3 || count == 4 ? std::atoi(words[2]) : 0;
+  if (seconds <= 0) return say("usage: zvdb FILE SECONDS [CONFIGURATION]", kWrongCall);
   Credentials credentials;
   std::string error;
   if (!readCredentials(words[1], credentials, error)) return say(error, kWrongCall);
+  DatabaseRules rules;
+  if (count == 4) rules.read(words[3]);
   if (effectiveIds().user == 0 && !becomeForGood(nobodyIds())) return say("cannot become nobody", kWrongCall);
   // It knows a password, and everything else that runs as nobody could look for it.
   forbidDumps();
   DatabaseServer server;
   if (!server.connect(credentials, seconds)) return say(server.error(), kNoAnswer);
-  return serve(server);
+  return serve(server, rules);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "account/lifecycle/actions.h"
+#include "account/suspension/actions.h"
 #include "account/upkeep/actions.h"
 #include "backup/job/actions.h"
 #include "backup/restore/actions.h"
@@ -13,6 +14,7 @@
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/service_watch.h"
 #include "runner/monitor/services_table.h"
+#include "runner/syscheck/actions.h"
 #include "runner/upkeep/actions.h"
 #include "services/certificate/actions.h"
 #include "services/dns/actions.h"
@@ -63,9 +65,10 @@ constexpr ActionWord kActions[] = {
     {"ipswap"},
 };
 
-ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,       webActions,     lifecycleActions, upkeepActions,
-                                  backupActions, mailActions,        restoreActions, notifyActions,    ftpActions,
-                                  dnsActions,    certificateActions, panelActions};
+ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,    webActions,       lifecycleActions,
+                                  upkeepActions, backupActions,   mailActions,      restoreActions,
+                                  notifyActions, ftpActions,      dnsActions,       certificateActions,
+                                  panelActions,  syscheckActions, suspensionActions};
 
 const ActionWord* wordOf(const Task& task) {
   const std::string_view action = task.action();

@@ -17,8 +17,6 @@ struct Missing {
 };
 
 constexpr Missing kMissing[] = {
-    {"syscheck", nullptr, nullptr, "the system self-check"},
-    {"cache", "value", "safemode", "the PHP safe-mode cache"},
     {"cache", "type", "popquota", "the cache of mailbox disk usage"},
     {"backup", "type", "user", "a user's backup"},
     {"backup", "type", "reseller", "a reseller's backup"},
@@ -27,7 +25,6 @@ constexpr Missing kMissing[] = {
     {"backup", "type", "sitebackup", "a site backup"},
     {"convert", "value", "cronbackups", "the conversion of backup schedules"},
     {"convert", "value", "todovecot", "the conversion of mailboxes"},
-    {"convert", "value", "suspendedmysql", "the conversion of suspended databases"},
     {"convert", "value", "imap_inbox_prefix", "the inbox-prefix folders"},
     {"delete", "value", "mbox", "the deletion of old mbox files"},
     {"addspam", nullptr, nullptr, "the default spam settings"},

@@ -25,7 +25,8 @@ int findUsers(const char* account, const DatabaseOwners& owners, std::vector<Dat
   std::vector<DatabaseCall> calls;
   calls.push_back(DatabaseCall{{"command", "users"}, {"account", account}});
   calls.front().take = [&](const ConfigFile& row) {
-    DatabaseUser user{joined(row.getValue("user")), joined(row.getValue("host")), row.isValue("locked", "yes") != 0};
+    DatabaseUser user{joined(row.getValue("user")), joined(row.getValue("host")), row.isValue("locked", "yes") != 0,
+                      row.isValue("marked", "yes") != 0};
     if (owners.ofUser(user.name) == account) users.push_back(std::move(user));
   };
   if (databases != nullptr) {

@@ -13,6 +13,8 @@ struct DatabaseUser {
   std::string name;
   std::string host;
   bool isLocked = false;
+  /// A "!" stands before the hash of his password, and the server passes him by.
+  bool isMarked = false;
   /// As lists keep it: "bob_shop@%25".
   std::string text() const;
   /// A request about this user.

@@ -69,6 +69,7 @@ int askDatabaseServer(std::vector<DatabaseCall>& calls, DatabaseTime time, Text&
   const std::string program = joined(sys_conf->serverpath, "/libexec/zvdb");
   if (!isThere(program.c_str())) return fail(result, program, " is not installed");
   ChildPlan plan = ChildPlan::program(program, {sys_conf->mysqlconf.orEmpty(), std::to_string(time.statement)});
+  if (sys_conf->getFilename() != nullptr) plan.arguments.emplace_back(sys_conf->getFilename());
   plan.identity = kRootIds;
   plan.errors = ChildPlan::Stream::collect;
   plan.timeLimit = time.all;

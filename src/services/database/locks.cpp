@@ -16,14 +16,11 @@ constexpr DatabaseTime kLockTime{30, 90};
 constexpr const char* kMark = "database_wishes";
 
 enum class Outcome { done, refused, unanswered };
+/// Whose work the marks before hashes are, where nothing is known of the time before the suspension.
+enum class Marks { ofBefore, ofTheSuspension };
 
-/// Locks or unlocks the users for which `isWanted` says so.
-template <class Wanted>
-Outcome switchUsers(const std::vector<DatabaseUser>& users, DatabaseWish wish, Wanted isWanted, Text& result) {
-  std::vector<DatabaseCall> calls;
-  for (const DatabaseUser& user : users) {
-    if (isWanted(user)) calls.push_back(user.call(wish == DatabaseWish::lock ? "lock" : "unlock"));
-  }
+/// Puts the requests to the server.
+Outcome carryOutAll(std::vector<DatabaseCall> calls, Text& result) {
   if (!askDatabaseServer(calls, kLockTime, result)) return Outcome::unanswered;
   Outcome outcome = Outcome::done;
   for (const DatabaseCall& call : calls) {
@@ -34,31 +31,44 @@ Outcome switchUsers(const std::vector<DatabaseUser>& users, DatabaseWish wish, W
   return outcome;
 }
 
-Outcome lockUsers(const char* account, const DatabaseOwners& owners, LockedBefore& before, Text& result) {
+/// Notes which users were locked before the suspension, unless that is known. What is known is in `kept` then.
+int keepBefore(const char* account, const std::vector<DatabaseUser>& users, Marks marks, LockedBefore& before,
+               ListFile& kept) {
+  if (before.read(account, kept)) return 1;
+  for (const DatabaseUser& user : users) {
+    const bool wasMarked = user.isMarked && marks == Marks::ofBefore;
+    if (user.isLocked || wasMarked) kept.addElement(user.text().c_str());
+  }
+  return before.keep(account, kept);
+}
+
+Outcome lockUsers(const char* account, const DatabaseOwners& owners, LockedBefore& before, Text& result,
+                  Marks marks = Marks::ofBefore) {
   std::vector<DatabaseUser> users;
   if (!findUsers(account, owners, users, nullptr, result)) return Outcome::unanswered;
   ListFile kept(nullptr);
-  if (!before.read(account, kept)) {
-    for (const DatabaseUser& user : users) {
-      if (user.isLocked) kept.addElement(user.text().c_str());
-    }
-    if (!before.keep(account, kept)) {
-      addResult(result, "Unable to keep which database users of ", account, " were locked before");
-      return Outcome::refused;
-    }
+  if (!keepBefore(account, users, marks, before, kept)) {
+    addResult(result, "Unable to keep which database users of ", account, " were locked before");
+    return Outcome::refused;
   }
-  // One that is locked already may have been when the server went, with its sessions left.
-  return switchUsers(
-      users, DatabaseWish::lock, [](const DatabaseUser&) { return true; }, result);
+  std::vector<DatabaseCall> calls;
+  for (const DatabaseUser& user : users) {
+    const bool isConverted = marks == Marks::ofTheSuspension && user.isMarked;
+    if (isConverted && !kept.existElement(user.text().c_str())) calls.push_back(user.call("unmark"));
+    // One that is locked already may have been when the server went, with its sessions left.
+    calls.push_back(user.call("lock"));
+  }
+  return carryOutAll(std::move(calls), result);
 }
 
 Outcome unlockUsers(const char* account, const DatabaseOwners& owners, const ListFile& stay, Text& result) {
   std::vector<DatabaseUser> users;
   if (!findUsers(account, owners, users, nullptr, result)) return Outcome::unanswered;
-  const auto isWanted = [&](const DatabaseUser& user) {
-    return user.isLocked && !stay.existElement(user.text().c_str());
-  };
-  return switchUsers(users, DatabaseWish::unlock, isWanted, result);
+  std::vector<DatabaseCall> calls;
+  for (const DatabaseUser& user : users) {
+    if (user.isLocked && !stay.existElement(user.text().c_str())) calls.push_back(user.call("unlock"));
+  }
+  return carryOutAll(std::move(calls), result);
 }
 
 /// Ends a call in the documented way.
@@ -115,6 +125,15 @@ int unlockDatabases(const char* account, const DatabaseOwners& owners, LockedBef
   Text words;
   const Outcome outcome = unlockUsers(account, owners, stay, words);
   return conclude(outcome, account, DatabaseWish::unlock, &stay, words, result);
+}
+
+int convertDatabaseLocks(const char* account, const DatabaseOwners& owners, LockedBefore& before, Text& result) {
+  if (!hasDatabases()) return 1;
+  if (!takeBackUnlock(account, before)) {
+    return fail(result, "Unable to keep which database users of ", account, " were locked before");
+  }
+  const Outcome outcome = lockUsers(account, owners, before, result, Marks::ofTheSuspension);
+  return outcome == Outcome::done && setDatabaseWish(account, DatabaseWish::none);
 }
 
 void carryOutDatabaseWishes(LockedBefore& before) {

@@ -2,20 +2,33 @@
 
 #include <string_view>
 
+#include "account/model/account_lock.h"
 #include "core/config/config.h"
 #include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"
 #include "core/sys/sys.h"
 #include "services/web/address_files.h"
+#include "services/web/php_limits.h"
 #include "services/web/web_rewrite.h"
 
 namespace zvtaskq {
 
 namespace {
 
+/// Seconds to wait for who works on the account. A backup of it may take hours, and changes nothing that is read here.
+constexpr int kOthersTime = 10;
+
+/// Who suspends, frees or deletes an account queues its rewrite before the account's record says so: what is read
+/// before that work has ended would be the state before it.
+void waitForOthers(const char* account) {
+  const AccountLock turn(account, kOthersTime);
+  if (!turn.held()) debug(10, "%s is worked on by others, its web sites are rewritten meanwhile", account);
+}
+
 int rewriteFor(const char* account) {
   Text result;
+  if (account != nullptr) waitForOthers(account);
   if (rewriteWebServers(account, result)) return 1;
   errorLog("Unable to rewrite the web server's configuration: %s", result.orEmpty());
   return 0;
@@ -39,7 +52,12 @@ int confirmFile(const Task& task) {
   return 0;
 }
 
+int rebuildLimits(const Task&) {
+  return rebuildPhpLimits();
+}
+
 constexpr ActionRow kRows[] = {
+    {"cache", "value", "safemode", rebuildLimits, "rebuilds the list of what the accounts' PHP may do"},
     {"confirm", "type", "httpd.conf", confirmFile, "confirms that the web server includes a file"},
     {"confirm_removed", "type", "httpd.conf", confirmFile, "confirms that the web server includes a file no more"},
     {"rewrite", "value", "httpd", rewriteWeb, "rewrites the web server's configuration"},

@@ -108,7 +108,10 @@ int PhpPools::candidate(const WebAccount& account, const std::string& version, C
   values[WebToken::home] = {account.home};
   values[WebToken::socket] = {phpSocketOf(account.name, version)};
   std::string text;
-  if (!template_.fill(kLive | kPhp, values, text, result)) return 0;
+  unsigned flags = kLive | kPhp;
+  if (account.phpLimits.openBasedir) flags |= kOpenBasedir;
+  if (account.phpLimits.safeMode) flags |= kSafeMode;
+  if (!template_.fill(flags, values, text, result)) return 0;
   out = {{account.name, version},
          joined(folderOf(version), "/zorvane-", account.name, ".conf"),
          std::move(text),

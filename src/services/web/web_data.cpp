@@ -315,6 +315,7 @@ Gathered WebData::gather(const std::string& account, WebAccount& out) {
   const SystemAccount* system = systemAccounts().find(account.c_str());
   out.name = account;
   out.isSuspended = record.isValue("suspended", "yes") != 0;
+  out.phpLimits = phpLimits_.of(account.c_str());
   if (system != nullptr) out.ids = system->ids;
   if (system != nullptr) out.home = system->home;
   if (!isPlainPath(out.home)) {

@@ -9,6 +9,7 @@
 #include "core/record/config_file.h"
 #include "core/sys/identity.h"
 #include "services/web/certificates.h"
+#include "services/web/php_limits.h"
 
 namespace zvtaskq {
 
@@ -45,6 +46,7 @@ struct WebAccount {
   std::string home;
   Ids ids{};
   bool isSuspended = false;
+  PhpLimits phpLimits;
   std::vector<WebSite> sites;
   /// Certificates that have to be judged; until then its sites have the one before, or none of their own.
   std::vector<NewCertificate> fresh;
@@ -79,6 +81,7 @@ class WebData {
   ConfigFile owners_{nullptr};
   /// Installed versions of PHP, the newest last.
   std::vector<std::string> php_;
+  PhpLimitList phpLimits_;
   std::set<std::string> ours_;
   std::map<std::string, std::vector<std::string>, std::less<>> linked_;
   std::set<std::string> owned_;

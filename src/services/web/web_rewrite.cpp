@@ -182,7 +182,7 @@ int rewriteWebServers(const char* account, Text& result) {
     done = rewrite.run();
     hasQueued = rewrite.hasQueued();
   }
-  if (done && !hasQueued) queueTask("httpd", "restart");
+  if (!hasQueued) queueTask("httpd", "restart");
   return done;
 }
 

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "core/config/config.h"
+#include "core/files/paths.h"
 #include "core/files/safe_file.h"
 #include "core/panel/task_queue.h"
 #include "core/process/child.h"
@@ -28,15 +29,21 @@ constexpr std::string_view kReplaced = " (deleted)";
 
 struct Server {
   const char* name;
-  Text Settings::*pidFile;
   /// What its program is called.
-  const char* programs[2];
+  std::string programs[2];
   int signal;
-  /// What tests its configuration with the word "configtest"; null for a server that does so itself.
-  const char* tester;
+  /// What tests its configuration, and the word for that; empty for a server that does so itself.
+  std::string tester;
+  const char* testWord;
 };
-constexpr Server kNginx{"Nginx", &Settings::nginx_pid, {"nginx", "nginx"}, SIGHUP, nullptr};
-constexpr Server kApache{"Apache", &Settings::apache_pid, {"httpd", "apache2"}, SIGUSR1, "/usr/sbin/apachectl"};
+const Server& nginx() {
+  static const Server server{"Nginx", {"nginx", "nginx"}, SIGHUP, "", nullptr};
+  return server;
+}
+const Server& apache() {
+  static const Server server{"Apache", {"httpd", "apache2"}, SIGUSR1, "/usr/sbin/apachectl", "configtest"};
+  return server;
+}
 
 /// The number that the file begins with; 0 with the reason in `why`.
 pid_t readPid(const char* path, std::string& why) {
@@ -72,8 +79,8 @@ bool runs(pid_t pid, const Server& server) {
 }
 
 bool passesTest(const Server& server, std::string& why) {
-  if (server.tester == nullptr) return true;
-  ChildPlan plan = ChildPlan::program(server.tester, {"configtest"});
+  if (server.tester.empty()) return true;
+  ChildPlan plan = ChildPlan::program(server.tester, {server.testWord});
   plan.identity = kRootIds;
   plan.errors = ChildPlan::Stream::collect;
   plan.timeLimit = kTestTime;
@@ -99,9 +106,9 @@ int send(const Server& server, const char* pidFile, std::string& why) {
   return 0;
 }
 
-int tell(const Server& server, const Config& conf, Text* result) {
+int tell(const Server& server, const char* pidFile, Text* result) {
   std::string why;
-  if (send(server, (conf.*(server.pidFile)).orEmpty(), why)) return 1;
+  if (send(server, pidFile, why)) return 1;
   errorLog("Unable to reload %s: %s", server.name, why.c_str());
   if (result != nullptr) addResult(*result, "Unable to reload ", server.name, ": ", why);
   return 0;
@@ -115,11 +122,20 @@ int queueReload(const char* service) {
 
 int hup(const Config& conf, Text* result) {
   if (conf.nginx_proxy != 0) {
-    const int proxy = tell(kNginx, conf, result);
-    return tell(kApache, conf, result) && proxy ? 1 : 0;
+    const int proxy = tell(nginx(), conf.nginx_pid.orEmpty(), result);
+    return tell(apache(), conf.apache_pid.orEmpty(), result) && proxy ? 1 : 0;
   }
   if (conf.litespeed != 0) return queueReload("litespeed");
-  return tell(conf.nginx != 0 ? kNginx : kApache, conf, result);
+  if (conf.nginx != 0) return tell(nginx(), conf.nginx_pid.orEmpty(), result);
+  return tell(apache(), conf.apache_pid.orEmpty(), result);
+}
+
+int reloadPhp(const std::string& version) {
+  const std::string program = "php-fpm" + version;
+  const std::string pidFile = joined("/run/php/php", version, "-fpm.pid");
+  const AsRoot root;
+  if (pathExists(pidFile.c_str(), PathKind::file) == 0) return 1;
+  return tell({"PHP-FPM", {program, program}, SIGUSR2, "/usr/sbin/" + program, "-t"}, pidFile.c_str(), nullptr);
 }
 
 }  // namespace zvtaskq::web_server

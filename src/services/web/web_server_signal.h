@@ -1,6 +1,8 @@
 // Telling the web servers that run to read their configuration and open their logs anew.
 #pragma once
 
+#include <string>
+
 #include "core/text/text.h"
 
 namespace zvtaskq {
@@ -21,6 +23,10 @@ namespace web_server {
 /// Runs under any identity, which is the same afterwards. 0 when any of them was not told: one error-log line each, and
 /// the same words in `result`, when it is given, followed by "<br>\n".
 [[nodiscard]] int hup(const Config& conf, Text* result);
+
+/// Tells the PHP-FPM of that version to read its pools anew, when it runs and its own test finds no fault in them.
+/// Requests that are being served end. Runs under any identity, which is the same afterwards. 0 with an error-log line.
+[[nodiscard]] int reloadPhp(const std::string& version);
 
 }  // namespace web_server
 

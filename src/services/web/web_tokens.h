@@ -109,6 +109,8 @@ enum WebFlag : unsigned {
   kBytes = 1U << 13,
   kNoPhp = 1U << 14,
   kHasChallenges = 1U << 15,
+  kOpenBasedir = 1U << 16,
+  kSafeMode = 1U << 17,
 };
 /// In the order of their bits.
 inline constexpr WebFlagRow kWebFlags[] = {
@@ -128,6 +130,8 @@ inline constexpr WebFlagRow kWebFlags[] = {
     {"BYTES", "This server writes the byte log: nginx, when both are there."},
     {"NO_PHP", "Pages are served here, and there is no PHP: its files must not be shown."},
     {"HAS_CHALLENGES", "Certificates are asked for (`letsencrypt`)."},
+    {"OPEN_BASEDIR", "In the template of pools: it opens files below the home alone (`open_basedir`)."},
+    {"SAFEMODE", "In the template of pools: it starts no programs (`safemode`)."},
 };
 
 }  // namespace zvtaskq

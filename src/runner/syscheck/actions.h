@@ -1,0 +1,10 @@
+// The queue lines of the self-check.
+#pragma once
+
+#include "core/panel/task.h"
+
+namespace zvtaskq {
+
+ActionRows syscheckActions();
+
+}  // namespace zvtaskq
