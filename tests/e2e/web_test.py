@@ -99,6 +99,9 @@ class WebTest(PanelTest):
 
     def apache(self, modules="", **how):
         settings(apachelogdir=APACHE_LOGS, httpdconf=APACHE_LIST, apacheips=APACHE_IPS, **how)
+        if not os.path.exists("/etc/apache2.kept"):
+            shell("cp -a /etc/apache2 /etc/apache2.kept")
+            self.addCleanup(shell, "rm -rf /etc/apache2; mv /etc/apache2.kept /etc/apache2")
         shell("sed -i '/zorvane/d' %s; echo 'Include %s' >> %s; echo 'Include %s' >> %s; : > /etc/apache2/ports.conf; "
               "rm -f /etc/apache2/sites-enabled/*; mkdir -p /run/apache2; a2dismod -q -f remoteip >/dev/null 2>&1; a2enmod -q ssl http2 headers %s >/dev/null" % (
                   APACHE, APACHE_IPS, APACHE, APACHE_LIST, APACHE, modules))

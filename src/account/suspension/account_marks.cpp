@@ -69,10 +69,12 @@ std::vector<PasswordFile> ftpOf(const AccountHolder& holder) {
   return files;
 }
 
-/// Does it to each file, as far as it goes well.
+/// Does it to each file: one that fails keeps no other from it.
 template <class Do>
 int inEach(const std::vector<PasswordFile>& files, Do work) {
-  return std::all_of(files.begin(), files.end(), [&](const PasswordFile& file) { return work(file) != 0; }) ? 1 : 0;
+  int done = 1;
+  for (const PasswordFile& file : files) done &= work(file);
+  return done;
 }
 
 int noteMarksIn(const PasswordFile& file, SuspensionNotes& notes, Text& result) {
@@ -194,13 +196,13 @@ int freeMailboxes(const char* domain, const SuspensionNotes& notes, Text& result
 }
 
 int markFtp(const AccountHolder& holder, Text& result) {
-  return inEach(ftpOf(holder), [&](const PasswordFile& file) { return markIn(file, result); }) &&
-         queueFtpPasswords(result);
+  const int done = inEach(ftpOf(holder), [&](const PasswordFile& file) { return markIn(file, result); });
+  return queueFtpPasswords(result) & done;
 }
 
 int freeFtp(const AccountHolder& holder, const SuspensionNotes& notes, Text& result) {
-  return inEach(ftpOf(holder), [&](const PasswordFile& file) { return freeIn(file, notes, result); }) &&
-         queueFtpPasswords(result);
+  const int done = inEach(ftpOf(holder), [&](const PasswordFile& file) { return freeIn(file, notes, result); });
+  return queueFtpPasswords(result) & done;
 }
 
 int dropFtp(const AccountHolder& holder, Text& result) {
@@ -211,7 +213,8 @@ int dropFtp(const AccountHolder& holder, Text& result) {
     };
     return file ? editLines(file.path, file.owner, drop, {}, result) : 1;
   };
-  return inEach(ftpOf(holder), dropIn) && queueFtpHosts(result);
+  const int done = inEach(ftpOf(holder), dropIn);
+  return queueFtpHosts(result) & done;
 }
 
 }  // namespace zvtaskq

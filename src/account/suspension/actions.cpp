@@ -7,6 +7,7 @@
 #include "core/record/list_file.h"
 #include "core/sys/log.h"
 #include "core/sys/safe_point.h"
+#include "services/database/helper.h"
 
 namespace zvtaskq {
 
@@ -29,7 +30,7 @@ int convertOne(const char* account, int& converted, Text& result) {
 
 /// One account that cannot be converted keeps no other from it; a server that does not answer all of them.
 int convertSuspended(const Task&) {
-  if (isDemo()) return 1;
+  if (isDemo() || !hasDatabases()) return 1;
   ListFile accounts(nullptr);
   if (!listAccounts(accounts)) {
     errorLog("Unable to read the accounts");

@@ -101,7 +101,7 @@ int moveTables(const Command& command, std::string_view from, std::string_view t
   if (there < 0) return 0;
   if (there > 0) return command.refuse(joined("the database ", to, " is there already, and holds tables"));
   for (std::string& table : tables) {
-    const std::string name = "." + quotedName(table);
+    const std::string name = joined(".", quotedName(table));
     table = joined(quotedName(from), name, " TO ", quotedName(to), name);
   }
   return command.server.run("RENAME TABLE " + joinedWith(", ", tables));

@@ -14,6 +14,7 @@
 #include "notify/ticket.h"
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/services_table.h"
+#include "services/ftp/proftpd_check.h"
 #include "services/rewrite/ask_server.h"
 #include "services/rewrite/left_out.h"
 #include "services/web/server_check.h"
@@ -32,7 +33,6 @@ struct CheckRow {
 };
 const CheckRow kRows[] = {
     {"named", {"/usr/bin/named-checkconf", "/usr/sbin/named-checkconf"}, {}},
-    {"proftpd", {"/usr/sbin/proftpd", nullptr}, {"-t"}},
     {"exim", {"/usr/sbin/exim", "/usr/sbin/exim4"}, {"-bV"}},
     {"dovecot", {"/usr/bin/doveconf", "/usr/sbin/doveconf"}, {"-n"}},
     {"sshd", {"/usr/sbin/sshd", nullptr}, {"-t"}},
@@ -58,11 +58,13 @@ Verdict ask(const char* program, std::vector<std::string> arguments, std::string
 
 /// What the service's own check says; `unknown` when it has none.
 Verdict check(const char* service, std::string& words) {
-  const bool isApache = std::strcmp(service, "httpd") == 0 && !sys_conf->nginx;
-  if (isApache) return checkServer(WebServer::apache, {}, words);
-  if (std::strcmp(service, "httpd") == 0 || std::strcmp(service, "nginx") == 0) {
+  // As in its name here: "httpd" may stand for Nginx.
+  const bool isNginx = sys_conf->nginx && !sys_conf->service_names.isEmpty();
+  if (std::strcmp(service, "nginx") == 0 || (std::strcmp(service, "httpd") == 0 && isNginx)) {
     return checkServer(WebServer::nginx, {}, words);
   }
+  if (std::strcmp(service, "httpd") == 0) return checkServer(WebServer::apache, {}, words);
+  if (std::strcmp(service, "proftpd") == 0) return checkProftpd({}, words);
   for (const CheckRow& row : kRows) {
     if (std::strcmp(service, row.service) != 0) continue;
     const char* program = firstTool(row.programs);
@@ -100,7 +102,10 @@ bool isKeptFrom(const char* service, const char* verb) {
   const Verdict verdict = check(service, words);
   if (verdict == Verdict::unknown) return false;
   const Origin origin{service, ""};
-  const std::string fingerprint = fingerprintOf(words);
+  // Moments and process numbers are others each time.
+  std::string same = words;
+  std::erase_if(same, [](unsigned char c) { return std::isdigit(c) != 0; });
+  const std::string fingerprint = fingerprintOf(same);
   LeftOutNotes told("services");
   told.read();
   const bool isKnown = told.holds(origin, fingerprint);

@@ -55,12 +55,12 @@ bool StartBackoff::waits(const char* service) {
   if (!isOn()) return false;
   const Failures failures = failuresOf(known_, service);
   if (failures.count == 0) return false;
-  missed_.setParam(service, known_.getValue(service));
   const int over = failures.count - sys_conf->service_backoff;
   if (over < 0) return false;
   const int wait = std::min(kMinute << std::min(over, kMostDoublings), kLongestWait);
   const StampAge age = ageOf(failures.last, std::time(nullptr));
   if (age.isAhead || age.seconds >= wait - kSlack) return false;
+  missed_.setParam(service, known_.getValue(service));
   debug(1000, "%s failed to start %d times in a row, tried again after %d seconds", service, failures.count, wait);
   return true;
 }

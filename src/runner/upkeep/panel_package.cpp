@@ -35,10 +35,17 @@ bool isLocal(const std::string& source) {
   return std::any_of(std::begin(kLocal), std::end(kLocal), [&](auto start) { return source.starts_with(start); });
 }
 
-ChildResult askAsNobody(const char* program, std::vector<std::string> arguments, ChildPlan::Stream errors) {
+/// Whoever judges a package must be somebody whom no other program is, since that one could meddle with him: the
+/// package manager's own user where there is one.
+Ids judgeIds() {
+  const Ids own = idsOf("_apt");
+  return own.user == kUnknownId ? nobodyIds() : own;
+}
+
+ChildResult ask(const char* program, std::vector<std::string> arguments, ChildPlan::Stream errors) {
   ChildPlan plan = ChildPlan::program(program, std::move(arguments));
-  plan.identity = nobodyIds();
-  plan.workingDirectory = "/";
+  plan.identity = judgeIds();
+  plan.workingDirectory = std::string(1, '/');
   plan.errors = errors;
   plan.outputLimit = kLargest + 1;
   plan.timeLimit = kFetchTime;
@@ -48,12 +55,11 @@ ChildResult askAsNobody(const char* program, std::vector<std::string> arguments,
 
 int fetchUrl(const std::string& url, std::string& content, bool& isMissing, std::string& why) {
   const char* scheme = isLocal(url) ? "=http" : "=https";
-  ChildResult child =
-      askAsNobody("/usr/bin/curl",
-                  {"--silent", "--fail", "--location", "--max-redirs", "5", "--globoff", "--proto", scheme,
-                   "--proto-redir", scheme, "--max-time", std::to_string(kFetchTime - kToolTime), "--max-filesize",
-                   std::to_string(kLargest), "--disable", "--url", url},
-                  ChildPlan::Stream::discard);
+  ChildResult child = ask("/usr/bin/curl",
+                          {"--disable", "--silent", "--fail", "--location", "--max-redirs", "5", "--globoff", "--proto",
+                           scheme, "--proto-redir", scheme, "--max-time", std::to_string(kFetchTime - kToolTime),
+                           "--max-filesize", std::to_string(kLargest), "--url", url},
+                          ChildPlan::Stream::discard);
   isMissing = child.status == kNotFound;
   why = child.timedOut                   ? "it takes too long"
         : child.output.size() > kLargest ? "it is too large"
@@ -138,8 +144,8 @@ int fetchPart(const std::string& source, std::string& content, bool& isMissing, 
 }
 
 int readPackage(const std::string& path, PackageFields& fields, std::string& why) {
-  const ChildResult child = askAsNobody(
-      "/usr/bin/dpkg-deb", {"--showformat", "${Package}\n${Version}\n", "--show", path}, ChildPlan::Stream::discard);
+  const ChildResult child = ask("/usr/bin/dpkg-deb", {"--showformat", "${Package}\n${Version}\n", "--show", path},
+                                ChildPlan::Stream::discard);
   const std::size_t end = child.output.find('\n');
   if (child.status != 0 || child.timedOut || end == std::string::npos) {
     why = "it is no package";
@@ -156,15 +162,18 @@ std::string programVersionOf(const std::string& packageVersion) {
   return packageVersion.substr(0, packageVersion.rfind('-'));
 }
 
-bool isNewerPackage(const PackageFields& fields) {
+std::string presentVersion() {
   const ChildResult present =
-      askAsNobody("/usr/bin/dpkg-query", {"--showformat", "${db:Status-Status} ${Version}", "--show", kPackageName},
-                  ChildPlan::Stream::discard);
+      ask("/usr/bin/dpkg-query", {"--showformat", "${db:Status-Status} ${Version}", "--show", kPackageName},
+          ChildPlan::Stream::discard);
   constexpr std::string_view kInstalled = "installed ";
-  if (present.status == 0 && present.output.starts_with(kInstalled)) {
-    const std::string version = present.output.substr(kInstalled.size());
-    return askAsNobody("/usr/bin/dpkg", {"--compare-versions", fields.version, "gt", version},
-                       ChildPlan::Stream::discard)
+  const bool isInstalled = present.status == 0 && present.output.starts_with(kInstalled);
+  return isInstalled ? present.output.substr(kInstalled.size()) : "";
+}
+
+bool isNewerPackage(const PackageFields& fields) {
+  if (const std::string version = presentVersion(); !version.empty()) {
+    return ask("/usr/bin/dpkg", {"--compare-versions", fields.version, "gt", version}, ChildPlan::Stream::discard)
                .status == 0;
   }
   const std::optional<Version> offered = readVersion(programVersionOf(fields.version));
@@ -172,10 +181,10 @@ bool isNewerPackage(const PackageFields& fields) {
 }
 
 std::string whyNotSigned(const UpdateFolder& folder, const char* package, const char* signature, const char* key) {
-  const ChildResult child = askAsNobody("/usr/bin/gpgv",
-                                        {"--homedir", "/nonexistent", "--status-fd", "1", "--keyring", folder.path(key),
-                                         folder.path(signature), folder.path(package)},
-                                        ChildPlan::Stream::discard);
+  const ChildResult child = ask("/usr/bin/gpgv",
+                                {"--homedir", "/nonexistent", "--status-fd", "1", "--keyring", folder.path(key),
+                                 folder.path(signature), folder.path(package)},
+                                ChildPlan::Stream::discard);
   const auto says = [&](const char* word) {
     return child.output.find(joined("[GNUPG:] ", word, " ")) != std::string::npos;
   };

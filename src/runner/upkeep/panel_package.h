@@ -42,6 +42,8 @@ struct PackageFields {
 [[nodiscard]] int readPackage(const std::string& path, PackageFields& fields, std::string& why);
 /// The program's version in that of a package: without the distribution's part.
 std::string programVersionOf(const std::string& packageVersion);
+/// The version of the panel's package that is installed; empty when none is.
+std::string presentVersion();
 /// Whether it is newer than what is installed: the package, or when the program was not installed as one, the program
 /// itself.
 bool isNewerPackage(const PackageFields& fields);

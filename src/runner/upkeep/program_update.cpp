@@ -36,6 +36,7 @@ constexpr int kInstallTime = 900;
 constexpr int kAnswerTime = 20;
 constexpr std::size_t kMostWords = 500;
 constexpr mode_t kOthersWrite = 022;
+const std::string kTop(1, '/');
 
 enum class Outcome { updated, failed, nothing };
 
@@ -48,14 +49,13 @@ class ProgramUpdate {
     if (!folder_.take(why_) || !fetch(source)) return Outcome::failed;
     if (!isNewerPackage(fields_)) return Outcome::nothing;
     if (!tryOut()) return Outcome::failed;
-    hasInstalled_ = true;
+    before_ = presentVersion();
     if (install(kPackage, why_) && answers(why_)) return keep();
     putBack();
     return Outcome::failed;
   }
 
   const std::string& why() const { return why_; }
-  bool hasInstalled() const { return hasInstalled_; }
 
  private:
   /// Many servers that update at the same minute of the day must not ask at the same second.
@@ -111,7 +111,7 @@ class ProgramUpdate {
   static std::string versionOf(const std::string& program) {
     ChildPlan plan = ChildPlan::program(program, {"--version"});
     plan.identity = nobodyIds();
-    plan.workingDirectory = "/";
+    plan.workingDirectory = kTop;
     plan.errors = ChildPlan::Stream::discard;
     plan.outputLimit = kMostWords;
     plan.timeLimit = kAnswerTime;
@@ -140,7 +140,7 @@ class ProgramUpdate {
     if (!folder || sys::fchown(folder.get(), nobody.user, nobody.group) != 0) return refuse(std::strerror(errno));
     ChildPlan plan = ChildPlan::program("/usr/bin/dpkg-deb", {"--extract", folder_.path(kPackage), trial});
     plan.identity = nobody;
-    plan.workingDirectory = "/";
+    plan.workingDirectory = kTop;
     plan.errors = ChildPlan::Stream::discard;
     plan.timeLimit = kInstallTime;
     const ChildResult child = runChild(plan);
@@ -165,7 +165,7 @@ class ProgramUpdate {
     arguments.push_back(path);
     ChildPlan plan = ChildPlan::program("/usr/bin/env", std::move(arguments));
     plan.identity = kRootIds;
-    plan.workingDirectory = "/";
+    plan.workingDirectory = kTop;
     plan.errors = ChildPlan::Stream::collect;
     plan.timeLimit = kInstallTime;
     // Half an installation would be worse than a long one.
@@ -190,12 +190,19 @@ class ProgramUpdate {
     return Outcome::updated;
   }
 
+  /// Only when something was changed, and by what was there before.
   void putBack() {
     std::string why;
     const AsRoot root;
+    if (!before_.empty() && presentVersion() == before_) {
+      why_.append("; nothing was changed");
+      return;
+    }
     if (!pathExists(folder_.path(kBefore).c_str(), PathKind::file)) {
       why_.append("; there is no package of before to be put back");
-    } else if (readPackage(folder_.path(kBefore), fields_, why) && install(kBefore, why) && answers(why)) {
+    } else if (readPackage(folder_.path(kBefore), fields_, why) && fields_.version != before_ && !before_.empty()) {
+      why_.append(joined("; the package of version ", before_, ", which was there before, is not kept"));
+    } else if (why.empty() && install(kBefore, why) && answers(why)) {
       why_.append(joined("; the package of before was put back, version ", fields_.version));
     } else {
       why_.append("; the package of before cannot be put back: ").append(why);
@@ -205,7 +212,8 @@ class ProgramUpdate {
   UpdateFolder folder_;
   PackageFields fields_;
   std::string why_;
-  bool hasInstalled_ = false;
+  /// The version that the package manager had before.
+  std::string before_;
 };
 
 void tellFailure(const std::string& why) {
@@ -226,7 +234,7 @@ int updateProgram() {
   if (outcome == Outcome::nothing) {
     systemLog("Request to update denied: software is up to date at version %s", sys_conf->version);
   }
-  if (update.hasInstalled()) doservice("zorvane", "restart");
+  doservice("zorvane", "restart");
   return outcome == Outcome::updated ? 1 : 0;
 }
 

@@ -100,8 +100,15 @@ std::string reasonIn(std::string_view output) {
   return printable(std::string_view(words).substr(0, kLongestWords));
 }
 
-bool holds(const std::string& output, std::string_view words) {
-  return output.find(words) != std::string::npos;
+/// Whether the client itself says so: in a line of its own, and not in what the authority tells of a site's answer.
+bool says(const std::string& output, std::string_view words) {
+  const std::string line = joined("ERROR: ", words);
+  return output.starts_with(line) || output.find("\n" + line) != std::string::npos;
+}
+
+/// Whether the authority answered with that kind of error. In what it tells of a site's answer quotes are escaped.
+bool isKind(const std::string& output, std::string_view kind) {
+  return output.find(joined("\"urn:ietf:params:acme:", kind, "\"")) != std::string::npos;
 }
 
 }  // namespace
@@ -147,7 +154,7 @@ Signing AcmeClient::sign(const std::string& request, std::string& pem, std::stri
   // A number that was used or has aged is no refusal.
   for (int i = 0; i < kTries; ++i) {
     child = runChild(plan);
-    if (child.status == 0 || child.timedOut || !holds(child.output, "error:badNonce")) break;
+    if (child.status == 0 || child.timedOut || !isKind(child.output, "error:badNonce")) break;
   }
   pem = certificatesIn(child.output);
   if (child.status == 0 && !child.timedOut && !pem.empty() && pem.size() <= kLargest) return Signing::done;
@@ -155,7 +162,7 @@ Signing AcmeClient::sign(const std::string& request, std::string& pem, std::stri
           : pem.size() > kLargest ? "the answer is too large"
                                   : reasonIn(child.output);
   const bool isReachable =
-      child.status != -1 && child.status != 127 && !holds(child.output, "Problem connecting to server");
+      child.status != -1 && child.status != 127 && !says(child.output, "Problem connecting to server");
   return isReachable ? Signing::refused : Signing::unreachable;
 }
 

@@ -10,6 +10,7 @@
 #include "core/panel/run_state.h"
 #include "core/panel/state_folder.h"
 #include "core/panel/task.h"
+#include "core/panel/task_queue.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "notify/ticket.h"
@@ -105,6 +106,12 @@ class CertificateCheck {
   bool isWhole_ = true;
 };
 
+void queueOrder(const char* domain) {
+  ConfigFile more(nullptr);
+  more.setParam("domain", domain);
+  static_cast<void>(pushOnTaskQueue("rewrite", "letsencrypt", nullptr, &more));
+}
+
 /// Held as long as it is open.
 Descriptor takeTurn() {
   const AsRoot root;
@@ -125,6 +132,8 @@ int checkCertificates(const char* only) {
   const Descriptor turn = takeTurn();
   if (!turn) {
     debug(10, "Another run looks at the certificates");
+    // An order is not to be lost: that run may be past the domain.
+    if (only != nullptr) queueOrder(only);
     return 1;
   }
   return CertificateCheck(only).run();

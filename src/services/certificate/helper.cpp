@@ -46,7 +46,7 @@ void askCertificateHelper(std::vector<std::string> requests,
            child.status);
   answer.empty();
   answer.setParam("result", "failed");
-  answer.setParam("error", "no answer");
+  answer.setParam("error", kNoAnswer);
   while (answered < plan.inputs.size()) take(answered++, answer);
 }
 

@@ -125,6 +125,7 @@ class Gathering {
       answer.getValue("from", &one.from);
       answer.getValue("until", &one.until);
       if (!answer.isValue("result", "done")) one.error = printable(answer.getOrEmpty("error"));
+      one.isUnknown = answer.isValue("error", kNoAnswer);
     });
     places_.clear();
   }

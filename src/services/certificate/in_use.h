@@ -20,6 +20,8 @@ struct CertificateInUse {
   long long until = 0;
   /// Why it cannot be read; empty when it can.
   std::string error;
+  /// Nobody could say what it is: the helper gave no answer.
+  bool isUnknown = false;
   /// The names that the panel asks for one for, separated by colons; empty when it does not keep this one renewed.
   std::string wanted;
   /// The panel asked for the one that is there, and for these names.

@@ -46,7 +46,7 @@ std::string recordOf(const CertificateInUse& one, const std::string& certificate
 
 /// The one answer to one request.
 std::string askOnce(std::string request, ConfigFile& found) {
-  std::string error = "no answer";
+  std::string error = kNoAnswer;
   askCertificateHelper({std::move(request)}, [&](std::size_t, const ConfigFile& answer) {
     found.fill(&answer);
     error = answer.isValue("result", "done") ? "" : printable(answer.getOrEmpty("error"));
@@ -58,6 +58,7 @@ std::string askOnce(std::string request, ConfigFile& found) {
 
 bool isDue(const CertificateInUse& one, long long now) {
   if (one.wanted.empty() || !one.isOurs) return false;
+  if (one.isUnknown) return false;
   if (!one.isThere || !one.error.empty()) return true;
   if (!one.issuedNames.empty() && one.issuedNames != one.wanted) return true;
   const int days = sys_conf->letsencrypt_renewal_days;
@@ -76,7 +77,10 @@ int Renewal::run(std::vector<const CertificateInUse*> due, bool isOrdered) {
     unreachable(why);
     return 1;
   }
-  std::stable_sort(due.begin(), due.end(), [](const auto* a, const auto* b) { return a->until < b->until; });
+  // What is served now comes before what never was: a site that does not answer must not use up the time of those.
+  std::stable_sort(due.begin(), due.end(), [](const auto* a, const auto* b) {
+    return std::pair(!a->isThere, a->until) < std::pair(!b->isThere, b->until);
+  });
   const auto end = std::chrono::steady_clock::now() + kMostTime;
   int count = 0;
   bool isOver = false;

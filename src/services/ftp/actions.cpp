@@ -19,6 +19,8 @@ int rewriteFtp(const Task&) {
   const bool isPure = sys_conf->pureftp != 0;
   if (isPure ? rewritePureDatabase(result) : rewriteFtpHosts(result) && tellRefusedLines(result)) return 1;
   errorLog("Unable to rewrite the FTP %s: %s", isPure ? "password database" : "hosts", result.orEmpty());
+  // What was suspended or deleted must not stay let in until the next change.
+  queueTask("rewrite", "pureftp_db");
   return 0;
 }
 

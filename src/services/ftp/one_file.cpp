@@ -38,7 +38,6 @@ class Conversion {
     }
     return done;
   }
-  bool hasMoved() const { return hasMoved_; }
 
  private:
   int readOwned() {
@@ -96,7 +95,6 @@ class Conversion {
                 file.place.domain.c_str(), simulates_ ? "would go to" : "go to", all_.path.c_str());
     }
     if (simulates_) return 1;
-    hasMoved_ = hasMoved_ || !moved.empty();
     return editLines(
                all_.path, all_.owner, [](auto, auto&) { return LineFate::keep; }, added, result_) &&
            takeOut(file, moved);
@@ -130,7 +128,6 @@ class Conversion {
   FtpFile all_;
   FtpHolders holders_;
   std::set<std::string> owned_;
-  bool hasMoved_ = false;
 };
 
 }  // namespace
@@ -142,7 +139,8 @@ int convertToOneFtpFile(bool simulates, Text& result) {
   }
   Conversion conversion(simulates, result);
   const int done = conversion.run();
-  return (!conversion.hasMoved() || queueFtpHosts(result)) && done ? 1 : 0;
+  // One that was killed may have taken files away already.
+  return (simulates || queueFtpHosts(result)) && done ? 1 : 0;
 }
 
 }  // namespace zvtaskq
