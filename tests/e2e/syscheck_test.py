@@ -88,8 +88,8 @@ class SyscheckTest(PanelTest):
             self.check(), ("cat has no system account", "restore"), ("the home /home/bob: No such", "install -d -o bob"),
             ("the home /home/ann is not", "chown ann"), ("dan of %s/boss/users.list" % USERS, "take the name out"),
             ("ann/user.conf cannot be read", "backup"), ("bob.example.conf cannot", "backup"), ("bob/ip.list cannot", "backup"),
-            ("ann.example.cert ends within 5 days", "renew"), ("cat.example.cert cannot be read", "renew"),
-            ("/etc/site.cert ends within 1 days", "renew"))
+            ("ann ann.example: the certificate ends within 5 days", "renew"), ("cat cat.example: the certificate cannot be read", "renew"),
+            ("the server's apachecert: the certificate ends within 1 days", "renew"))
 
     def test_many_of_a_kind(self):
         settings(**{"nothing_reads_%02d" % i: 1 for i in range(25)})

@@ -69,10 +69,10 @@ int unlockServices(const char* account, SuspensionNotes& notes, Text& result) {
   });
 }
 
-int convertSuspendedDatabases(const char* account, SuspensionNotes& notes, Text& result) {
+int convertSuspendedDatabases(const char* account, SuspensionNotes& notes, bool& answers, Text& result) {
   NotedUsers before(&notes);
   return withOwners(result, [&](const ListFile&, const DatabaseOwners& owners) {
-    return convertDatabaseLocks(account, owners, before, result);
+    return convertDatabaseLocks(account, owners, before, answers, result);
   });
 }
 

@@ -14,8 +14,8 @@ namespace zvtaskq {
 [[nodiscard]] int lockServices(const char* account, SuspensionNotes& notes, Text& result);
 [[nodiscard]] int unlockServices(const char* account, SuspensionNotes& notes, Text& result);
 /// Locks those of a suspended account whom something older has kept out in another way (`convertDatabaseLocks`). 0 also
-/// when the server does not answer.
-[[nodiscard]] int convertSuspendedDatabases(const char* account, SuspensionNotes& notes, Text& result);
+/// when the server does not answer, which `answers` then tells.
+[[nodiscard]] int convertSuspendedDatabases(const char* account, SuspensionNotes& notes, bool& answers, Text& result);
 /// Drops his databases and their users.
 [[nodiscard]] int dropDatabasesOf(const char* account, Text& result);
 /// Whether there are none yet that would belong to a new account of that name.

@@ -19,11 +19,11 @@ bool isSuspended(const char* account) {
 }
 
 /// 1 also for one that is not suspended any more when its turn comes.
-int convertOne(const char* account, int& converted, Text& result) {
+int convertOne(const char* account, int& converted, bool& answers, Text& result) {
   AccountWork work(account);
   if (!work.open(result)) return 0;
   if (!work.isSuspended()) return 1;
-  if (!convertSuspendedDatabases(account, work.notes, result)) return 0;
+  if (!convertSuspendedDatabases(account, work.notes, answers, result)) return 0;
   ++converted;
   return 1;
 }
@@ -37,12 +37,13 @@ int convertSuspended(const Task&) {
     return 0;
   }
   int converted = 0, failed = 0;
-  for (int i = 0; i < accounts.size(); ++i) {
+  bool answers = true;
+  for (int i = 0; i < accounts.size() && answers; ++i) {
     const char* account = accounts.getElementAt(i);
     atSafePoint();
     if (!isSuspended(account)) continue;
     Text result;
-    if (convertOne(account, converted, result)) continue;
+    if (convertOne(account, converted, answers, result)) continue;
     errorLog("The database users of %s are not converted: %s", account, result.orEmpty());
     ++failed;
   }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "core/sys/privileges.h"
 #include "notify/ticket.h"
 #include "runner/monitor/process_table.h"
+#include "runner/monitor/service_names.h"
 #include "runner/monitor/services_table.h"
 #include "services/ftp/proftpd_check.h"
 #include "services/rewrite/ask_server.h"
@@ -58,15 +58,12 @@ Verdict ask(const char* program, std::vector<std::string> arguments, std::string
 
 /// What the service's own check says; `unknown` when it has none.
 Verdict check(const char* service, std::string& words) {
-  // As in its name here: "httpd" may stand for Nginx.
-  const bool isNginx = sys_conf->nginx && !sys_conf->service_names.isEmpty();
-  if (std::strcmp(service, "nginx") == 0 || (std::strcmp(service, "httpd") == 0 && isNginx)) {
-    return checkServer(WebServer::nginx, {}, words);
-  }
-  if (std::strcmp(service, "httpd") == 0) return checkServer(WebServer::apache, {}, words);
-  if (std::strcmp(service, "proftpd") == 0) return checkProftpd({}, words);
+  const std::string meant = serviceMeantBy(service);
+  if (meant == "nginx") return checkServer(WebServer::nginx, {}, words);
+  if (meant == "httpd") return checkServer(WebServer::apache, {}, words);
+  if (meant == "proftpd") return checkProftpd({}, words);
   for (const CheckRow& row : kRows) {
-    if (std::strcmp(service, row.service) != 0) continue;
+    if (meant != row.service) continue;
     const char* program = firstTool(row.programs);
     return program == nullptr ? Verdict::unknown : ask(program, row.arguments, words);
   }

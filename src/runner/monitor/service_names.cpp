@@ -34,10 +34,14 @@ bool readEntry(std::string_view entry, std::string& service, ServiceName& name) 
 
 }  // namespace
 
+std::string serviceMeantBy(const char* service) {
+  const bool isNginx = !sys_conf->service_names.isEmpty() && sys_conf->nginx && std::string_view(service) == "httpd";
+  return isNginx ? "nginx" : service;
+}
+
 ServiceName serviceNameOf(const char* service) {
   std::string_view entries = sys_conf->service_names.view();
-  const bool isNginx = !entries.empty() && sys_conf->nginx && std::string_view(service) == "httpd";
-  const std::string wanted = isNginx ? "nginx" : service;
+  const std::string wanted = serviceMeantBy(service);
   while (!entries.empty()) {
     const std::string entry = take(entries, ',');
     std::string known;

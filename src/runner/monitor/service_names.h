@@ -12,9 +12,13 @@ struct ServiceName {
   std::string process;
 };
 
+/// The service that a name of the panel's means here: where `service_names` has entries, "httpd" is Nginx when that is
+/// the web server.
+std::string serviceMeantBy(const char* service);
+
 /// By `service_names`: entries "name:unit:process", separated by commas, of which an empty unit or process is the name
-/// itself. A service without an entry goes by its own name. Where there are entries, "httpd" means Nginx when that is
-/// the web server. An entry that cannot be one is passed over, with an error-log line a day.
+/// itself. A service without an entry goes by its own name. An entry that cannot be one is passed over, with an
+/// error-log line a day.
 ServiceName serviceNameOf(const char* service);
 
 }  // namespace zvtaskq

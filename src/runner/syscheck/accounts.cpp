@@ -12,7 +12,6 @@
 #include "core/record/panel_file.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
-#include "runner/syscheck/certificate_ends.h"
 #include "runner/syscheck/checks.h"
 #include "runner/syscheck/placed.h"
 
@@ -37,7 +36,7 @@ constexpr const char* kUserList = "users.list";
 
 class AccountCheck {
  public:
-  AccountCheck(Issues& issues, const ListFile& all) : issues_(issues), certificates_(issues), all_(all) {}
+  AccountCheck(Issues& issues, const ListFile& all) : issues_(issues), all_(all) {}
 
   void check(const char* account);
   void checkServer();
@@ -53,7 +52,6 @@ class AccountCheck {
   }
 
   Issues& issues_;
-  CertificateEnds certificates_;
   const ListFile& all_;
 };
 
@@ -103,7 +101,6 @@ void AccountCheck::checkDomains(const char* account) {
                  "put it back from a backup, or delete the domain in the panel");
     }
     checkPlaced({domainFile(account, domain.c_str(), "key"), kPanelUser, 0600, kOthers, true}, Concern::files, issues_);
-    certificates_.add(joined(account, " ", domain), domainFile(account, domain.c_str(), "cert"));
   }
 }
 
@@ -140,11 +137,6 @@ void AccountCheck::check(const char* account) {
 
 void AccountCheck::checkServer() {
   for (const char* list : kServerLists) checkListed(adminFile(list));
-  const AsRoot root;
-  certificates_.add("the server's certificate of Apache", joined(sys_conf->apachecert));
-  if (sys_conf->nginx != 0 || sys_conf->nginx_proxy != 0) {
-    certificates_.add("the server's certificate of nginx", joined(sys_conf->nginx_cert));
-  }
 }
 
 }  // namespace

@@ -19,9 +19,16 @@ struct Check {
   void (*run)(Issues& issues);
 };
 constexpr Check kChecks[] = {
-    {"services", checkServicesRun}, {"open files", checkOpenFiles}, {"settings", checkSettingNames},
-    {"files", checkPanelFiles},     {"templates", checkTemplates},  {"accounts", checkAccounts},
-    {"leftovers", checkLeftovers},  {"clock", checkClock},          {"space", checkSpace},
+    {"services", checkServicesRun},
+    {"open files", checkOpenFiles},
+    {"settings", checkSettingNames},
+    {"files", checkPanelFiles},
+    {"templates", checkTemplates},
+    {"accounts", checkAccounts},
+    {"certificates", checkCertificateEnds},
+    {"leftovers", checkLeftovers},
+    {"clock", checkClock},
+    {"space", checkSpace},
 };
 
 int checkSystem(const Task&) {

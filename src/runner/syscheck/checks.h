@@ -17,8 +17,10 @@ void checkSettingNames(Issues& issues);
 void checkPanelFiles(Issues& issues);
 /// The templates that an installation brings.
 void checkTemplates(Issues& issues);
-/// All accounts in one pass, for two minutes at most: system account, home, folder, records, certificates.
+/// All accounts in one pass, for two minutes at most: system account, home, folder, records.
 void checkAccounts(Issues& issues);
+/// Certificates of domains and of the server that end within two weeks, have ended, or cannot be read.
+void checkCertificateEnds(Issues& issues);
 /// What a run that was killed has left, and nothing has finished for an hour.
 void checkLeftovers(Issues& issues);
 /// Whether the clock can be right, and whether something keeps it so.

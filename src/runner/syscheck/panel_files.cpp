@@ -60,9 +60,7 @@ void checkAdminFolder(Issues& issues) {
   struct stat what {};
   const AsRoot root;
   if (sys::lstat(path.c_str(), what) == 0 && (what.st_mode & 07777) != kAdminMode) {
-    char mode[16];
-    std::snprintf(mode, sizeof mode, "%03o", static_cast<unsigned>(what.st_mode & 07777));
-    issues.add(Concern::files, joined(path, " has mode ", mode), joined("call chmod 1731 ", path));
+    issues.add(Concern::files, joined(path, " has mode ", octal(what.st_mode)), joined("call chmod 1731 ", path));
     return;
   }
   checkPlaced({path, kPanelUser, S_IFDIR | kAdminMode, 0}, Concern::files, issues);

@@ -14,12 +14,6 @@ namespace zvtaskq {
 
 namespace {
 
-std::string octal(mode_t mode) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%03o", static_cast<unsigned>(mode & 07777));
-  return text;
-}
-
 bool isOwners(const struct stat& what, const char* owner) {
   const bool rootMay = std::string_view(owner) != "nobody";
   return what.st_uid == getUID(owner) || (rootMay && what.st_uid == kRootIds.user);
@@ -40,6 +34,12 @@ std::string makingOf(const Placed& placed) {
 }
 
 }  // namespace
+
+std::string octal(mode_t mode) {
+  char text[16];
+  std::snprintf(text, sizeof text, "%03o", static_cast<unsigned>(mode & 07777));
+  return text;
+}
 
 void checkPlaced(const Placed& placed, Concern kind, Issues& issues) {
   struct stat what {};

@@ -9,6 +9,9 @@
 
 namespace zvtaskq {
 
+/// The permission bits of a mode as people write them.
+std::string octal(mode_t mode);
+
 struct Placed {
   std::string path;
   /// Whose it is to be; root's is always right but for "nobody".

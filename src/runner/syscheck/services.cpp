@@ -55,12 +55,15 @@ long long logsIn(const char* path) {
   return count;
 }
 
-/// The limit in force of a process; -1 when it has none, or is gone.
+/// The limit in force of a process of root's; -1 when it is another's, has none, or is gone. Anybody may call a process
+/// of his as a web server's is called, whose first one is root's.
 long long openFilesOf(std::string_view pid) {
   const AsRoot root;
   const Descriptor file(sys::open(joined("/proc/", pid, "/limits").c_str(), O_RDONLY));
+  struct stat what {};
   std::string text;
-  if (!file || !sys::readAll(file.get(), text, kMostLimits)) return -1;
+  if (!file || sys::fstat(file.get(), what) != 0 || what.st_uid != kRootIds.user) return -1;
+  if (!sys::readAll(file.get(), text, kMostLimits)) return -1;
   const std::size_t place = text.find(kLimitLine);
   long long limit = -1;
   if (place == std::string::npos || std::sscanf(text.c_str() + place + kLimitLine.size(), "%lld", &limit) != 1)

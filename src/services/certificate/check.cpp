@@ -60,7 +60,7 @@ class CertificateCheck {
 
   /// A line for the notice when it has come nearer; empty when not.
   std::string lookAtEnd(const CertificateInUse& one) {
-    if (!one.isThere) return "";
+    if (!one.isThere || one.isUnknown) return "";
     CertificateNote note = notes_.get(one.name);
     const int stage = one.error.empty() ? stageOf(one.until - now_) : kUnreadable;
     const bool isNew = stage > note.told;

@@ -24,7 +24,8 @@ struct CertificateInUse {
   bool isUnknown = false;
   /// The names that the panel asks for one for, separated by colons; empty when it does not keep this one renewed.
   std::string wanted;
-  /// The panel asked for the one that is there, and for these names.
+  /// The panel may replace it: it asked for the one that is there, for these names, or somebody asks for one where
+  /// there is none of the panel's asking.
   bool isOurs = false;
   std::string issuedNames;
 

@@ -16,7 +16,7 @@ struct CertificateNote {
   long long next = 0;
   /// When it was asked for in the last week.
   std::vector<long long> asked;
-  /// How near its end was when the administrators were told last: see `stageOf` in expiry.h.
+  /// How near its end was when the administrators were told last: see `stageOf` in check.h.
   int told = 0;
 };
 

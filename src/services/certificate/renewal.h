@@ -25,9 +25,10 @@ class Renewal {
  public:
   Renewal(CertificateNotes& notes, long long now) : notes_(notes), now_(now) {}
 
-  /// Asks for all of these, those that end first at first. Domains that failed lately are passed over, unless
-  /// `isOrdered`, and so are those that were asked for often enough this week. One that fails does not keep the others.
-  /// 0 when there is more to do than one run may. Works under any identity, which is the same afterwards.
+  /// Asks for all of these: those that are there, the nearest end first, then those that never were. Domains that
+  /// failed lately are passed over, unless `isOrdered`, and so are those that were asked for often enough this week.
+  /// One that fails does not keep the others. 0 when there is more to do than one run may. Works under any identity,
+  /// which is the same afterwards.
   int run(std::vector<const CertificateInUse*> due, bool isOrdered);
 
   /// What the administrators are to be told, a line a certificate.

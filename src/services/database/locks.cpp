@@ -127,12 +127,14 @@ int unlockDatabases(const char* account, const DatabaseOwners& owners, LockedBef
   return conclude(outcome, account, DatabaseWish::unlock, &stay, words, result);
 }
 
-int convertDatabaseLocks(const char* account, const DatabaseOwners& owners, LockedBefore& before, Text& result) {
+int convertDatabaseLocks(const char* account, const DatabaseOwners& owners, LockedBefore& before, bool& answers,
+                         Text& result) {
   if (!hasDatabases()) return 1;
   if (!takeBackUnlock(account, before)) {
     return fail(result, "Unable to keep which database users of ", account, " were locked before");
   }
   const Outcome outcome = lockUsers(account, owners, before, result, Marks::ofTheSuspension);
+  answers = outcome != Outcome::unanswered;
   return outcome == Outcome::done && setDatabaseWish(account, DatabaseWish::none);
 }
 

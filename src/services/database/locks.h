@@ -37,10 +37,10 @@ class LockedBefore {
                                   Text& result);
 /// Brings a suspended account's users to today's way: those whose hash an older suspension has marked with "!" are
 /// freed of the mark and locked instead, and so are all others. One that the suspension found marked already keeps its
-/// mark. Changes nothing and gives 0 with words when the server does not answer: this is not done later. May be
-/// repeated.
+/// mark. Changes nothing and gives 0 with words when the server does not answer, which `answers` then tells: this is
+/// not done later. May be repeated.
 [[nodiscard]] int convertDatabaseLocks(const char* account, const DatabaseOwners& owners, LockedBefore& before,
-                                       Text& result);
+                                       bool& answers, Text& result);
 /// Does what could not be done before. Costs one look at the file system when there is nothing. An account that another
 /// process works on waits for the next time. While the server does not answer, the error log says so once a day.
 void carryOutDatabaseWishes(LockedBefore& before);

@@ -30,7 +30,7 @@ class Conversion {
   Conversion(bool simulates, Text& result) : simulates_(simulates), result_(result) {}
 
   int run() {
-    if (!mainFtpFile(all_, result_) || !holders_.read(result_) || !readOwned()) return 0;
+    if (!mainFtpFile(all_, result_) || !holders_.read(result_) || !readOwned() || !readThere()) return 0;
     int done = 1;
     for (const FtpHolder& holder : holders_.all()) {
       if (!convert(holder)) done = 0;
@@ -40,6 +40,14 @@ class Conversion {
   }
 
  private:
+  /// What the file of all has; of a name that is there twice, the servers take the first.
+  int readThere() {
+    const auto note = [&](std::string_view line) {
+      if (!line.empty() && line.front() != '#') there_.try_emplace(std::string(line.substr(0, line.find(':'))), line);
+    };
+    return readLinesOf(all_.path, all_.owner, note, result_);
+  }
+
   int readOwned() {
     std::vector<Address> addresses;
     if (!readAddresses(addresses)) return fail(result_, "the addresses cannot be read");
@@ -73,17 +81,11 @@ class Conversion {
   }
 
   int convertFile(const FtpFile& file) {
-    std::map<std::string, std::string> there;
-    const auto note = [&](const FtpEntry& entry, std::string_view line) {
-      // Of one that is there twice, the servers take the first.
-      if (entry.fate != FtpFate::none) there.try_emplace(std::string(line.substr(0, line.find(':'))), line);
-    };
-    if (!eachFtpEntry(all_, holders_, note, result_)) return 0;
     std::string added;
     std::set<std::string, std::less<>> moved;
     const auto take = [&](FtpEntry entry, std::string_view line) {
       if (entry.fate == FtpFate::none) return;
-      if (entry.fate != FtpFate::refused && mayJoin(entry, there, added)) {
+      if (entry.fate != FtpFate::refused && mayJoin(entry, added)) {
         moved.emplace(line);
       } else {
         tellRefused(entry);
@@ -101,9 +103,9 @@ class Conversion {
   }
 
   /// What is there as it would be was brought by a conversion that did not come to its end.
-  static bool mayJoin(FtpEntry& entry, std::map<std::string, std::string>& there, std::string& added) {
+  bool mayJoin(FtpEntry& entry, std::string& added) {
     const std::string line = entry.line();
-    const auto [found, isNew] = there.try_emplace(entry.name, line);
+    const auto [found, isNew] = there_.try_emplace(entry.name, line);
     if (isNew) added.append(line) += '\n';
     entry.field = "name";
     entry.why = "another of that name is in the file of all";
@@ -128,6 +130,8 @@ class Conversion {
   FtpFile all_;
   FtpHolders holders_;
   std::set<std::string> owned_;
+  /// The lines of the file of all, by their names.
+  std::map<std::string, std::string> there_;
 };
 
 }  // namespace
