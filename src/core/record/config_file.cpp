@@ -301,9 +301,9 @@ bool ConfigFile::makeRoom() {
   if (pairs_ != nullptr && count_ < capacity_) return true;
 
   const long long wanted = pairs_ == nullptr ? capacity_ : capacity_ * (capacity_ < 64 ? 4 : 2);
-  void* grown = std::realloc(pairs_, static_cast<std::size_t>(wanted) * sizeof(Pair));
+  const auto bytes = [](long long pairs) { return static_cast<std::size_t>(pairs) * sizeof(Pair); };
+  void* grown = grownInLargePages(pairs_, pairs_ == nullptr ? 0 : bytes(count_), bytes(wanted));
   if (grown == nullptr) return false;
-  preferLargePages(grown, static_cast<std::size_t>(wanted) * sizeof(Pair));
   if (pairs_ != nullptr) debug(3501, "ConfigFile::ensureRoom: param=%lld size=%lld", count_, wanted);
   pairs_ = static_cast<Pair*>(grown);
   capacity_ = wanted;

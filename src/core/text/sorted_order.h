@@ -4,12 +4,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
+#include <type_traits>
 #include <utility>
-#include <vector>
 
+#include "core/text/large_pages.h"
 #include "core/text/text.h"
 
 namespace zvtaskq {
@@ -56,6 +57,24 @@ struct Entry {
   std::uint32_t index;
 };
 
+/// Memory for as long as a sort lasts, in large pages; without it there is no going on.
+class Room {
+ public:
+  explicit Room(std::size_t size) : memory_(roomInLargePages(size)) {
+    if (memory_ == nullptr) std::abort();
+  }
+  Room(const Room&) = delete;
+  Room& operator=(const Room&) = delete;
+  ~Room() { std::free(memory_); }
+  template <class Thing>
+  Thing* of() const {
+    return static_cast<Thing*>(memory_);
+  }
+
+ private:
+  void* memory_;
+};
+
 inline unsigned byteOf(const Entry& entry, std::size_t byte) {
   return entry.key >> (8 * byte) & 0xFF;
 }
@@ -90,8 +109,8 @@ inline bool firstByteTells(const Entry* from, const Entry* to) {
 /// Brings many entries into the order of their keys' leading bytes, as many as tell that many entries apart. Those in
 /// which they agree stay in the order they came in, which is that of the memory they stand for. Returns the lowest byte
 /// that was looked at, 0 when the order is that of the whole keys. No comparison, so none that a processor could
-/// foresee wrongly.
-inline std::size_t distribute(Entry* from, Entry* to) {
+/// foresee wrongly. `room` holds as many entries again.
+inline std::size_t distribute(Entry* from, Entry* to, Entry* room) {
   const auto size = static_cast<std::size_t>(to - from);
   std::array<std::array<std::uint32_t, 256>, kKeyBytes> counts{};
   for (const Entry* entry = from; entry != to; ++entry) {
@@ -104,8 +123,7 @@ inline std::size_t distribute(Entry* from, Entry* to) {
   }
   const bool isPlain = lowest == 0 && firstByteTells(from, to);
   if (isPlain) lowest = kKeyBytes - 1;
-  const std::unique_ptr<Entry[]> room(new Entry[size]);
-  Entry *source = from, *target = room.get();
+  Entry *source = from, *target = room;
   for (std::size_t byte = lowest; byte < kKeyBytes; ++byte) {
     auto& places = counts[byte];
     if (places[byteOf(*source, byte)] == size) continue;
@@ -118,9 +136,9 @@ inline std::size_t distribute(Entry* from, Entry* to) {
   return isPlain ? 0 : lowest;
 }
 
-inline void sortManyByKey(Entry* from, Entry* to) {
+inline void sortManyByKey(Entry* from, Entry* to, Entry* room) {
   if (to - from < kManyItems) return sortByKey(from, to);
-  const std::size_t shift = 8 * distribute(from, to);
+  const std::size_t shift = 8 * distribute(from, to, room);
   if (shift == 0) return;
   for (Entry* next = from; from < to; from = next) {
     while (next < to && next->key >> shift == from->key >> shift) ++next;
@@ -133,8 +151,9 @@ inline void sortManyByKey(Entry* from, Entry* to) {
 template <class TextAt, class Hint, class Compare>
 class TextSort {
  public:
-  /// `compare` decides between texts as a whole; `hint` asks for what `textAt` looks at; no entry lies at `end`.
-  TextSort(TextAt textAt, Hint hint, Compare compare, const Entry* end)
+  /// `compare` decides between texts as a whole; `hint` asks for what `textAt` looks at. The entries end at `end`,
+  /// behind which there is room for as many again when they are `kManyItems` or more.
+  TextSort(TextAt textAt, Hint hint, Compare compare, Entry* end)
       : textAt_(textAt), hint_(hint), compare_(compare), end_(end) {}
 
   /// The texts agree in their first `depth` bytes.
@@ -145,7 +164,7 @@ class TextSort {
       static_cast<void>(makeKeys(from, to, depth, shared));
     }
     depth += shared + kKeyBytes;
-    sortManyByKey(from, to);
+    sortManyByKey(from, to, end_);
     for (Entry* next = from; from < to; from = next) {
       while (next < to && next->key == from->key) ++next;
       if (next - from > 1) sortEqual(from, next, depth);
@@ -201,7 +220,7 @@ class TextSort {
   TextAt textAt_;
   Hint hint_;
   Compare compare_;
-  const Entry* end_;
+  Entry* end_;
 };
 
 }  // namespace sorting
@@ -225,7 +244,7 @@ void applyOrder(Item* items, std::uint32_t* order, std::size_t count) {
 }
 
 /// Sorts the items by `textOf(item)`; where texts are equal, `tie(a, b)` (negative, 0, positive) decides, then the
-/// place they came in. Returns whether any two texts were equal.
+/// place they came in. Items are moved as bytes. Returns whether any two texts were equal.
 template <class Item, class TextOf, class Tie>
 bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
   using sorting::Entry;
@@ -255,11 +274,16 @@ bool sortByText(Item* items, std::size_t count, TextOf textOf, Tie tie) {
     applyOrder(items, order.data(), count);
     return repeats;
   }
-  std::vector<std::uint32_t> order(count);
-  orderInto(std::vector<Entry>(count).data(), order.data());
-  // Gathered from a copy: following the moves in place would wait for memory at each step.
-  const std::vector<Item> before(items, items + count);
-  for (std::size_t i = 0; i < count; ++i) items[i] = before[order[i]];
+  // One room serves for the entries and what distributes them, and then for the items as they were: gathered from a
+  // copy, as following the moves in place would wait for memory at each step.
+  static_assert(std::is_trivially_copyable_v<Item>);
+  const sorting::Room order(count * sizeof(std::uint32_t));
+  const sorting::Room room(count * std::max(2 * sizeof(Entry), sizeof(Item)));
+  auto* const from = order.of<std::uint32_t>();
+  orderInto(room.of<Entry>(), from);
+  auto* const before = room.of<Item>();
+  std::copy(items, items + count, before);
+  for (std::size_t i = 0; i < count; ++i) items[i] = before[from[i]];
   return repeats;
 }
 

@@ -23,15 +23,14 @@ char* TextPool::copy(std::string_view text) {
 
 char* TextPool::takeFromNewChunk(std::size_t size) {
   const std::size_t next = newest_ == nullptr ? kFirstChunk : std::min(newest_->size * 2, kLargestChunk);
-  const std::size_t wanted = std::max(next, size);
-  auto* chunk = static_cast<Chunk*>(std::malloc(sizeof(Chunk) + wanted));
+  const std::size_t wanted = std::max(next, sizeof(Chunk) + size);
+  auto* chunk = static_cast<Chunk*>(roomInLargePages(wanted));
   if (chunk == nullptr) return nullptr;
-  preferLargePages(chunk, sizeof(Chunk) + wanted);
   chunk->older = newest_;
   chunk->size = wanted;
   newest_ = chunk;
   next_ = reinterpret_cast<char*>(chunk + 1);
-  end_ = next_ + wanted;
+  end_ = reinterpret_cast<char*>(chunk) + wanted;
   return take(size);
 }
 
@@ -50,7 +49,7 @@ void TextPool::reset() {
   Chunk* kept = newest_->size <= kLargestChunk ? newest_ : nullptr;
   freeAll(kept);
   next_ = kept == nullptr ? nullptr : reinterpret_cast<char*>(kept + 1);
-  end_ = kept == nullptr ? nullptr : next_ + kept->size;
+  end_ = kept == nullptr ? nullptr : reinterpret_cast<char*>(kept) + kept->size;
   if (kept != nullptr) kept->older = nullptr;
 }
 

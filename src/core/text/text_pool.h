@@ -30,7 +30,7 @@ class TextPool {
  private:
   struct Chunk {
     Chunk* older;
-    std::size_t size;
+    std::size_t size;  // itself included
   };
   char* takeFromNewChunk(std::size_t size);
   void freeAll(Chunk* but);

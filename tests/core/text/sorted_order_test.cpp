@@ -1,10 +1,12 @@
 #include "core/text/sorted_order.h"
 
+#include <deque>
+
 #include "support/fixtures.h"
 
 namespace {
 struct Item {
-  std::string text;
+  std::string_view text;
   unsigned value, place;
 };
 
@@ -23,22 +25,23 @@ TEST(SortByText, OrdersWhateverTheTextsShareAsComparingThemDoes) {
   for (const unsigned count : {0U, 1U, 2U, 7U, 32U, 33U, 300U, 1024U, 5000U}) {
     for (int round = 0; round < 20; ++round) {
       const unsigned kinds = 1 + random(5), letters = 1 + random(6), longest = 1 + random(30);
+      std::deque<std::string> texts;
       std::vector<Item> items;
       for (unsigned i = 0; i < count; ++i) {
         std::string text = pieces[random(kinds)] + pieces[random(kinds)];
         for (unsigned more = random(longest); more > 0; --more) text += bytes[random(letters)];
         // In the second round one text alone begins otherwise, somewhere among those that share much.
         if (round == 1) text.insert(0, i == count / 3 ? "www" : pieces[2]);
-        items.push_back({round == 0 ? "" : text, random(3), i});
+        items.push_back({texts.emplace_back(round == 0 ? "" : text), random(3), i});
       }
       std::vector<Item> want = items;
       std::stable_sort(want.begin(), want.end(), [](const Item& a, const Item& b) {
-        const int order = strcomp(std::string_view(a.text), std::string_view(b.text));
+        const int order = strcomp(a.text, b.text);
         return order != 0 ? order < 0 : byValue(a, b) < 0;
       });
       const auto sameText = [](const Item& a, const Item& b) { return a.text == b.text; };
       const bool repeats = std::adjacent_find(want.begin(), want.end(), sameText) != want.end();
-      const auto textOf = [](const Item& item) { return std::string_view(item.text); };
+      const auto textOf = [](const Item& item) { return item.text; };
       EXPECT_EQ(sortByText(items.data(), items.size(), textOf, byValue), repeats);
       for (unsigned i = 0; i < count; ++i) ASSERT_EQ(items[i].place, want[i].place) << count << " items, " << round;
     }
