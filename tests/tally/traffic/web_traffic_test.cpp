@@ -19,10 +19,16 @@ TEST(WebTraffic, LinesAreReadAsNumbers) {
            {"unfinished", "100\n200", 100, 0},
            {"eight digits and more", "12345678\n123456789 1234567\n0 0\n", 12345678 + 123456789 + 1234567.0,
             1234567}}) {
-    writeText(path, log);
-    double upload = 1000;
-    EXPECT_EQ(getHttpTotal(path.c_str(), upload), total) << name;
-    EXPECT_EQ(upload, 1000 + uploaded) << name;
+    // Alone, and among lines such as all logs are full of.
+    for (const int others : {0, 40}) {
+      std::string plain;
+      for (int i = 0; i < others; ++i) plain += "9700 300\n";
+      writeText(path, plain + log + (log.back() == '\n' ? plain : ""));
+      const int plainLines = log.back() == '\n' ? 2 * others : others;
+      double upload = 1000;
+      EXPECT_DOUBLE_EQ(getHttpTotal(path.c_str(), upload), total + 10'000 * plainLines) << name;
+      EXPECT_EQ(upload, 1000 + uploaded + 300 * plainLines) << name;
+    }
   }
   double upload = 3;
   for (const std::string& file : {panel.path("none"), panel.path("admin"), std::string()}) {
