@@ -83,6 +83,10 @@ bool TallyRun::countsMailOnTop() {
   return *mailOnTop_;
 }
 
+FolderNames& TallyRun::namesIn(const std::string& folder, std::string_view ending) {
+  return folders_.try_emplace(folder, folder, ending).first->second;
+}
+
 long long TallyRun::webmailFilesOf(unsigned uid) {
   if (webmail_ == nullptr) webmail_ = std::make_unique<OwnedFiles>(kWebmailFiles);
   return webmail_->of(uid);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/record/config_file.h"
+#include "core/tree/folder_names.h"
 #include "services/database/usage.h"
 #include "tally/counts/account_counts.h"
 #include "tally/disk/owned_files.h"
@@ -56,6 +57,8 @@ class TallyRun {
   const char* ownerOf(const char* domain) const;
   /// Mail outside the homes is counted on top of the quotas, by the settings and partitions of now: looked up once.
   bool countsMailOnTop();
+  /// The names of a folder's files that end so; read once.
+  FolderNames& namesIn(const std::string& folder, std::string_view ending);
   /// The bytes that an owner has among webmail's temporary files.
   long long webmailFilesOf(unsigned uid);
 
@@ -85,6 +88,7 @@ class TallyRun {
   std::unique_ptr<Databases> databases_;
   std::optional<bool> mailOnTop_;
   std::unique_ptr<OwnedFiles> webmail_;
+  std::map<std::string, FolderNames> folders_;
   std::unordered_map<std::string, Allocation> limits_;
   std::map<std::string, std::string> users_;
   std::map<std::string, std::string> domains_;

@@ -91,7 +91,11 @@ void UserStep::visitHost(const char* domain, const char* subdomain, ByteSums& tr
   }
   if (run_.wants(kTallyDisk) && !conf.simple_disk_usage) {
     for (const WebLog& log : webLogsOf(conf, host)) {
-      for (const char* ending : {".log", ".error.log"}) fileSizeOf(joined(log.folder, "/", log.base, ending), false);
+      FolderNames& names = run_.namesIn(log.folder, ".log");
+      for (const char* ending : {".log", ".error.log"}) {
+        const std::string name = log.base + ending;
+        if (names.mayHave(name)) fileSizeOf(joined(log.folder, "/", name), false);
+      }
     }
   }
   if (run_.wants(kTallyHousekeeping)) static_cast<void>(rotateLogs(&conf, name_.c_str(), domain, subdomain));

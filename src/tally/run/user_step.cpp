@@ -143,8 +143,9 @@ void UserStep::measureOthers() {
   const long long webmail = run_.webmailFilesOf(system_.ids.user);
   if (webmail > 0) disk_.du_detail(webmail, "webmail", false);
   for (const std::string& domain : domains_) {
-    const std::string lists = joined(run_.conf.emailvirtual, "/majordomo/list.", domain);
-    const TreeSize size = measureTree(lists.c_str());
+    const std::string folder = joined(run_.conf.emailvirtual, "/majordomo"), lists = "list." + domain;
+    if (!run_.namesIn(folder, "").mayHave(lists)) continue;
+    const TreeSize size = measureTree(joined(folder, "/", lists).c_str());
     if (size.bytes <= 0) continue;
     disk_.du_detail(size.bytes, joined("majordomo of ", domain).c_str(), true);
     mailOnTop_ += static_cast<double>(size.bytes);
