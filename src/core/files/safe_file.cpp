@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "core/sys/fail_point.h"
 
@@ -67,25 +68,29 @@ Descriptor openRotated(const char* path, const LogMark& mark) {
   return rotated && mark.fits(rotated.get()) ? std::move(rotated) : Descriptor();
 }
 
-SafeFile::SafeFile(const char* path)
+SafeFile::SafeFile(const char* path, std::shared_ptr<const Descriptor> folder)
     : place_(path),
       temporary_(joined(path, ".temp")),
       temporaryName_(place_.name + ".temp"),
+      folder_(std::move(folder)),
       buffer_(new char[kBuffer]) {}
 
 int SafeFile::open() {
   const FailScope scope("safe_write");
-  // One that may not be listed can be written in all the same.
-  folder_ = Descriptor(sys::open(place_.folder.c_str(), O_RDONLY | O_DIRECTORY));
-  if (!folder_) folder_ = Descriptor(sys::open(place_.folder.c_str(), O_PATH | O_DIRECTORY));
-  if (!folder_) return 0;
+  if (folder_ == nullptr) {
+    Descriptor folder(sys::open(place_.folder.c_str(), O_RDONLY | O_DIRECTORY));
+    // One that may not be listed can be written in all the same.
+    if (!folder) folder = Descriptor(sys::open(place_.folder.c_str(), O_PATH | O_DIRECTORY));
+    if (!folder) return 0;
+    folder_ = std::make_shared<const Descriptor>(std::move(folder));
+  }
   const auto make = [&] {
     constexpr int anew = O_WRONLY | O_CREAT | O_EXCL;
-    file_ = Descriptor(sys::openat(folder_.get(), temporaryName_.c_str(), anew, kModeAlone));
+    file_ = Descriptor(sys::openat(folder_->get(), temporaryName_.c_str(), anew, kModeAlone));
   };
   make();
   if (file_ || errno != EEXIST) return file_ ? 1 : 0;
-  if (sys::unlinkat(folder_.get(), temporaryName_.c_str(), 0) != 0 && errno != ENOENT) return 0;
+  if (sys::unlinkat(folder_->get(), temporaryName_.c_str(), 0) != 0 && errno != ENOENT) return 0;
   make();
   return file_ ? 1 : 0;
 }
@@ -138,13 +143,13 @@ int SafeFile::rename() {
   const FailScope scope("safe_write");
   // A close can report what a write could not.
   if (file_.close() != 0) return 0;
-  if (sys::renameat(folder_.get(), temporaryName_.c_str(), folder_.get(), place_.name.c_str()) != 0) return 0;
+  if (sys::renameat(folder_->get(), temporaryName_.c_str(), folder_->get(), place_.name.c_str()) != 0) return 0;
   return 1;
 }
 
 void SafeFile::flushFolder() const {
   const FailScope scope("safe_write");
-  syncFolder(folder_.get());
+  syncFolder(folder_->get());
 }
 
 }  // namespace zvtaskq

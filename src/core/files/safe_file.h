@@ -32,7 +32,8 @@ inline constexpr mode_t kModeAlone = 0600;
 /// the disk. Runs under the identity it finds. A ".temp" that is never put in place stays where it is.
 class SafeFile {
  public:
-  explicit SafeFile(const char* path);
+  /// `folder`: the file's folder, when somebody has it open already; null opens it.
+  explicit SafeFile(const char* path, std::shared_ptr<const Descriptor> folder = nullptr);
   SafeFile(const SafeFile&) = delete;
   SafeFile& operator=(const SafeFile&) = delete;
 
@@ -66,6 +67,7 @@ class SafeFile {
   [[nodiscard]] int rename();
   void flushFolder() const;
   const std::string& folder() const { return place_.folder; }
+  const std::shared_ptr<const Descriptor>& openFolder() const { return folder_; }
   std::string path() const { return joined(place_.folder, "/", place_.name); }
 
   /// The temporary file, for its owner and mode to be set before it is put in place.
@@ -82,7 +84,7 @@ class SafeFile {
   std::string temporary_;
   std::string temporaryName_;
   /// Opened once: a folder that is exchanged meanwhile does not get what was meant for another.
-  Descriptor folder_;
+  std::shared_ptr<const Descriptor> folder_;
   std::unique_ptr<char[]> buffer_;
   std::size_t used_ = 0;
   Descriptor file_;

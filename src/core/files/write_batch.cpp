@@ -10,9 +10,14 @@
 namespace zvtaskq {
 
 namespace {
-/// Each holds two descriptors.
+/// Each holds one descriptor or two.
 constexpr std::size_t kMost = 100;
 }  // namespace
+
+std::shared_ptr<const Descriptor> WriteBatch::folderOf(const char* path) const {
+  const bool isLast = !files_.empty() && files_.back()->folder() == PathParts(path).folder;
+  return isLast ? files_.back()->openFolder() : nullptr;
+}
 
 void WriteBatch::add(std::unique_ptr<SafeFile> file) {
   file->startFlush();

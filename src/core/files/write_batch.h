@@ -19,6 +19,8 @@ class WriteBatch {
   /// Commits what is left.
   ~WriteBatch() { static_cast<void>(commit()); }
 
+  /// The folder of a file at `path`, when the file added last lies there too; otherwise null.
+  std::shared_ptr<const Descriptor> folderOf(const char* path) const;
   /// Takes over a file that is written out and has its owner and mode. Commits when it holds many.
   void add(std::unique_ptr<SafeFile> file);
   /// Flushes the files and puts them in place, under the identity it finds. 0 when one of them, now or earlier, could

@@ -187,7 +187,7 @@ bool DataFile::leftAlone(const char* path) {
 }
 
 int DataFile::writeOwned(const char* path, long long expectedSize) {
-  auto file = std::make_unique<SafeFile>(path);
+  auto file = std::make_unique<SafeFile>(path, batch == nullptr ? nullptr : batch->folderOf(path));
   if (!file->open()) {
     const std::string why = std::strerror(errno);
     addResult(result, "Unable to open file for writing");

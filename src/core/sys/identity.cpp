@@ -75,10 +75,7 @@ int setEffectiveGroup(gid_t group) {
 }  // namespace
 
 bool AccountsFile::hasChanged() {
-  timespec tick{};
-  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &tick);
-  if (tick.tv_sec == lookedAt_.tv_sec && tick.tv_nsec == lookedAt_.tv_nsec) return false;
-  lookedAt_ = tick;
+  if (!tick_.hasPassed()) return false;
   struct stat now {};
   if (::stat("/etc/passwd", &now) != 0) now = {};
   const bool isSame = now.st_ino == seen_.st_ino && now.st_size == seen_.st_size &&

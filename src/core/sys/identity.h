@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "core/sys/clock_tick.h"
+
 namespace zvtaskq {
 
 /// The panel's own Unix user, owner of its data files and logs.
@@ -29,7 +31,7 @@ class AccountsFile {
 
  private:
   struct stat seen_ {};
-  timespec lookedAt_{};
+  ClockTick tick_;
 };
 
 /// The ids the process works under now, and those it was started with.

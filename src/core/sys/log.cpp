@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/sys/clock_tick.h"
 #include "core/sys/identity.h"
 #include "core/sys/sys.h"
 #include "core/text/text.h"
@@ -34,15 +35,18 @@ std::string programTask;
 /// What to do with a message when its file cannot be opened.
 enum class Fallback { whenDebugging, always, drop };
 
+constexpr std::size_t kLogs = 4;
+
 struct LogKind {
+  std::size_t place;
   const char* LogTargets::*path;
   int syslogPriority;
   Fallback fallback;
 };
-constexpr LogKind kErrorLog{&LogTargets::errorLog, LOG_ERR, Fallback::whenDebugging};
-constexpr LogKind kSystemLog{&LogTargets::systemLog, LOG_NOTICE, Fallback::always};
-constexpr LogKind kSecurityLog{&LogTargets::securityLog, LOG_CRIT, Fallback::drop};
-constexpr LogKind kLoginLog{&LogTargets::loginLog, LOG_AUTHPRIV | LOG_INFO, Fallback::whenDebugging};
+constexpr LogKind kErrorLog{0, &LogTargets::errorLog, LOG_ERR, Fallback::whenDebugging};
+constexpr LogKind kSystemLog{1, &LogTargets::systemLog, LOG_NOTICE, Fallback::always};
+constexpr LogKind kSecurityLog{2, &LogTargets::securityLog, LOG_CRIT, Fallback::drop};
+constexpr LogKind kLoginLog{3, &LogTargets::loginLog, LOG_AUTHPRIV | LOG_INFO, Fallback::whenDebugging};
 
 /// Puts the identity back that it found, whatever happens between.
 class KeepIdentity {
@@ -88,6 +92,45 @@ void printWhenUnwritable(const LogKind& kind, const std::string& message) {
   if (kind.fallback == Fallback::whenDebugging && debugLevel > 9) printLine(message);
 }
 
+bool isSame(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+/// A log that stays open between two lines, since opening it costs most of what a line does. Whether it still is what
+/// its path leads to is looked at once a tick of the clock; whether the descriptor still is that file, which a child
+/// may have closed, or has been deleted, each time.
+class KeptLog {
+ public:
+  /// -1 when it is to be opened anew.
+  int descriptor(const char* path) {
+    struct stat now {};
+    if (file_ < 0 || ::fstat(file_, &now) != 0 || !isSame(now, seen_)) {
+      file_ = -1;
+    } else if (now.st_nlink == 0 || (tick_.hasPassed() && (::stat(path, &now) != 0 || !isSame(now, seen_)))) {
+      forget();
+    }
+    return file_;
+  }
+  /// Opens it under the identity of the moment. -1 with errno.
+  int open(const char* path) {
+    file_ = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0640);
+    if (file_ >= 0) static_cast<void>(::fstat(file_, &seen_));
+    return file_;
+  }
+  /// It is another file from now on.
+  void forget() {
+    if (file_ >= 0) ::close(file_);
+    file_ = -1;
+  }
+
+ private:
+  int file_ = -1;
+  struct stat seen_ {};
+  ClockTick tick_;
+};
+
+std::array<KeptLog, kLogs> keptLogs;
+
 void appendToFile(const LogKind& kind, const std::string& message) {
   const char* path = targets.*kind.path;
   std::string line;
@@ -95,17 +138,22 @@ void appendToFile(const LogKind& kind, const std::string& message) {
   line += message;
   line += '\n';
 
-  const int fd =
-      path == nullptr ? -1 : ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0640);
-  if (fd < 0) {
+  KeptLog& log = keptLogs[kind.place];
+  int file = path == nullptr ? -1 : log.descriptor(path);
+  if (path != nullptr && file < 0) {
+    const KeepIdentity keep;
+    const Ids panel = idsOf(kPanelUser);
+    if (panel.user != kUnknownId) static_cast<void>(switchEffective(panel));
+    file = log.open(path);
+  }
+  if (file < 0) {
     if (path == nullptr) errno = ENOENT;
     if (!chrooted) debug(1, "Error opening %s: %s", path == nullptr ? "" : path, std::strerror(errno));
     printWhenUnwritable(kind, message);
     return;
   }
-  const Descriptor file(fd);
   // One write, so that lines of several processes never mix; a full disk must not fail the caller.
-  static_cast<void>(!::write(file.get(), line.data(), line.size()));
+  static_cast<void>(!::write(file, line.data(), line.size()));
 }
 
 void writeLog(const LogKind& kind, const char* format, va_list arguments) {
@@ -116,9 +164,6 @@ void writeLog(const LogKind& kind, const char* format, va_list arguments) {
   } else if (targets.useSyslog) {
     ::syslog(kind.syslogPriority, "%s", message.c_str());
   } else {
-    const KeepIdentity keep;
-    const Ids panel = idsOf(kPanelUser);
-    if (panel.user != kUnknownId) static_cast<void>(switchEffective(panel));
     appendToFile(kind, message);
   }
   errno = error;
@@ -133,8 +178,13 @@ void writeDebug(int level, const char* format, va_list arguments) {
 }  // namespace
 
 void setLogTargets(const LogTargets* from) {
+  reopenLogs();
   loaded = from != nullptr;
   targets = loaded ? *from : LogTargets();
+}
+
+void reopenLogs() {
+  for (KeptLog& log : keptLogs) log.forget();
 }
 
 Log::Log() {

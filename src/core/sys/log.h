@@ -22,6 +22,9 @@ struct LogTargets {
 /// Takes the targets over by copy of the pointers; null means that no configuration is loaded, and messages go to
 /// standard output.
 void setLogTargets(const LogTargets* targets);
+/// The files at the logs' paths are others from now on, for who has just renamed them. Found out by itself, but a few
+/// milliseconds later.
+void reopenLogs();
 
 /// The time-stamp object.
 class Log {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "core/config/config.h"
+#include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/sys.h"
 #include "tally/logs/rotation.h"
@@ -30,6 +31,7 @@ void rotatePanelLogs(const Config* conf) {
   for (const char* log : kLogs) {
     if (!conf->logdir.isEmpty()) rotateIfLarge(joined(conf->logdir, log), conf, false);
   }
+  reopenLogs();
   if (!conf->pipe_log.isEmpty()) rotateIfLarge(std::string(conf->pipe_log.view()), conf, true);
 }
 

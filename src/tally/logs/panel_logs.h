@@ -9,9 +9,9 @@ class Config;
 inline constexpr const char* kPanelLogsMark = "panel_logs";
 
 /// Takes those of the panel's own logs that are above `log_rotate_size` megabytes (0 or less: none) through the
-/// numbered rotation. Those in `logdir` are renamed: who writes to them opens them for every
-/// line. `pipe_log`, which runs hold open, is copied and emptied. Works as root, whatever the identity, and gives it
-/// back.
+/// numbered rotation. Those in `logdir` are renamed: who writes to them opens them anew
+/// within moments. `pipe_log`, which runs hold open, is copied and emptied. Works as root, whatever the identity, and
+/// gives it back.
 void rotatePanelLogs(const Config* conf);
 
 }  // namespace zvtaskq

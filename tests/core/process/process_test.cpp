@@ -232,8 +232,9 @@ TEST(Child, JoinsAPipeline) {
 }
 
 TEST(Child, FailsCleanly) {
-  const int before = openDescriptors();
   const LogCapture logs;
+  errorLog("%s", "open from now on");
+  const int before = openDescriptors();
   for (const char* plan :
        {"process.pipe:EMFILE", "process.pipe:EMFILE:1", "process.pipe:EMFILE:2", "process.fork:EAGAIN"}) {
     Text command = Text::copyOf("echo no");
