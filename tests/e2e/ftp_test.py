@@ -33,6 +33,13 @@ HOSTILE = (("rooty", "uid", "rooty:%(h)s:0:0::/home/bob:"), ("mailer", "uid", "m
            ("odd@bob.example", "hash", "odd@bob.example:$1$a b:%(u)s:%(u)s::/home/bob:"))
 
 
+def lives(session):
+    try:
+        return session.voidcmd("NOOP").startswith("2")
+    except (EOFError, OSError, ftplib.Error):
+        return False
+
+
 class FtpTest(PanelTest):
     def setUp(self):
         super().setUp()
@@ -41,12 +48,13 @@ class FtpTest(PanelTest):
         for name in ("bob", "ann"):
             shell("pkill -KILL -u %s; userdel -rf %s; true" % (name, name), stderr=subprocess.DEVNULL)
             panel.panel_do("addAccount", name, "user", "boss", name + ".example", name + "2.example")
-        uid = pwd.getpwnam("bob").pw_uid
-        self.values = {"h": subprocess.check_output(["openssl", "passwd", "-6", "right"], encoding="ascii").strip(), "u": uid}
+        uid, ann = (pwd.getpwnam(name).pw_uid for name in ("bob", "ann"))
+        self.values = {"h": subprocess.check_output(["openssl", "passwd", "-6", "right"], encoding="ascii").strip(), "u": uid, "a": ann}
         shell("cd /home/bob; install -d -o bob -g bob down; ln -s /etc link")
         self.put(FTP, "bob:%(h)s:%(u)s:%(u)s::/home/bob:\n#comment\n", "web@bob.example:%(h)s:%(u)s:%(u)s:a comment:/home/bob/domains:\n"
                  "sus@bob.example:!%(h)s:%(u)s:%(u)s::/home/bob:\nlocked@bob.example:!!:%(u)s:%(u)s::/home/bob:\n",
-                 *[line + "\n" for _, _, line in HOSTILE], "down@bob.example:%(h)s:%(u)s:%(u)s::/home/bob/down:\n")
+                 *[line + "\n" for _, _, line in HOSTILE], "down@bob.example:%(h)s:%(u)s:%(u)s::/home/bob/down:\n",
+                 "in@ann.example:%(h)s:%(a)s:%(a)s::/home/ann:\n")
         settings(ftppasswd=FTP)
 
     def put(self, path, *lines, user="root"):
@@ -89,6 +97,12 @@ class FtpTest(PanelTest):
             except ftplib.error_perm:
                 pass
             return {name for name in ftp.nlst() if not name.startswith(".")}
+
+    def session(self, name, host="127.0.0.1"):
+        ftp = ftplib.FTP(host, timeout=60)
+        self.addCleanup(ftp.close)
+        ftp.login(name, "right")
+        return ftp
 
     def assertDoors(self, hostile):
         """Who may come in does, shut up in his folder; nobody else."""
@@ -135,11 +149,16 @@ class PureFtpdTest(FtpTest):
         self.assertDoors(("../bob", "up@bob.example"))
         self.assertEqual(self.gets_in("shop@bob2.example"), {"file"})
         self.assertEqual(self.billed("bob"), 5700)
-        # A suspension reaches the database with the next line of the queue.
+        # A suspension reaches the database with the next line of the queue. Who comes in until then goes when it does.
         self.account("suspend", "ann", "test")
+        self.account("activate", "ann")
+        early, staying = self.session("bob"), self.session("in@ann.example")
         self.account("suspend", "bob", "test")
-        self.assertEqual(text(panel.QUEUE).count("pureftp"), 1, "one for both")
+        late = self.session("web@bob.example")
+        self.assertEqual((lives(early), lives(late)), (False, True))
+        self.assertEqual(text(panel.QUEUE).count("pureftp"), 1, "one for all")
         self.run_program()
+        self.assertEqual((lives(late), lives(staying)), (False, True))
         self.assertShut([(name,) for name in (*GOOD, "shop@bob2.example")])
         self.account("activate", "bob")
         self.run_program()
@@ -204,7 +223,9 @@ class ProftpdTest(FtpTest):
         self.assertShut([("sus2",), ("other",), ("web@bob.example",)], host=OWN)
         self.assertShut([("shop",)])
         self.assertEqual(self.billed("bob"), 5790)
+        early, staying = self.session("bob"), self.session("in@ann.example")
         self.account("suspend", "bob", "test")
+        self.assertEqual((lives(early), lives(staying)), (False, True))
         self.assertShut([(name,) for name in GOOD])
         self.assertShut([("bob",), ("shop",)], host=OWN)
         self.account("activate", "bob")

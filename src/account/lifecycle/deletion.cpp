@@ -13,6 +13,7 @@
 #include "account/lifecycle/disk_quota.h"
 #include "account/model/account_hooks.h"
 #include "account/model/account_work.h"
+#include "account/model/ftp_sessions.h"
 #include "account/model/system_accounts.h"
 #include "account/suspension/account_databases.h"
 #include "account/suspension/account_jobs.h"
@@ -84,6 +85,8 @@ int stopForGood(const AccountHolder& holder, Text& result) {
 int removeServices(const AccountHolder& holder, Text& result) {
   int done = dropDatabasesOf(holder.name.c_str(), result);
   done &= dropFtp(holder, result);
+  // Who came in meanwhile would keep the system account there.
+  if (holder.isPerson()) endFtpSessions({holder.ids.user});
   for (const std::string& domain : holder.domains) done &= removeMailDomain(domain.c_str(), result);
   done &= removeMailOf(holder, result);
   return done & removeDomainOwner(holder.name.c_str(), result);

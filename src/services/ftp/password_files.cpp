@@ -50,7 +50,7 @@ class LogIns {
         entry.why = "there is another of that name before it";
         return tellRefused(entry);
       }
-      if (entry.fate == FtpFate::good) take_(entry);
+      take_(entry);
     };
     return eachFtpEntry(file, holders_, take, result);
   }

@@ -30,7 +30,7 @@ struct FtpFile {
 [[nodiscard]] int eachFtpEntry(const FtpFile& file, const FtpHolders& holders,
                                const std::function<void(const FtpEntry&, std::string_view)>& take, Text& result);
 
-/// Lets `take` have every FTP account of all files whose log-in may succeed, none twice. What is refused gets its
+/// Lets `take` have every FTP account of all files that is good or locked, none twice. What is refused gets its
 /// error-log line; an account whose files of domains cannot be read has its others left out with one too. 0 with why in
 /// `result` when the file of all is not there or cannot be read.
 [[nodiscard]] int eachFtpLogIn(const FtpHolders& holders, const std::function<void(const FtpEntry&)>& take,
