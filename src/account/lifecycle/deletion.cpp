@@ -25,6 +25,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "services/web/php_limits.h"
 #include "services/web/pool_closing.h"
 
 namespace zvtaskq {
@@ -146,7 +147,7 @@ int deleteAccount(const char* account, bool leaveDns, Text& result) {
   // The lists last: whoever may delete the account may delete it again.
   if (hasData && !removeData(account, result)) return 0;
   if (hasData) done &= allocate(work.record, false, result);
-  done &= unlistAccount(account, result) & forgetCreation(account, result);
+  done &= unlistAccount(account, result) & forgetCreation(account, result) & forgetPhpLimits(account, result);
   const AccountHooks hooks{"destroy", account, &work.record};
   hooks.tell();
   systemLog("Account %s deleted", account);
