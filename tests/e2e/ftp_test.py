@@ -139,9 +139,9 @@ class PureFtpdTest(FtpTest):
         self.assertRefusals()
         self.assertEqual((panel.owner(DATABASE), panel.mode(DATABASE)), ("root", 0o600))
         self.assertNotIn("pureftp_db", os.listdir(panel.ADMIN + "/state"))
-        before = os.stat(DATABASE)
+        before = os.stat(DATABASE), self.log().count("is refused")
         self.rewrite()
-        self.assertEqual(before, os.stat(DATABASE), "nothing had changed")
+        self.assertEqual(before, (os.stat(DATABASE), self.log().count("is refused")), "nothing had changed")
         for name in ("sus@bob.example", "locked@bob.example", *(name for name, _, _ in HOSTILE)):
             self.assertTrue(name == "bob" or "\0\0\0%c%s" % (len(name), name) not in text(DATABASE), name)
         self.assertIn("\0\0\0\x03bob", text(DATABASE))
@@ -170,11 +170,13 @@ class PureFtpdTest(FtpTest):
         self.rewrite()
         before = text(DATABASE)
         self.put(FTP, "bob:%(h)s:%(u)s:%(u)s::/home/bob:\n")
-        for body in ("echo broken; exit 3\n", "exit 0\n", "echo none >$2\n"):
+        for body in ("echo broken; exit 3\n", "echo broken; exit 3\n", "exit 0\n", "echo none >$2\n"):
             self.stand_in("/usr/bin/pure-pw", body)
             self.rewrite()
             self.assertEqual(text(DATABASE), before)
-        self.assertLogged("Unable to rewrite the FTP password database: /usr/bin/pure-pw: broken")
+        said = "Unable to rewrite the FTP password database: /usr/bin/pure-pw: broken"
+        told = [message for subject, message in self.notices() if subject == "The FTP password database cannot be changed"]
+        self.assertEqual((self.log().count(said), len(told)), (1, 2), "each reason once")
         self.assertLogged("Unable to rewrite the FTP password database: /usr/bin/pure-pw made no database")
         os.rename(FTP, FTP + ".away")
         self.addCleanup(os.unlink, FTP + ".away")
@@ -243,7 +245,14 @@ class ProftpdTest(FtpTest):
         os.unlink(panel.PANEL + "/data/templates/custom/ftp_host.txt")
         shell("sed -i s/^ip=.*/ip=%s/ %s/ann/user.conf" % (OWN, USERS))
         self.rewrite()
-        self.assertLogged("bob: address %s is refused: account ann has it" % OWN)
+        self.assertLogged("ann: address %s is refused: account bob has it" % OWN)
+        self.assertEqual((text(HOSTS), text(USERS + "/ann/proftpd.conf")), (before[0], ""))
+        # What cannot be read is not gone.
+        address = "%s/ips/%s" % (panel.ADMIN, OWN)
+        os.chmod(address, 0)
+        self.rewrite()
+        self.assertEqual((text(HOSTS), self.hosts()), before)
+        os.chmod(address, 0o600)
         shell("sed -i s/owned/shared/ %s/ips/%s" % (panel.ADMIN, OWN))
         self.rewrite()
         self.assertEqual(("Include" in text(HOSTS), self.hosts()), (False, ""))
