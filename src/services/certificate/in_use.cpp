@@ -27,7 +27,12 @@ struct ServerCertificate {
   const char* key;
   const Text Config::*path;
 };
-constexpr ServerCertificate kServer[] = {{"apachecert", &Config::apachecert}, {"nginx_cert", &Config::nginx_cert}};
+/// A chain ends as well: of each file the first one counts.
+constexpr ServerCertificate kServer[] = {{"apachecert", &Config::apachecert},
+                                         {"apacheca", &Config::apacheca},
+                                         {"nginx_cert", &Config::nginx_cert},
+                                         {"nginx_ca", &Config::nginx_ca},
+                                         {"carootcert", &Config::carootcert}};
 
 class Gathering {
  public:
@@ -101,7 +106,7 @@ class Gathering {
   static void readIssued(CertificateInUse& found, const std::string& pem) {
     PanelRecord issued(domainFile(found.account.c_str(), found.name.c_str(), kIssuedEnding));
     if (found.wanted.empty() || !issued.exists()) {
-      // One that nobody issued by the panel's way is replaced by who asks for one.
+      // One that the panel did not issue is replaced by who asks for one.
       found.isOurs = true;
       return;
     }
