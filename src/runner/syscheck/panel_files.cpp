@@ -8,6 +8,7 @@
 #include "core/sys/identity.h"
 #include "core/sys/privileges.h"
 #include "core/sys/sys.h"
+#include "core/text/split.h"
 #include "runner/syscheck/checks.h"
 #include "runner/syscheck/placed.h"
 
@@ -75,11 +76,8 @@ void checkPanelFiles(Issues& issues) {
 
 void checkTemplates(Issues& issues) {
   const AsRoot root;
-  std::string_view names = kStockTemplates;
-  while (!names.empty()) {
-    const std::size_t end = std::min(names.find(':'), names.size());
-    const std::string path = joined(sys_conf->templates, "/", names.substr(0, end));
-    names.remove_prefix(std::min(end + 1, names.size()));
+  for (const std::string_view name : wordsIn(kStockTemplates, ':')) {
+    const std::string path = joined(sys_conf->templates, "/", name);
     struct stat what {};
     if (::stat(path.c_str(), &what) == 0 && S_ISREG(what.st_mode) && what.st_size > 0) continue;
     issues.add(Concern::templates, joined(path, " is missing or empty"),
