@@ -22,6 +22,7 @@ namespace zvtaskq {
 namespace {
 
 constexpr std::size_t kLongest = 256UL << 10;
+constexpr std::size_t kMostWaiting = 4UL << 20;
 
 struct ServerCertificate {
   const char* key;
@@ -121,7 +122,8 @@ class Gathering {
       requests_.push_back(certificateRequest("dates", pem));
     }
     all_.push_back(std::move(found));
-    if (requests_.size() >= kManyCertificates) readDatesOfAll();
+    waiting_ += pem.size();
+    if (requests_.size() >= kManyCertificates || waiting_ >= kMostWaiting) readDatesOfAll();
   }
 
   void readDatesOfAll() {
@@ -133,6 +135,7 @@ class Gathering {
       one.isUnknown = answer.isValue("error", kNoAnswer);
     });
     places_.clear();
+    waiting_ = 0;
   }
 
   std::vector<CertificateInUse>& all_;
@@ -140,6 +143,8 @@ class Gathering {
   ConfigFile owners_{nullptr};
   std::vector<std::string> requests_;
   std::vector<std::size_t> places_;
+  /// Bytes of what is to be asked about.
+  std::size_t waiting_ = 0;
 };
 
 }  // namespace
