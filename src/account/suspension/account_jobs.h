@@ -25,8 +25,8 @@ namespace zvtaskq {
 [[nodiscard]] int removeAtJobs(const AccountHolder& holder, Text& result);
 
 /// Ends all processes of the account's system user, and the FTP sessions that work as him: asks them, waits a moment,
-/// kills what is left, in a bounded number of rounds. Never those of root, of the system's own users and of nobody. 0 with an error-log line when there are
-/// some even then.
+/// kills what is left, in a bounded number of rounds. Never those of root, of the system's own users and of nobody. 0
+/// with an error-log line when there are some even then.
 int endProcesses(const AccountHolder& holder);
 
 }  // namespace zvtaskq
