@@ -11,6 +11,7 @@
 #include "core/sys/identity.h"
 #include "core/sys/log.h"
 #include "core/text/names.h"
+#include "core/text/split.h"
 #include "notify/mail_text.h"
 
 namespace zvtaskq {
@@ -52,15 +53,10 @@ ChildPlan sendmail(std::string message) {
 
 std::vector<std::string> addressesOf(const ConfigFile& account) {
   std::vector<std::string> addresses;
-  const char* list = account.getValue("email");
-  std::string_view rest = list == nullptr ? std::string_view() : std::string_view(list);
-  while (!rest.empty()) {
-    const std::size_t end = std::min(rest.find(','), rest.size());
-    const std::string_view address = trimmed(rest.substr(0, end));
-    rest.remove_prefix(std::min(end + 1, rest.size()));
+  for (const std::string_view address : wordsIn(account.getOrEmpty("email"), ',')) {
     if (isMailAddress(address)) {
       addresses.emplace_back(address);
-    } else if (!address.empty()) {
+    } else {
       errorLog("'%s' of account %s is no e-mail address", std::string(address).c_str(),
                textOf(account.getValue("username")).c_str());
     }

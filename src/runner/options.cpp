@@ -1,5 +1,6 @@
 #include "runner/options.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -68,12 +69,18 @@ void setup_dash_options(const char* option, Config& conf) {
     debug(1000, "Only processing %s", conf.taskqueuecb.orEmpty());
     return;
   }
-  if (text == kVersionOption) {
-    std::printf("%s\n", conf.version);
-    std::exit(0);
-  }
   std::printf("Invalid option: %s\n", option);
   std::exit(0);
+}
+
+bool asksVersion(int count, char** arguments) {
+  return std::any_of(arguments + std::min(count, 1), arguments + count,
+                     [](const char* argument) { return argument == kVersionOption; });
+}
+
+int showVersion() {
+  const Config unread(nullptr);
+  return std::printf("%s\n", unread.version) > 0 && std::fflush(stdout) == 0 ? 0 : 1;
 }
 
 Options parseArguments(int count, char** arguments, Config& conf) {

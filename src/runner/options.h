@@ -10,6 +10,11 @@ struct Options {
   int dodebug = 0;
 };
 
+/// Whether one of the arguments is "--version".
+bool asksVersion(int count, char** arguments);
+/// Prints the version, without reading anything; the exit status.
+int showVersion();
+
 /// Handles the arguments from left to right. Help, an unknown dash option and a configuration that cannot be read end
 /// the process with status 0, in the documented words on standard output.
 Options parseArguments(int count, char** arguments, Config& conf);

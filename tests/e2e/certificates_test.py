@@ -159,15 +159,21 @@ class Apache(CertificatesTest):
 
 class Watched(WebTest):
     def test_ends_are_told_once(self):
-        settings(nginx_cert="/etc/nginx/watched.crt")
+        settings(nginx_cert="/etc/nginx/watched.crt", carootcert="/etc/nginx/watched.crt")
         self.server_certificate("/etc/nginx/watched.crt", "/etc/nginx/watched.key")
         self.certificate("ann", "ann.example")
         self.domain("bob", "bob.example.cert", "nonsense\n")
+        self.certificate("cy", "cy.example")
+        # One that the helper dies on spoils no other.
+        self.domain("bob", "bob2.example.cert", "deadly\n")
+        helper = panel.PANEL + "/libexec/zvcert"
+        self.stand_in(helper, "while read -r line; do case $line in *deadly*) kill -SEGV $$;; esac; echo \"$line\" | %s.kept; done\n" % helper)
         for _ in range(2):
             self.rewrite("action=tally&value=all")
             told = [body for subject, body in self.notices() if subject == "Certificates that want attention"]
             self.assertEqual(len(told), 1, self.log())
-        for want in ("the server's nginx_cert: the certificate ends on 20", "ann ann.example: the certificate ends on 20",
+        for want in ("the server's nginx_cert: the certificate ends on 20", "the server's carootcert: the certificate ends on 20",
+                     "bob bob2.example: the certificate cannot be read: whoever reads it breaks off", "cy cy.example: the certificate ends on 20", "ann ann.example: the certificate ends on 20",
                      "bob bob.example: the certificate cannot be read: "):
             self.assertIn(want, told[0])
 

@@ -33,6 +33,13 @@ HOSTILE = (("rooty", "uid", "rooty:%(h)s:0:0::/home/bob:"), ("mailer", "uid", "m
            ("odd@bob.example", "hash", "odd@bob.example:$1$a b:%(u)s:%(u)s::/home/bob:"))
 
 
+def lives(session):
+    try:
+        return session.voidcmd("NOOP").startswith("2")
+    except (EOFError, OSError, ftplib.Error):
+        return False
+
+
 class FtpTest(PanelTest):
     def setUp(self):
         super().setUp()
@@ -41,12 +48,13 @@ class FtpTest(PanelTest):
         for name in ("bob", "ann"):
             shell("pkill -KILL -u %s; userdel -rf %s; true" % (name, name), stderr=subprocess.DEVNULL)
             panel.panel_do("addAccount", name, "user", "boss", name + ".example", name + "2.example")
-        uid = pwd.getpwnam("bob").pw_uid
-        self.values = {"h": subprocess.check_output(["openssl", "passwd", "-6", "right"], encoding="ascii").strip(), "u": uid}
+        uid, ann = (pwd.getpwnam(name).pw_uid for name in ("bob", "ann"))
+        self.values = {"h": subprocess.check_output(["openssl", "passwd", "-6", "right"], encoding="ascii").strip(), "u": uid, "a": ann}
         shell("cd /home/bob; install -d -o bob -g bob down; ln -s /etc link")
         self.put(FTP, "bob:%(h)s:%(u)s:%(u)s::/home/bob:\n#comment\n", "web@bob.example:%(h)s:%(u)s:%(u)s:a comment:/home/bob/domains:\n"
                  "sus@bob.example:!%(h)s:%(u)s:%(u)s::/home/bob:\nlocked@bob.example:!!:%(u)s:%(u)s::/home/bob:\n",
-                 *[line + "\n" for _, _, line in HOSTILE], "down@bob.example:%(h)s:%(u)s:%(u)s::/home/bob/down:\n")
+                 *[line + "\n" for _, _, line in HOSTILE], "down@bob.example:%(h)s:%(u)s:%(u)s::/home/bob/down:\n",
+                 "in@ann.example:%(h)s:%(a)s:%(a)s::/home/ann:\n")
         settings(ftppasswd=FTP)
 
     def put(self, path, *lines, user="root"):
@@ -90,6 +98,12 @@ class FtpTest(PanelTest):
                 pass
             return {name for name in ftp.nlst() if not name.startswith(".")}
 
+    def session(self, name, host="127.0.0.1"):
+        ftp = ftplib.FTP(host, timeout=60)
+        self.addCleanup(ftp.close)
+        ftp.login(name, "right")
+        return ftp
+
     def assertDoors(self, hostile):
         """Who may come in does, shut up in his folder; nobody else."""
         self.assertEqual(self.gets_in("bob") - {"link"}, {"domains", "down"})
@@ -125,9 +139,9 @@ class PureFtpdTest(FtpTest):
         self.assertRefusals()
         self.assertEqual((panel.owner(DATABASE), panel.mode(DATABASE)), ("root", 0o600))
         self.assertNotIn("pureftp_db", os.listdir(panel.ADMIN + "/state"))
-        before = os.stat(DATABASE)
+        before = os.stat(DATABASE), self.log().count("is refused")
         self.rewrite()
-        self.assertEqual(before, os.stat(DATABASE), "nothing had changed")
+        self.assertEqual(before, (os.stat(DATABASE), self.log().count("is refused")), "nothing had changed")
         for name in ("sus@bob.example", "locked@bob.example", *(name for name, _, _ in HOSTILE)):
             self.assertTrue(name == "bob" or "\0\0\0%c%s" % (len(name), name) not in text(DATABASE), name)
         self.assertIn("\0\0\0\x03bob", text(DATABASE))
@@ -135,11 +149,16 @@ class PureFtpdTest(FtpTest):
         self.assertDoors(("../bob", "up@bob.example"))
         self.assertEqual(self.gets_in("shop@bob2.example"), {"file"})
         self.assertEqual(self.billed("bob"), 5700)
-        # A suspension reaches the database with the next line of the queue.
+        # A suspension reaches the database with the next line of the queue. Who comes in until then goes when it does.
         self.account("suspend", "ann", "test")
+        self.account("activate", "ann")
+        early, staying = self.session("bob"), self.session("in@ann.example")
         self.account("suspend", "bob", "test")
-        self.assertEqual(text(panel.QUEUE).count("pureftp"), 1, "one for both")
+        late = self.session("web@bob.example")
+        self.assertEqual((lives(early), lives(late)), (False, True))
+        self.assertEqual(text(panel.QUEUE).count("pureftp"), 1, "one for all")
         self.run_program()
+        self.assertEqual((lives(late), lives(staying)), (False, True))
         self.assertShut([(name,) for name in (*GOOD, "shop@bob2.example")])
         self.account("activate", "bob")
         self.run_program()
@@ -151,11 +170,13 @@ class PureFtpdTest(FtpTest):
         self.rewrite()
         before = text(DATABASE)
         self.put(FTP, "bob:%(h)s:%(u)s:%(u)s::/home/bob:\n")
-        for body in ("echo broken; exit 3\n", "exit 0\n", "echo none >$2\n"):
+        for body in ("echo broken; exit 3\n", "echo broken; exit 3\n", "exit 0\n", "echo none >$2\n"):
             self.stand_in("/usr/bin/pure-pw", body)
             self.rewrite()
             self.assertEqual(text(DATABASE), before)
-        self.assertLogged("Unable to rewrite the FTP password database: /usr/bin/pure-pw: broken")
+        said = "Unable to rewrite the FTP password database: /usr/bin/pure-pw: broken"
+        told = [message for subject, message in self.notices() if subject == "The FTP password database cannot be changed"]
+        self.assertEqual((self.log().count(said), len(told)), (1, 2), "each reason once")
         self.assertLogged("Unable to rewrite the FTP password database: /usr/bin/pure-pw made no database")
         os.rename(FTP, FTP + ".away")
         self.addCleanup(os.unlink, FTP + ".away")
@@ -204,7 +225,9 @@ class ProftpdTest(FtpTest):
         self.assertShut([("sus2",), ("other",), ("web@bob.example",)], host=OWN)
         self.assertShut([("shop",)])
         self.assertEqual(self.billed("bob"), 5790)
+        early, staying = self.session("bob"), self.session("in@ann.example")
         self.account("suspend", "bob", "test")
+        self.assertEqual((lives(early), lives(staying)), (False, True))
         self.assertShut([(name,) for name in GOOD])
         self.assertShut([("bob",), ("shop",)], host=OWN)
         self.account("activate", "bob")
@@ -222,7 +245,14 @@ class ProftpdTest(FtpTest):
         os.unlink(panel.PANEL + "/data/templates/custom/ftp_host.txt")
         shell("sed -i s/^ip=.*/ip=%s/ %s/ann/user.conf" % (OWN, USERS))
         self.rewrite()
-        self.assertLogged("bob: address %s is refused: account ann has it" % OWN)
+        self.assertLogged("ann: address %s is refused: account bob has it" % OWN)
+        self.assertEqual((text(HOSTS), text(USERS + "/ann/proftpd.conf")), (before[0], ""))
+        # What cannot be read is not gone.
+        address = "%s/ips/%s" % (panel.ADMIN, OWN)
+        os.chmod(address, 0)
+        self.rewrite()
+        self.assertEqual((text(HOSTS), self.hosts()), before)
+        os.chmod(address, 0o600)
         shell("sed -i s/owned/shared/ %s/ips/%s" % (panel.ADMIN, OWN))
         self.rewrite()
         self.assertEqual(("Include" in text(HOSTS), self.hosts()), (False, ""))

@@ -1,4 +1,5 @@
 """The self-check: what is broken is named once, with what to do; a sound panel gives no notice."""
+import fcntl
 import os
 import subprocess
 import time
@@ -50,7 +51,7 @@ class SyscheckTest(PanelTest):
         self.assertEqual(self.check(), "")
 
     def test_files_settings_and_leftovers(self):
-        settings(alow_db_underscore=1, some_old_thing="pass=word", partition_usage_threshold=95)
+        settings(alow_db_underscore=1, some_old_thing="pass=word", partition_usage_threshold=95, mysql=1, mysqlconf="")
         lost = ADMIN + "/state/task_queue_lost"
         shell("install -d -m 700 -o zvadmin %s %s; chmod 755 %s; chown ann %s/ip.list; rm %s/reseller.list"
               % (ADMIN + "/state", lost, USERS, ADMIN, ADMIN))
@@ -59,7 +60,15 @@ class SyscheckTest(PanelTest):
         write(USERS + "/bob/user.conf.temp", "", "zvadmin")
         write(USERS + "/bob/user.usage.temp", "", "zvadmin")
         write(ADMIN + "/planted.temp", "", "nobody")
-        self.age(lost + "/old", USERS + "/bob/user.conf.temp", ADMIN + "/planted.temp")
+        locks = [USERS + "/bob/%s.lock" % name for name in ("held", "left")]
+        for lock in locks:
+            write(lock, "", "zvadmin")
+        self.age(lost + "/old", USERS + "/bob/user.conf.temp", ADMIN + "/planted.temp", *locks)
+        holder = open(locks[0], encoding="ascii")
+        self.addCleanup(holder.close)
+        fcntl.flock(holder, fcntl.LOCK_EX)
+        # A mount that is dead: whoever asks there waits.
+        self.stand_in("/usr/bin/stat", 'case $* in *"-- /home") exec sleep 600;; esac; exec /usr/bin/stat.kept "$@"\n')
         write(PANEL + "/data/templates/dns_zone.txt", "")
         shell("rm %s/data/templates/web_default.html; umount /home/tmp 2>/dev/null; mount -t tmpfs -o size=400k x /home/tmp;"
               "fallocate -l 396k /home/tmp/full" % PANEL)
@@ -70,7 +79,8 @@ class SyscheckTest(PanelTest):
             (USERS + " belongs", "chmod 711 " + USERS), ("ip.list belongs to ann", "chown zvadmin"),
             ("reseller.list is missing", "install -o zvadmin -m 600"), ("ann.example.key", "chmod 600"),
             ("task_queue_lost/old", "queue again"), ("user.conf.temp", "delete this one"), ("dns_zone.txt", "install"),
-            ("web_default.html", "install"), ("/home/tmp is 9", "delete or move"))
+            ("web_default.html", "install"), ("/home/tmp is 9", "delete or move"),
+            ("the file system of /home does not answer", "mount it anew"), ("bob/left.lock", "delete it"))
         self.assertNotIn("pass", words, "no value of a setting is told")
 
     def test_accounts_and_certificates(self):

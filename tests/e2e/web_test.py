@@ -277,6 +277,14 @@ class PhpTest(WebTest):
         self.assertEqual(ask("ann.example", "/who.php?file=/home/bob/domains/bob.example/public_html/who.php")[1].split()[-1], "no")
         self.assertEqual(ask("ann.example", "/who.php?file=/etc/passwd")[1].split()[-1], "no")
         self.assertLogged("bob bob.example: php '5.3/../x' is refused: there is no such version")
+        # A list that nobody can read takes no limit away.
+        pool = "/etc/php/8.2/fpm/pool.d/zorvane-bob.conf"
+        before = text(pool)
+        os.chmod(limits, 0)
+        self.rewrite()
+        self.assertEqual(text(pool), before)
+        self.assertIn("disable_functions", before)
+        os.chmod(limits, 0o600)
         self.assertEqual((panel.mode("/run/php/zorvane-ann-8.2.sock"), panel.owner("/run/php/zorvane-ann-8.2.sock")),
                          (0o600, "www-data"))
         # Who waits for the end of another's work on the account sees what it left.
@@ -296,6 +304,8 @@ class PhpTest(WebTest):
         self.assertTrue(listens("/run/php/zorvane-cy-8.2.sock"))
         self.rewrite("action=delete&value=account&requestedby=boss&select0=cy")
         self.assertIn("action=rewrite&user=cy&value=httpd", text(panel.QUEUE))
+        self.assertIn("\nbob=", text(limits))
+        self.assertNotIn("cy=", text(limits), "the next cy is another")
         self.assertFalse(os.path.exists("/etc/php/8.2/fpm/pool.d/zorvane-cy.conf"))
         self.until(lambda: not listens("/run/php/zorvane-cy-8.2.sock"))
         self.until(lambda: ask("ann.example", "/who.php")[0] == 200)

@@ -13,6 +13,7 @@
 #include "account/lifecycle/disk_quota.h"
 #include "account/model/account_hooks.h"
 #include "account/model/account_work.h"
+#include "account/model/ftp_sessions.h"
 #include "account/model/system_accounts.h"
 #include "account/suspension/account_databases.h"
 #include "account/suspension/account_jobs.h"
@@ -24,6 +25,7 @@
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/text/names.h"
+#include "services/web/php_limits.h"
 #include "services/web/pool_closing.h"
 
 namespace zvtaskq {
@@ -84,6 +86,8 @@ int stopForGood(const AccountHolder& holder, Text& result) {
 int removeServices(const AccountHolder& holder, Text& result) {
   int done = dropDatabasesOf(holder.name.c_str(), result);
   done &= dropFtp(holder, result);
+  // Who came in meanwhile would keep the system account there.
+  if (holder.isPerson()) endFtpSessions({holder.ids.user});
   for (const std::string& domain : holder.domains) done &= removeMailDomain(domain.c_str(), result);
   done &= removeMailOf(holder, result);
   return done & removeDomainOwner(holder.name.c_str(), result);
@@ -143,7 +147,7 @@ int deleteAccount(const char* account, bool leaveDns, Text& result) {
   // The lists last: whoever may delete the account may delete it again.
   if (hasData && !removeData(account, result)) return 0;
   if (hasData) done &= allocate(work.record, false, result);
-  done &= unlistAccount(account, result) & forgetCreation(account, result);
+  done &= unlistAccount(account, result) & forgetCreation(account, result) & forgetPhpLimits(account, result);
   const AccountHooks hooks{"destroy", account, &work.record};
   hooks.tell();
   systemLog("Account %s deleted", account);

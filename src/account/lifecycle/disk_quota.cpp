@@ -13,6 +13,7 @@
 #include "core/process/system_tool.h"
 #include "core/sys/log.h"
 #include "core/sys/safe_point.h"
+#include "core/text/split.h"
 
 namespace zvtaskq {
 
@@ -52,12 +53,7 @@ struct Limits {
 
 std::vector<std::string> partitions() {
   std::vector<std::string> all{std::string(sys_conf->quota_partition.view())};
-  std::string_view more = sys_conf->ext_quota_partitions.view();
-  while (!more.empty()) {
-    const std::size_t colon = std::min(more.find(':'), more.size());
-    all.emplace_back(more.substr(0, colon));
-    more.remove_prefix(std::min(colon + 1, more.size()));
-  }
+  for (const std::string_view more : wordsIn(sys_conf->ext_quota_partitions.view(), ':')) all.emplace_back(more);
   std::erase_if(all, [](const std::string& path) { return !path.starts_with('/'); });
   return all;
 }

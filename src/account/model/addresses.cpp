@@ -8,12 +8,11 @@
 #include "core/record/record_lock.h"
 #include "core/sys/log.h"
 #include "core/text/names.h"
+#include "core/text/split.h"
 
 namespace zvtaskq {
 
 namespace {
-
-constexpr const char* kBlanks = " \t\r";
 
 void useRecordOf(const char* address, ConfigFile& record) {
   record.setFilename(adminFile(joined("ips/", address).c_str()).c_str());
@@ -71,13 +70,8 @@ int changeAddress(const char* address, const std::function<bool(ConfigFile& reco
 
 std::vector<std::string> addressesIn(const char* list) {
   std::vector<std::string> addresses;
-  std::string_view rest = list == nullptr ? "" : list;
-  while (!rest.empty()) {
-    const std::size_t comma = rest.find(',');
-    std::string_view one = rest.substr(0, comma);
-    rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
-    one.remove_prefix(std::min(one.find_first_not_of(kBlanks), one.size()));
-    std::string text(one.substr(0, one.find_last_not_of(kBlanks) + 1));
+  for (const std::string_view one : wordsIn(list == nullptr ? "" : list, ',')) {
+    std::string text(one);
     if (isValidIP(text.c_str())) addresses.push_back(std::move(text));
   }
   return addresses;

@@ -24,9 +24,9 @@ namespace zvtaskq {
 /// Removes what he has waiting in the queue of "at": it would run as whoever gets his user id next.
 [[nodiscard]] int removeAtJobs(const AccountHolder& holder, Text& result);
 
-/// Ends all processes of the account's system user: asks them, waits a moment, kills what is left, in a bounded number
-/// of rounds. Never those of root, of the system's own users and of nobody. 0 with an error-log line when there are
-/// some even then.
+/// Ends all processes of the account's system user, and the FTP sessions that work as him: asks them, waits a moment,
+/// kills what is left, in a bounded number of rounds. Never those of root, of the system's own users and of nobody. 0
+/// with an error-log line when there are some even then.
 int endProcesses(const AccountHolder& holder);
 
 }  // namespace zvtaskq

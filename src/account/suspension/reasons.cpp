@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "core/text/split.h"
 #include "core/text/text.h"
 
 namespace zvtaskq {
@@ -11,11 +12,8 @@ namespace {
 
 std::vector<std::string_view> wordsOf(std::string_view text) {
   std::vector<std::string_view> words;
-  while (!text.empty()) {
-    const std::size_t comma = std::min(text.find(','), text.size());
-    const std::string_view word = trimmed(text.substr(0, comma));
-    if (!word.empty() && std::find(words.begin(), words.end(), word) == words.end()) words.push_back(word);
-    text.remove_prefix(std::min(comma + 1, text.size()));
+  for (const std::string_view word : wordsIn(text, ',')) {
+    if (std::find(words.begin(), words.end(), word) == words.end()) words.push_back(word);
   }
   return words;
 }

@@ -18,14 +18,4 @@ std::string lastError(const char* what) {
   return reason == nullptr ? what : std::string(what) + ": " + reason;
 }
 
-std::vector<std::string> namesIn(std::string_view list) {
-  std::vector<std::string> names;
-  while (!list.empty()) {
-    const std::size_t end = list.find(':');
-    if (end != 0) names.emplace_back(list.substr(0, end));
-    list.remove_prefix(end == std::string_view::npos ? list.size() : end + 1);
-  }
-  return names;
-}
-
 }  // namespace zvtaskq

@@ -9,7 +9,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace zvtaskq {
 
@@ -32,7 +31,5 @@ int noPassphrase(char*, int, int, void*);
 Source sourceOf(std::string_view text);
 /// What could not be done, with the library's words.
 std::string lastError(const char* what);
-/// The host names of a list, separated by colons.
-std::vector<std::string> namesIn(std::string_view list);
 
 }  // namespace zvtaskq

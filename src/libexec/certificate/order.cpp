@@ -4,6 +4,7 @@
 #include <openssl/pem.h>
 
 #include "core/text/names.h"
+#include "core/text/split.h"
 #include "libexec/certificate/openssl.h"
 
 namespace zvtaskq {
@@ -28,8 +29,8 @@ std::string textOf(BIO* sink) {
 /// "DNS:bob.example,DNS:www.bob.example"; empty when one of them is no host name.
 std::string alternativesOf(std::string_view list) {
   std::string all;
-  for (const std::string& name : namesIn(list)) {
-    if (!isValidDomain(name.c_str())) return "";
+  for (const std::string_view name : wordsIn(list, ':')) {
+    if (!isValidDomain(std::string(name).c_str())) return "";
     all.append(all.empty() ? "DNS:" : ",DNS:").append(name);
   }
   return all;

@@ -47,12 +47,15 @@ class AccountCheck {
   void checkDomains(const char* account);
   /// That all who are listed are accounts.
   void checkListed(const std::string& path);
+  void add(Concern kind, std::string_view what, std::string_view remedy) { issues_.add(kind, what, remedy, account_); }
   void unreadable(const char* path, std::string_view why, const char* remedy) {
-    issues_.add(Concern::records, joined(path, " cannot be read (", why.substr(0, why.find("<br>")), ")"), remedy);
+    add(Concern::records, joined(path, " cannot be read (", why.substr(0, why.find("<br>")), ")"), remedy);
   }
 
   Issues& issues_;
   const ListFile& all_;
+  /// Whose turn it is; empty for the server's own lists.
+  std::string account_;
 };
 
 void AccountCheck::checkRecord(const char* account, AccountType& type) {
@@ -61,30 +64,30 @@ void AccountCheck::checkRecord(const char* account, AccountType& type) {
   if (!readAccount(account, record)) return unreadable(record.getFilename(), record.result.view(), kPutBack);
   type = accountTypeOf(record);
   if (type == AccountType::unknown) {
-    issues_.add(Concern::records, joined(record.getFilename(), " does not say what the account is"),
-                "set its usertype to user, reseller or admin");
+    add(Concern::records, joined(record.getFilename(), " does not say what the account is"),
+        "set its usertype to user, reseller or admin");
   }
 }
 
 void AccountCheck::checkHome(const char* account) {
   const SystemAccount* person = systemAccounts().find(account);
   if (person == nullptr) {
-    issues_.add(Concern::accounts, joined(account, " has no system account"),
-                "restore the account from its backup, or delete it in the panel");
+    add(Concern::accounts, joined(account, " has no system account"),
+        "restore the account from its backup, or delete it in the panel");
     return;
   }
   struct stat what {};
   const AsRoot root;
   if (sys::lstat(person->home.c_str(), what) != 0) {
-    issues_.add(Concern::accounts, joined(account, ": the home ", person->home, ": ", std::strerror(errno)),
-                joined("mount the file system it is on, or make it (install -d -o ", account, " -g ", account,
-                       " -m 711 ", person->home, ") and restore what was in it"));
+    add(Concern::accounts, joined(account, ": the home ", person->home, ": ", std::strerror(errno)),
+        joined("mount the file system it is on, or make it (install -d -o ", account, " -g ", account, " -m 711 ",
+               person->home, ") and restore what was in it"));
   } else if (!S_ISDIR(what.st_mode) || what.st_uid != person->ids.user) {
-    issues_.add(Concern::accounts, joined(account, ": the home ", person->home, " is not a folder of that user"),
-                joined("find out why, then call chown ", account, " ", person->home));
+    add(Concern::accounts, joined(account, ": the home ", person->home, " is not a folder of that user"),
+        joined("find out why, then call chown ", account, " ", person->home));
   } else if ((what.st_mode & 02) != 0) {
-    issues_.add(Concern::accounts, joined(account, ": everybody may write to the home ", person->home),
-                joined("call chmod o-w ", person->home));
+    add(Concern::accounts, joined(account, ": everybody may write to the home ", person->home),
+        joined("call chmod o-w ", person->home));
   }
 }
 
@@ -100,7 +103,8 @@ void AccountCheck::checkDomains(const char* account) {
       unreadable(record.getFilename(), record.result.view(),
                  "put it back from a backup, or delete the domain in the panel");
     }
-    checkPlaced({domainFile(account, domain.c_str(), "key"), kPanelUser, 0600, kOthers, true}, Concern::files, issues_);
+    checkPlaced({domainFile(account, domain.c_str(), "key"), kPanelUser, 0600, kOthers, true, account}, Concern::files,
+                issues_);
   }
 }
 
@@ -112,13 +116,14 @@ void AccountCheck::checkListed(const std::string& path) {
   for (int i = 0; i < list.size(); ++i) {
     const char* name = list.getElementAt(i);
     if (all_.existElement(name)) continue;
-    issues_.add(Concern::accounts, joined(name, " of ", path, " has no folder below ", sys_conf->userdata),
-                "restore the account from its backup, or take the name out of the list");
+    add(Concern::accounts, joined(name, " of ", path, " has no folder below ", sys_conf->userdata),
+        "restore the account from its backup, or take the name out of the list");
   }
 }
 
 void AccountCheck::check(const char* account) {
   AccountType type{};
+  account_ = account;
   checkRecord(account, type);
   for (const char* file : kRecords) {
     ConfigFile record(nullptr);
@@ -128,8 +133,9 @@ void AccountCheck::check(const char* account) {
     ListFile list(nullptr);
     if (!readAccountList(account, file, list)) unreadable(list.getFilename(), list.result.view(), kPutBack);
   }
-  checkPlaced({accountFile(account, nullptr), kPanelUser, kFolderMode, kHidden}, Concern::files, issues_);
-  checkPlaced({accountFile(account, "user.conf"), kPanelUser, 0600, kOthers, true}, Concern::files, issues_);
+  checkPlaced({accountFile(account, nullptr), kPanelUser, kFolderMode, kHidden, false, account}, Concern::files,
+              issues_);
+  checkPlaced({accountFile(account, "user.conf"), kPanelUser, 0600, kOthers, true, account}, Concern::files, issues_);
   checkHome(account);
   checkDomains(account);
   if (type == AccountType::reseller || type == AccountType::admin) checkListed(accountFile(account, kUserList));

@@ -18,7 +18,7 @@ void tell(const CertificateInUse& one, long long left, Issues& issues) {
   if (left > kSoon) return;
   const std::string when =
       left <= 0 ? "has ended" : joined("ends within ", std::to_string((left + kDay - 1) / kDay), " days");
-  issues.add(Concern::certificates, joined(one.label(), ": the certificate ", when), kRenew);
+  issues.add(Concern::certificates, joined(one.label(), ": the certificate ", when), kRenew, one.account);
 }
 
 }  // namespace
@@ -38,7 +38,8 @@ void checkCertificateEnds(Issues& issues) {
     if (one.error.empty()) {
       tell(one, one.until - now, issues);
     } else {
-      issues.add(Concern::certificates, joined(one.label(), ": the certificate cannot be read: ", one.error), kRenew);
+      issues.add(Concern::certificates, joined(one.label(), ": the certificate cannot be read: ", one.error), kRenew,
+                 one.account);
     }
   }
 }

@@ -26,26 +26,33 @@ enum class Concern {
 
 class Issues {
  public:
-  /// Lines that are told of one kind; what goes beyond is counted.
+  /// Lines that are told of one kind; what goes beyond is counted. Accounts share them: no account's lines keep those
+  /// of others back, nor what is about no account.
   static constexpr std::size_t kMostOfAKind = 20;
   /// Bytes of a line that are told.
   static constexpr std::size_t kLongestLine = 600;
 
   /// One thing: what is wrong with what, and what to do, both without a full stop at the end. Control characters in
-  /// either are written as "\xNN". Nothing secret may be in them.
-  void add(Concern kind, std::string_view what, std::string_view remedy);
-  /// Whether one more of that kind would only be counted.
-  bool isFull(Concern kind) const { return of(kind).lines.size() >= kMostOfAKind; }
+  /// either are written as "\xNN". Nothing secret may be in them. `account` is whose it is; empty for nobody's.
+  void add(Concern kind, std::string_view what, std::string_view remedy, std::string_view account = {});
+  /// Whether one more of that kind would only be counted, whoever's it is.
+  bool isFull(Concern kind) const;
   bool isEmpty() const;
   /// For people: a title a kind, a line an issue. Empty when there is none.
   std::string text() const;
 
  private:
+  struct Line {
+    std::string text;
+    std::string account;
+  };
   struct Kind {
-    std::vector<std::string> lines;
+    std::vector<Line> lines;
     std::size_t more = 0;
   };
-  const Kind& of(Concern kind) const { return kinds_[static_cast<std::size_t>(kind)]; }
+  static std::size_t countOf(const Kind& kind, std::string_view account);
+  /// The last line of the account that has the most of them, two at least.
+  static std::vector<Line>::const_iterator lineToSpare(const Kind& kind);
 
   std::array<Kind, static_cast<std::size_t>(Concern::count)> kinds_;
 };

@@ -1,3 +1,6 @@
+#include <sys/file.h>
+
+#include <cerrno>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -52,13 +55,13 @@ class Leftovers {
 
   /// Looks through one folder, not below it. What somebody else put there is not the panel's.
   template <std::size_t count>
-  void look(const std::string& path, const Ending (&endings)[count]) {
+  void look(const std::string& path, const Ending (&endings)[count], std::string_view account = {}) {
     const AsUser panel(kPanelUser);
     FolderReader folder(path.c_str());
     while (const dirent* entry = folder ? folder.next() : nullptr) {
       for (const Ending& one : endings) {
         if (std::string_view(entry->d_name).ends_with(one.ending) && isAbandoned(folder.descriptor(), entry->d_name)) {
-          add(joined(path, "/", entry->d_name), one);
+          add(joined(path, "/", entry->d_name), one, account);
         }
       }
     }
@@ -73,10 +76,15 @@ class Leftovers {
   bool isAbandoned(int folder, const char* name) const {
     struct stat what {};
     if (sys::lstatAt(folder, name, what) != 0 || !S_ISREG(what.st_mode) || !isPanels(what)) return false;
-    return ageOf(what.st_mtime, now_, kClockSlack).seconds > kAbandoned;
+    return ageOf(what.st_mtime, now_, kClockSlack).seconds > kAbandoned && !isHeld(folder, name);
   }
-  void add(const std::string& path, const Ending& what) {
-    issues_.add(Concern::leftovers, joined(path, " ", what.what), what.remedy);
+  /// Whether somebody who lives holds it, however old it is.
+  static bool isHeld(int folder, const char* name) {
+    const Descriptor file(sys::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    return file && sys::flockNow(file.get(), LOCK_SH) != 0 && errno == EWOULDBLOCK;
+  }
+  void add(const std::string& path, const Ending& what, std::string_view account = {}) {
+    issues_.add(Concern::leftovers, joined(path, " ", what.what), what.remedy, account);
   }
 
   Issues& issues_;
@@ -100,8 +108,8 @@ void checkLeftovers(Issues& issues) {
   if (!listAccounts(accounts)) return;
   for (int i = 0; i < accounts.size() && !issues.isFull(Concern::leftovers); ++i) {
     const char* account = accounts.getElementAt(i);
-    leftovers.look(accountFile(account, nullptr), kOfWrites);
-    leftovers.look(accountFile(account, "domains"), kOfWrites);
+    leftovers.look(accountFile(account, nullptr), kOfWrites, account);
+    leftovers.look(accountFile(account, "domains"), kOfWrites, account);
     atSafePoint();
   }
 }

@@ -8,6 +8,7 @@
 #include "core/sys/identity.h"
 #include "core/sys/privileges.h"
 #include "core/sys/sys.h"
+#include "core/text/split.h"
 #include "runner/syscheck/checks.h"
 #include "runner/syscheck/placed.h"
 
@@ -26,6 +27,11 @@ constexpr mode_t kOwnFolder = S_IFDIR | 0711;
 /// What stands in share/templates, joined by colons (see cmake/stock_templates.cmake).
 constexpr std::string_view kStockTemplates = ZVTASKQ_STOCK_TEMPLATES;
 
+/// A path below a folder that a setting names; empty when it names none.
+std::string in(const Text& folder, std::string path) {
+  return folder.isEmpty() ? "" : std::move(path);
+}
+
 std::vector<Placed> panelPlaces() {
   const Config& conf = *sys_conf;
   const std::string home = joined(conf.serverpath);
@@ -37,20 +43,22 @@ std::vector<Placed> panelPlaces() {
       {home + "/scripts/custom", "root", kFolder, kWritable, true},
       {home + "/libexec", "root", kFolder, kWritable},
       {joined(conf.templates), kPanelUser, kFolder, kWritable},
-      {joined(conf.templates, "/custom"), kPanelUser, kFolder, kWritable, true},
+      {in(conf.templates, joined(conf.templates, "/custom")), kPanelUser, kFolder, kWritable, true},
       {joined(conf.userdata), kPanelUser, kOwnFolder, kHidden},
-      {stateFile(""), kPanelUser, S_IFDIR | 0700, kAny, true},
+      {in(conf.admindir, stateFile("")), kPanelUser, S_IFDIR | 0700, kAny, true},
       {joined(conf.ticketsdir), kPanelUser, kOwnFolder, kHidden},
       {joined(conf.logdir), kPanelUser, kOwnFolder, kWritable},
       {joined(conf.emailvirtual), "mail", kFolder, 02},
-      {adminFile("admin.conf"), "nobody", 0600, kAny},
-      {domainOwnersFile(), "mail", 0644, 02},
+      {in(conf.admindir, adminFile("admin.conf")), "nobody", 0600, kAny},
+      {in(conf.emailvirtual, domainOwnersFile()), "mail", 0644, 02},
   };
   for (const char* list : {"admin.list", "reseller.list", "services.status", "ip.list"}) {
-    places.push_back({adminFile(list), kPanelUser, 0600, kAny});
+    places.push_back({in(conf.admindir, adminFile(list)), kPanelUser, 0600, kAny});
   }
-  if (!conf.taskqueue.isEmpty()) places.push_back({joined(conf.taskqueue), kPanelUser, 0600, kWritable, true});
+  places.push_back({joined(conf.taskqueue), kPanelUser, 0600, kWritable, true});
   if (conf.mysql) places.push_back({joined(conf.mysqlconf), kPanelUser, 0600, kAny});
+  // What no setting names is nowhere.
+  std::erase_if(places, [](const Placed& one) { return one.path.empty(); });
   return places;
 }
 
@@ -75,11 +83,8 @@ void checkPanelFiles(Issues& issues) {
 
 void checkTemplates(Issues& issues) {
   const AsRoot root;
-  std::string_view names = kStockTemplates;
-  while (!names.empty()) {
-    const std::size_t end = std::min(names.find(':'), names.size());
-    const std::string path = joined(sys_conf->templates, "/", names.substr(0, end));
-    names.remove_prefix(std::min(end + 1, names.size()));
+  for (const std::string_view name : wordsIn(kStockTemplates, ':')) {
+    const std::string path = joined(sys_conf->templates, "/", name);
     struct stat what {};
     if (::stat(path.c_str(), &what) == 0 && S_ISREG(what.st_mode) && what.st_size > 0) continue;
     issues.add(Concern::templates, joined(path, " is missing or empty"),

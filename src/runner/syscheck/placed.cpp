@@ -47,13 +47,13 @@ void checkPlaced(const Placed& placed, Concern kind, Issues& issues) {
     if (errno == ENOENT && placed.mayBeMissing) return;
     const bool isMissing = errno == ENOENT;
     issues.add(kind, joined(placed.path, isMissing ? " is missing" : " cannot be looked at"),
-               isMissing ? makingOf(placed) : std::string(std::strerror(errno)));
+               isMissing ? makingOf(placed) : std::string(std::strerror(errno)), placed.account);
     return;
   }
   const bool isFolder = S_ISDIR(placed.mode);
   if (isFolder != S_ISDIR(what.st_mode) || (!isFolder && !S_ISREG(what.st_mode))) {
     issues.add(kind, joined(placed.path, " is no ", isFolder ? "folder" : "regular file"),
-               "find out who put it there, and take it away");
+               "find out who put it there, and take it away", placed.account);
     return;
   }
   const bool isOwned = isOwners(what, placed.owner);
@@ -62,7 +62,8 @@ void checkPlaced(const Placed& placed, Concern kind, Issues& issues) {
   issues.add(kind,
              joined(placed.path, " belongs to ", found.empty() ? std::to_string(what.st_uid) : found, " with mode ",
                     octal(what.st_mode)),
-             joined("call chown ", placed.owner, " ", placed.path, " && chmod ", octal(placed.mode), " ", placed.path));
+             joined("call chown ", placed.owner, " ", placed.path, " && chmod ", octal(placed.mode), " ", placed.path),
+             placed.account);
 }
 
 }  // namespace zvtaskq

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 #include "runner/syscheck/issues.h"
 
@@ -22,6 +23,8 @@ struct Placed {
   mode_t forbidden;
   /// Nothing is said when it is not there.
   bool mayBeMissing = false;
+  /// Whose data it is; empty for the server's.
+  std::string_view account = {};
 };
 
 /// Looks at it as root, through links that root or the owner made. Adds at most one issue of the kind, which says what

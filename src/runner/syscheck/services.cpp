@@ -9,6 +9,7 @@
 #include "core/record/list_file.h"
 #include "core/record/panel_file.h"
 #include "core/sys/privileges.h"
+#include "core/text/split.h"
 #include "core/tree/folder_reader.h"
 #include "runner/monitor/process_table.h"
 #include "runner/monitor/watched_processes.h"
@@ -74,10 +75,10 @@ long long openFilesOf(std::string_view pid) {
 /// The lowest limit of some processes, given as their ids, each followed by a blank; -1 when none has one.
 long long lowestLimit(std::string_view pids) {
   long long lowest = -1;
-  for (int asked = 0; asked < kMostAsked && !pids.empty(); ++asked) {
-    const std::size_t end = std::min(pids.find(' '), pids.size());
-    const long long limit = openFilesOf(pids.substr(0, end));
-    pids.remove_prefix(std::min(end + 1, pids.size()));
+  std::vector<std::string_view> all = wordsIn(pids, ' ');
+  all.resize(std::min<std::size_t>(all.size(), kMostAsked));
+  for (const std::string_view pid : all) {
+    const long long limit = openFilesOf(pid);
     if (limit >= 0 && (lowest < 0 || limit < lowest)) lowest = limit;
   }
   return lowest;

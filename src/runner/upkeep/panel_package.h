@@ -25,13 +25,19 @@ class UpdateFolder {
   Descriptor folder_;
 };
 
-/// Reads a file of the administrator's, or fetches a URL: of https, or of http on this machine, as nobody. 0 with the
-/// reason in `why`; then `isMissing` says that there is none.
+/// Reads a file of the administrator's, or fetches a URL: of https, or of http on this machine, as nobody. A name and
+/// password in it are seen by no other process, and stand in no message. 0 with the reason in `why`; then `isMissing`
+/// says that there is none, or of a URL that the server answers with an error.
 [[nodiscard]] int fetchPart(const std::string& source, std::string& content, bool& isMissing, std::string& why);
+/// A file or URL as it may be shown: without the name and password of a URL.
+std::string shownSource(const std::string& source);
 /// Whether it names a URL, of whatever kind.
 bool isUrl(const std::string& source);
 /// Whether it is fetched from another machine.
 bool isRemote(const std::string& source);
+
+/// Opens a key as it is: of root or the panel, and nobody else may change it. 0 with the reason in `why`.
+[[nodiscard]] int readKey(const std::string& path, std::string& content, std::string& why);
 
 /// What a package says of itself.
 struct PackageFields {

@@ -9,7 +9,6 @@
 #include "core/process/child.h"
 #include "core/process/execute.h"
 #include "core/process/system_tool.h"
-#include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/random.h"
@@ -35,7 +34,6 @@ constexpr int kSecond = 1000;
 constexpr int kInstallTime = 900;
 constexpr int kAnswerTime = 20;
 constexpr std::size_t kMostWords = 500;
-constexpr mode_t kOthersWrite = 022;
 const std::string kTop(1, '/');
 
 enum class Outcome { updated, failed, nothing };
@@ -88,23 +86,16 @@ class ProgramUpdate {
       // Everybody may read what stands there.
       const AsRoot root;
       static_cast<void>(unlinkFile(folder_.path(kPackage).c_str()));
-      return refuse(joined(source, ": ", unsigned_));
+      return refuse(joined(shownSource(source), ": ", unsigned_));
     }
-    return readPackage(folder_.path(kPackage), fields_, why_) ? 1 : refuse(joined(source, ": ", why_));
+    return readPackage(folder_.path(kPackage), fields_, why_) ? 1 : refuse(joined(shownSource(source), ": ", why_));
   }
 
   int putKey() {
     const std::string path(sys_conf->update_key.view());
     if (path.empty()) return refuse("update_key is not set");
-    const AsRoot root;
-    struct stat what {};
-    if (sys::lstat(path.c_str(), what) != 0) return refuse(joined(path, ": ", std::strerror(errno)));
-    if (!S_ISREG(what.st_mode) || !isPanels(what) || (what.st_mode & kOthersWrite) != 0) {
-      return refuse(path + " is no file that root or the panel alone can change");
-    }
     std::string content;
-    bool isMissing = false;
-    return fetchPart(path, content, isMissing, why_) && folder_.put(kKey, plainKey(content), why_) ? 1 : 0;
+    return readKey(path, content, why_) && folder_.put(kKey, plainKey(content), why_) ? 1 : 0;
   }
 
   /// The version that a program gives, asked as nobody.

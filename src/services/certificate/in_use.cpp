@@ -22,12 +22,18 @@ namespace zvtaskq {
 namespace {
 
 constexpr std::size_t kLongest = 256UL << 10;
+constexpr std::size_t kMostWaiting = 4UL << 20;
 
 struct ServerCertificate {
   const char* key;
   const Text Config::*path;
 };
-constexpr ServerCertificate kServer[] = {{"apachecert", &Config::apachecert}, {"nginx_cert", &Config::nginx_cert}};
+/// A chain ends as well: of each file the first one counts.
+constexpr ServerCertificate kServer[] = {{"apachecert", &Config::apachecert},
+                                         {"apacheca", &Config::apacheca},
+                                         {"nginx_cert", &Config::nginx_cert},
+                                         {"nginx_ca", &Config::nginx_ca},
+                                         {"carootcert", &Config::carootcert}};
 
 class Gathering {
  public:
@@ -101,7 +107,7 @@ class Gathering {
   static void readIssued(CertificateInUse& found, const std::string& pem) {
     PanelRecord issued(domainFile(found.account.c_str(), found.name.c_str(), kIssuedEnding));
     if (found.wanted.empty() || !issued.exists()) {
-      // One that nobody issued by the panel's way is replaced by who asks for one.
+      // One that the panel did not issue is replaced by who asks for one.
       found.isOurs = true;
       return;
     }
@@ -116,7 +122,8 @@ class Gathering {
       requests_.push_back(certificateRequest("dates", pem));
     }
     all_.push_back(std::move(found));
-    if (requests_.size() >= kManyCertificates) readDatesOfAll();
+    waiting_ += pem.size();
+    if (requests_.size() >= kManyCertificates || waiting_ >= kMostWaiting) readDatesOfAll();
   }
 
   void readDatesOfAll() {
@@ -128,6 +135,7 @@ class Gathering {
       one.isUnknown = answer.isValue("error", kNoAnswer);
     });
     places_.clear();
+    waiting_ = 0;
   }
 
   std::vector<CertificateInUse>& all_;
@@ -135,6 +143,8 @@ class Gathering {
   ConfigFile owners_{nullptr};
   std::vector<std::string> requests_;
   std::vector<std::size_t> places_;
+  /// Bytes of what is to be asked about.
+  std::size_t waiting_ = 0;
 };
 
 }  // namespace

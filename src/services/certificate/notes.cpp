@@ -4,6 +4,7 @@
 
 #include "core/panel/state_folder.h"
 #include "core/sys/log.h"
+#include "core/text/split.h"
 #include "services/certificate/renewal.h"
 
 namespace zvtaskq {
@@ -14,13 +15,11 @@ constexpr const char* kFile = "certificates";
 
 std::vector<long long> timesIn(std::string_view list, long long now) {
   std::vector<long long> times;
-  while (!list.empty()) {
-    const std::size_t end = std::min(list.find(','), list.size());
+  for (const std::string_view word : wordsIn(list, ',')) {
     long long time = 0;
-    const auto [behind, error] = std::from_chars(list.data(), list.data() + end, time);
-    const bool isOne = error == std::errc() && behind == list.data() + end;
+    const auto [behind, error] = std::from_chars(word.data(), word.data() + word.size(), time);
+    const bool isOne = error == std::errc() && behind == word.data() + word.size();
     if (isOne && time <= now && now - time < kWeek) times.push_back(time);
-    list.remove_prefix(std::min(end + 1, list.size()));
   }
   return times;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <utility>
 
 #include "account/model/account_record.h"
@@ -25,7 +26,10 @@ namespace zvtaskq {
 namespace {
 
 constexpr int kMostAtATime = 200;
+using Clock = std::chrono::steady_clock;
 constexpr std::chrono::minutes kMostTime{10};
+/// Less than one question that is never answered takes.
+constexpr std::chrono::seconds kMostOfAnAccount{100};
 /// That are put in place together: what is lost when a run is killed.
 constexpr std::size_t kMostTogether = 25;
 constexpr long long kFirstWait = kDay / 2;
@@ -60,13 +64,33 @@ bool isDue(const CertificateInUse& one, long long now) {
   if (one.wanted.empty() || !one.isOurs) return false;
   if (one.isUnknown) return false;
   if (!one.isThere || !one.error.empty()) return true;
-  if (!one.issuedNames.empty() && one.issuedNames != one.wanted) return true;
+  if (one.issuedNames != one.wanted) return true;
   const int days = sys_conf->letsencrypt_renewal_days;
   return (days > 0 && now - one.from >= days * kDay) || (one.until - now) * kTenth < one.until - one.from;
 }
 
 long long waitAfter(int failures) {
   return std::min(kFirstWait << std::clamp(failures - 1, 0, kMostDoublings), kWeek);
+}
+
+void inFairTurns(const std::vector<const CertificateInUse*>& all, std::chrono::steady_clock::duration share,
+                 const std::function<bool(const CertificateInUse&, std::chrono::steady_clock::duration& took)>& ask) {
+  std::map<std::string, Clock::duration> used;
+  std::vector<const CertificateInUse*> later;
+  for (const CertificateInUse* one : all) {
+    Clock::duration& time = used[one->account];
+    Clock::duration took{};
+    if (time >= share) {
+      later.push_back(one);
+    } else if (!ask(*one, took)) {
+      return;
+    }
+    time += took;
+  }
+  Clock::duration took{};
+  for (const CertificateInUse* one : later) {
+    if (!ask(*one, took)) return;
+  }
 }
 
 int Renewal::run(std::vector<const CertificateInUse*> due, bool isOrdered) {
@@ -81,15 +105,18 @@ int Renewal::run(std::vector<const CertificateInUse*> due, bool isOrdered) {
   std::stable_sort(due.begin(), due.end(), [](const auto* a, const auto* b) {
     return std::pair(!a->isThere, a->until) < std::pair(!b->isThere, b->until);
   });
-  const auto end = std::chrono::steady_clock::now() + kMostTime;
+  const auto start = Clock::now();
   int count = 0;
   bool isOver = false;
-  for (const CertificateInUse* one : due) {
+  inFairTurns(due, kMostOfAnAccount, [&](const CertificateInUse& one, Clock::duration& took) {
     atSafePoint();
-    isOver = count++ >= kMostAtATime || std::chrono::steady_clock::now() >= end;
-    if (isOver || runFlags.halt || ask(*one) == Signing::unreachable) break;
+    const auto begin = Clock::now();
+    isOver = count++ >= kMostAtATime || begin - start >= kMostTime;
+    if (isOver || runFlags.halt || ask(one) == Signing::unreachable) return false;
     if (issued_.size() >= kMostTogether) place();
-  }
+    took = Clock::now() - begin;
+    return true;
+  });
   place();
   return isOver ? 0 : 1;
 }

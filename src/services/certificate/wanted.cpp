@@ -12,6 +12,7 @@
 #include "core/record/panel_file.h"
 #include "core/sys/log.h"
 #include "core/text/names.h"
+#include "core/text/split.h"
 
 namespace zvtaskq {
 
@@ -21,17 +22,8 @@ namespace {
 constexpr std::size_t kMostNames = 100;
 constexpr int kOnRequest = 1;
 
-std::vector<std::string> wordsOf(std::string_view list) {
-  std::vector<std::string> words;
-  while (!list.empty()) {
-    const std::size_t end = list.find(':');
-    if (end != 0) words.emplace_back(list.substr(0, end));
-    list.remove_prefix(end == std::string_view::npos ? list.size() : end + 1);
-  }
-  return words;
-}
-
-bool contains(const std::vector<std::string>& all, const std::string& one) {
+template <class Word>
+bool contains(const std::vector<Word>& all, std::string_view one) {
   return std::find(all.begin(), all.end(), one) != all.end();
 }
 
@@ -43,10 +35,11 @@ class Names {
   int addChosen(const ConfigFile& wish) {
     add(domain_);
     const char* own = wish.getValue("names");
-    const std::vector<std::string> offered = wordsOf(sys_conf->letsencrypt_list.view());
+    const std::vector<std::string_view> offered = wordsIn(sys_conf->letsencrypt_list.view(), ':');
     std::vector<std::string> subdomains;
     bool isRead = false;
-    for (const std::string& word : wordsOf(own == nullptr ? sys_conf->letsencrypt_list_selected.orEmpty() : own)) {
+    for (const std::string_view word :
+         wordsIn(own == nullptr ? sys_conf->letsencrypt_list_selected.orEmpty() : own, ':')) {
       if (!contains(offered, word) && !isRead && !readSubdomains(account_, domain_.c_str(), subdomains)) return 0;
       isRead = isRead || !contains(offered, word);
       if (contains(offered, word) || contains(subdomains, word)) {
@@ -78,7 +71,7 @@ class Names {
   std::string text() const { return contains(all_, domain_) ? joinedWith(":", all_) : ""; }
 
  private:
-  void refuse(const std::string& name, const char* why) const {
+  void refuse(std::string_view name, const char* why) const {
     errorLog("%s %s: name '%s' of its certificate is refused: %s", account_, domain_.c_str(), printable(name).c_str(),
              why);
   }

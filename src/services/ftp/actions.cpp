@@ -1,25 +1,41 @@
 #include "services/ftp/actions.h"
 
 #include "core/config/config.h"
+#include "core/panel/marks.h"
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"
 #include "services/ftp/host_files.h"
 #include "services/ftp/one_file.h"
 #include "services/ftp/password_files.h"
 #include "services/ftp/pure_database.h"
+#include "services/rewrite/left_out.h"
+#include "services/rewrite/rewrite.h"
 
 namespace zvtaskq {
 
 namespace {
 
-/// What each server wants of the accounts: Pure-FTPd its database, ProFTPD its hosts.
+/// What a server wants of the accounts.
+struct ServerPart {
+  const char* name;
+  const char* words;
+  int (*rewrite)(Text& result);
+};
+constexpr ServerPart kPure = {"pureftp_db", "FTP password database", rewritePureDatabase};
+constexpr ServerPart kPro = {"ftp_hosts", "FTP hosts",
+                             [](Text& result) { return rewriteFtpHosts(result) && tellRefusedLines(result) ? 1 : 0; }};
+constexpr const char* kSaidMark = "ftp_failure";
+
 int rewriteFtp(const Task&) {
   if (isDemo()) return 1;
   Text result;
-  const bool isPure = sys_conf->pureftp != 0;
-  if (isPure ? rewritePureDatabase(result) : rewriteFtpHosts(result) && tellRefusedLines(result)) return 1;
-  errorLog("Unable to rewrite the FTP %s: %s", isPure ? "password database" : "hosts", result.orEmpty());
-  // What was suspended or deleted must not stay let in until the next change.
+  const ServerPart& part = sys_conf->pureftp != 0 ? kPure : kPro;
+  if (part.rewrite(result)) return 1;
+  // It is tried again each minute: what was suspended or deleted must not stay let in until the next change.
+  if (isDueAgain(kSaidMark, fingerprintOf(result.view()))) {
+    errorLog("Unable to rewrite the %s: %s", part.words, result.orEmpty());
+  }
+  tellUnchanged(part.name, part.words, result.view());
   queueTask("rewrite", "pureftp_db");
   return 0;
 }

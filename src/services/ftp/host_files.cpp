@@ -50,6 +50,16 @@ std::string patternOf(std::string_view path) {
   return pattern;
 }
 
+/// Whether an address stands in a text, not as a part of another.
+bool holdsWord(std::string_view text, std::string_view address) {
+  const auto isPart = [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0 || c == '.' || c == ':'; };
+  for (std::size_t at = text.find(address); at != std::string_view::npos; at = text.find(address, at + 1)) {
+    const std::size_t end = at + address.size();
+    if ((at == 0 || !isPart(text[at - 1])) && (end == text.size() || !isPart(text[end]))) return true;
+  }
+  return false;
+}
+
 class HostTemplate {
  public:
   int read(Text& result) {
@@ -80,7 +90,7 @@ class HostTemplate {
   std::string text_;
 };
 
-/// The domains of an account by their addresses, as far as they are his alone, the main domain before others.
+/// The domains of an account by their addresses, as far as those are an account's own, the main domain before others.
 using DomainsOf = std::map<std::string, std::vector<std::string>>;
 
 class HostRewrite {
@@ -93,21 +103,26 @@ class HostRewrite {
     if (!readAddresses(addresses)) return fail(result_, "the addresses cannot be read");
     for (Address& address : addresses) addresses_.emplace(address.text, std::move(address));
     for (const FtpHolder& holder : holders_.all()) {
-      if (!take(holder)) return 0;
+      DomainsOf domains;
+      if (!gather(holder, domains)) {
+        rewrite_.keepAccount(holder.account);
+      } else if (!domains.empty()) {
+        for (const auto& [address, names] : domains) claims_[address].push_back(holder.account);
+        gathered_.emplace_back(&holder, std::move(domains));
+      }
       atSafePoint();
+    }
+    for (const auto& [holder, domains] : gathered_) {
+      if (!take(*holder, domains)) return 0;
     }
     return 1;
   }
 
  private:
-  int take(const FtpHolder& holder) {
-    DomainsOf domains;
-    if (!gather(holder, domains)) {
-      rewrite_.keepAccount(holder.account);
-      return 1;
-    }
+  int take(const FtpHolder& holder, const DomainsOf& domains) {
     std::string text;
     for (const auto& [address, names] : domains) {
+      if (!isHis(holder.account, address)) return 1;
       if (!addHosts(holder, address, names, text)) return 0;
     }
     if (text.empty()) return 1;
@@ -119,6 +134,23 @@ class HostRewrite {
                     kMode,
                     "Include |PLACE|\n"});
     return 1;
+  }
+
+  /// Of several who claim an address, whoever is served there already has it, or else nobody gets it. Who does not is
+  /// refused.
+  bool isHis(const std::string& account, const std::string& address) {
+    const std::vector<std::string>& claimants = claims_[address];
+    if (claimants.size() == 1) return true;
+    std::vector<std::string> served;
+    for (const std::string& one : claimants) {
+      const std::string* text = rewrite_.present(accountFile(one.c_str(), kFile));
+      if (text != nullptr && holdsWord(*text, address)) served.push_back(one);
+    }
+    if (served.size() == 1 && served.front() == account) return true;
+    const std::vector<std::string>& others = served.size() == 1 ? served : claimants;
+    const std::string& other = others.front() == account ? others.back() : others.front();
+    rewrite_.refuse({account, ""}, joined("address ", address), joined("account ", other, " has it"));
+    return false;
   }
 
   /// False when what the account has cannot be read, which the error log says.
@@ -142,7 +174,9 @@ class HostRewrite {
         return false;
       }
       const char* ip = *record.getOrEmpty("ip") == '\0' ? account.getOrEmpty("ip") : record.getOrEmpty("ip");
-      for (const std::string& address : addressesOf(holder, ip)) {
+      std::vector<std::string> addresses;
+      if (!addressesOf(holder, ip, addresses)) return false;
+      for (const std::string& address : addresses) {
         std::vector<std::string>& names = domains[address];
         names.insert(domain == first ? names.begin() : names.end(), domain);
       }
@@ -150,19 +184,19 @@ class HostRewrite {
     return true;
   }
 
-  /// That address and those linked to it, when it is an account's own and no other account has shown it before.
-  std::vector<std::string> addressesOf(const FtpHolder& holder, const std::string& ip) {
+  /// That address and those linked to it, when it is an account's own. False when its record cannot be read.
+  bool addressesOf(const FtpHolder& holder, const std::string& ip, std::vector<std::string>& all) const {
     const auto found = addresses_.find(ip);
-    if (found == addresses_.end() || found->second.status != kOwnedStatus) return {};
-    std::vector<std::string> all = {ip};
-    all.insert(all.end(), found->second.linked.begin(), found->second.linked.end());
-    std::erase_if(all, [&](const std::string& address) {
-      const std::string& owner = owners_.try_emplace(address, holder.account).first->second;
-      if (owner == holder.account) return false;
-      rewrite_.refuse({holder.account, ""}, joined("address ", address), joined("account ", owner, " has it"));
-      return true;
-    });
-    return all;
+    if (found == addresses_.end()) return true;
+    const Address& address = found->second;
+    if (!address.hasRecord) {
+      errorLog("%s: its address %s has no record that can be read", holder.account.c_str(), ip.c_str());
+      return false;
+    }
+    if (address.status != kOwnedStatus) return true;
+    all.push_back(ip);
+    all.insert(all.end(), address.linked.begin(), address.linked.end());
+    return true;
   }
 
   int addHosts(const FtpHolder& holder, const std::string& address, const std::vector<std::string>& domains,
@@ -205,7 +239,9 @@ class HostRewrite {
   HostTemplate template_;
   FtpHolders holders_;
   std::map<std::string, Address> addresses_;
-  std::map<std::string, std::string> owners_;
+  std::vector<std::pair<const FtpHolder*, DomainsOf>> gathered_;
+  /// Who has domains on an address.
+  std::map<std::string, std::vector<std::string>> claims_;
 };
 
 RewritePlan hostPlan(const std::string& list) {

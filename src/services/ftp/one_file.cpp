@@ -25,6 +25,9 @@ namespace zvtaskq {
 
 namespace {
 
+/// The lines that leave a file.
+using Moved = std::set<std::string, std::less<>>;
+
 class Conversion {
  public:
   Conversion(bool simulates, Text& result) : simulates_(simulates), result_(result) {}
@@ -75,14 +78,22 @@ class Conversion {
     // Nobody suspends him meanwhile.
     const AccountLock lock(holder.account.c_str(), kAccountLockWait);
     if (!lock.held()) return fail(result_, "Unable to get the lock on account ", holder.account);
+    std::string added;
+    std::vector<Moved> moved(files.size());
     int done = 1;
-    for (const FtpFile& file : files) done &= convertFile(file);
+    for (std::size_t i = 0; i < files.size(); ++i) done &= gather(files[i], moved[i], added);
+    if (simulates_) return done;
+    // The file of all is written once an account, however many domains there are.
+    const auto keep = [](auto, auto&) { return LineFate::keep; };
+    if (!added.empty() && !editLines(all_.path, all_.owner, keep, added, result_)) return 0;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      done &= takeOut(files[i], moved[i]);
+    }
     return done;
   }
 
-  int convertFile(const FtpFile& file) {
-    std::string added;
-    std::set<std::string, std::less<>> moved;
+  /// The lines of a file that may join those of all; those that are not there yet come to `added`.
+  int gather(const FtpFile& file, Moved& moved, std::string& added) {
     const auto take = [&](FtpEntry entry, std::string_view line) {
       if (entry.fate == FtpFate::none) return;
       if (entry.fate != FtpFate::refused && mayJoin(entry, added)) {
@@ -91,15 +102,15 @@ class Conversion {
         tellRefused(entry);
       }
     };
-    if (!eachFtpEntry(file, holders_, take, result_)) return 0;
+    if (!eachFtpEntry(file, holders_, take, result_)) {
+      moved.clear();
+      return 0;
+    }
     if (!moved.empty()) {
       systemLog("%s: %d FTP accounts of %s %s %s", file.place.account.c_str(), static_cast<int>(moved.size()),
                 file.place.domain.c_str(), simulates_ ? "would go to" : "go to", all_.path.c_str());
     }
-    if (simulates_) return 1;
-    return editLines(
-               all_.path, all_.owner, [](auto, auto&) { return LineFate::keep; }, added, result_) &&
-           takeOut(file, moved);
+    return 1;
   }
 
   /// What is there as it would be was brought by a conversion that did not come to its end.
@@ -112,7 +123,7 @@ class Conversion {
     return isNew || found->second == line;
   }
 
-  int takeOut(const FtpFile& file, const std::set<std::string, std::less<>>& moved) {
+  int takeOut(const FtpFile& file, const Moved& moved) {
     const auto drop = [&](std::string_view line, std::string&) {
       return moved.contains(line) ? LineFate::drop : LineFate::keep;
     };

@@ -1,6 +1,7 @@
 #include "services/ftp/password_files.h"
 
 #include <map>
+#include <set>
 
 #include "account/model/account_record.h"
 #include "account/model/ftp_files.h"
@@ -8,10 +9,12 @@
 #include "core/files/line_edit.h"
 #include "core/files/paths.h"
 #include "core/panel/run_state.h"
+#include "core/panel/state_folder.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
 #include "core/sys/safe_point.h"
 #include "core/sys/sys.h"
+#include "services/rewrite/left_out.h"
 
 namespace zvtaskq {
 
@@ -24,6 +27,7 @@ class LogIns {
       : holders_(holders), areOne_(areOne), take_(take) {}
 
   int run(const FtpFile& all, Text& result) {
+    readNotes();
     if (!takeFrom(all, result)) return 0;
     for (const FtpHolder& holder : holders_.all()) {
       std::vector<FtpFile> files;
@@ -33,24 +37,47 @@ class LogIns {
       if (!isRead) errorLog("%s: FTP accounts are left out: %s", holder.account.c_str(), why.orEmpty());
       atSafePoint();
     }
+    writeNotes();
     return 1;
   }
 
  private:
+  void readNotes() {
+    const AsRoot root;
+    static_cast<void>(openStateFolder("rewrites"));
+    notes_.read();
+  }
+
+  void writeNotes() {
+    const AsRoot root;
+    notes_.keepOnly(refused_);
+    notes_.write();
+  }
+
+  /// Says why, once until it is another line or reason, or a day has passed.
+  void refuse(const FtpEntry& entry) {
+    const std::string what = fingerprintOf(joined(entry.name, "\n", entry.field, "\n", entry.why));
+    const Origin origin{entry.account.empty() ? "-" : entry.account, what};
+    refused_.insert(origin);
+    if (notes_.holds(origin, what)) return;
+    notes_.add(origin, what);
+    tellRefused(entry);
+  }
+
   int takeFrom(const FtpFile& file, Text& result) {
     if (!areOne_) lines_.clear();
     const auto take = [&](FtpEntry entry, std::string_view) {
       if (entry.fate == FtpFate::none) return;
-      if (entry.fate == FtpFate::refused) return tellRefused(entry);
+      if (entry.fate == FtpFate::refused) return refuse(entry);
       const auto [first, isNew] = lines_.try_emplace(entry.name, entry.line());
       if (!isNew) {
         // An account's own name stands in each of his files.
         if (first->second == entry.line()) return;
         entry.field = "name";
         entry.why = "there is another of that name before it";
-        return tellRefused(entry);
+        return refuse(entry);
       }
-      if (entry.fate == FtpFate::good) take_(entry);
+      take_(entry);
     };
     return eachFtpEntry(file, holders_, take, result);
   }
@@ -60,6 +87,8 @@ class LogIns {
   const std::function<void(const FtpEntry&)>& take_;
   /// The lines by their names.
   std::map<std::string, std::string> lines_;
+  LeftOutNotes notes_{"ftp_lines"};
+  std::set<Origin> refused_;
 };
 
 bool isThere(const std::string& path) {

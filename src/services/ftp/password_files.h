@@ -30,13 +30,13 @@ struct FtpFile {
 [[nodiscard]] int eachFtpEntry(const FtpFile& file, const FtpHolders& holders,
                                const std::function<void(const FtpEntry&, std::string_view)>& take, Text& result);
 
-/// Lets `take` have every FTP account of all files whose log-in may succeed, none twice. What is refused gets its
-/// error-log line; an account whose files of domains cannot be read has its others left out with one too. 0 with why in
-/// `result` when the file of all is not there or cannot be read.
+/// Lets `take` have every FTP account of all files that is good or locked, none twice. What is refused gets its
+/// error-log line once a day; an account whose files of domains cannot be read has its others left out with one too. 0
+/// with why in `result` when the file of all is not there or cannot be read.
 [[nodiscard]] int eachFtpLogIn(const FtpHolders& holders, const std::function<void(const FtpEntry&)>& take,
                                Text& result);
 
-/// Says which lines of the files are refused, for a server that reads them itself. A file that is not there has none.
+/// Says the same of the lines that are refused, for a server that reads them itself. A file that is not there has none.
 [[nodiscard]] int tellRefusedLines(Text& result);
 
 }  // namespace zvtaskq

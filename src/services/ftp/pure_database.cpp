@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <set>
 
+#include "account/model/ftp_sessions.h"
 #include "core/config/config.h"
 #include "core/files/line_edit.h"
 #include "core/panel/run_state.h"
@@ -50,6 +52,25 @@ class Workshop {
   std::string folder_;
 };
 
+/// Who may come in, as the program reads it, and whose users may not any more.
+struct LogIns {
+  std::string text;
+  std::set<uid_t> open;
+  std::set<uid_t> locked;
+
+  void add(const FtpEntry& entry) {
+    const bool isOpen = entry.fate == FtpFate::good;
+    (isOpen ? open : locked).insert(entry.ids.user);
+    if (isOpen) text.append(entry.line()) += '\n';
+  }
+  /// Those with nothing but locked log-ins.
+  std::set<uid_t> shutOut() const {
+    std::set<uid_t> users = locked;
+    std::erase_if(users, [&](uid_t user) { return open.contains(user); });
+    return users;
+  }
+};
+
 int runPurePw(const Workshop& workshop, Ids panelUser, Text& result) {
   const char* program = sys_conf->pure_pw;
   if (!toolExists(program)) return fail(result, program, " is not installed");
@@ -83,12 +104,16 @@ int rewritePureDatabase(Text& result) {
   if (!rewrite.begin()) return fail(result, rewrite.result);
   FtpHolders holders;
   if (!holders.read(result)) return 0;
-  std::string text, database;
-  const auto add = [&](const FtpEntry& entry) { text.append(entry.line()) += '\n'; };
-  if (!eachFtpLogIn(holders, add, result) || !makeDatabase(text, database, result)) return 0;
+  LogIns logIns;
+  std::string database;
+  const auto add = [&](const FtpEntry& entry) { logIns.add(entry); };
+  if (!eachFtpLogIn(holders, add, result) || !makeDatabase(logIns.text, database, result)) return 0;
   rewrite.offer({{}, std::string(sys_conf->ftppasswd_db.view()), std::move(database), kRootIds, kMode});
   if (!rewrite.finish()) return fail(result, rewrite.result);
-  return rewrite.counts().leftOut == 0 ? 1 : fail(result, "Unable to write ", sys_conf->ftppasswd_db);
+  if (rewrite.counts().leftOut > 0) return fail(result, "Unable to write ", sys_conf->ftppasswd_db);
+  // The one before let them in until now, whatever was ended when they were suspended.
+  endFtpSessions(logIns.shutOut());
+  return 1;
 }
 
 }  // namespace zvtaskq

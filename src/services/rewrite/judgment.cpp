@@ -32,6 +32,13 @@ void tell(const std::string& subject, const std::string& message) {
 
 }  // namespace
 
+void tellUnchanged(const std::string& name, const std::string& words, std::string_view why) {
+  constexpr std::string_view kLineEnd = "<br>\n";
+  if (why.ends_with(kLineEnd)) why.remove_suffix(kLineEnd.size());
+  const std::string mark = joined("rewrite_", name);
+  if (isDueAgain(mark.c_str(), fingerprintOf(why))) tell(joined("The ", words, " cannot be changed"), std::string(why));
+}
+
 Verdict Rewrite::judge(const Changes& fresh, std::string& words) {
   EntryList list = plan_.judgesAlone ? EntryList() : list_;
   Trial trial;
@@ -118,8 +125,7 @@ int Rewrite::judgeAll() {
   const Verdict without = verdict == Verdict::unknown ? verdict : judge({}, rest);
   if (without == Verdict::good) return sift(all, words) == Verdict::good ? 1 : 0;
   const std::string why = shortened(rest.empty() ? words : rest);
-  const std::string mark = joined("rewrite_", plan_.name);
-  if (isDueAgain(mark.c_str(), fingerprintOf(why))) tell(joined("The ", plan_.words, " cannot be changed"), why);
+  tellUnchanged(plan_.name, plan_.words, why);
   return fail(result, why);
 }
 

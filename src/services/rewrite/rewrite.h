@@ -60,6 +60,10 @@ struct RewriteCounts {
   long long leftOut = 0;
 };
 
+/// Tells the administrators that nothing of it could be changed (`name` and `words` as in the plan), and why: once
+/// until that is another, or a day has passed. May be called under any identity, which is the same afterwards.
+void tellUnchanged(const std::string& name, const std::string& words, std::string_view why);
+
 class Rewrite {
  public:
   explicit Rewrite(RewritePlan plan);

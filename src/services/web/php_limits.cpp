@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <cerrno>
 #include <vector>
 
 #include "account/model/account_record.h"
@@ -72,10 +73,18 @@ void fillList(const ListFile& accounts, const ConfigFile& before, ConfigFile& li
       list.setParam(account, lineOf(limits).c_str());
     } else {
       errorLog("%s: a record of its domains cannot be read, what its PHP may do stays as it was", account);
-      if (const char* line = before.getValue(account)) list.setParam(account, line);
+      const char* line = before.getValue(account);
+      list.setParam(account, line != nullptr ? line : lineOf({true, true}).c_str());
     }
     atSafePoint();
   }
+}
+
+/// Whether it is there, whoever may read it.
+bool isThere(const PanelRecord& list) {
+  const AsUser panel(kPanelUser);
+  struct stat what {};
+  return sys::lstat(list.getFilename(), what) == 0 || (errno != ENOENT && errno != ENOTDIR);
 }
 
 bool areEqual(const ConfigFile& a, const ConfigFile& b) {
@@ -86,7 +95,10 @@ bool areEqual(const ConfigFile& a, const ConfigFile& b) {
 
 PhpLimitList::PhpLimitList() : list_(stateFile(kFile)) {
   list_.useLock = false;
-  if (!list_.readFile()) list_.empty();
+  if (list_.readFile()) return;
+  list_.empty();
+  isKnown_ = !isThere(list_);
+  if (!isKnown_) errorLog("%s, pools of PHP stay as they are", list_.result.orEmpty());
 }
 
 PhpLimits PhpLimitList::of(const char* account) const {
@@ -119,6 +131,14 @@ int rebuildPhpLimits() {
   }
   queueTask("rewrite", "httpd");
   return 1;
+}
+
+int forgetPhpLimits(const char* account, Text& result) {
+  PanelRecord list(stateFile(kFile));
+  list.useLock = false;
+  if (list.readFile() ? !list.existsParam(account) : !isThere(list)) return 1;
+  return changeRecord(
+      stateFile(kFile), [account](ConfigFile& record) { record.deleteParam(account); }, result);
 }
 
 }  // namespace zvtaskq

@@ -316,6 +316,7 @@ Gathered WebData::gather(const std::string& account, WebAccount& out) {
   out.name = account;
   out.isSuspended = record.isValue("suspended", "yes") != 0;
   out.phpLimits = phpLimits_.of(account.c_str());
+  out.arePhpLimitsKnown = phpLimits_.isKnown();
   if (system != nullptr) out.ids = system->ids;
   if (system != nullptr) out.home = system->home;
   if (!isPlainPath(out.home)) {

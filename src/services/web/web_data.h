@@ -47,6 +47,8 @@ struct WebAccount {
   Ids ids{};
   bool isSuspended = false;
   PhpLimits phpLimits;
+  /// Whether these are his: when not, his pools have to stay as they are.
+  bool arePhpLimitsKnown = true;
   std::vector<WebSite> sites;
   /// Certificates that have to be judged; until then its sites have the one before, or none of their own.
   std::vector<NewCertificate> fresh;

@@ -123,9 +123,11 @@ class WebRewrite {
       return fresh_.size() < kManyCertificates ? 1 : takeWaiting();
     }
     if (!account.stale.empty()) stale_.emplace_back(name, std::move(account.stale));
-    if (pools_ != nullptr && gathered == Gathered::unreadable) pools_->keepAccount(name);
-    if (pools_ != nullptr && gathered == Gathered::ready && !offerPools(account)) return 0;
-    if (pools_ != nullptr && gathered != Gathered::unreadable) dropPools(name);
+    const bool poolsStay =
+        gathered == Gathered::unreadable || (gathered == Gathered::ready && !account.arePhpLimitsKnown);
+    if (pools_ != nullptr && poolsStay) pools_->keepAccount(name);
+    if (pools_ != nullptr && gathered == Gathered::ready && !poolsStay && !offerPools(account)) return 0;
+    if (pools_ != nullptr && !poolsStay) dropPools(name);
     for (ServerWork& work : works_) {
       Candidate candidate;
       if (gathered == Gathered::unreadable) work.rewrite->keepAccount(name);

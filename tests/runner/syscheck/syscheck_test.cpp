@@ -41,5 +41,18 @@ TEST(Syscheck, ClockAndLines) {
   EXPECT_LT(issues.text().size(), 700U);
 }
 
+TEST(Syscheck, AccountsShareTheLines) {
+  Issues issues;
+  for (int i = 0; i < 100; ++i) issues.add(Concern::records, "ann", "x", "ann");
+  for (int i = 0; i < 3; ++i) issues.add(Concern::records, "bob", "x", "bob");
+  issues.add(Concern::records, "server", "x");
+  EXPECT_FALSE(issues.isFull(Concern::records));
+  const std::string text = issues.text();
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 22) << text;
+  for (const char* want : {"- bob: x.\n- bob: x.\n- bob: x.\n- server: x.\n", "- ann: x.\n", "- and 84 more\n"}) {
+    EXPECT_NE(text.find(want), std::string::npos) << want << text;
+  }
+}
+
 }  // namespace
 }  // namespace zvtaskq

@@ -37,6 +37,9 @@ TEST_F(Certificates, AreDue) {
   EXPECT_TRUE(isDue(one, kNow));
   one.isOurs = false;
   EXPECT_FALSE(isDue(one, kNow)) << "somebody put his own there";
+  one = lasting(1, 364);
+  one.issuedNames.clear();
+  EXPECT_TRUE(isDue(one, kNow)) << "what was there before is replaced by who asks";
   one = lasting(60, -1);
   one.wanted.clear();
   EXPECT_FALSE(isDue(one, kNow)) << "nobody asks for one";
@@ -50,6 +53,23 @@ TEST_F(Certificates, WaitAndStages) {
   EXPECT_EQ(stageOf(14 * kDay), 1);
   EXPECT_EQ(stageOf(1), 4);
   EXPECT_EQ(stageOf(0), 5);
+}
+
+TEST_F(Certificates, NobodyHoldsTheOthersUp) {
+  std::vector<CertificateInUse> all(6);
+  std::vector<const CertificateInUse*> due;
+  std::string asked;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    all[i].account = i < 3 ? "ann" : "bob";
+    due.push_back(&all[i]);
+  }
+  const auto ask = [&](const CertificateInUse& one, std::chrono::steady_clock::duration& took) {
+    asked += std::to_string(&one - all.data());
+    took = std::chrono::seconds(one.account == "ann" ? 120 : 1);
+    return asked.size() < 5;
+  };
+  inFairTurns(due, std::chrono::seconds(100), ask);
+  EXPECT_EQ(asked, "03451");
 }
 
 TEST_F(Certificates, NotesOfAnotherClock) {
