@@ -99,10 +99,10 @@ class ZonesTest(DnsTest):
                                  ("bob.example", "NS", "ns1.host.example.\nns2.host.example."),
                                  ("ann.example", "TXT", '"v=spf1 a mx ip4:192.0.2.10 ~all"')):
             self.assertEqual("\n".join(sorted(dig(name, kind).split("\n"))), want)
-        files = {name: os.stat(ZONES + "/" + name) for name in os.listdir(ZONES)}
+        files = {name: panel.state(ZONES + "/" + name) for name in os.listdir(ZONES)}
         before = serial("bob.example")
         self.rewrite()
-        self.assertEqual(files, {name: os.stat(ZONES + "/" + name) for name in os.listdir(ZONES)}, "nothing had changed")
+        self.assertEqual(files, {name: panel.state(ZONES + "/" + name) for name in os.listdir(ZONES)}, "nothing had changed")
         self.own("bob.example", "www 60 IN CNAME elsewhere.example.\nfar IN A 198.51.100.7\n")
         self.rewrite("domain=bob.example")
         self.assertEqual(serial("bob.example"), before + 1)
@@ -224,7 +224,20 @@ class KeysTest(DnsTest):
         self.assertIn("zv1._domainkey", zone("ann.example"))
 
     def test_dnssec(self):
+        self.rewrite()
         settings(dnssec=1)
+        # What the name server does not take of any zone is no account's fault, and changes none.
+        before = text(LIST)
+        self.stand_in("/usr/bin/named-checkconf", """for list; do :; done
+            if grep -q dnssec-policy "$list"; then echo "$list: unknown option 'dnssec-policy'"; exit 1; fi
+            exec /usr/bin/named-checkconf.kept "$@"\n""")
+        self.own("bob.example", "near IN A 192.0.2.8\n")
+        self.rewrite()
+        self.assertLogged("Error rewriting named: %s.candidate: unknown option 'dnssec-policy'" % LIST)
+        self.assertEqual((text(LIST), "is left out" in self.log(), [subject for subject, _ in self.notices()]),
+                         (before, False, ["The DNS zones cannot be changed"]))
+        os.rename("/usr/bin/named-checkconf.kept", "/usr/bin/named-checkconf")
+        shell("cp /usr/bin/named-checkconf /usr/bin/named-checkconf.kept")
         self.rewrite()
         self.named("one", 53, more='include "%s";' % LIST)
         eventually(lambda: dig("bob.example", "DNSKEY", 53).split(" ")[0], "257")
@@ -294,6 +307,24 @@ class ClusterTest(DnsTest):
         self.assertEqual(self.sync(), ["action=sync&count=1&type=cluster&value=bob.example"])
         self.assertEqual(self.sync("count=1"), [])
         self.assertLogged("The name server 127.0.0.2 does not have the zone of bob.example as it is here")
+
+    def test_who_else_has_a_domain(self):
+        for domain, primary in (("else", "ns1.other.example"), ("lost", "ns1.host.example"), ("before", "One.Host.example")):
+            write("/tmp/%s.db" % domain, "@ 60 IN SOA %s. h. 7 1 1 1 1\n@ 60 IN NS %s.\n" % (primary, primary), "bind", 0o644)
+        second = self.named("two", 53, more="".join('zone "%s.example" { type primary; file "/tmp/%s.db"; };' % (name, name)
+                                                    for name in ("else", "lost", "before")), address="127.0.0.2")
+        want = {"else": "127.0.0.2", "lost": "", "before": "", "none": "", "www.else": ""}
+        self.assertEqual({name: self.held(name + ".example") for name in want}, want)
+        second.kill()
+        second.wait()
+        self.assertEqual(self.held("else.example"), "")
+        settings(cluster=0)
+        self.assertEqual(self.held("else.example"), "")
+
+    @staticmethod
+    def held(domain):
+        return subprocess.run([panel.BUILD + "/account_driver", "peerWithOthers", domain], capture_output=True, encoding="ascii",
+                              check=True).stdout.strip()
 
     def test_lines_that_have_no_zone(self):
         self.queue("action=sync&type=cluster&value=gone.example&count=3", "action=sync&type=cluster&value=../x")

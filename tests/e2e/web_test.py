@@ -97,24 +97,28 @@ class WebTest(PanelTest):
         self.rewrite("action=rewrite&value=nginx")
         self.serve(["nginx", "-g", "daemon off;"], "/var/run/nginx.pid")
 
-    def apache(self, modules="", **how):
+    def apache(self, modules="", kind="mpm_event", **how):
         settings(apachelogdir=APACHE_LOGS, httpdconf=APACHE_LIST, apacheips=APACHE_IPS, **how)
         if not os.path.exists("/etc/apache2.kept"):
             shell("cp -a /etc/apache2 /etc/apache2.kept")
             self.addCleanup(shell, "rm -rf /etc/apache2; mv /etc/apache2.kept /etc/apache2")
         shell("sed -i '/zorvane/d' %s; echo 'Include %s' >> %s; echo 'Include %s' >> %s; : > /etc/apache2/ports.conf; "
-              "rm -f /etc/apache2/sites-enabled/*; mkdir -p /run/apache2; a2dismod -q -f remoteip >/dev/null 2>&1; a2enmod -q ssl http2 headers %s >/dev/null" % (
-                  APACHE, APACHE_IPS, APACHE, APACHE_LIST, APACHE, modules))
+              "rm -f /etc/apache2/sites-enabled/*; mkdir -p /run/apache2; a2dismod -q -f remoteip mpm_itk mpm_prefork mpm_event >/dev/null 2>&1; "
+              "a2enmod -q ssl http2 headers %s %s >/dev/null" % (APACHE, APACHE_IPS, APACHE, APACHE_LIST, APACHE, kind, modules))
         shell("touch %s %s" % (APACHE_IPS, APACHE_LIST))
         self.rewrite("action=rewrite&value=ips")
         self.rewrite()
 
-    def serve(self, command, pid):
-        """A server in the foreground, until the test ends."""
-        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    def begin(self, command):
+        # Apache ends its whole process group.
+        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
         self.addCleanup(process.wait)
         self.addCleanup(process.terminate)
         self.servers.append(process)
+
+    def serve(self, command, pid):
+        """A server in the foreground, until the test ends."""
+        self.begin(command)
         self.until(lambda: ask("nobody.example")[0] == 200 and os.path.exists(pid))
 
     def reload(self, holds):
@@ -213,9 +217,9 @@ class NginxTest(WebTest):
         self.assertIn("action=nginx&value=reload", text(panel.QUEUE))
         self.check_sites()
         self.check_logs("/var/log/nginx/domains")
-        files = {user: os.stat("%s/%s/nginx.conf" % (USERS, user)) for user in ("ann", "bob", "cy")}
+        files = {user: panel.state("%s/%s/nginx.conf" % (USERS, user)) for user in ("ann", "bob", "cy")}
         self.rewrite()
-        self.assertEqual(files, {user: os.stat("%s/%s/nginx.conf" % (USERS, user)) for user in files}, "nothing had changed")
+        self.assertEqual(files, {user: panel.state("%s/%s/nginx.conf" % (USERS, user)) for user in files}, "nothing had changed")
         # What was served is billed.
         requests = [line.split() for line in text("/var/log/nginx/domains/ann.example.bytes").splitlines()]
         self.rewrite("action=tally&type=user&value=ann")
@@ -241,7 +245,7 @@ class NginxTest(WebTest):
         self.assertLogged("bob bob.example: public_html is refused: ")
         self.assertEqual(ask("bob.example")[0], 403, "the running server follows no link either")
         self.reload(lambda: ask("new.example")[1] == "ann.example")
-        self.assertEqual((ask("bob.example")[0], ask("bob2.example")[0]), (503, 503))
+        self.assertEqual([ask(name)[0] for name in ("bob.example", "shop.bob.example", "bob2.example")], 3 * [503])
         # An account that is gone does not keep the server from starting, and its sites go.
         shell("rm -rf %s/cy; nginx -t -q" % USERS)
         self.rewrite("action=confirm_removed&type=httpd.conf&value=%s/cy/httpd.conf" % USERS)
@@ -328,10 +332,7 @@ class ProxyTest(WebTest):
         self.domain("bob", "bob.example.cust_httpd", "Redirect /apache http://else.example/\n")
         self.domain("bob", "bob.example.cust_nginx", "location = /nginx { return 302 http://other.example/; }\n")
         self.apache(modules="remoteip")
-        apache = subprocess.Popen(APACHE_COMMAND)
-        self.servers.append(apache)
-        self.addCleanup(apache.wait)
-        self.addCleanup(apache.terminate)
+        self.begin(APACHE_COMMAND)
         self.serve(["nginx", "-g", "daemon off;"], "/var/run/nginx.pid")
         self.until(lambda: ask("ann.example")[0] == 200)
         self.check_sites()
@@ -343,6 +344,85 @@ class ProxyTest(WebTest):
         self.check_https()
         self.assertIn("action=nginx&value=reload", text(panel.QUEUE))
         self.assertIn("action=httpd&value=restart", text(panel.QUEUE))
+
+
+class ManyTest(WebTest):
+    """Twenty domains of eight users: the right page, over http and https, and PHP as the right user."""
+    hosts = {"d%02d.example" % i: "m%d" % (i % 8) for i in range(20)}
+
+    def lay(self, certificate, key):
+        shell("rm -rf /home/m?/domains /etc/php/8.2/fpm/pool.d/zorvane-*; mkdir -p /run/php")
+        for user in sorted(set(self.hosts.values())):
+            panel.panel_do("addAccount", user, "user", "boss", *[host for host, owner in self.hosts.items() if owner == user])
+        for host, user in self.hosts.items():
+            self.page(user, host, host)
+            self.page(user, host, "<?php echo posix_getuid();", "public_html/who.php")
+            self.certificate(user, host)
+        self.account("m7", "suspended=no", "suspended=yes")
+        self.domain("m0", "d08.example.conf", "domain=d08.example\nsuspended=yes\n")
+        self.server_certificate(certificate, key)
+        settings(enable_ssl_sni=1)
+
+    def check(self, logs):
+        self.serve(["php-fpm8.2", "-F"], "/run/php/php8.2-fpm.pid")
+        for host, user in self.hosts.items():
+            isClosed = user == "m7" or host == "d08.example"
+            for scheme in ("http", "https"):
+                status, page = ask(host, scheme=scheme)
+                self.assertEqual((status, "This site is suspended" in page or page), (503, True) if isClosed else (200, host), self.log())
+            self.assertEqual(shown(host), host)
+            status, page = ask(host, "/who.php")
+            self.assertEqual((status, isClosed or page), (503, True) if isClosed else (200, str(pwd.getpwnam(user).pw_uid)), self.log())
+        def lines(host):
+            return text("%s/%s.bytes" % (logs, host)).splitlines()
+        # A server notes a request after its answer.
+        self.until(lambda: all(len(lines(host)) >= 3 for host in self.hosts))
+        sent = {user: sum(sum(map(int, line.split())) for host, owner in self.hosts.items() if owner == user for line in lines(host))
+                for user in self.hosts.values()}
+        self.rewrite("action=tally&value=all")
+        for user, want in sent.items():
+            billed = parse_qs(text("%s/%s/bandwidth.tally" % (USERS, user)).strip())
+            self.assertEqual(sum(float(billed[key][0]) for key in ("http_bw_total", "http_ul_total")), want, user)
+            self.assertGreater(want, 0)
+
+    def start_apache(self):
+        self.serve(APACHE_COMMAND, "/run/apache2/apache2.pid")
+
+    def test_nginx(self):
+        self.lay("/etc/nginx/ssl.crt/server.crt", "/etc/nginx/ssl.key/server.key")
+        settings(nginx=1)
+        write(NGINX, NGINX_MAIN)
+        # Who starts the panel may open fewer files than a server has logs.
+        for value in ("ips", "nginx"):
+            self.rewrite("action=rewrite&value=" + value, before="ulimit -S -n 48; ")
+        self.serve(["nginx", "-g", "daemon off;"], "/var/run/nginx.pid")
+        self.check("/var/log/nginx/domains")
+
+    def test_apache(self):
+        self.lay("/etc/apache2/server.crt", "/etc/apache2/server.key")
+        self.apache(kind="mpm_prefork mpm_itk", modules="proxy proxy_fcgi", apachecert="/etc/apache2/server.crt", apachekey="/etc/apache2/server.key")
+        self.start_apache()
+        self.check(APACHE_LOGS)
+        # Another's pool is out of reach for who names its socket.
+        self.page("m1", "d01.example", 'SetHandler "proxy:unix:/run/php/zorvane-m2-8.2.sock|fcgi://localhost"\n', "public_html/.htaccess")
+        self.assertEqual((ask("d01.example", "/index.html")[0], listens("/run/php/zorvane-m2-8.2.sock")), (503, True))
+        # Who may start no programs cannot hand PHP a setting either.
+        self.domain("m3", "d03.example.conf", "domain=d03.example\nsafemode=ON\n")
+        for user, host in (("m3", "d03.example"), ("m4", "d04.example")):
+            self.page(user, host, 'SetEnv PHP_ADMIN_VALUE "open_basedir=/"\n', "public_html/.htaccess")
+        self.rewrite("action=cache&value=safemode")
+        self.rewrite()
+        self.reload(lambda: ask("d03.example", "/who.php")[0] == 500)
+        self.assertEqual(ask("d04.example", "/who.php")[0], 200)
+
+    def test_nginx_before_apache(self):
+        settings(nginx_proxy=1)
+        write(NGINX, NGINX_MAIN)
+        self.lay("/etc/nginx/ssl.crt/server.crt", "/etc/nginx/ssl.key/server.key")
+        self.apache(kind="mpm_prefork mpm_itk", modules="proxy proxy_fcgi remoteip")
+        self.begin(APACHE_COMMAND)
+        self.serve(["nginx", "-g", "daemon off;"], "/var/run/nginx.pid")
+        self.check("/var/log/nginx/domains")
 
 
 class ApacheTest(WebTest):

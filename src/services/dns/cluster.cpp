@@ -105,9 +105,9 @@ int writeCatalog(Text& result) {
   const std::string zone = catalogZone();
   if (clusterPeers().empty()) return 1;
   if (!isValidDomain(zone.c_str())) return fail(result, "servername is no host name");
-  Rewrite rewrite(zonePlan(false));
-  if (!rewrite.begin()) return fail(result, rewrite.result);
   const ZoneForm form(false);
+  Rewrite rewrite(form.plan(false));
+  if (!rewrite.begin()) return fail(result, rewrite.result);
   const std::string* now = rewrite.present(form.fileOf(zone));
   const unsigned long serial = serialIn(now);
   std::string text = catalogText(rewrite.list(), serial);

@@ -22,6 +22,12 @@ std::string clusterClauses();
 /// Writes the catalog zone from the list of zones as it stands, when there is a cluster. 0 with the reason in `result`.
 [[nodiscard]] int writeCatalog(Text& result);
 
+/// The peer that serves a domain for another server than this one: it exists there already. Empty when there is no
+/// cluster, or none of the peers says so. The primary in the zone's SOA record counts, which is neither `servername`
+/// nor `ns1`: peers go on serving what this server had before it was lost. Two seconds a peer, and one that is silent
+/// is asked once a run. May be called under any identity, which is the same afterwards.
+std::string peerWithOthers(const char* domain);
+
 /// Carries out a line `sync`/`cluster`: a domain, or with `value=email` the mail account of `request`, which the hook
 /// "cluster_email.sh" takes. A domain's peers are told to look, and asked for its serial a moment later. One that does
 /// not have what this server serves is told again in a later run, `remote_dns_retries` times.

@@ -1,5 +1,7 @@
 // Seeing to it that the peers of the cluster have what this server serves.
-#include <map>
+#include <strings.h>
+
+#include <set>
 
 #include "core/config/config.h"
 #include "core/panel/hook_script.h"
@@ -24,19 +26,29 @@ constexpr const char* kMailHook = "cluster_email.sh";
 constexpr int kLooks = 4;
 constexpr int kBetweenLooks = 500;
 
-/// Whether a peer has a zone by a serial, or has it soon. One that did not answer once in this run is not asked again.
+/// What a peer says of a zone; false when it says nothing. One that did not answer once in this run is not asked again.
+bool askPeer(const std::string& peer, const char* zone, ServedZone& served) {
+  static std::set<std::string> silent;
+  if (silent.contains(peer)) return false;
+  bool answered = false;
+  served = servedZone(peer, zone, answered);
+  if (!answered) silent.insert(peer);
+  return answered;
+}
+
+/// Whether a peer has a zone by a serial, or has it soon.
 bool hasZone(const std::string& peer, const char* zone, unsigned long serial) {
-  static std::map<std::string, bool> silent;
-  if (silent[peer]) return false;
+  ServedZone served;
   for (int look = 0; look < kLooks; ++look) {
     if (look > 0) sleepSafely(kBetweenLooks);
-    bool answered = false;
-    const unsigned long theirs = servedSerial(peer, zone, answered);
-    if (!answered) silent[peer] = true;
-    if (!answered) return false;
-    if (theirs != 0 && isAsNew(theirs, serial)) return true;
+    if (!askPeer(peer, zone, served)) return false;
+    if (served.serial != 0 && isAsNew(served.serial, serial)) return true;
   }
   return false;
+}
+
+bool isSameHost(const std::string& host, const Text& other) {
+  return ::strcasecmp(host.c_str(), other.orEmpty()) == 0;
 }
 
 void tryAgain(const char* domain, int count, const std::string& peer) {
@@ -63,7 +75,7 @@ int syncZone(const Task& task) {
   Text why;
   if (peers.empty()) return 1;
   bool answered = false;
-  const unsigned long serial = servedSerial(kItself, domain, answered);
+  const unsigned long serial = servedZone(kItself, domain, answered).serial;
   if (!tellNameServer({"notify", domain}, why)) errorLog("%s: %s", domain, why.orEmpty());
   for (const std::string& peer : peers) {
     if (serial != 0 && hasZone(peer, domain, serial)) continue;
@@ -86,6 +98,16 @@ int syncMail(const Task& task) {
 }
 
 }  // namespace
+
+std::string peerWithOthers(const char* domain) {
+  if (!isValidDomain(domain)) return "";
+  for (const std::string& peer : clusterPeers()) {
+    ServedZone served;
+    if (!askPeer(peer, domain, served) || served.serial == 0) continue;
+    if (!isSameHost(served.primary, sys_conf->servername) && !isSameHost(served.primary, sys_conf->ns1)) return peer;
+  }
+  return "";
+}
 
 int syncWithCluster(const Task& task) {
   const AsRoot root;

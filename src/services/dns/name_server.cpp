@@ -44,7 +44,7 @@ int tellNameServer(std::vector<std::string> command, Text& result) {
   return fail(result, program, ": ", child.timedOut ? "no answer" : words);
 }
 
-unsigned long servedSerial(const std::string& server, const std::string& zone, bool& answered) {
+ServedZone servedZone(const std::string& server, const std::string& zone, bool& answered) {
   const std::size_t port = server.find('#');
   ChildPlan plan = ChildPlan::program(
       sys_conf->dig.orEmpty(),
@@ -58,9 +58,9 @@ unsigned long servedSerial(const std::string& server, const std::string& zone, b
   const std::vector<std::string> words = answered ? soaWords(child.output) : std::vector<std::string>();
   constexpr std::size_t kWords = 7;
   unsigned serial = 0;
-  if (words.size() != kWords) return 0;
+  if (words.size() != kWords) return {};
   std::from_chars(words[2].data(), words[2].data() + words[2].size(), serial);
-  return serial;
+  return {serial, words[0].substr(0, words[0].find_last_not_of('.') + 1)};
 }
 
 bool isAsNew(unsigned long serial, unsigned long as) {

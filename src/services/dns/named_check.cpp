@@ -51,7 +51,10 @@ Verdict checkZones(const Trial& trial, std::string& words) {
     words = "named-checkconf is not installed";
     return Verdict::unknown;
   }
-  const Verdict verdict = ask(program, {"-z", trial.list}, words);
+  // Without a zone in question it is the clauses that are asked about.
+  std::vector<std::string> arguments = {trial.list};
+  if (!trial.fresh.empty()) arguments.insert(arguments.begin(), "-z");
+  const Verdict verdict = ask(program, std::move(arguments), words);
   const char* each = sys_conf->named_checkzone;
   if (verdict != Verdict::good || each == nullptr || *each == '\0') return verdict;
   return checkEach(trial, each, words);

@@ -35,16 +35,6 @@ bool signsZones() {
 
 }  // namespace
 
-RewritePlan zonePlan(bool isWhole) {
-  return {.name = "zones",
-          .words = "DNS zones",
-          .check = checkZones,
-          .list = {zoneListFile(), zoneListOwner(), kMode, joined(kHead, clusterHead())},
-          .judgesAlone = true,
-          .isWhole = isWhole,
-          .followUp = {"named", "reload"}};
-}
-
 ZoneForm::ZoneForm(bool mayBeSigned) : folder_(zoneFolder()), owner_(zoneOwner()) {
   // Names with underscores pass the name server's own check only when it is told.
   if (sys_conf->allow_dns_underscore) clauses_.append(" check-names ignore;");
@@ -54,17 +44,27 @@ ZoneForm::ZoneForm(bool mayBeSigned) : folder_(zoneFolder()), owner_(zoneOwner()
   clauses_.append(clusterClauses());
 }
 
+RewritePlan ZoneForm::plan(bool isWhole) const {
+  return {.name = "zones",
+          .words = "DNS zones",
+          .check = checkZones,
+          .list = {zoneListFile(), zoneListOwner(), kMode, joined(kHead, clusterHead())},
+          .sample = entryOf("zone.invalid", fileOf("zone.invalid")),
+          .judgesAlone = true,
+          .isWhole = isWhole,
+          .followUp = {"named", "reload"}};
+}
+
+std::string ZoneForm::entryOf(const std::string& zone, std::string_view file) const {
+  return joined("zone \"", zone, "\" { type master; file \"", file, "\";", clauses_, " };\n");
+}
+
 std::string ZoneForm::fileOf(const std::string& zone) const {
   return joined(folder_, "/", zone, ".db");
 }
 
 Candidate ZoneForm::candidate(Origin origin, const std::string& zone, std::string text) const {
-  return {std::move(origin),
-          fileOf(zone),
-          std::move(text),
-          owner_,
-          kMode,
-          joined("zone \"", zone, "\" { type master; file \"", kPlace, "\";", clauses_, " };\n")};
+  return {std::move(origin), fileOf(zone), std::move(text), owner_, kMode, entryOf(zone, kPlace)};
 }
 
 }  // namespace zvtaskq

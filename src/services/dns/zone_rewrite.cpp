@@ -26,7 +26,7 @@ namespace {
 class ZoneRewrite {
  public:
   ZoneRewrite(const ZoneOrder& order, Text& result)
-      : order_(order), result_(result), rewrite_(zonePlan(order.domain == nullptr)) {}
+      : order_(order), result_(result), rewrite_(form_.plan(order.domain == nullptr)) {}
 
   int run() {
     if (!rewrite_.begin()) return fail(result_, rewrite_.result);
@@ -152,6 +152,7 @@ class ZoneRewrite {
 
   const ZoneOrder& order_;
   Text& result_;
+  const ZoneForm form_{true};
   Rewrite rewrite_;
   ZoneTemplate template_;
   ZoneData data_;
@@ -159,7 +160,6 @@ class ZoneRewrite {
   GoneZones gone_;
   /// The files of the zones that there are.
   std::set<std::string> met_;
-  const ZoneForm form_{true};
 };
 
 }  // namespace

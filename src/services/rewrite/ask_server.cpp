@@ -15,8 +15,10 @@ constexpr int kNotStarted = 127;
 constexpr std::size_t kLongestWords = 64UL << 10;
 constexpr mode_t kMode = 0644;
 constexpr const char* kUnshare = "/usr/bin/unshare";
-/// Its arguments: how many files, then each with its place, then the program with its own.
+/// Its arguments: how many files, then each with its place, then the program with its own. A web server opens all its
+/// logs for the check, as many as its own unit allows; who starts the panel allows a thousand.
 constexpr const char* kScript =
+    "[ \"$(ulimit -H -n)\" -ge 262144 ] || ulimit -n 262144 2>/dev/null; ulimit -S -n \"$(ulimit -H -n)\"; "
     "files=$1; shift; "
     "while [ \"$files\" -gt 0 ]; do mount --bind -- \"$1\" \"$2\" || exit 99; shift 2; files=$((files - 1)); done; "
     "exec \"$@\"";

@@ -27,7 +27,7 @@ struct StandIn {
 };
 
 /// The plan of a program that sees these files in place of others, and it alone: it runs as root with a view of the
-/// file system of its own, and keeps 64 KB of what it prints.
+/// file system of its own, may open as many files as a web server, and keeps 64 KB of what it prints.
 ChildPlan planSeeing(const std::vector<StandIn>& files, const std::string& program, std::vector<std::string> arguments);
 
 /// Makes a file that a server's configuration includes, root's and readable by all, when there is none. 0 with why in

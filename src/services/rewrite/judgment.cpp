@@ -60,7 +60,8 @@ Verdict Rewrite::judge(const Changes& fresh, std::string& words) {
   const AsRoot root;
   if (!plan_.list.path.empty()) {
     Text why;
-    if (!journal_.stage({plan_.list.path, list.text(plan_.list.head), plan_.list.owner, plan_.list.mode}, why)) {
+    const std::string text = joined(list.text(plan_.list.head), fresh.empty() ? plan_.sample : "");
+    if (!journal_.stage({plan_.list.path, text, plan_.list.owner, plan_.list.mode}, why)) {
       words = why.orEmpty();
       return Verdict::unknown;
     }

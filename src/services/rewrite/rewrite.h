@@ -43,6 +43,9 @@ struct RewritePlan {
   Check check = nullptr;
   /// The file that names the accounts' files to the server; no path when there is none.
   ListPlace list = {};
+  /// Lines that stand for an entry when the rest of the configuration is asked about: what all entries have in common
+  /// is no account's fault.
+  std::string sample = {};
   /// No file depends on another: the check is asked about those in question alone.
   bool judgesAlone = false;
   /// Everything is rewritten: what the list has of an origin that was not named in this rewrite goes, and so do its

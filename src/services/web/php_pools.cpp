@@ -26,6 +26,8 @@ constexpr mode_t kListMode = 0600;
 /// PHP-FPM closes its standard input before it reads its configuration.
 constexpr const char* kScript = "exec \"$0\" -t -y /dev/fd/3 3<&0 </dev/null";
 constexpr const char* kServerUsers[] = {"www-data", "nginx", "apache"};
+/// Apache reads it when it answers for each account as that account.
+constexpr const char* kApacheAsAccounts = "/etc/apache2/mods-enabled/mpm_itk.load";
 
 std::string folderOf(const std::string& version) {
   return joined(kVersions, "/", version, kPoolFolder);
@@ -82,6 +84,11 @@ std::vector<std::string> installedPhp() {
   return versions;
 }
 
+std::vector<std::string> usablePhp() {
+  const bool mayAsk = sys_conf->nginx != 0 || pathExists(kApacheAsAccounts);
+  return mayAsk ? installedPhp() : std::vector<std::string>();
+}
+
 std::string phpSocketOf(const std::string& account, const std::string& version) {
   return joined("/run/php/zorvane-", account, "-", version, ".sock");
 }
@@ -104,7 +111,7 @@ RewritePlan PhpPools::plan(bool isWhole) {
 int PhpPools::candidate(const WebAccount& account, const std::string& version, Candidate& out, Text& result) {
   SiteValues values;
   values[WebToken::user] = {account.name};
-  values[WebToken::serverUser] = {serverUser()};
+  values[WebToken::serverUser] = {sys_conf->nginx != 0 ? serverUser() : account.name};
   values[WebToken::home] = {account.home};
   values[WebToken::socket] = {phpSocketOf(account.name, version)};
   std::string text;

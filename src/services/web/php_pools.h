@@ -1,7 +1,8 @@
 // PHP of the accounts' own: a pool of PHP-FPM for each account and version, which runs as the account.
 //
-// Only where nginx serves the sites itself. Behind Apache the socket of a pool is open to everybody who may write a
-// rewrite rule into an ".htaccess" of his own: it names any other's as well.
+// Where nginx serves the sites itself, or Apache does with mpm_itk, which answers for an account as that account. Else
+// a pool's socket would be open to everybody who may write a rewrite rule into an ".htaccess": it names any other's as
+// well.
 #pragma once
 
 #include <set>
@@ -16,6 +17,8 @@ namespace zvtaskq {
 
 /// The installed versions of PHP-FPM that accounts can have a pool of, such as "8.2", the newest last.
 std::vector<std::string> installedPhp();
+/// Those of them that the sites' server may ask; none where it is one Apache for all.
+std::vector<std::string> usablePhp();
 /// The socket of an account's pool.
 std::string phpSocketOf(const std::string& account, const std::string& version);
 

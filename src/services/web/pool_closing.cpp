@@ -33,7 +33,7 @@ int dropPools(const char* account, std::set<std::string>& versions, Text& result
 }  // namespace
 
 int closePhpPools(const char* account, Text& result) {
-  if (sys_conf->nginx == 0 || installedPhp().empty()) return 1;
+  if (installedPhp().empty()) return 1;
   const AsRoot root;
   std::set<std::string> versions;
   if (!dropPools(account, versions, result)) return 0;

@@ -62,6 +62,11 @@ std::vector<std::string> withoutDots(std::vector<std::string> lines) {
   return lines;
 }
 
+/// Where a page of the panel's is, an administrator's own or the stock one.
+std::string folderOfPage(const Config& conf, const char* file) {
+  return PathParts(templatePath(conf, file)).folder;
+}
+
 bool isThere(const Text& path) {
   return !path.isEmpty() && pathExists(path, PathKind::file) != 0;
 }
@@ -80,6 +85,7 @@ ServerForm::ServerForm(WebServer server, const Config& conf)
       isNginx_(server == WebServer::nginx),
       logs_((isNginx_ ? conf.nginxlogdir : conf.apachelogdir).orEmpty()),
       isBehind_(!isNginx_ && conf.nginx_proxy != 0),
+      suspendedFolder_(folderOfPage(conf, kSuspendedPage)),
       owner_{kRootIds.user, idsOf(kPanelUser).group} {
   const AsRoot root;
   const Text& certificate = isNginx_ ? conf.nginx_cert : conf.apachecert;
@@ -159,9 +165,7 @@ unsigned ServerForm::fillSite(const WebAccount& account, const WebSite& site, bo
                    : forces && !isSecure && !isBehind_ ? kForceHttps
                    : hasProxy                          ? kProxied
                                                        : kLive;
-  const bool hasPhp = conf_.nginx != 0 && !site.php.empty();
-  if ((flags & kLive) != 0) flags |= hasPhp ? kPhp : kNoPhp;
-  if (hasPhp) values[WebToken::socket] = {phpSocketOf(account.name, site.php)};
+  if ((flags & kLive) != 0) fillPhp(account, site, flags, values);
   if (isBehind_) flags |= kBehind;
   if (isBehind_ && isSecure) flags |= kBehindSsl;
   if (!isBehind_) flags |= kBytes;
@@ -173,7 +177,7 @@ unsigned ServerForm::fillSite(const WebAccount& account, const WebSite& site, bo
   values[WebToken::home] = {account.home};
   values[WebToken::log] = {joined(logs_, "/", site.host)};
   values[WebToken::target] = {joined(isSecure || forces ? "https://" : "http://", site.target)};
-  fillPage(kSuspendedPage, values);
+  fillPage(kSuspendedPage, suspendedFolder_, values);
   fillChallenges(flags, values);
   if ((flags & (kLive | kProxied)) != 0) values[WebToken::custom] = site.pieces[static_cast<std::size_t>(server_)];
   if ((flags & kLive) != 0) {
@@ -186,6 +190,14 @@ unsigned ServerForm::fillSite(const WebAccount& account, const WebSite& site, bo
   // Nobody is held to https for longer than his site is there.
   if (site.isSuspended) flags &= ~kHasHsts;
   return flags;
+}
+
+void ServerForm::fillPhp(const WebAccount& account, const WebSite& site, unsigned& flags, SiteValues& values) {
+  flags |= site.php.empty() ? kNoPhp : kPhp;
+  if (site.php.empty()) return;
+  if (account.phpLimits.safeMode) flags |= kSafeMode;
+  values[WebToken::socket] = {phpSocketOf(account.name, site.php)};
+  values[WebToken::ids] = {joined("#", std::to_string(account.ids.user), " #", std::to_string(account.ids.group))};
 }
 
 void ServerForm::fillAddresses(const std::vector<std::string>& addresses, bool isSecure, SiteValues& values) const {
@@ -205,9 +217,8 @@ void ServerForm::fillListening(bool isSecure, SiteValues& values) const {
   values[WebToken::listen] = isBehind_ ? values[WebToken::address] : std::vector<std::string>{port.orEmpty()};
 }
 
-void ServerForm::fillPage(const char* file, SiteValues& values) const {
-  const std::string page = templatePath(conf_, file);
-  values[WebToken::pages] = {page.substr(0, page.rfind('/'))};
+void ServerForm::fillPage(const char* file, const std::string& folder, SiteValues& values) const {
+  values[WebToken::pages] = {folder};
   values[WebToken::page] = {file};
 }
 
@@ -260,7 +271,7 @@ int ServerForm::addressFile(const std::vector<std::string>& addresses, Candidate
     if (isSecure && !hasSecure("")) continue;
     fillAddresses(addresses, isSecure, values);
     fillListening(isSecure, values);
-    fillPage(kDefaultPage, values);
+    fillPage(kDefaultPage, folderOfPage(conf_, kDefaultPage), values);
     fillChallenges(flags, values);
     if (isSecure && !isBehind_) fillCertificate("", flags, values);
     if (!form.fill(flags, values, text, result)) return 0;

@@ -35,9 +35,10 @@ class ServerForm {
 
  private:
   unsigned fillSite(const WebAccount& account, const WebSite& site, bool isSecure, SiteValues& values) const;
+  static void fillPhp(const WebAccount& account, const WebSite& site, unsigned& flags, SiteValues& values);
   void fillAddresses(const std::vector<std::string>& addresses, bool isSecure, SiteValues& values) const;
   void fillListening(bool isSecure, SiteValues& values) const;
-  void fillPage(const char* file, SiteValues& values) const;
+  void fillPage(const char* file, const std::string& folder, SiteValues& values) const;
   void fillChallenges(unsigned& flags, SiteValues& values) const;
   const Text& addressPath() const;
   void fillCertificate(const std::string& own, unsigned& flags, SiteValues& values) const;
@@ -53,6 +54,8 @@ class ServerForm {
   std::string certificate_;
   std::string key_;
   std::string chain_;
+  /// Where the page of a suspended site is.
+  std::string suspendedFolder_;
   Ids owner_{};
   SiteTemplate template_;
 };

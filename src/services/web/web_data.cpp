@@ -3,14 +3,18 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <utility>
 
+#include "account/model/account_name.h"
 #include "account/model/account_record.h"
 #include "account/model/addresses.h"
 #include "account/model/name_owner.h"
 #include "account/model/server_address.h"
 #include "account/model/system_accounts.h"
 #include "core/config/config.h"
+#include "core/files/paths.h"
+#include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/sys/log.h"
 #include "core/sys/privileges.h"
@@ -40,9 +44,10 @@ constexpr Piece kPieces[] = {{".cust_httpd", whyNoApachePiece}, {".cust_nginx", 
 class AccountSites {
  public:
   AccountSites(WebData& shared, const ConfigFile& record, WebAccount& account)
-      : shared_(shared), record_(record), account_(account), files_(account.name), folders_(account.home) {}
+      : shared_(shared), record_(record), account_(account), files_(account.name) {}
 
-  Gathered run() {
+  /// As the panel's user.
+  Gathered read() {
     std::vector<std::string> domains;
     Text result;
     if (!files_ || !readDomains(account_.name.c_str(), domains, result)) {
@@ -54,7 +59,21 @@ class AccountSites {
     return account_.sites.empty() ? Gathered::none : Gathered::ready;
   }
 
+  /// Of all sites together, as root: an identity costs more than a look at a folder.
+  void findFolders() {
+    const AsRoot root;
+    const PageFolders folders(account_.home);
+    for (const OpenDomain& one : open_) findFolders(folders, one);
+  }
+
  private:
+  /// A domain that is not suspended; its sites are those of its subdomains from `first` on, then its own.
+  struct OpenDomain {
+    std::string domain;
+    std::vector<std::string> subdomains;
+    std::size_t first = 0;
+  };
+
   void refuse(const std::string& field, const std::string& why) const {
     errorLog("%s %s: %s is refused: %s", account_.name.c_str(), domain_.c_str(), printable(field).c_str(), why.c_str());
   }
@@ -91,9 +110,9 @@ class AccountSites {
     std::vector<std::string> subdomains;
     if (!readNames(site, subdomains, redirects)) return;
     if (!site.isSuspended) {
-      findFolders(site);
       readOwn(site);
       site.php = phpOf(record);
+      open_.push_back({domain, subdomains, account_.sites.size()});
     }
     addSubdomains(site, subdomains);
     account_.sites.push_back(std::move(site));
@@ -192,14 +211,31 @@ class AccountSites {
     return redirect;
   }
 
+  void findFolders(const PageFolders& folders, const OpenDomain& one) {
+    domain_ = one.domain;
+    WebSite* subs = &account_.sites[one.first];
+    WebSite& site = subs[one.subdomains.size()];
+    findOwn(folders, site);
+    for (std::size_t i = 0; i < one.subdomains.size(); ++i) {
+      const std::string& name = one.subdomains[i];
+      std::string why;
+      subs[i].isSuspended = site.isSuspended;
+      subs[i].root = joined(site.root, "/", name);
+      subs[i].secureRoot = joined(site.secureRoot, "/", name);
+      if (site.isSuspended || folders.findBelow(domain_, name, why)) continue;
+      refuse(joined("subdomain '", name, "'"), why);
+      subs[i].isSuspended = true;
+    }
+  }
+
   /// One whose folders lead elsewhere is closed: its old pages would be served on otherwise.
-  void findFolders(WebSite& site) const {
+  void findOwn(const PageFolders& folders, WebSite& site) const {
     std::string why;
     const char* field = "public_html";
-    bool isFound = folders_.find(domain_, site.root, why) != 0;
+    bool isFound = folders.find(domain_, site.root, why) != 0;
     if (isFound) {
       field = "private_html";
-      isFound = folders_.findSecure(domain_, site.secureRoot, why) != 0;
+      isFound = folders.findSecure(domain_, site.secureRoot, why) != 0;
     }
     if (isFound) return;
     refuse(field, why);
@@ -212,12 +248,6 @@ class AccountSites {
       sub.host = joined(name, ".", domain_);
       sub.names = {sub.host};
       addAlias(sub, kAlias + sub.host);
-      std::string why;
-      if (!site.isSuspended && !folders_.findBelow(domain_, name, why)) {
-        refuse(joined("subdomain '", name, "'"), why);
-        sub.isSuspended = true;
-      }
-      for (std::string* root : {&sub.root, &sub.secureRoot}) root->append("/").append(name);
       account_.sites.push_back(std::move(sub));
     }
   }
@@ -261,7 +291,7 @@ class AccountSites {
   const ConfigFile& record_;
   WebAccount& account_;
   const DomainFiles files_;
-  const PageFolders folders_;
+  std::vector<OpenDomain> open_;
   std::string domain_;
   std::vector<std::string> subdomainHosts_;
   /// A name answers once in an account.
@@ -281,7 +311,7 @@ int WebData::read(Text& result) {
     for (const std::string& one : address.linked) all.push_back(one);
   }
   serverAddress_ = mainServerAddress();
-  if (sys_conf->nginx != 0) php_ = installedPhp();
+  php_ = usablePhp();
   return 1;
 }
 
@@ -306,7 +336,10 @@ bool WebData::mayHave(const std::string& account, const std::string& name) const
 }
 
 Gathered WebData::gather(const std::string& account, WebAccount& out) {
-  const AsUser panel(kPanelUser);
+  std::optional<AsUser> panel(kPanelUser);
+  if (!isAccountName(account.c_str()) || !pathExists(accountFile(account.c_str(), nullptr).c_str(), PathKind::folder)) {
+    return Gathered::none;
+  }
   ConfigFile record(nullptr);
   if (!readAccount(account.c_str(), record)) {
     errorLog("%.100s: %s", account.c_str(), record.result.orEmpty());
@@ -323,7 +356,11 @@ Gathered WebData::gather(const std::string& account, WebAccount& out) {
     errorLog("%s: home '%s' is refused: it is no path for a server", account.c_str(), printable(out.home).c_str());
     return Gathered::unreadable;
   }
-  return AccountSites(*this, record, out).run();
+  AccountSites sites(*this, record, out);
+  const Gathered gathered = sites.read();
+  panel.reset();
+  if (gathered == Gathered::ready) sites.findFolders();
+  return gathered;
 }
 
 }  // namespace zvtaskq

@@ -4,7 +4,6 @@
 #include <set>
 #include <utility>
 
-#include "account/model/account_name.h"
 #include "account/model/account_record.h"
 #include "core/config/config.h"
 #include "core/files/paths.h"
@@ -68,7 +67,7 @@ class WebRewrite {
   }
 
   int beginPools() {
-    if (sys_conf->nginx == 0 || installedPhp().empty()) return 1;
+    if (usablePhp().empty()) return 1;
     pools_ = std::make_unique<Rewrite>(PhpPools::plan(only_ == nullptr));
     const AsRoot root;
     if (!openStateFolder() || !pools_->begin()) return fail(result_, pools_->result);
@@ -95,6 +94,8 @@ class WebRewrite {
   }
 
   int gatherAll() {
+    // Taken once, and not anew for every file.
+    const AsRoot root;
     if (only_ != nullptr) return take(only_) && takeWaiting();
     ListFile names(nullptr);
     if (!listAccounts(names)) return fail(result_, "the accounts cannot be listed");
@@ -116,7 +117,7 @@ class WebRewrite {
 
   int take(const std::string& name, bool isJudged = false) {
     WebAccount account;
-    const Gathered gathered = isThere(name) ? data_.gather(name, account) : Gathered::none;
+    const Gathered gathered = data_.gather(name, account);
     if (!account.fresh.empty() && !isJudged) {
       waiting_.push_back(name);
       for (NewCertificate& one : account.fresh) fresh_.push_back(std::move(one));
@@ -153,11 +154,6 @@ class WebRewrite {
         if (texts.find(path) == std::string::npos) static_cast<void>(unlinkFile(path.c_str()));
       }
     }
-  }
-
-  static bool isThere(const std::string& name) {
-    const AsUser panel(kPanelUser);
-    return isAccountName(name.c_str()) && pathExists(accountFile(name.c_str(), nullptr).c_str(), PathKind::folder) != 0;
   }
 
   const char* only_;

@@ -26,6 +26,7 @@ enum class WebToken {
   challenges,
   backend,
   socket,
+  ids,
   user,
   serverUser,
   type,
@@ -75,8 +76,10 @@ inline constexpr WebTokenRow kWebTokens[] = {
      "What a certificate authority asks for below `/.well-known/acme-challenge/`, with `HAS_CHALLENGES`."},
     {WebToken::backend, "BACKEND", false, "127.0.0.1:8080", "Where Apache answers behind nginx."},
     {WebToken::socket, "SOCKET", false, "/run/php/zorvane-bob-8.2.sock", "The socket of the account's PHP."},
+    {WebToken::ids, "IDS", false, "#1001 #1001", "The account's user and group as Apache takes them, with `PHP`."},
     {WebToken::user, "USER", false, "bob", "The account, in the template of pools."},
-    {WebToken::serverUser, "SERVER_USER", false, "www-data", "Whom the web server runs as, in the template of pools."},
+    {WebToken::serverUser, "SERVER_USER", false, "www-data",
+     "Who may ask the pool, in its template: whom nginx runs as, or the account itself where Apache serves the pages."},
     {WebToken::type, "TYPE", true, "text/x-shop .shop", "MIME types of the domain with their endings."},
     {WebToken::handler, "HANDLER", true, "cgi-script .cgi .pl", "Handlers of the domain with their endings."},
     {WebToken::custom, "CUSTOM", true, "expires 1h;", "The lines of the domain's own piece of configuration."},
@@ -122,7 +125,7 @@ inline constexpr WebFlagRow kWebFlags[] = {
     {"SSL", "This server is asked over https."},
     {"BEHIND", "This is Apache behind nginx."},
     {"BEHIND_SSL", "And nginx was asked over https."},
-    {"PHP", "There is a PHP of the account's own: where nginx serves the pages."},
+    {"PHP", "There is a PHP of the account's own: where nginx serves the pages, or Apache with mpm_itk."},
     {"HAS_HSTS", "`HSTS` is set."},
     {"HAS_CHAIN", "`CHAIN` is set."},
     {"HAS_TYPES", "`TYPE` has a value."},
@@ -131,7 +134,7 @@ inline constexpr WebFlagRow kWebFlags[] = {
     {"NO_PHP", "Pages are served here, and there is no PHP: its files must not be shown."},
     {"HAS_CHALLENGES", "Certificates are asked for (`letsencrypt`)."},
     {"OPEN_BASEDIR", "In the template of pools: it opens files below the home alone (`open_basedir`)."},
-    {"SAFEMODE", "In the template of pools: it starts no programs (`safemode`)."},
+    {"SAFEMODE", "With `PHP`, and in the template of pools: it starts no programs (`safemode`)."},
 };
 
 }  // namespace zvtaskq
