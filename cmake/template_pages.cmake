@@ -2,6 +2,7 @@
 # test says when it has fallen behind, update_template_pages writes it anew.
 add_executable(template_pages dev/template_pages.cpp)
 target_include_directories(template_pages PRIVATE "${CMAKE_BINARY_DIR}/rooms/zv_services_dns"
+  "${CMAKE_BINARY_DIR}/rooms/zv_account_filters"
   "${CMAKE_BINARY_DIR}/rooms/zv_services_ftp" "${CMAKE_BINARY_DIR}/rooms/zv_services_web")
 zv_target(template_pages)
 

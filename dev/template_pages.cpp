@@ -3,6 +3,7 @@
 // The result is kept in docs/; the build target update_template_pages writes it anew.
 #include <cstdio>
 
+#include "account/filters/filter_tokens.h"
 #include "services/dns/zone_tokens.h"
 #include "services/ftp/host_tokens.h"
 #include "services/web/web_tokens.h"
@@ -51,6 +52,18 @@ void printFtp() {
   for (const zvtaskq::HostTokenRow& row : zvtaskq::kHostTokens) printRow(row);
 }
 
+void printFilters() {
+  std::puts(
+      "\n"
+      "## `mail_filter.txt`\n"
+      "\n"
+      "The filter of the mailboxes of a domain, as Exim reads it. Exim judges it before any filter is written.\n"
+      "\n"
+      "| token | list | example | meaning |\n"
+      "|---|---|---|---|");
+  for (const zvtaskq::FilterTokenRow& row : zvtaskq::kFilterTokens) printRow(row);
+}
+
 }  // namespace
 
 int main() {
@@ -77,5 +90,6 @@ int main() {
   for (const zvtaskq::ZoneTokenRow& row : zvtaskq::kZoneTokens) printRow(row);
   printWeb();
   printFtp();
+  printFilters();
   return 0;
 }

@@ -198,6 +198,7 @@ tally() {
         setSetting "${pair%%=*}" "${pair#*=}"
     done
     python3 "$libFolder/demo_tally.py" prepare
+    python3 "$libFolder/demo_services.py" prepare
     queueLines 'action=tally&value=all'
     run
     python3 "$libFolder/demo_tally.py" release
@@ -207,9 +208,22 @@ tally() {
     run
     tallyTook=${runTimes[0]}
     showTally >"$work/tally" || wrong=$((wrong + 1))
+    services
     rm -r "$panelRoot" "$panelLogs" "$mailFolder" /etc/nginx/conf.d/accounts.conf
     nginx -s reload
     runs=0 runTimes=()
+}
+# What the servers make of the same accounts: all of it is written, then a broken piece and a good one.
+services() {
+    queueLines 'action=rewrite&value=nginx' 'action=rewrite&value=named' 'action=rewrite&value=pureftp_db'
+    run
+    python3 "$libFolder/demo_services.py" serve
+    python3 "$libFolder/demo_services.py" change
+    queueLines 'action=rewrite&value=nginx'
+    run
+    nginx -s reload
+    python3 "$libFolder/demo_services.py" show "${runTimes[3]}" "${runTimes[4]}" >"$work/services" || wrong=$((wrong + 1))
+    python3 "$libFolder/demo_services.py" end
 }
 showTally() {
     [[ ! -s $work/tally ]] || { cat "$work/tally"; return; }
@@ -239,6 +253,7 @@ run
 run
 
 showTally
+cat "$work/services"
 showQueue
 showSecondRun
 showServers

@@ -113,8 +113,8 @@ class Server:
             bytes_of[user] = total + panel
         return bytes_of
 
-    def make_homes(self):
-        """System accounts, written into the system's tables at once, and a home with some files for each."""
+    def make_homes(self, most_files=3):
+        """System accounts, written into the system's tables at once, and a home with at most so many files for each."""
         names = [*self.users, *self.resellers, *self.admins]
         for table, line in (("passwd", "{0}:x:{1}:{1}::/home/{0}:/bin/sh\n"), ("group", "{0}:x:{1}:\n"),
                             ("shadow", "{0}:$6$salt$hash{1}:19000:0:99999:7:::\n")):
@@ -124,7 +124,7 @@ class Server:
             uid, home = FIRST_ID + i, "/home/" + name
             for folder in [home] + [f"{home}/domains/{domain}/public_html" for domain in self.domains.get(name, ())]:
                 os.makedirs(folder, exist_ok=True)
-            for k in range(self.random.randrange(1, 4)):
+            for k in range(self.random.randint(min(1, most_files), most_files)):
                 with open(f"{home}/file{k}", "wb") as file:
                     file.write(b"x" * self.random.randrange(200_000))
             for path, folders, files in os.walk(home):

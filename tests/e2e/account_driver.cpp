@@ -2,6 +2,7 @@
 #include "account/lifecycle/creation.h"
 #include "account/lifecycle/deletion.h"
 #include "account/suspension/suspension.h"
+#include "services/dns/cluster.h"
 #include "support/driver.h"
 
 using namespace zvtaskq;
@@ -25,6 +26,11 @@ int activate(const DriverCall& call) {
   return activateAccount(call.at(0), by, call.result);
 }
 
+int peerWithOthers(const DriverCall& call) {
+  call.result = zvtaskq::peerWithOthers(call.at(0)).c_str();
+  return 1;
+}
+
 constexpr DriverRow kRows[] = {
     {"create", create},
     {"delete", [](const DriverCall& call) { return deleteAccount(call.at(0), false, call.result); }},
@@ -37,6 +43,7 @@ constexpr DriverRow kRows[] = {
      [](const DriverCall& call) { return suspendDomain(call.at(0), call.at(1), call.at(2), call.result); }},
     {"activateDomain",
      [](const DriverCall& call) { return activateDomain(call.at(0), call.at(1), call.at(2), call.result); }},
+    {"peerWithOthers", peerWithOthers},
 };
 
 }  // namespace

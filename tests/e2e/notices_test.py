@@ -159,9 +159,10 @@ class RealMail(Notices):
 
     def setUp(self):
         super().setUp()
-        self.assertTrue(os.path.exists("/usr/sbin/exim4"), "needs exim4-daemon-light")
-        shell("ln -sf exim4 {0}; rm -f /var/mail/*; sed -i \"s/^dc_eximconfig_configtype=.*/"
-              "dc_eximconfig_configtype='local'/\" /etc/exim4/update-exim4.conf.conf; update-exim4.conf; service exim4 start; "
+        self.assertTrue(os.path.exists("/usr/sbin/exim4"), "needs exim4")
+        shell("ln -sf exim4 {0}; rm -f /var/mail/*; sed -i \"s/^dc_eximconfig_configtype=.*/dc_eximconfig_configtype='local'/; "
+              "s/^dc_localdelivery=.*/dc_localdelivery='mail_spool'/; s/^dc_use_split_config=.*/dc_use_split_config='false'/\" "
+              "/etc/exim4/update-exim4.conf.conf; update-exim4.conf; service exim4 start; "
               "until exim4 -bt boss@localhost >/dev/null; do sleep 0.2; done".format(SENDMAIL))
         self.addCleanup(shell, "service exim4 stop")
         self.account("boss", email="boss@localhost")

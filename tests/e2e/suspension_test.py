@@ -1,4 +1,5 @@
 """Suspending accounts and domains, and giving back what was theirs: real system accounts, cron, password files."""
+import contextlib
 import glob
 import os
 import pwd
@@ -69,8 +70,10 @@ class AccountTest(PanelTest):
     def free_locks(self):
         """What a killed work had locked; others would wait a minute."""
         for lock in glob.glob("/etc/*.lock") + glob.glob("/etc/virtual/**/*.lock", recursive=True) + glob.glob(panel.PANEL + "/data/**/*.lock", recursive=True):
+            # A process of the run that still lives may have freed its own meanwhile.
             if os.path.basename(lock) != ".pwd.lock":
-                os.unlink(lock)
+                with contextlib.suppress(FileNotFoundError):
+                    os.unlink(lock)
         for leftover in [FTP + ".temp"] * os.path.exists(FTP + ".temp") + [path for top in ("/etc/virtual", panel.PANEL + "/data")
                                                                          for path in glob.glob(top + "/**/*.temp", recursive=True)]:
             os.unlink(leftover)

@@ -4,14 +4,13 @@
 #include <cstring>
 
 #include "core/config/config.h"
-#include "core/files/line_edit.h"
 #include "core/files/private_folder.h"
-#include "core/panel/panel_paths.h"
 #include "core/panel/run_state.h"
 #include "core/sys/privileges.h"
 #include "core/tree/guarded_folder.h"
 #include "core/tree/remove_tree.h"
 #include "mail/mail_files.h"
+#include "mail/server_tables.h"
 
 namespace zvtaskq {
 
@@ -23,10 +22,6 @@ constexpr mode_t kFolderMode = 02770;
 constexpr mode_t kListMode = 0640;
 /// Mail that takes longer to remove stays, and is told.
 constexpr int kMostTime = 600;
-
-bool hasMail() {
-  return getUID(kMailUser) != kUnknownId && !sys_conf->emailvirtual.isEmpty();
-}
 
 bool isMissing(const std::string& path) {
   struct stat what {};
@@ -56,10 +51,9 @@ int removeSpool(const std::string& name, Text& result) {
 }  // namespace
 
 int makeMailDomain(const char* domain, Text& result) {
-  if (!hasMail()) return 1;
-  const std::string path = joined(sys_conf->emailvirtual, "/", domain);
+  if (!hasMailServer()) return 1;
+  const std::string path = mailFile(domain);
   const AsUser mail(kMailUser);
-  if (isMissing(std::string(sys_conf->emailvirtual.view()))) return 1;
   const Descriptor folder = openPrivateFolder(path.c_str(), kFolderMode);
   if (!folder) return fail(result, "Unable to make ", path, ": ", std::strerror(errno));
   for (const char* name : kNewLists) {
@@ -71,9 +65,11 @@ int makeMailDomain(const char* domain, Text& result) {
 }
 
 int removeMailDomain(const char* domain, Text& result) {
-  if (!hasMail()) return 1;
+  if (!hasMailServer()) return 1;
+  const auto isHis = [&](std::string_view, std::string_view folder) { return folder == domain; };
+  int done = changeMailTable(kMailDomains, {}, isHis, result) & sayMailActive(domain, result);
   const AsUser mail(kMailUser);
-  int done = removeFolder(joined(sys_conf->emailvirtual, "/", domain), result);
+  done &= removeFolder(mailFile(domain), result);
   if (!sys_conf->emailspoolvirtual.isEmpty()) {
     done &= removeFolder(joined(sys_conf->emailspoolvirtual, "/", domain), result);
   }
@@ -82,33 +78,22 @@ int removeMailDomain(const char* domain, Text& result) {
 
 int removeMailOf(const AccountHolder& holder, Text& result) {
   int done = removeSpool(holder.name, result);
-  if (!hasMail()) return done;
+  if (!hasMailServer()) return done;
+  done &= sayMailActive(holder.name, result);
   const AsUser mail(kMailUser);
-  done &= removeFile(joined(sys_conf->emailvirtual, "/limit_", holder.name), result);
-  return done & removeFile(joined(sys_conf->emailvirtual, "/usage/", holder.name, ".bytes"), result);
+  done &= removeFile(mailFile(joined("limit_", holder.name)), result);
+  return done & removeFile(mailFile(joined("usage/", holder.name, ".bytes")), result);
 }
 
 int addDomainOwner(const char* domain, const char* account, Text& result) {
-  if (!hasMail()) return 1;
-  const std::string begin = joined(domain, ":");
-  const auto drop = [&](std::string_view line, std::string&) {
-    return line.starts_with(begin) ? LineFate::drop : LineFate::keep;
-  };
-  {
-    const AsUser mail(kMailUser);
-    if (isMissing(std::string(sys_conf->emailvirtual.view()))) return 1;
-  }
-  return editLines(domainOwnersFile(), idsOf(kMailUser), drop, joined(begin, " ", account, "\n"), result);
+  const auto none = [](std::string_view, std::string_view) { return false; };
+  return changeMailTable(kDomainOwners, {{domain, account}}, none, result) &&
+         changeMailTable(kMailDomains, {{domain, domain}}, none, result);
 }
 
 int removeDomainOwner(const char* account, Text& result) {
-  if (!hasMail()) return 1;
-  const auto drop = [&](std::string_view line, std::string&) {
-    const std::size_t colon = line.find(':');
-    const bool isHis = colon != std::string_view::npos && trimmed(line.substr(colon + 1)) == account;
-    return isHis ? LineFate::drop : LineFate::keep;
-  };
-  return editLines(domainOwnersFile(), idsOf(kMailUser), drop, {}, result);
+  const auto isHis = [&](std::string_view, std::string_view owner) { return owner == account; };
+  return changeMailTable(kDomainOwners, {}, isHis, result);
 }
 
 }  // namespace zvtaskq

@@ -6,6 +6,7 @@
 #include "account/suspension/reasons.h"
 #include "account/suspension/suspension.h"
 #include "core/text/names.h"
+#include "mail/server_tables.h"
 
 namespace zvtaskq {
 
@@ -41,7 +42,10 @@ struct DomainWork {
     return notes.write(result);
   }
 
-  int giveBack(Text& result) { return (notes.isOver || staysMarked() || freeMailboxes(domain, notes, result)) ? 1 : 0; }
+  int giveBack(Text& result) {
+    if (notes.isOver) return 1;
+    return sayMailActive(domain, result) && (staysMarked() || freeMailboxes(domain, notes, result)) ? 1 : 0;
+  }
 
   int write(const char* suspended, const std::string& reason, Text& result) const {
     return changeRecord(
@@ -91,7 +95,10 @@ int suspendDomain(const char* account, const char* domain, const char* reason, T
   const bool isNew = !work.isSuspended || work.notes.isOver;
   if (!work.noteBefore(result)) return 0;
   const std::string reasons = wordsOfBoth(work.reasons, text_detail::part(reason));
-  if (markMailboxes(domain, result) && queueWebRewrite(account, result) && work.write("yes", reasons, result)) return 1;
+  if (markMailboxes(domain, result) && sayMailSuspended(domain, result) && queueWebRewrite(account, result) &&
+      work.write("yes", reasons, result)) {
+    return 1;
+  }
   if (isNew && work.giveBack(result)) static_cast<void>(work.notes.remove(result));
   return 0;
 }

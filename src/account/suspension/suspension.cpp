@@ -7,6 +7,7 @@
 #include "account/suspension/account_marks.h"
 #include "account/suspension/domain_suspension.h"
 #include "account/suspension/reasons.h"
+#include "mail/server_tables.h"
 
 namespace zvtaskq {
 
@@ -39,7 +40,7 @@ int markAllMailboxes(const AccountWork& work, Text& result) {
 /// is gone.
 int stopAll(AccountWork& work, Text& result) {
   if (!markSystem(work.holder, work.notes, result) || !markAllMailboxes(work, result) ||
-      !markFtp(work.holder, result) || !holdCrontab(work.holder, result) ||
+      !sayMailSuspended(work.account, result) || !markFtp(work.holder, result) || !holdCrontab(work.holder, result) ||
       !lockServices(work.account, work.notes, result)) {
     return 0;
   }
@@ -55,6 +56,7 @@ int giveBackAll(AccountWork& work, Text& result) {
     if (isDomainSuspended(work.account, domain.c_str())) continue;
     done &= freeMailboxes(domain.c_str(), work.notes, result);
   }
+  done &= sayMailActive(work.account, result);
   done &= freeFtp(work.holder, work.notes, result);
   done &= unlockServices(work.account, work.notes, result);
   if (work.notes.hadCrontab) done &= releaseCrontab(work.holder, result);

@@ -18,6 +18,9 @@ int addOptions(const Task& task);
 int rewriteDomainIps(const Task& task);
 /// "helo_data": the name by which the mail server greets from each address.
 int rewriteHeloData(const Task& task);
+/// What the mail server's files say of the line's `user`, or of all: ids, homes and limits of the mailboxes, the names
+/// that mail is taken for, suspensions.
+int rewriteMailPasswords(const Task& task);
 /// The links to the web pages in the homes of the line's `user` or of all.
 int rewriteLinks(const Task& task);
 /// Gives the group `secure_access_group` the way into every home, and closes it for others.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "account/filters/actions.h"
 #include "account/lifecycle/actions.h"
 #include "account/suspension/actions.h"
 #include "account/upkeep/actions.h"
@@ -65,10 +66,10 @@ constexpr ActionWord kActions[] = {
     {"ipswap"},
 };
 
-ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,    webActions,       lifecycleActions,
-                                  upkeepActions, backupActions,   mailActions,      restoreActions,
-                                  notifyActions, ftpActions,      dnsActions,       certificateActions,
-                                  panelActions,  syscheckActions, suspensionActions};
+ActionRows (*const kRooms[])() = {tallyActions,  cacheActions,    webActions,        lifecycleActions,
+                                  upkeepActions, backupActions,   mailActions,       restoreActions,
+                                  notifyActions, ftpActions,      dnsActions,        certificateActions,
+                                  panelActions,  syscheckActions, suspensionActions, filterActions};
 
 const ActionWord* wordOf(const Task& task) {
   const std::string_view action = task.action();

@@ -27,13 +27,8 @@ constexpr Missing kMissing[] = {
     {"convert", "value", "todovecot", "the conversion of mailboxes"},
     {"convert", "value", "imap_inbox_prefix", "the inbox-prefix folders"},
     {"delete", "value", "mbox", "the deletion of old mbox files"},
-    {"addspam", nullptr, nullptr, "the default spam settings"},
-    {"addoptions", nullptr, nullptr, "the default spam settings"},
     {"restore", "type", "reseller", "a reseller's restore"},
     {"restore", "type", "admin", "an administrator's restore"},
-    {"rewrite", "value", "filter", "the mail filters"},
-    {"rewrite", "value", "email_passwd", "the mail password files"},
-    {"defaultspam", nullptr, nullptr, "the default spam settings of a domain"},
 };
 
 constexpr Missing kMissingForMail[] = {
